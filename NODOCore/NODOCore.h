@@ -1,0 +1,46 @@
+#pragma once
+
+/// All of NODOCore's public interface.
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Environment.h>
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/Text.h>
+#include <NODOCore/base/TextEnum.h>
+#include <NODOCore/base/Version.h>
+#include <NODOCore/control/DaemonRunReport.h>
+#include <NODOCore/control/NODOController.h>
+#include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/control/PowerDecisionEngine.h>
+#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/ReconcileSchedule.h>
+#include <NODOCore/control/SafetyPolicy.h>
+#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/control/TriggerActivitySummary.h>
+#include <NODOCore/diagnostics/SleepBlocker.h>
+#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
+#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/power/NoopPowerManager.h>
+#include <NODOCore/power/PMSetPowerManager.h>
+#include <NODOCore/power/PowerManaging.h>
+#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/sensing/AgentDetector.h>
+#include <NODOCore/sensing/AgentProcess.h>
+#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
+#include <NODOCore/sensing/PSProcessListing.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/RunningProcess.h>
+#include <NODOCore/sensing/StaticProcessListing.h>
+#include <NODOCore/sensing/StaticSystemSnapshotProvider.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
+#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/state/ActivationRequester.h>
+#include <NODOCore/state/NODOError.h>
+#include <NODOCore/state/NODOState.h>
+#include <NODOCore/state/PowerOperationAudit.h>
+#include <NODOCore/state/StateStore.h>
+#include <NODOCore/state/TriggerActivityBucket.h>

@@ -1,0 +1,137 @@
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/Calendar.h>
+#include <NODOCore/base/ProgrammingFault.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+namespace nodo {
+namespace {
+
+constexpr std::int64_t secondsPerDay = 86400;
+
+// Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
+// digits, and would look at the process's locale.
+class FixedWidthReader {
+ public:
+  explicit FixedWidthReader(std::string_view text) : rest_(text) {}
+
+  bool digits(std::size_t count, int& value) {
+    if (rest_.size() < count) {
+      return false;
+    }
+    value = 0;
+    for (const char digit : rest_.substr(0, count)) {
+      if (digit < '0' || digit > '9') {
+        return false;
+      }
+      value = value * 10 + (digit - '0');
+    }
+    rest_.remove_prefix(count);
+    return true;
+  }
+
+  // A year is the one field that may be longer, when it begins with another digit than zero.
+  bool year(int& value) {
+    constexpr std::size_t longest = 9;
+    const bool negative = literal('-');
+    const auto count = std::min(rest_.find_first_not_of("0123456789"), rest_.size());
+    if (count < 4 || count > longest || (count > 4 && rest_.front() == '0') ||
+        !digits(count, value)) {
+      return false;
+    }
+    value = negative ? -value : value;
+    return !negative || value != 0;
+  }
+
+  bool literal(char expected) {
+    if (rest_.empty() || rest_.front() != expected) {
+      return false;
+    }
+    rest_.remove_prefix(1);
+    return true;
+  }
+
+  bool atEnd() const { return rest_.empty(); }
+
+ private:
+  std::string_view rest_;
+};
+
+std::optional<std::chrono::minutes> readOffset(FixedWidthReader& reader) {
+  if (reader.literal('Z')) {
+    return std::chrono::minutes(0);
+  }
+  const bool west = reader.literal('-');
+  int hours = 0;
+  int minutes = 0;
+  if ((!west && !reader.literal('+')) || !reader.digits(2, hours)) {
+    return std::nullopt;
+  }
+  reader.literal(':');  // "+01:00" and "+0100" are both in use
+  if (!reader.digits(2, minutes) || hours > 23 || minutes > 59) {
+    return std::nullopt;
+  }
+  const std::chrono::minutes offset(hours * 60 + minutes);
+  return west ? -offset : offset;
+}
+
+}  // namespace
+
+Date currentDate() {
+  return std::chrono::time_point_cast<Seconds>(std::chrono::system_clock::now());
+}
+
+std::int64_t wholeSeconds(Seconds length) {
+  const double floored = std::floor(length.count());
+  // 2^63 itself is representable as a double and is the first value too large.
+  constexpr double limit = 9223372036854775808.0;
+  if (!std::isfinite(floored) || floored < -limit || floored >= limit) {
+    programmingFault("a length of time is not finite or does not fit in 64 bits");
+  }
+  return static_cast<std::int64_t>(floored);
+}
+
+std::string iso8601Text(Date date) {
+  // The platform counts from 2001, where doubles are spaced differently; rounding down there gives the
+  // same second for a date within a hair of the next one.
+  constexpr std::int64_t secondsTo2001 = 978307200;
+  const Seconds since2001 = date.time_since_epoch() - Seconds(secondsTo2001);
+  const std::int64_t total = wholeSeconds(since2001) + secondsTo2001;
+  const std::int64_t secondOfDay = (total % secondsPerDay + secondsPerDay) % secondsPerDay;
+  const CalendarDay day = calendarDay((total - secondOfDay) / secondsPerDay);
+  return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", day.year < 0 ? "-" : "",
+                     std::abs(day.year), day.month, day.day, secondOfDay / 3600,
+                     secondOfDay / 60 % 60, secondOfDay % 60);
+}
+
+std::optional<Date> dateFromISO8601(std::string_view text) {
+  FixedWidthReader reader(text);
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  const bool wellFormed = reader.year(year) && reader.literal('-') && reader.digits(2, month) &&
+                          reader.literal('-') && reader.digits(2, day) && reader.literal('T') &&
+                          reader.digits(2, hour) && reader.literal(':') &&
+                          reader.digits(2, minute) && reader.literal(':') &&
+                          reader.digits(2, second);
+  if (!wellFormed) {
+    return std::nullopt;
+  }
+  const auto offset = readOffset(reader);
+  const auto days = daysSince1970({.year = year, .month = month, .day = day});
+  if (!offset || !reader.atEnd() || !days || hour > 23 || minute > 59 || second > 59) {
+    return std::nullopt;
+  }
+  const auto instant = std::chrono::seconds(*days * secondsPerDay) + std::chrono::hours(hour) +
+                       std::chrono::minutes(minute) + std::chrono::seconds(second) - *offset;
+  return Date(std::chrono::duration_cast<Seconds>(instant));
+}
+
+}  // namespace nodo

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace nodo {
+
+/// A process environment. Always passed in, so that a test can set the scene.
+using Environment = std::map<std::string, std::string>;
+
+/// The environment of this process. Entries without "=" are left out. Not safe while another thread
+/// changes the environment.
+Environment processEnvironment();
+
+}  // namespace nodo

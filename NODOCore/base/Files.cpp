@@ -1,0 +1,168 @@
+#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
+#include <NODOCore/base/SyncToDisk.h>
+
+#include <cerrno>
+#include <random>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nodo {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A temporary file is named after the file it will replace: ".state.json.nodo-tmp-" and 16 digits.
+std::string temporaryPrefix(const fs::path& path) {
+  return "." + path.filename().string() + ".nodo-tmp-";
+}
+
+bool isLocked(int descriptor) {
+  return ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+bool isNamed(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && status.st_nlink > 0;
+}
+
+// Removes the temporary files of processes that were killed while they wrote. A living writer holds
+// a lock on its own, so neither its name nor its age has to be guessed at. Failing to tidy up is not
+// the caller's failure: the next call tries again.
+void removeAbandoned(const fs::path& path) {
+  const std::string prefix = temporaryPrefix(path);
+  std::error_code ignored;
+  for (fs::directory_iterator entry(path.parent_path(), ignored), end; !ignored && entry != end;
+       entry.increment(ignored)) {
+    if (!entry->path().filename().string().starts_with(prefix)) {
+      continue;
+    }
+    const FileDescriptor file(
+        ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (file && !isLocked(file.get())) {
+      ::unlink(entry->path().c_str());
+    }
+  }
+}
+
+// The new content on its way: removes itself unless it has been renamed into place.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(const fs::path& target) : target_(target) {
+    std::random_device random;
+    // Another process that tidies up may take the new file for an abandoned one in the instant before
+    // it is locked; then the next name is tried.
+    while (!file_) {
+      const auto number = (std::uint64_t{random()} << 32U) | random();
+      path_ = target.parent_path() / fmt::format("{}{:016x}", temporaryPrefix(target), number);
+      file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+      if (!file_) {
+        if (errno == EEXIST) {
+          continue;
+        }
+        throwErrno("Unable to write", target_.string());
+      }
+      ::flock(file_.get(), LOCK_EX);  // where locks are not supported nobody tidies up either
+      if (!isNamed(file_.get())) {
+        file_.reset();
+      }
+    }
+  }
+
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  ~TemporaryFile() {
+    if (!renamed_) {
+      ::unlink(path_.c_str());
+    }
+  }
+
+  void keepModeAndOwnerOf(const struct stat& old) {
+    const bool mayGiveAway = ::geteuid() == 0;
+    // The owner first: giving a file away clears its set-id bits.
+    if ((mayGiveAway && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
+        ::fchmod(file_.get(), old.st_mode & 07777U) != 0) {
+      throwErrno("Unable to keep the mode of", target_.string());
+    }
+  }
+
+  void write(std::string_view content) {
+    while (!content.empty()) {
+      const ssize_t count = ::write(file_.get(), content.data(), content.size());
+      if (count >= 0) {
+        content.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno != EINTR) {
+        throwErrno("Unable to write", target_.string());
+      }
+    }
+    if (syncToDisk(file_.get()) != 0) {
+      throwErrno("Unable to write", target_.string());
+    }
+  }
+
+  void renameIntoPlace() {
+    if (::rename(path_.c_str(), target_.c_str()) != 0) {
+      throwErrno("Unable to replace", target_.string());
+    }
+    renamed_ = true;
+  }
+
+ private:
+  const fs::path& target_;
+  fs::path path_;
+  FileDescriptor file_;
+  bool renamed_ = false;
+};
+
+void syncFolder(const fs::path& folder) {
+  const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // EINVAL: a file system on which folders cannot be synced.
+  if (!opened || (syncToDisk(opened.get()) != 0 && errno != EINVAL)) {
+    throwErrno("Unable to sync the folder", folder.string());
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> readFile(const fs::path& path) {
+  // Without O_NONBLOCK opening a named pipe would wait for a writer for ever.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file) {
+    if (errno == ENOENT || errno == ENOTDIR) {
+      return std::nullopt;
+    }
+    throwErrno("Unable to read", path.string());
+  }
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) {
+    throwErrno("Unable to read", path.string());
+  }
+  constexpr off_t largest = off_t{64} * 1024 * 1024;
+  if (!S_ISREG(status.st_mode) || status.st_size > largest) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : S_ISREG(status.st_mode) ? EFBIG : EINVAL;
+    throwErrno("Unable to read", path.string());
+  }
+  return readToEnd(file, path.string());
+}
+
+void replaceFile(const fs::path& path, std::string_view content) {
+  const fs::path target = fs::absolute(path);
+  removeAbandoned(target);
+  struct stat old {};
+  const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  TemporaryFile temporary(target);
+  if (exists) {
+    temporary.keepModeAndOwnerOf(old);
+  }
+  temporary.write(content);
+  temporary.renameIntoPlace();
+  syncFolder(target.parent_path());
+}
+
+}  // namespace nodo

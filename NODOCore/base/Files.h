@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nodo {
+
+/// The content of the file at `path`, or nothing when there is no file of that name.
+///
+/// Throws std::system_error, with the path in its text, when it cannot be read, is no regular file
+/// or is larger than 64 MiB (no file that nodo reads whole comes near that).
+std::optional<std::string> readFile(const std::filesystem::path& path);
+
+/// Replaces the file at `path`, or makes it, so that a reader sees the old content or the new one
+/// whole, also after a crash or a power cut: a temporary file in the same folder is written, synced
+/// to disk, renamed over the old one, and the folder synced.
+///
+/// An existing file's mode is kept, and its owner when this process may give files away (root); a
+/// new one gets the process's default mode. A symbolic link at `path` is itself replaced: privileged
+/// programs must not be led elsewhere by a planted link.
+///
+/// Throws std::system_error, with the path in its text; the old file is then as it was and no
+/// temporary file is left. One that a killed process left behind is removed by the next call for the
+/// same path. Two processes may race: one of the two contents wins, whole.
+void replaceFile(const std::filesystem::path& path, std::string_view content);
+
+}  // namespace nodo

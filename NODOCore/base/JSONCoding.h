@@ -1,0 +1,219 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/TextEnum.h>
+
+/// Records to JSON and back.
+///
+/// A record's source file describes its fields once, for both directions:
+///
+///     template <class Fields, class Record>
+///     void describe(Fields& fields, Record& bucket) {
+///       fields.required("startedAt", bucket.startedAt);
+///       fields.optional("note", bucket.note);
+///     }
+///
+/// and defines `JSONValue encode(const Record&)` and `void decode(const JSONReader&, Record&)` with
+/// an ObjectEncoder and an ObjectDecoder that are handed to `describe`.
+///
+/// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole number, 1.5
+/// and true are not) and forgiving in unknown keys. Every failure is a DecodingError.
+namespace nodo {
+
+/// A value of a document that is being decoded, together with the keys that lead to it.
+class JSONReader {
+ public:
+  explicit JSONReader(const JSONValue& value) : value_(&value) {}
+
+  const JSONValue& value() const { return *value_; }
+
+  /// The reader of a value inside this one. It refers to this one, which must outlive it.
+  JSONReader child(const JSONValue& value, std::string key) const;
+
+  /// Ends the decoding of this value with a DecodingError.
+  [[noreturn]] void fail(std::string expected) const;
+
+  /// Ends it because `key` is not there.
+  [[noreturn]] void failMissing(std::string_view key, std::string expected) const;
+
+ private:
+  JSONReader(const JSONValue& value, const JSONReader* parent, std::string key)
+      : value_(&value), parent_(parent), key_(std::move(key)) {}
+
+  std::string path() const;
+
+  const JSONValue* value_;
+  const JSONReader* parent_ = nullptr;
+  std::string key_;
+};
+
+JSONValue encode(bool value);
+JSONValue encode(std::int32_t value);
+JSONValue encode(std::int64_t value);
+JSONValue encode(const std::string& value);
+JSONValue encode(Date value);
+
+void decode(const JSONReader& from, bool& value);
+void decode(const JSONReader& from, std::int32_t& value);
+void decode(const JSONReader& from, std::int64_t& value);
+void decode(const JSONReader& from, std::string& value);
+void decode(const JSONReader& from, Date& value);
+
+template <TextEnum Enum>
+JSONValue encode(Enum value) {
+  return JSONValue(std::string(rawValue(value)));
+}
+
+template <TextEnum Enum>
+void decode(const JSONReader& from, Enum& value) {
+  const std::string* text = from.value().text();
+  const auto known = text == nullptr ? std::nullopt : fromRawValue<Enum>(*text);
+  if (!known) {
+    std::string expected = "one of";
+    for (const auto& entry : EnumTexts<Enum>::cases) {
+      expected += " \"" + std::string(entry.text) + "\"";
+    }
+    from.fail(expected);
+  }
+  value = *known;
+}
+
+template <class Element>
+JSONValue encode(const std::vector<Element>& list) {
+  JSONValue::Array array;
+  array.reserve(list.size());
+  for (const Element& element : list) {
+    array.push_back(encode(element));
+  }
+  return JSONValue(std::move(array));
+}
+
+template <class Element>
+void decode(const JSONReader& from, std::vector<Element>& list) {
+  const auto* array = from.value().array();
+  if (array == nullptr) {
+    from.fail("a list");
+  }
+  list.clear();
+  list.reserve(array->size());
+  for (const JSONValue& value : *array) {
+    const JSONReader reader = from.child(value, "[" + std::to_string(list.size()) + "]");
+    decode(reader, list.emplace_back());
+  }
+}
+
+template <class Element>
+JSONValue encode(const std::map<std::string, Element>& map) {
+  JSONValue::Object object;
+  object.reserve(map.size());
+  for (const auto& [name, element] : map) {
+    object.emplace_back(name, encode(element));
+  }
+  return JSONValue(std::move(object));
+}
+
+template <class Element>
+void decode(const JSONReader& from, std::map<std::string, Element>& map) {
+  const auto* object = from.value().object();
+  if (object == nullptr) {
+    from.fail("an object");
+  }
+  map.clear();
+  for (const auto& [name, value] : *object) {
+    decode(from.child(value, name), map[name]);
+  }
+}
+
+/// Builds a record's object from the description of its fields.
+class ObjectEncoder {
+ public:
+  /// A field that is always written and must be there when read.
+  template <class Value>
+  void required(std::string_view key, const Value& value) {
+    object_.emplace_back(key, encode(value));
+  }
+
+  /// A field that is always written and keeps its present value when it is missing or null on reading.
+  template <class Value>
+  void defaulted(std::string_view key, const Value& value) {
+    required(key, value);
+  }
+
+  /// A field that is left out when it is absent, and absent when it is missing or null.
+  template <class Value>
+  void optional(std::string_view key, const std::optional<Value>& value) {
+    if (value) {
+      required(key, *value);
+    }
+  }
+
+  JSONValue finish() { return JSONValue(std::move(object_)); }
+
+ private:
+  JSONValue::Object object_;
+};
+
+/// Fills a record from an object by the description of its fields.
+class ObjectDecoder {
+ public:
+  /// Throws DecodingError when `from` is no object.
+  explicit ObjectDecoder(const JSONReader& from);
+
+  /// Whether the object has that key with a value other than null.
+  bool has(std::string_view key) const { return find(key) != nullptr; }
+
+  template <class Value>
+  void required(std::string_view key, Value& value) {
+    const JSONValue* found = from_->value().member(key);
+    if (found == nullptr) {
+      from_->failMissing(key, "a value");
+    }
+    decode(from_->child(*found, std::string(key)), value);
+  }
+
+  template <class Value>
+  void defaulted(std::string_view key, Value& value) {
+    if (const JSONValue* found = find(key)) {
+      decode(from_->child(*found, std::string(key)), value);
+    }
+  }
+
+  template <class Value>
+  void optional(std::string_view key, std::optional<Value>& value) {
+    value.reset();
+    if (const JSONValue* found = find(key)) {
+      decode(from_->child(*found, std::string(key)), value.emplace());
+    }
+  }
+
+ private:
+  const JSONValue* find(std::string_view key) const;
+
+  const JSONReader* from_;
+};
+
+/// `record` as JSON text without a line feed at the end.
+template <class Record>
+std::string encodeJSON(const Record& record, JSONLayout layout) {
+  return jsonText(encode(record), layout);
+}
+
+/// The record that `text` describes. Throws DecodingError.
+template <class Record>
+Record decodeJSON(std::string_view text) {
+  const JSONValue document = JSONValue::parse(text);
+  Record record;
+  decode(JSONReader(document), record);
+  return record;
+}
+
+}  // namespace nodo

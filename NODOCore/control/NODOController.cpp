@@ -1,0 +1,102 @@
+#include <NODOCore/control/NODOController.h>
+#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/state/NODOError.h>
+
+#include <string>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr std::size_t mostRecentRequesters = 6;
+constexpr std::size_t mostTriggerHistory = 500;
+
+void clearPeriod(NODOState& state, const char* stopReason, Date now) {
+  state.manualUntil.reset();
+  state.noRouteUnavailableSince.reset();
+  state.lidOpenedAt.reset();
+  state.lastLidClosed.reset();
+  state.lastStopReason = stopReason;
+  state.updatedAt = now;
+}
+
+void record(NODOState& state, const ActivationRequester& requester, Date now) {
+  state.recordRequester(requester, now, mostRecentRequesters, mostTriggerHistory);
+}
+
+}  // namespace
+
+StatusReport NODOController::status(Date now) const { return report(store.load(), now); }
+
+StatusReport NODOController::enableManual(
+    std::int64_t minutes, Date now, bool extendOnly,
+    const std::optional<ActivationRequester>& requester) const {
+  const std::int64_t maximum = decisionEngine.policy.maxManualDurationMinutes;
+  if (minutes < 1) {
+    throw NODOError::invalidDuration("minutes must be greater than 0");
+  }
+  if (minutes > maximum) {
+    throw NODOError::invalidDuration("minutes must be <= " + std::to_string(maximum));
+  }
+  NODOState state = store.load();
+  const Date end = now + Seconds(static_cast<double>(minutes) * 60);
+  const bool keepsLaterEnd = extendOnly && state.manualUntil && *state.manualUntil > end;
+  if (keepsLaterEnd) {
+    if (requester) {
+      record(state, *requester, now);
+      state.updatedAt = now;
+      store.save(state);
+    }
+    return report(state, now);
+  }
+  state.manualUntil = end;
+  state.lastActivationReason = extendOnly ? reason::manualLease : reason::manualTimer;
+  if (requester) {
+    record(state, *requester, now);
+  } else {
+    state.lastRequester.reset();
+  }
+  state.lastStopReason.reset();
+  state.updatedAt = now;
+  store.save(state);
+  return report(state, now);
+}
+
+StatusReport NODOController::stop(Date now) const {
+  NODOState state = store.load();
+  clearPeriod(state, reason::userStop, now);
+  store.save(state);
+  return report(state, now);
+}
+
+StatusReport NODOController::repairState(Date now) const {
+  NODOState state = store.load();
+  clearPeriod(state, reason::repair, now);
+  state.ownsSleepDisable = false;
+  store.save(state);
+  return report(state, now);
+}
+
+StatusReport NODOController::report(const NODOState& state, Date now) const {
+  std::vector<AgentProcess> agents = detector.detect(*processListing);
+  const SystemSnapshot snapshot = snapshotProvider->snapshot(now);
+  NODOState tracked = state;
+  tracked.syncSnapshotTracking(snapshot);
+  return report(tracked, std::move(agents), snapshot);
+}
+
+StatusReport NODOController::report(const NODOState& state, std::vector<AgentProcess> agents,
+                                    const SystemSnapshot& snapshot) const {
+  const Date now = snapshot.now;
+  PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
+  return {.generatedAt = now,
+          .state = state,
+          .snapshot = snapshot,
+          .agents = std::move(agents),
+          .decision = std::move(decision),
+          .manualRemainingSeconds = state.manualRemainingSeconds(now),
+          .noRouteGraceRemainingSeconds = state.noRouteGraceRemainingSeconds(
+              now, decisionEngine.policy.noRouteGraceSeconds)};
+}
+
+}  // namespace nodo

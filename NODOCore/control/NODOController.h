@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/control/DaemonRunReport.h>
+#include <NODOCore/control/PowerDecisionEngine.h>
+#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/power/PowerManaging.h>
+#include <NODOCore/sensing/AgentDetector.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/state/StateStore.h>
+
+namespace nodo {
+
+/// The one entry point through which programs read or change the keep-awake state.
+///
+/// Every command takes the time from its caller, loads the state, looks at the machine once and
+/// answers with a report. It throws the error of the step that failed: of the state (DecodingError,
+/// std::system_error), of the process listing or of the snapshot; what is on disk is then as it was,
+/// except where a report fails after its save. Not synchronised: the daemon serves one request after
+/// another.
+struct NODOController {
+  StateStore store;
+  AgentDetector detector;
+  std::shared_ptr<const ProcessListing> processListing;
+  std::shared_ptr<const SystemSnapshotProviding> snapshotProvider;
+  PowerDecisionEngine decisionEngine;
+
+  // ---- commands; none of them touches the machine's sleep lock (`reconcile` does)
+
+  /// The state as it is. Writes nothing.
+  StatusReport status(Date now) const;
+
+  /// Keeps the machine awake until `minutes` after `now`.
+  ///
+  /// Without `extendOnly` the period is set, which may shorten a running one. With it (the form of the
+  /// agents' hooks) a later end stays; only the requester is recorded then. Throws
+  /// NODOError::invalidDuration below 1 minute and above the policy's maximum, before anything is read.
+  StatusReport enableManual(std::int64_t minutes, Date now, bool extendOnly,
+                            const std::optional<ActivationRequester>& requester) const;
+
+  /// Ends the manual period and forgets the trackers. The lock is released by the next reconcile.
+  StatusReport stop(Date now) const;
+
+  /// Resets the state but for its histories, ownership of the lock included: for a caller that has
+  /// released the lock or knows that there is none.
+  StatusReport repairState(Date now) const;
+
+  // ---- the daemon's runs
+
+  /// Brings the machine's sleep lock in line with the decision: switches it on or off, records what
+  /// was done, and asks for sleep after a release with the lid closed on battery.
+  ///
+  /// `liveSleepDisabled` is the lock as the caller read it from the machine, absent when unknown: a
+  /// lock that is on without being owned is released only when the state shows that nodo was in use.
+  /// An operation that fails (non-zero exit code) or is a dry run is recorded and changes no
+  /// ownership, so the next run tries again. An error of a power call is passed on; nothing of the run
+  /// is saved then, except that a release is saved before sleep is asked for.
+  DaemonRunReport reconcile(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
+                            Date now) const;
+
+  /// Releases the lock if it is owned or on, resets the state and reconciles.
+  DaemonRunReport repair(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
+                         Date now) const;
+
+ private:
+  // The report of a loaded state: looks at the machine and updates the trackers on a copy.
+  StatusReport report(const NODOState& state, Date now) const;
+  // The report of a state whose trackers know the snapshot already.
+  StatusReport report(const NODOState& state, std::vector<AgentProcess> agents,
+                      const SystemSnapshot& snapshot) const;
+};
+
+}  // namespace nodo

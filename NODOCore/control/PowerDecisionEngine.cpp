@@ -1,0 +1,58 @@
+#include <NODOCore/control/PowerDecisionEngine.h>
+#include <NODOCore/control/ReasonWords.h>
+
+namespace nodo {
+namespace {
+
+bool isBatteryTooLow(const SystemSnapshot& snapshot, const SafetyPolicy& policy) {
+  return snapshot.powerSource == PowerSource::battery && snapshot.batteryPercent &&
+         *snapshot.batteryPercent <= policy.minimumBatteryPercent;
+}
+
+// The elapsed time is compared with its fraction, unlike the remaining times, which are floored.
+bool isNoRouteGraceExhausted(const NODOState& state, const SystemSnapshot& snapshot,
+                             const SafetyPolicy& policy) {
+  return snapshot.defaultRouteAvailable == false && state.manualIsActive(snapshot.now) &&
+         state.noRouteUnavailableSince &&
+         snapshot.now - *state.noRouteUnavailableSince >=
+             Seconds(static_cast<double>(policy.noRouteGraceSeconds));
+}
+
+std::vector<std::string> safetyBlocks(const NODOState& state, const SystemSnapshot& snapshot,
+                                      const SafetyPolicy& policy) {
+  std::vector<std::string> blocks;
+  if (isBatteryTooLow(snapshot, policy)) {
+    blocks.emplace_back(reason::batteryBelowThreshold);
+  }
+  if (isNoRouteGraceExhausted(state, snapshot, policy)) {
+    blocks.emplace_back(reason::networkUnavailable);
+  }
+  return blocks;
+}
+
+}  // namespace
+
+PowerDecision PowerDecisionEngine::evaluate(const NODOState& state,
+                                            const std::vector<AgentProcess>& /*agents*/,
+                                            const SystemSnapshot& snapshot) const {
+  PowerDecision decision;
+  decision.safetyBlocks = safetyBlocks(state, snapshot, policy);
+  if (!decision.safetyBlocks.empty()) {
+    decision.stopReason = decision.safetyBlocks.front();
+    return decision;
+  }
+  if (state.manualIsActive(snapshot.now)) {
+    decision.shouldPreventSleep = true;
+    decision.reasons.emplace_back(reason::manualTimer);
+    if (state.isWithinLidOpenGrace(snapshot.now, policy.lidOpenGraceSeconds)) {
+      decision.reasons.emplace_back(reason::lidOpenGrace);
+    }
+    return decision;
+  }
+  // In its last second a timer no longer keeps awake but has not expired either.
+  const bool expired = state.manualUntil && *state.manualUntil <= snapshot.now;
+  decision.stopReason = expired ? reason::manualExpired : reason::notArmed;
+  return decision;
+}
+
+}  // namespace nodo

@@ -1,0 +1,147 @@
+#include <NODOCore/control/NODOController.h>
+#include <NODOCore/control/ReasonWords.h>
+
+#include <string>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr std::size_t mostPowerOperations = 20;
+
+// Whether nodo was ever in use here, so that a lock which it does not remember may still be its own.
+bool showsTraceOfUse(const NODOState& state) {
+  return state.manualUntil || state.lastActivationReason || state.lastRequester ||
+         !state.recentRequesters.empty() || !state.triggerHistory.empty() ||
+         !state.triggerActivityBuckets.empty();
+}
+
+bool isReleaseDue(const NODOState& state, std::optional<bool> liveSleepDisabled) {
+  return state.ownsSleepDisable || (liveSleepDisabled == true && showsTraceOfUse(state));
+}
+
+// The detail of an audit's reason. An enabling audit goes through the same order: a reason is there
+// then, so the rest only matters for releases.
+std::string auditDetail(const PowerDecision& decision, const NODOState& state) {
+  if (!decision.reasons.empty()) {
+    return decision.reasons.front();
+  }
+  if (state.lastStopReason) {
+    return *state.lastStopReason;
+  }
+  return decision.stopReason.value_or(reason::unknown);
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : ",") + word;
+  }
+  return text;
+}
+
+void expireTimer(NODOState& state, Date now) {
+  if (state.manualUntil && *state.manualUntil <= now) {
+    state.manualUntil.reset();
+    state.lastStopReason = reason::manualExpired;
+  }
+}
+
+PowerOperationResult takeLock(NODOState& state, PowerManaging& powerManager,
+                              const PowerDecision& decision, Date now) {
+  PowerOperationResult result = powerManager.setSleepDisabled(true);
+  state.recordPowerOperation(result, now, reason::enablePrefix + auditDetail(decision, state),
+                             mostPowerOperations);
+  if (result.succeeded()) {
+    state.ownsSleepDisable = true;
+    state.lastActivationReason = joined(decision.reasons);
+    state.lastStopReason.reset();
+  }
+  return result;
+}
+
+PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
+                                 const PowerDecision& decision, Date now) {
+  PowerOperationResult result = powerManager.setSleepDisabled(false);
+  state.recordPowerOperation(result, now, reason::releasePrefix + auditDetail(decision, state),
+                             mostPowerOperations);
+  if (result.succeeded()) {
+    state.ownsSleepDisable = false;
+    if (state.lastStopReason != reason::manualExpired) {
+      state.lastStopReason = decision.stopReason;
+    }
+  }
+  return result;
+}
+
+// With the lid closed nobody would put the machine to sleep again, and on battery it would run empty
+// in its bag.
+bool mustSleepAfterRelease(const SystemSnapshot& snapshot) {
+  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
+}
+
+}  // namespace
+
+DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
+                                          std::optional<bool> liveSleepDisabled, Date now) const {
+  const NODOState loaded = store.load();
+  std::vector<AgentProcess> agents = detector.detect(*processListing);
+  const SystemSnapshot snapshot = snapshotProvider->snapshot(now);
+
+  NODOState state = loaded;
+  state.syncSnapshotTracking(snapshot);
+  expireTimer(state, now);
+  const PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
+
+  DaemonRunReport run;
+  run.generatedAt = now;
+  bool isSleepDue = false;
+  if (decision.shouldPreventSleep) {
+    if (!state.ownsSleepDisable) {
+      run.operation = takeLock(state, powerManager, decision, now);
+    }
+  } else if (isReleaseDue(state, liveSleepDisabled)) {
+    run.operation = releaseLock(state, powerManager, decision, now);
+    isSleepDue = run.operation->succeeded() && mustSleepAfterRelease(snapshot);
+  }
+  if (run.operation) {
+    run.operations.push_back(*run.operation);
+  }
+
+  run.stateChanged = state != loaded;
+  if (run.stateChanged) {
+    state.updatedAt = now;
+    store.save(state);
+  }
+  // Only now: the machine may be asleep before the request returns, and the release must not be lost.
+  if (isSleepDue) {
+    run.operations.push_back(powerManager.requestSleepNow());
+    state = store.load();
+    state.recordPowerOperation(run.operations.back(), now, reason::closedLidRelease,
+                               mostPowerOperations);
+    state.updatedAt = now;
+    store.save(state);
+  }
+  run.status = report(state, std::move(agents), snapshot);
+  return run;
+}
+
+DaemonRunReport NODOController::repair(PowerManaging& powerManager,
+                                       std::optional<bool> liveSleepDisabled, Date now) const {
+  const NODOState loaded = store.load();
+  std::optional<PowerOperationResult> release;
+  if (loaded.ownsSleepDisable || liveSleepDisabled == true) {
+    release = powerManager.setSleepDisabled(false);
+  }
+  repairState(now);
+  // The lock has just been released: what was read before is no longer to be trusted.
+  DaemonRunReport run = reconcile(powerManager, std::nullopt, now);
+  if (release) {
+    run.operations.insert(run.operations.begin(), *release);
+    run.operation = release;
+  }
+  run.stateChanged = run.stateChanged || run.status.state != loaded;
+  return run;
+}
+
+}  // namespace nodo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <NODOCore/base/FileDescriptor.h>
+
+#include <spawn.h>
+
+/// What keeps descriptors out of child processes. How that is done without a race against other
+/// threads that start children at the same time differs by system, hence a source file each.
+namespace nodo {
+
+struct Pipe {
+  FileDescriptor readEnd;
+  FileDescriptor writeEnd;
+};
+
+/// A pipe that no child inherits unless it is given an end on purpose. Throws std::system_error.
+Pipe makePrivatePipe();
+
+/// Further flags for posix_spawnattr_setflags that isolate a child.
+short spawnIsolationFlags();
+
+/// Lets a child keep its standard input where the flags above would close it.
+void keepStandardInput(posix_spawn_file_actions_t& actions);
+
+}  // namespace nodo

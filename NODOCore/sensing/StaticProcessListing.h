@@ -1,0 +1,21 @@
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include <NODOCore/sensing/ProcessListing.h>
+
+namespace nodo {
+
+/// A fixed process table, for tests and previews.
+class StaticProcessListing : public ProcessListing {
+ public:
+  std::vector<RunningProcess> processes;
+
+  explicit StaticProcessListing(std::vector<RunningProcess> processes)
+      : processes(std::move(processes)) {}
+
+  std::vector<RunningProcess> listProcesses() const override { return processes; }
+};
+
+}  // namespace nodo

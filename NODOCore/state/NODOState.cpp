@@ -1,0 +1,132 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
+#include <NODOCore/state/NODOState.h>
+
+#include <algorithm>
+
+namespace nodo {
+namespace {
+
+template <class Fields, class State>
+void describe(Fields& fields, State& state) {
+  fields.optional("manualUntil", state.manualUntil);
+  fields.defaulted("ownsSleepDisable", state.ownsSleepDisable);
+  fields.optional("lastActivationReason", state.lastActivationReason);
+  fields.optional("lastStopReason", state.lastStopReason);
+  fields.optional("lastRequester", state.lastRequester);
+  fields.defaulted("recentRequesters", state.recentRequesters);
+  fields.defaulted("triggerHistory", state.triggerHistory);
+  fields.defaulted("triggerActivityBuckets", state.triggerActivityBuckets);
+  fields.optional("lastPowerOperation", state.lastPowerOperation);
+  fields.defaulted("powerOperationHistory", state.powerOperationHistory);
+  fields.optional("noRouteUnavailableSince", state.noRouteUnavailableSince);
+  fields.optional("lidOpenedAt", state.lidOpenedAt);
+  fields.optional("lastLidClosed", state.lastLidClosed);
+  fields.defaulted("createdAt", state.createdAt);
+  fields.defaulted("updatedAt", state.updatedAt);
+}
+
+// Fills in what an older file does not hold from what it does.
+void deriveMissing(const ObjectDecoder& fields, NODOState& state) {
+  if (!fields.has("recentRequesters") && state.lastRequester) {
+    state.recentRequesters = {*state.lastRequester};
+  }
+  if (state.triggerHistory.empty()) {
+    state.triggerHistory = state.recentRequesters;
+  }
+  state.triggerActivityBuckets =
+      state.triggerActivityBuckets.empty()
+          ? NODOState::makeTriggerActivityBuckets(state.triggerHistory, std::nullopt)
+          : NODOState::normalisedBuckets(state.triggerActivityBuckets);
+  if (!fields.has("createdAt")) {
+    state.createdAt = currentDate();
+  }
+  if (!fields.has("updatedAt")) {
+    state.updatedAt = state.createdAt;
+  }
+}
+
+std::int64_t remainingUntil(Date end, Date at) {
+  return std::max<std::int64_t>(0, wholeSeconds(end - at));
+}
+
+Date afterGrace(Date start, std::int64_t graceSeconds) {
+  return start + Seconds(static_cast<double>(graceSeconds));
+}
+
+}  // namespace
+
+NODOState NODOState::fresh(Date now) {
+  NODOState state;
+  state.createdAt = now;
+  state.updatedAt = now;
+  return state;
+}
+
+std::optional<std::int64_t> NODOState::manualRemainingSeconds(Date at) const {
+  if (!manualUntil) {
+    return std::nullopt;
+  }
+  return remainingUntil(*manualUntil, at);
+}
+
+bool NODOState::manualIsActive(Date at) const { return manualRemainingSeconds(at).value_or(0) > 0; }
+
+std::optional<std::int64_t> NODOState::noRouteGraceRemainingSeconds(
+    Date at, std::int64_t graceSeconds) const {
+  if (!manualIsActive(at) || !noRouteUnavailableSince) {
+    return std::nullopt;
+  }
+  const std::int64_t elapsed = wholeSeconds(at - *noRouteUnavailableSince);
+  return std::max<std::int64_t>(0, checkedDifference(graceSeconds, elapsed));
+}
+
+std::optional<std::int64_t> NODOState::lidOpenGraceRemainingSeconds(
+    Date at, std::int64_t graceSeconds) const {
+  if (!lidOpenedAt) {
+    return std::nullopt;
+  }
+  return remainingUntil(afterGrace(*lidOpenedAt, graceSeconds), at);
+}
+
+bool NODOState::isWithinLidOpenGrace(Date at, std::int64_t graceSeconds) const {
+  return lidOpenGraceRemainingSeconds(at, graceSeconds).value_or(0) > 0;
+}
+
+void NODOState::syncLidOpenGrace(const SystemSnapshot& snapshot) {
+  if (snapshot.lidClosed == true) {
+    lidOpenedAt.reset();
+  } else if (snapshot.lidClosed == false && lastLidClosed == true) {
+    lidOpenedAt = snapshot.now;
+  }
+  lastLidClosed = snapshot.lidClosed;
+}
+
+void NODOState::updateNoRouteTracking(const SystemSnapshot& snapshot) {
+  if (!manualIsActive(snapshot.now) || snapshot.defaultRouteAvailable != false) {
+    noRouteUnavailableSince.reset();
+  } else if (!noRouteUnavailableSince) {
+    noRouteUnavailableSince = snapshot.now;
+  }
+}
+
+void NODOState::syncSnapshotTracking(const SystemSnapshot& snapshot) {
+  syncLidOpenGrace(snapshot);
+  updateNoRouteTracking(snapshot);
+}
+
+JSONValue encode(const NODOState& state) {
+  ObjectEncoder fields;
+  describe(fields, state);
+  return fields.finish();
+}
+
+void decode(const JSONReader& from, NODOState& state) {
+  state = NODOState();
+  ObjectDecoder fields(from);
+  describe(fields, state);
+  deriveMissing(fields, state);
+}
+
+}  // namespace nodo

@@ -1,0 +1,76 @@
+# How everything of ours is compiled. `nodo_options` is linked privately and never exported: what we
+# ask of our own code is no demand on those who use the library.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+# Someone who rebuilds often has ccache; nothing depends on it.
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+endif()
+
+include(CheckPIESupported)
+check_pie_supported()
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
+add_library(nodo_options INTERFACE)
+target_compile_features(nodo_options INTERFACE cxx_std_20)
+target_compile_definitions(nodo_options INTERFACE _GNU_SOURCE)
+target_compile_options(
+  nodo_options
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wsign-conversion
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wold-style-cast
+            -Wcast-align
+            -Wimplicit-fallthrough
+            -Wformat=2
+            # A field left out of a designated initialiser takes its default on purpose.
+            -Wno-missing-field-initializers
+            # GCC's full -Wshadow objects to a constructor's parameter with the name of its field.
+            $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
+if(NODO_WARNINGS_AS_ERRORS)
+  target_compile_options(nodo_options INTERFACE -Werror)
+endif()
+
+if(NODO_SANITIZE)
+  target_compile_options(nodo_options INTERFACE -fsanitize=${NODO_SANITIZE}
+                                                -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(nodo_options INTERFACE -fsanitize=${NODO_SANITIZE})
+else()
+  # The programs run as root on people's machines. Each measure is probed, as compilers differ.
+  foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+    string(MAKE_C_IDENTIFIER "HAS${flag}" result)
+    check_cxx_compiler_flag(${flag} ${result})
+    if(${result})
+      target_compile_options(nodo_options INTERFACE ${flag})
+    endif()
+  endforeach()
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # fortification needs optimisation
+    target_compile_options(nodo_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+  foreach(flag -Wl,-z,relro -Wl,-z,now)
+    string(MAKE_C_IDENTIFIER "HAS${flag}" result)
+    check_linker_flag(CXX ${flag} ${result})
+    if(${result})
+      target_link_options(nodo_options INTERFACE ${flag})
+    endif()
+  endforeach()
+endif()
+
+# Programs start faster, and run on more machines, with the C++ runtime inside.
+add_library(nodo_program_options INTERFACE)
+if(NOT NODO_SANITIZE AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  target_link_options(nodo_program_options INTERFACE -static-libstdc++ -static-libgcc)
+endif()
+if(NOT NODO_SANITIZE)
+  target_link_options(nodo_program_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
+endif()

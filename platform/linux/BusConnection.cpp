@@ -1,0 +1,107 @@
+#include <platform/linux/BusConnection.h>
+#include <platform/linux/BusError.h>
+#include <platform/linux/SdBusLibrary.h>
+
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+class CallError {
+ public:
+  CallError() = default;
+  CallError(const CallError&) = delete;
+  CallError& operator=(const CallError&) = delete;
+
+  ~CallError() { SdBusLibrary::shared().error_free(&error_); }
+
+  sd_bus_error* get() { return &error_; }
+
+  std::string text(int result) const {
+    return error_.message != nullptr ? error_.message : std::strerror(-result);
+  }
+
+ private:
+  sd_bus_error error_ = SD_BUS_ERROR_NULL;
+};
+
+std::uint64_t microseconds(std::chrono::steady_clock::duration duration) {
+  const auto count = std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
+  return count > 0 ? static_cast<std::uint64_t>(count) : 0;
+}
+
+// Signing in needs a few exchanges, which the library would otherwise do without a time limit.
+void waitUntilReady(sd_bus* bus, std::chrono::milliseconds timeLimit) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const auto deadline = std::chrono::steady_clock::now() + timeLimit;
+  for (;;) {
+    const int ready = library.is_ready(bus);
+    checkBus(ready, "connect to the system bus");
+    if (ready > 0) {
+      return;
+    }
+    const int processed = library.process(bus, nullptr);
+    checkBus(processed, "connect to the system bus");
+    if (processed > 0) {
+      continue;
+    }
+    const std::uint64_t left = microseconds(deadline - std::chrono::steady_clock::now());
+    if (left == 0) {
+      throw BusError("the system bus does not answer");
+    }
+    checkBus(library.wait(bus, left), "connect to the system bus");
+  }
+}
+
+}  // namespace
+
+void BusMessageDeleter::operator()(sd_bus_message* message) const {
+  SdBusLibrary::shared().message_unref(message);
+}
+
+void BusCloser::operator()(sd_bus* bus) const { SdBusLibrary::shared().flush_close_unref(bus); }
+
+void checkBus(int result, const std::string& action) {
+  if (result < 0) {
+    throw BusError("cannot " + action + ": " + std::strerror(-result));
+  }
+}
+
+BusConnection::BusConnection(std::unique_ptr<sd_bus, BusCloser> bus,
+                             std::chrono::milliseconds timeLimit)
+    : bus_(std::move(bus)), timeLimit_(timeLimit) {}
+
+BusConnection BusConnection::openSystem(std::chrono::milliseconds timeLimit) {
+  sd_bus* opened = nullptr;
+  checkBus(SdBusLibrary::shared().open_system(&opened), "connect to the system bus");
+  std::unique_ptr<sd_bus, BusCloser> bus(opened);
+  waitUntilReady(bus.get(), timeLimit);
+  return {std::move(bus), timeLimit};
+}
+
+BusMessage BusConnection::newCall(const std::string& service, const std::string& path,
+                                  const std::string& interface, const std::string& member) const {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  sd_bus_message* made = nullptr;
+  checkBus(library.message_new_method_call(bus_.get(), &made, service.c_str(), path.c_str(),
+                                           interface.c_str(), member.c_str()),
+           "make a call of " + member);
+  BusMessage call(made);
+  checkBus(library.message_set_auto_start(call.get(), 0), "make a call of " + member);
+  return call;
+}
+
+BusMessage BusConnection::send(const BusMessage& call) const {
+  CallError error;
+  sd_bus_message* reply = nullptr;
+  const int result = SdBusLibrary::shared().call(bus_.get(), call.get(), microseconds(timeLimit_),
+                                                 error.get(), &reply);
+  if (result < 0) {
+    throw BusError(error.text(result));
+  }
+  return BusMessage(reply);
+}
+
+}  // namespace nodo

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace nodo {
+
+/// The bus, or a service on it, could not be reached or did not answer as it should. The text says
+/// which and why.
+class BusError : public std::runtime_error {
+ public:
+  explicit BusError(const std::string& message) : std::runtime_error(message) {}
+};
+
+}  // namespace nodo

@@ -1,0 +1,46 @@
+#include <platform/HostMachine.h>
+#include <platform/linux/BusError.h>
+#include <platform/linux/LinuxSystemSnapshotProvider.h>
+#include <platform/linux/Logind.h>
+#include <platform/linux/LogindDiagnostics.h>
+#include <platform/linux/ProcProcessListing.h>
+
+namespace nodo {
+namespace {
+
+// A person and an agent's hook both wait for the answer.
+constexpr std::chrono::milliseconds logindTimeLimit(500);
+
+std::optional<bool> readLid(Logind& logind) {
+  try {
+    return logind.isLidClosed();
+  } catch (const BusError&) {
+    return std::nullopt;  // no logind, so nobody who could tell
+  }
+}
+
+SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
+  try {
+    const auto inhibitors = logind.inhibitors();
+    return {.report = logindDiagnostics(inhibitors, logind.blockInhibited(), now),
+            .hint = std::nullopt};
+  } catch (const BusError& error) {
+    SleepDiagnosticsReading reading;
+    reading.report.generatedAt = now;
+    reading.hint = std::string("systemd-logind cannot be asked (") + error.what() +
+                   "), so nothing is known about what blocks sleep";
+    return reading;
+  }
+}
+
+}  // namespace
+
+HostMachine hostMachine() {
+  const auto logind = std::make_shared<Logind>(logindTimeLimit);
+  return {.processListing = std::make_shared<ProcProcessListing>(),
+          .snapshotProvider = std::make_shared<LinuxSystemSnapshotProvider>(
+              [logind] { return readLid(*logind); }),
+          .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); }};
+}
+
+}  // namespace nodo

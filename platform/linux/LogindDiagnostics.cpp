@@ -1,0 +1,68 @@
+#include <platform/linux/LogindDiagnostics.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace nodo {
+namespace {
+
+// The kinds of inhibition that logind knows.
+constexpr std::array<std::string_view, 8> kinds{"sleep",
+                                                "idle",
+                                                "shutdown",
+                                                "handle-lid-switch",
+                                                "handle-power-key",
+                                                "handle-suspend-key",
+                                                "handle-hibernate-key",
+                                                "handle-reboot-key"};
+
+bool holdsUp(std::string_view what, std::string_view kind) {
+  while (!what.empty()) {
+    const auto colon = what.find(':');
+    if (what.substr(0, colon) == kind) {
+      return true;
+    }
+    what.remove_prefix(colon == std::string_view::npos ? what.size() : colon + 1);
+  }
+  return false;
+}
+
+SleepBlocker blockerFrom(const Inhibitor& inhibitor) {
+  const bool blocksSleep = inhibitor.mode == "block" && (holdsUp(inhibitor.what, "sleep") ||
+                                                         holdsUp(inhibitor.what, "idle"));
+  return {.pid = inhibitor.pid,
+          .processName = inhibitor.who,
+          .duration = "",
+          .assertionType = inhibitor.what,
+          .assertionName = inhibitor.why,
+          .scope = blocksSleep ? SleepBlockerScope::systemSleep : SleepBlockerScope::other,
+          .rawLine = fmt::format("pid {}({}): uid {} {} {} named: \"{}\"", inhibitor.pid,
+                                 inhibitor.who, inhibitor.uid, inhibitor.mode, inhibitor.what,
+                                 inhibitor.why)};
+}
+
+bool isSleepLock(const Inhibitor& inhibitor) {
+  return inhibitor.who == "nodo" && inhibitor.uid == 0 && inhibitor.mode == "block" &&
+         holdsUp(inhibitor.what, "sleep") && holdsUp(inhibitor.what, "handle-lid-switch");
+}
+
+}  // namespace
+
+SleepDiagnosticsReport logindDiagnostics(const std::vector<Inhibitor>& inhibitors,
+                                         const std::string& blockInhibited, Date generatedAt) {
+  SleepDiagnosticsReport report;
+  report.generatedAt = generatedAt;
+  report.sleepDisabled = std::any_of(inhibitors.begin(), inhibitors.end(), isSleepLock);
+  for (const std::string_view kind : kinds) {
+    report.assertionStatuses.emplace(kind, holdsUp(blockInhibited, kind));
+  }
+  for (const Inhibitor& inhibitor : inhibitors) {
+    report.blockers.push_back(blockerFrom(inhibitor));
+  }
+  return report;
+}
+
+}  // namespace nodo

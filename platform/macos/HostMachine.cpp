@@ -1,0 +1,19 @@
+#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
+#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
+#include <NODOCore/sensing/PSProcessListing.h>
+#include <platform/HostMachine.h>
+
+namespace nodo {
+
+HostMachine hostMachine() {
+  const auto runner = std::make_shared<ProcessCommandRunner>();
+  const SleepDiagnosticsInspector inspector{runner};
+  return {.processListing = std::make_shared<PSProcessListing>(),
+          .snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(runner),
+          .sleepDiagnostics = [inspector](Date now) {
+            return SleepDiagnosticsReading{.report = inspector.report(now), .hint = std::nullopt};
+          }};
+}
+
+}  // namespace nodo

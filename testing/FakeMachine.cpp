@@ -1,0 +1,41 @@
+#include <NODOCore/state/NODOError.h>
+#include <testing/FakeMachine.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace nodo::testing {
+
+std::vector<RunningProcess> FakeMachine::listProcesses() const {
+  if (listingFails) {
+    throw NODOError::processListingFailed("broken");
+  }
+  return processes;
+}
+
+SystemSnapshot FakeMachine::snapshot(Date now) const {
+  if (snapshotFails) {
+    throw std::system_error(ENOENT, std::generic_category(), "Unable to run fake");
+  }
+  return {.now = now,
+          .powerSource = powerSource,
+          .batteryPercent = batteryPercent,
+          .defaultRouteAvailable = defaultRouteAvailable,
+          .lidClosed = lidClosed};
+}
+
+void FakeMachine::startAgent(std::int32_t pid) {
+  processes.push_back({.pid = pid, .ppid = 1, .executable = "claude", .command = "claude"});
+}
+
+NODOController controllerFor(const std::shared_ptr<FakeMachine>& machine, StateStore store,
+                             const SafetyPolicy& policy) {
+  return {.store = std::move(store),
+          .detector = {},
+          .processListing = machine,
+          .snapshotProvider = machine,
+          .decisionEngine = {policy}};
+}
+
+}  // namespace nodo::testing

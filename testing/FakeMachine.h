@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <NODOCore/control/NODOController.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/SystemSnapshotProviding.h>
+
+namespace nodo::testing {
+
+/// The senses of a machine that a test sets as it likes, with a switch to make them fail. Not
+/// thread-safe.
+class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
+ public:
+  std::vector<RunningProcess> processes;
+  PowerSource powerSource = PowerSource::ac;
+  std::optional<std::int64_t> batteryPercent;
+  std::optional<bool> defaultRouteAvailable = true;
+  std::optional<bool> lidClosed;
+  bool listingFails = false;   ///< NODOError::processListingFailed("broken")
+  bool snapshotFails = false;  ///< std::system_error, ENOENT
+
+  std::vector<RunningProcess> listProcesses() const override;
+  SystemSnapshot snapshot(Date now) const override;
+
+  /// Adds a running Claude Code.
+  void startAgent(std::int32_t pid);
+};
+
+/// A controller over `store` that looks at `machine`.
+NODOController controllerFor(const std::shared_ptr<FakeMachine>& machine, StateStore store,
+                             const SafetyPolicy& policy);
+
+}  // namespace nodo::testing

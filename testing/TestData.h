@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+#include <NODOCore/base/JSONValue.h>
+
+namespace nodo::testing {
+
+/// The content of a file below tests/data. Throws when there is none.
+std::string testDataText(const std::string& name);
+
+/// The same, read as JSON.
+JSONValue testData(const std::string& name);
+
+}  // namespace nodo::testing

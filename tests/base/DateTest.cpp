@@ -1,0 +1,103 @@
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/JSONCoding.h>
+#include <testing/TestData.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace nodo {
+namespace {
+
+using testing::testData;
+
+double seconds(const JSONValue& value) { return std::stod(value.number()->digits); }
+
+TEST(DateTest, IsWrittenWithTheFloorOfItsSeconds) {
+  const JSONValue rows = testData("vectors/iso8601_write.json");
+  ASSERT_FALSE(rows.array()->empty());
+  for (const JSONValue& row : *rows.array()) {
+    const Date date = dateFromSeconds(seconds(*row.member("seconds")));
+    EXPECT_EQ(iso8601Text(date), *row.member("json")->text())
+        << "for " << row.member("seconds")->number()->digits;
+  }
+}
+
+TEST(DateTest, IsReadInUTCAndWithNumericOffsets) {
+  const struct {
+    const char* text;
+    double seconds;
+  } cases[] = {
+      {"1970-01-01T00:00:00Z", 0},
+      {"2026-01-31T08:15:00Z", 1769847300},
+      {"2026-01-31T09:15:00+01:00", 1769847300},
+      {"2026-01-31T09:15:00+0100", 1769847300},
+      {"2026-01-30T22:45:00-09:30", 1769847300},
+      {"1969-12-31T23:59:59Z", -1},
+      {"2024-02-29T00:00:00Z", 1709164800},
+      {"1582-10-15T00:00:00Z", -12219292800},
+      {"1582-10-04T23:59:59Z", -12219292801},
+      {"1500-02-29T00:00:00Z", -14825894400},
+      {"0001-01-03T00:00:00Z", -62135596800},
+      {"9999-12-31T23:59:59Z", 253402300799},
+  };
+  for (const auto& each : cases) {
+    const auto date = dateFromISO8601(each.text);
+    ASSERT_TRUE(date) << each.text;
+    EXPECT_EQ(secondsSince1970(*date), each.seconds) << each.text;
+  }
+}
+
+TEST(DateTest, AnythingElseIsNoDate) {
+  for (const char* text :
+       {"", "2026-01-31", "2026-01-31T08:15:00", "2026-01-31 08:15:00Z", "2026-01-31T08:15:00.5Z",
+        "2026-01-31T08:15Z", "2026-02-29T00:00:00Z", "2026-13-01T00:00:00Z",
+        "2026-00-10T00:00:00Z", "2026-01-00T00:00:00Z", "2026-01-31T24:00:00Z",
+        "2026-01-31T08:60:00Z", "2026-01-31T08:15:60Z", "2026-01-31T08:15:00z",
+        "2026-01-31T08:15:00+24:00", "2026-01-31T08:15:00+01:60", "2026-01-31T08:15:00+1:00",
+        "2026-01-31T08:15:00+01", "1582-10-10T00:00:00Z", "02026-01-31T08:15:00Z",
+        "-0000-01-31T08:15:00Z", "99999999999-01-01T00:00:00Z", "1900-02-29T00:00:00Z", "2026-01-31T08:15:00ZZ", " 2026-01-31T08:15:00Z",
+        "2026-1-31T08:15:00Z", "+026-01-31T08:15:00Z", "20260131T081500Z", "1769847300"}) {
+    EXPECT_FALSE(dateFromISO8601(text)) << '"' << text << '"';
+  }
+}
+
+TEST(DateTest, EveryTextThatIsWrittenCanBeRead) {
+  for (const double seconds :
+       {0.0, -1.0, 1769847300.0, -12219292800.0, -12219292801.0, -62135596800.0, -62167392000.0,
+        -62167392001.0, -70000000000.0, 253402300800.0, 1000000000000.0}) {
+    const auto read = dateFromISO8601(iso8601Text(dateFromSeconds(seconds)));
+    ASSERT_TRUE(read) << iso8601Text(dateFromSeconds(seconds));
+    EXPECT_EQ(secondsSince1970(*read), seconds);
+  }
+}
+
+TEST(DateTest, EveryDayOfEightCenturiesFollowsTheOneBefore) {
+  for (std::int64_t day = -200000; day < 100000; ++day) {
+    const auto text = iso8601Text(dateFromSeconds(static_cast<double>(day) * 86400));
+    const auto read = dateFromISO8601(text);
+    ASSERT_TRUE(read) << text;
+    ASSERT_EQ(secondsSince1970(*read), static_cast<double>(day) * 86400) << text;
+  }
+}
+
+TEST(DateTest, WholeSecondsAreRoundedDown) {
+  EXPECT_EQ(wholeSeconds(Seconds(90.9)), 90);
+  EXPECT_EQ(wholeSeconds(Seconds(-0.1)), -1);
+  EXPECT_EQ(wholeSeconds(Seconds(0)), 0);
+  EXPECT_EQ(wholeSeconds(Seconds(-9223372036854775808.0)),
+            std::numeric_limits<std::int64_t>::min());
+}
+
+TEST(DateDeathTest, ALengthThatIsNoNumberOfSecondsStopsTheProcess) {
+  for (const double length : {std::nan(""), std::numeric_limits<double>::infinity(),
+                              9223372036854775808.0, -9223372036854777856.0}) {
+    EXPECT_DEATH(wholeSeconds(Seconds(length)), "programming fault: a length of time") << length;
+  }
+}
+
+}  // namespace
+}  // namespace nodo
