@@ -28,6 +28,7 @@
 #include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/power/PowerOperationResult.h>
 #include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/presentation/DurationText.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/sensing/AgentProcess.h>
 #include <NODOCore/sensing/MacSystemSnapshotProvider.h>

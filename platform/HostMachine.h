@@ -1,18 +1,19 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-
 #include <NODOCore/base/Date.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshotProviding.h>
 
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
 namespace nodo {
 
-/// A report on what affects sleep and, where the system had nothing to say, what to tell the person.
+/// A report on what affects sleep and, where the system had nothing to say, what to tell the
+/// person.
 struct SleepDiagnosticsReading {
   SleepDiagnosticsReport report;
   std::optional<std::string> hint;

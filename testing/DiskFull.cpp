@@ -4,6 +4,7 @@ namespace nodo::testing {
 
 DiskFull::DiskFull() {
   struct sigaction ignore {};
+
   ignore.sa_handler = SIG_IGN;  // NOLINT(cppcoreguidelines-pro-type-cstyle-cast): the C library's
   ::sigaction(SIGXFSZ, &ignore, &oldAction_);
   ::getrlimit(RLIMIT_FSIZE, &oldLimit_);

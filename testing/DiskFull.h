@@ -16,6 +16,7 @@ class DiskFull {
 
  private:
   rlimit oldLimit_{};
+
   struct sigaction oldAction_ {};
 };
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <vector>
-
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshotProviding.h>
+
+#include <memory>
+#include <optional>
+#include <vector>
 
 namespace nodo::testing {
 

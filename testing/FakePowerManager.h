@@ -1,10 +1,10 @@
 #pragma once
 
+#include <NODOCore/power/PowerManaging.h>
+
 #include <cstdint>
 #include <functional>
 #include <vector>
-
-#include <NODOCore/power/PowerManaging.h>
 
 namespace nodo::testing {
 

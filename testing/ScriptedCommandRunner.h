@@ -1,16 +1,16 @@
 #pragma once
 
+#include <NODOCore/power/CommandRunning.h>
+
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-#include <NODOCore/power/CommandRunning.h>
-
 namespace nodo::testing {
 
-/// Answers command lines with what a test has laid down, and remembers which were run. A command line
-/// without an answer prints nothing and exits 0. Not thread-safe.
+/// Answers command lines with what a test has laid down, and remembers which were run. A command
+/// line without an answer prints nothing and exits 0. Not thread-safe.
 class ScriptedCommandRunner : public CommandRunning {
  public:
   /// The answer to "executable argument argument".

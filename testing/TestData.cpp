@@ -15,6 +15,8 @@ std::string testDataText(const std::string& name) {
   return *content;
 }
 
-JSONValue testData(const std::string& name) { return JSONValue::parse(testDataText(name)); }
+JSONValue testData(const std::string& name) {
+  return JSONValue::parse(testDataText(name));
+}
 
 }  // namespace nodo::testing

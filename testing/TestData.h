@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include <NODOCore/base/JSONValue.h>
+
+#include <string>
 
 namespace nodo::testing {
 

@@ -5,8 +5,8 @@
 namespace nodo {
 namespace {
 
-// Both calendars repeat after a cycle of whole days. Years are taken to begin on 1 March, so that the
-// leap day is the last of its year; day 0 of the first cycle is 1 March of the year 0.
+// Both calendars repeat after a cycle of whole days. Years are taken to begin on 1 March, so that
+// the leap day is the last of its year; day 0 of the first cycle is 1 March of the year 0.
 struct CalendarRules {
   std::int64_t yearsPerCycle;
   std::int64_t daysPerCycle;

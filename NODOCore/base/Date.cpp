@@ -1,5 +1,5 @@
-#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Calendar.h>
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/ProgrammingFault.h>
 
 #include <algorithm>
@@ -96,8 +96,8 @@ std::int64_t wholeSeconds(Seconds length) {
 }
 
 std::string iso8601Text(Date date) {
-  // The platform counts from 2001, where doubles are spaced differently; rounding down there gives the
-  // same second for a date within a hair of the next one.
+  // The platform counts from 2001, where doubles are spaced differently; rounding down there gives
+  // the same second for a date within a hair of the next one.
   constexpr std::int64_t secondsTo2001 = 978307200;
   const Seconds since2001 = date.time_since_epoch() - Seconds(secondsTo2001);
   const std::int64_t total = wholeSeconds(since2001) + secondsTo2001;

@@ -15,10 +15,14 @@ using Seconds = std::chrono::duration<double>;
 using Date = std::chrono::sys_time<Seconds>;
 
 /// The instant that lies `seconds` after (or, when negative, before) 1970-01-01 00:00 UTC.
-constexpr Date dateFromSeconds(double seconds) { return Date(Seconds(seconds)); }
+constexpr Date dateFromSeconds(double seconds) {
+  return Date(Seconds(seconds));
+}
 
 /// Seconds since 1970-01-01 00:00 UTC.
-constexpr double secondsSince1970(Date date) { return date.time_since_epoch().count(); }
+constexpr double secondsSince1970(Date date) {
+  return date.time_since_epoch().count();
+}
 
 /// The system's civil time. The library's one look at the clock: decisions take the time as an
 /// argument, and only a missing file or key is dated with this.
@@ -29,8 +33,9 @@ Date currentDate();
 std::int64_t wholeSeconds(Seconds length);
 
 /// `date` as ISO 8601 text in UTC with whole seconds (rounded towards minus infinity, also before
-/// 1970), e.g. "2026-01-31T08:15:00Z". Days before 15 October 1582 are those of the Julian calendar, as
-/// in the platform's own formatter, whose files these are; years beyond 9999 take more digits.
+/// 1970), e.g. "2026-01-31T08:15:00Z". Days before 15 October 1582 are those of the Julian
+/// calendar, as in the platform's own formatter, whose files these are; years beyond 9999 take more
+/// digits.
 std::string iso8601Text(Date date);
 
 /// Reads ISO 8601 text with whole seconds: "2026-01-31T08:15:00" followed by "Z" or an offset such

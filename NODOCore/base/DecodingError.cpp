@@ -6,7 +6,7 @@ namespace nodo {
 
 DecodingError::DecodingError(std::string path, std::string expected, std::string found)
     : path_(std::move(path)),
-      message_((path_.empty() ? std::string() : path_ + ": ") + "expected " + expected + ", found " +
-               found) {}
+      message_((path_.empty() ? std::string() : path_ + ": ") + "expected " + expected +
+               ", found " + found) {}
 
 }  // namespace nodo

@@ -5,7 +5,8 @@
 
 namespace nodo {
 
-/// A document that could not be decoded: where in it, what was expected there, and what stood there.
+/// A document that could not be decoded: where in it, what was expected there, and what stood
+/// there.
 class DecodingError : public std::exception {
  public:
   /// `path`: the keys that lead to the place, e.g. "lastRequester.requestedAt"; empty for the

@@ -17,7 +17,9 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
   return *this;
 }
 
-int FileDescriptor::release() { return std::exchange(descriptor_, -1); }
+int FileDescriptor::release() {
+  return std::exchange(descriptor_, -1);
+}
 
 void FileDescriptor::reset() {
   if (descriptor_ >= 0) {

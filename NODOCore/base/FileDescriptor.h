@@ -8,11 +8,15 @@ namespace nodo {
 class FileDescriptor {
  public:
   FileDescriptor() = default;
+
   explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+
   FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
+
   FileDescriptor& operator=(FileDescriptor&& other) noexcept;
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
+
   ~FileDescriptor() { reset(); }
 
   int get() const { return descriptor_; }

@@ -6,8 +6,9 @@
 #include <random>
 #include <system_error>
 
-#include <fcntl.h>
 #include <fmt/format.h>
+
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,12 +29,13 @@ bool isLocked(int descriptor) {
 
 bool isNamed(int descriptor) {
   struct stat status {};
+
   return ::fstat(descriptor, &status) == 0 && status.st_nlink > 0;
 }
 
 // Removes the temporary files of processes that were killed while they wrote. A living writer holds
-// a lock on its own, so neither its name nor its age has to be guessed at. Failing to tidy up is not
-// the caller's failure: the next call tries again.
+// a lock on its own, so neither its name nor its age has to be guessed at. Failing to tidy up is
+// not the caller's failure: the next call tries again.
 void removeAbandoned(const fs::path& path) {
   const std::string prefix = temporaryPrefix(path);
   std::error_code ignored;
@@ -55,8 +57,8 @@ class TemporaryFile {
  public:
   explicit TemporaryFile(const fs::path& target) : target_(target) {
     std::random_device random;
-    // Another process that tidies up may take the new file for an abandoned one in the instant before
-    // it is locked; then the next name is tried.
+    // Another process that tidies up may take the new file for an abandoned one in the instant
+    // before it is locked; then the next name is tried.
     while (!file_) {
       const auto number = (std::uint64_t{random()} << 32U) | random();
       path_ = target.parent_path() / fmt::format("{}{:016x}", temporaryPrefix(target), number);
@@ -139,7 +141,9 @@ std::optional<std::string> readFile(const fs::path& path) {
     }
     throwErrno("Unable to read", path.string());
   }
+
   struct stat status {};
+
   if (::fstat(file.get(), &status) != 0) {
     throwErrno("Unable to read", path.string());
   }
@@ -154,7 +158,9 @@ std::optional<std::string> readFile(const fs::path& path) {
 void replaceFile(const fs::path& path, std::string_view content) {
   const fs::path target = fs::absolute(path);
   removeAbandoned(target);
+
   struct stat old {};
+
   const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
   TemporaryFile temporary(target);
   if (exists) {

@@ -18,12 +18,12 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 /// to disk, renamed over the old one, and the folder synced.
 ///
 /// An existing file's mode is kept, and its owner when this process may give files away (root); a
-/// new one gets the process's default mode. A symbolic link at `path` is itself replaced: privileged
-/// programs must not be led elsewhere by a planted link.
+/// new one gets the process's default mode. A symbolic link at `path` is itself replaced:
+/// privileged programs must not be led elsewhere by a planted link.
 ///
 /// Throws std::system_error, with the path in its text; the old file is then as it was and no
-/// temporary file is left. One that a killed process left behind is removed by the next call for the
-/// same path. Two processes may race: one of the two contents wins, whole.
+/// temporary file is left. One that a killed process left behind is removed by the next call for
+/// the same path. Two processes may race: one of the two contents wins, whole.
 void replaceFile(const std::filesystem::path& path, std::string_view content);
 
 }  // namespace nodo

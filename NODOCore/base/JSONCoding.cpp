@@ -27,15 +27,25 @@ void JSONReader::failMissing(std::string_view key, std::string expected) const {
   throw DecodingError(child(absent, std::string(key)).path(), std::move(expected), "nothing");
 }
 
-JSONValue encode(bool value) { return JSONValue(value); }
+JSONValue encode(bool value) {
+  return JSONValue(value);
+}
 
-JSONValue encode(std::int32_t value) { return JSONValue(std::int64_t{value}); }
+JSONValue encode(std::int32_t value) {
+  return JSONValue(std::int64_t{value});
+}
 
-JSONValue encode(std::int64_t value) { return JSONValue(value); }
+JSONValue encode(std::int64_t value) {
+  return JSONValue(value);
+}
 
-JSONValue encode(const std::string& value) { return JSONValue(value); }
+JSONValue encode(const std::string& value) {
+  return JSONValue(value);
+}
 
-JSONValue encode(Date value) { return JSONValue(iso8601Text(value)); }
+JSONValue encode(Date value) {
+  return JSONValue(iso8601Text(value));
+}
 
 void decode(const JSONReader& from, bool& value) {
   const bool* boolean = from.value().boolean();

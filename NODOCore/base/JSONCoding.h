@@ -1,5 +1,9 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/TextEnum.h>
+
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -7,10 +11,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <NODOCore/base/Date.h>
-#include <NODOCore/base/JSONValue.h>
-#include <NODOCore/base/TextEnum.h>
 
 /// Records to JSON and back.
 ///
@@ -25,8 +25,8 @@
 /// and defines `JSONValue encode(const Record&)` and `void decode(const JSONReader&, Record&)` with
 /// an ObjectEncoder and an ObjectDecoder that are handed to `describe`.
 ///
-/// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole number, 1.5
-/// and true are not) and forgiving in unknown keys. Every failure is a DecodingError.
+/// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole
+/// number, 1.5 and true are not) and forgiving in unknown keys. Every failure is a DecodingError.
 namespace nodo {
 
 /// A value of a document that is being decoded, together with the keys that lead to it.
@@ -142,7 +142,8 @@ class ObjectEncoder {
     object_.emplace_back(key, encode(value));
   }
 
-  /// A field that is always written and keeps its present value when it is missing or null on reading.
+  /// A field that is always written and keeps its present value when it is missing or null on
+  /// reading.
   template <class Value>
   void defaulted(std::string_view key, const Value& value) {
     required(key, value);

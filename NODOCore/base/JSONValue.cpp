@@ -10,8 +10,8 @@
 namespace nodo {
 namespace {
 
-// Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so only
-// the tree's depth has to be bounded.
+// Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so
+// only the tree's depth has to be bounded.
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
  public:
   explicit TreeBuilder(std::string_view text) : text_(text) {}
@@ -68,9 +68,9 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
     std::string_view reason(error.what());
     const auto dash = reason.find(" - ");
     reason = dash == std::string_view::npos ? "a number out of range" : reason.substr(dash + 3);
-    throw DecodingError("", "JSON",
-                        fmt::format("an error at line {}, column {}: {}", line, column,
-                                    escapedForDisplay(reason)));
+    throw DecodingError(
+        "", "JSON",
+        fmt::format("an error at line {}, column {}: {}", line, column, escapedForDisplay(reason)));
   }
 
  private:
@@ -156,8 +156,9 @@ class Writer {
       members.push_back(&member);
     }
     if (layout_ == JSONLayout::prettySorted) {
-      std::stable_sort(members.begin(), members.end(),
-                       [](const auto* left, const auto* right) { return left->first < right->first; });
+      std::stable_sort(members.begin(), members.end(), [](const auto* left, const auto* right) {
+        return left->first < right->first;
+      });
     }
     text_ += '{';
     const char* separator = "";

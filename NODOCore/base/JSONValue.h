@@ -34,11 +34,17 @@ class JSONValue {
   static constexpr std::size_t maximumDepth = 512;
 
   JSONValue() = default;
+
   explicit JSONValue(bool value) : content_(value) {}
+
   explicit JSONValue(std::int64_t value) : content_(Number{std::to_string(value)}) {}
+
   explicit JSONValue(Number value) : content_(std::move(value)) {}
+
   explicit JSONValue(std::string value) : content_(std::move(value)) {}
+
   explicit JSONValue(Array value) : content_(std::move(value)) {}
+
   explicit JSONValue(Object value) : content_(std::move(value)) {}
 
   /// Reads one JSON document (RFC 8259, UTF-8).

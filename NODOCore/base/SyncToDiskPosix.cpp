@@ -4,6 +4,8 @@
 
 namespace nodo {
 
-int syncToDisk(int descriptor) { return ::fsync(descriptor); }
+int syncToDisk(int descriptor) {
+  return ::fsync(descriptor);
+}
 
 }  // namespace nodo

@@ -26,9 +26,9 @@ CodePoint firstCodePoint(std::string_view text) {
     return {first, 1, true};
   }
   utf8proc_int32_t value = -1;
-  const auto length =
-      utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                       static_cast<utf8proc_ssize_t>(std::min<std::size_t>(text.size(), 4)), &value);
+  const auto length = utf8proc_iterate(
+      reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+      static_cast<utf8proc_ssize_t>(std::min<std::size_t>(text.size(), 4)), &value);
   if (length <= 0) {
     return {};
   }
@@ -68,7 +68,8 @@ bool standsAlone(std::string_view text, std::size_t offset, std::size_t length) 
   return isBoundaryBesideASCII(text, offset) && isBoundaryBesideASCII(text, offset + length);
 }
 
-// Calls `visit(offset)` for each character with the offset of its first byte, until it returns false.
+// Calls `visit(offset)` for each character with the offset of its first byte, until it returns
+// false.
 template <class Visit>
 void forEachCharacter(std::string_view text, Visit visit) {
   utf8proc_int32_t state = 0;
@@ -76,8 +77,7 @@ void forEachCharacter(std::string_view text, Visit visit) {
   for (std::size_t offset = 0; offset < text.size();) {
     const CodePoint point = firstCodePoint(text.substr(offset));
     const auto current = static_cast<utf8proc_int32_t>(point.value);
-    const bool begins =
-        previous < 0 || utf8proc_grapheme_break_stateful(previous, current, &state);
+    const bool begins = previous < 0 || utf8proc_grapheme_break_stateful(previous, current, &state);
     if (begins && !visit(offset)) {
       return;
     }
@@ -96,7 +96,9 @@ bool isNewline(char32_t point) {
   return (point >= 0xA && point <= 0xD) || point == 0x85 || point == 0x2028 || point == 0x2029;
 }
 
-bool isBlankOrTab(char32_t point) { return point == ' ' || point == '\t'; }
+bool isBlankOrTab(char32_t point) {
+  return point == ' ' || point == '\t';
+}
 
 // What a terminal would act on, or what would make one line look like another.
 bool needsEscape(char32_t point) {
@@ -241,7 +243,8 @@ bool contains(std::string_view text, std::string_view needle) {
   std::size_t from = 0;
   while (from + needle.size() <= text.size()) {
     // memmem is several times faster than string_view::find on long command lines.
-    const void* found = memmem(text.data() + from, text.size() - from, needle.data(), needle.size());
+    const void* found =
+        memmem(text.data() + from, text.size() - from, needle.data(), needle.size());
     if (found == nullptr) {
       return false;
     }
@@ -267,7 +270,9 @@ std::string_view trimmed(std::string_view text) {
   return trimmedWhere(text, isWhiteSpaceOrNewline);
 }
 
-std::string_view trimmedBlanks(std::string_view text) { return trimmedWhere(text, isBlankOrTab); }
+std::string_view trimmedBlanks(std::string_view text) {
+  return trimmedWhere(text, isBlankOrTab);
+}
 
 std::vector<std::string_view> splitAtLineFeeds(std::string_view text) {
   return splitWhere(text, [text](char32_t point, std::size_t offset) {

@@ -49,25 +49,25 @@ std::string_view trimmed(std::string_view text);
 /// `text` without the blanks and tabs around it.
 std::string_view trimmedBlanks(std::string_view text);
 
-/// The pieces of `text` between line feeds, empty ones dropped. Only a line feed that is a character
-/// by itself separates: CR LF is another character, and stays in its piece.
+/// The pieces of `text` between line feeds, empty ones dropped. Only a line feed that is a
+/// character by itself separates: CR LF is another character, and stays in its piece.
 std::vector<std::string_view> splitAtLineFeeds(std::string_view text);
 
-/// The pieces of `text` between newline characters of any kind (LF, CR, CR LF, VT, FF, NEL, LS, PS),
-/// empty ones dropped.
+/// The pieces of `text` between newline characters of any kind (LF, CR, CR LF, VT, FF, NEL, LS,
+/// PS), empty ones dropped.
 std::vector<std::string_view> splitLines(std::string_view text);
 
 /// The pieces of `line` between blanks and tabs, empty ones dropped.
 std::vector<std::string_view> splitFields(std::string_view line);
 
 /// Takes the next field off the front of `line`: skips blanks (only blanks, a tab is text), returns
-/// the text up to the following blank, and leaves in `line` what comes after that one blank. Nothing
-/// when only blanks are left.
+/// the text up to the following blank, and leaves in `line` what comes after that one blank.
+/// Nothing when only blanks are left.
 std::optional<std::string_view> takeField(std::string_view& line);
 
 /// `text` fit for a terminal: control characters (C0, DEL, C1, and the bidirectional and line
-/// separators that can reorder or split a line) as visible escapes such as "\n" or "\u{1b}", invalid
-/// UTF-8 as U+FFFD.
+/// separators that can reorder or split a line) as visible escapes such as "\n" or "\u{1b}",
+/// invalid UTF-8 as U+FFFD.
 std::string escapedForDisplay(std::string_view text);
 
 /// The value of decimal text: at most one "+" or "-", then at least one ASCII digit and nothing

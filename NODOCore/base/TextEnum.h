@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/ProgrammingFault.h>
+
 #include <array>
 #include <optional>
 #include <string_view>
 #include <vector>
-
-#include <NODOCore/base/ProgrammingFault.h>
 
 namespace nodo {
 
@@ -23,7 +23,9 @@ struct EnumTexts;
 
 /// An enumeration whose cases have texts.
 template <class Enum>
-concept TextEnum = requires { EnumTexts<Enum>::cases.size(); };
+concept TextEnum = requires {
+  EnumTexts<Enum>::cases.size();
+};
 
 /// The text of a case, which is also its JSON form.
 template <TextEnum Enum>

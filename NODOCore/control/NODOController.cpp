@@ -26,7 +26,9 @@ void record(NODOState& state, const ActivationRequester& requester, Date now) {
 
 }  // namespace
 
-StatusReport NODOController::status(Date now) const { return report(store.load(), now); }
+StatusReport NODOController::status(Date now) const {
+  return report(store.load(), now);
+}
 
 StatusReport NODOController::enableManual(
     std::int64_t minutes, Date now, bool extendOnly,
@@ -95,8 +97,8 @@ StatusReport NODOController::report(const NODOState& state, std::vector<AgentPro
           .agents = std::move(agents),
           .decision = std::move(decision),
           .manualRemainingSeconds = state.manualRemainingSeconds(now),
-          .noRouteGraceRemainingSeconds = state.noRouteGraceRemainingSeconds(
-              now, decisionEngine.policy.noRouteGraceSeconds)};
+          .noRouteGraceRemainingSeconds =
+              state.noRouteGraceRemainingSeconds(now, decisionEngine.policy.noRouteGraceSeconds)};
 }
 
 }  // namespace nodo

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <vector>
-
 #include <NODOCore/base/Date.h>
 #include <NODOCore/control/DaemonRunReport.h>
 #include <NODOCore/control/PowerDecisionEngine.h>
@@ -15,15 +10,20 @@
 #include <NODOCore/sensing/SystemSnapshotProviding.h>
 #include <NODOCore/state/StateStore.h>
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
 namespace nodo {
 
 /// The one entry point through which programs read or change the keep-awake state.
 ///
 /// Every command takes the time from its caller, loads the state, looks at the machine once and
 /// answers with a report. It throws the error of the step that failed: of the state (DecodingError,
-/// std::system_error), of the process listing or of the snapshot; what is on disk is then as it was,
-/// except where a report fails after its save. Not synchronised: the daemon serves one request after
-/// another.
+/// std::system_error), of the process listing or of the snapshot; what is on disk is then as it
+/// was, except where a report fails after its save. Not synchronised: the daemon serves one request
+/// after another.
 struct NODOController {
   StateStore store;
   AgentDetector detector;
@@ -38,9 +38,10 @@ struct NODOController {
 
   /// Keeps the machine awake until `minutes` after `now`.
   ///
-  /// Without `extendOnly` the period is set, which may shorten a running one. With it (the form of the
-  /// agents' hooks) a later end stays; only the requester is recorded then. Throws
-  /// NODOError::invalidDuration below 1 minute and above the policy's maximum, before anything is read.
+  /// Without `extendOnly` the period is set, which may shorten a running one. With it (the form of
+  /// the agents' hooks) a later end stays; only the requester is recorded then. Throws
+  /// NODOError::invalidDuration below 1 minute and above the policy's maximum, before anything is
+  /// read.
   StatusReport enableManual(std::int64_t minutes, Date now, bool extendOnly,
                             const std::optional<ActivationRequester>& requester) const;
 
@@ -57,10 +58,10 @@ struct NODOController {
   /// was done, and asks for sleep after a release with the lid closed on battery.
   ///
   /// `liveSleepDisabled` is the lock as the caller read it from the machine, absent when unknown: a
-  /// lock that is on without being owned is released only when the state shows that nodo was in use.
-  /// An operation that fails (non-zero exit code) or is a dry run is recorded and changes no
-  /// ownership, so the next run tries again. An error of a power call is passed on; nothing of the run
-  /// is saved then, except that a release is saved before sleep is asked for.
+  /// lock that is on without being owned is released only when the state shows that nodo was in
+  /// use. An operation that fails (non-zero exit code) or is a dry run is recorded and changes no
+  /// ownership, so the next run tries again. An error of a power call is passed on; nothing of the
+  /// run is saved then, except that a release is saved before sleep is asked for.
   DaemonRunReport reconcile(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
                             Date now) const;
 

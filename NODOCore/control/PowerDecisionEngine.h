@@ -1,12 +1,12 @@
 #pragma once
 
-#include <vector>
-
 #include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/control/SafetyPolicy.h>
 #include <NODOCore/sensing/AgentProcess.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/NODOState.h>
+
+#include <vector>
 
 namespace nodo {
 
@@ -17,8 +17,8 @@ namespace nodo {
 struct PowerDecisionEngine {
   SafetyPolicy policy;
 
-  /// The verdict for `state` at `snapshot.now`. `agents` take no part in it: an agent that merely sits
-  /// there is no reason to stay awake.
+  /// The verdict for `state` at `snapshot.now`. `agents` take no part in it: an agent that merely
+  /// sits there is no reason to stay awake.
   PowerDecision evaluate(const NODOState& state, const std::vector<AgentProcess>& agents,
                          const SystemSnapshot& snapshot) const;
 

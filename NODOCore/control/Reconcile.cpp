@@ -9,7 +9,8 @@ namespace {
 
 constexpr std::size_t mostPowerOperations = 20;
 
-// Whether nodo was ever in use here, so that a lock which it does not remember may still be its own.
+// Whether nodo was ever in use here, so that a lock which it does not remember may still be its
+// own.
 bool showsTraceOfUse(const NODOState& state) {
   return state.manualUntil || state.lastActivationReason || state.lastRequester ||
          !state.recentRequesters.empty() || !state.triggerHistory.empty() ||
@@ -74,8 +75,8 @@ PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
   return result;
 }
 
-// With the lid closed nobody would put the machine to sleep again, and on battery it would run empty
-// in its bag.
+// With the lid closed nobody would put the machine to sleep again, and on battery it would run
+// empty in its bag.
 bool mustSleepAfterRelease(const SystemSnapshot& snapshot) {
   return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
 }
@@ -113,7 +114,8 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
     state.updatedAt = now;
     store.save(state);
   }
-  // Only now: the machine may be asleep before the request returns, and the release must not be lost.
+  // Only now: the machine may be asleep before the request returns, and the release must not be
+  // lost.
   if (isSleepDue) {
     run.operations.push_back(powerManager.requestSleepNow());
     state = store.load();

@@ -1,18 +1,19 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <vector>
-
 #include <NODOCore/base/Date.h>
 #include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/sensing/AgentProcess.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/NODOState.h>
 
+#include <cstdint>
+#include <optional>
+#include <vector>
+
 namespace nodo {
 
-/// The answer of every controller command: the state and the machine at one instant, and what follows.
+/// The answer of every controller command: the state and the machine at one instant, and what
+/// follows.
 struct StatusReport {
   Date generatedAt;
   NODOState state;  ///< with the lid and route trackers already updated for this instant

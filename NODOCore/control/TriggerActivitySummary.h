@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include <NODOCore/base/Date.h>
 #include <NODOCore/state/ActivationRequester.h>
 #include <NODOCore/state/TriggerActivityBucket.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
 
 namespace nodo {
 
@@ -16,8 +16,8 @@ struct TriggerActivitySummary {
   std::vector<std::int64_t> buckets;  ///< requests by time slot, oldest slot first
   std::int64_t hours = 1;             ///< the span, which ends at `now`
 
-  /// Spreads the span's requests (both ends included) over `bucketCount` slots of equal width. `spanHours`
-  /// and `bucketCount` below 1 are taken as 1.
+  /// Spreads the span's requests (both ends included) over `bucketCount` slots of equal width.
+  /// `spanHours` and `bucketCount` below 1 are taken as 1.
   TriggerActivitySummary(const std::vector<ActivationRequester>& requesters, Date now,
                          std::int64_t spanHours, std::int64_t bucketCount);
 

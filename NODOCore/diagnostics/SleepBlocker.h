@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/TextEnum.h>
+
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
-
-#include <NODOCore/base/TextEnum.h>
 
 namespace nodo {
 
@@ -39,7 +39,8 @@ struct SleepBlocker {
   bool operator==(const SleepBlocker&) const = default;
 };
 
-/// What a macOS assertion type blocks. Exact and case-sensitive; the assertion's name plays no part.
+/// What a macOS assertion type blocks. Exact and case-sensitive; the assertion's name plays no
+/// part.
 SleepBlockerScope sleepBlockerScope(std::string_view assertionType);
 
 JSONValue encode(const SleepBlocker& blocker);

@@ -16,11 +16,12 @@ using Lines = std::vector<std::string_view>;
 // where white space and digits are Unicode's, which RE2's own \s and \d are not.
 const RE2& blockerPattern() {
   static const std::string space =
-      "[\\x{9}-\\x{d} \\x{85}\\x{a0}\\x{1680}\\x{2000}-\\x{200a}\\x{2028}\\x{2029}\\x{202f}\\x{205f}"
+      "[\\x{9}-\\x{d} "
+      "\\x{85}\\x{a0}\\x{1680}\\x{2000}-\\x{200a}\\x{2028}\\x{2029}\\x{202f}\\x{205f}"
       "\\x{3000}]+";
   static const RE2 pattern("pid" + space + "(\\p{Nd}+)\\(([^)]+)\\):" + space + "\\[[^\\]]+\\]" +
-                           space + "([0-9:]+)" + space + "([A-Za-z0-9]+)" + space + "named:" +
-                           space + "\"([^\"]*)\"");
+                           space + "([0-9:]+)" + space + "([A-Za-z0-9]+)" + space +
+                           "named:" + space + "\"([^\"]*)\"");
   return pattern;
 }
 

@@ -33,8 +33,8 @@ class Attributes {
  public:
   Attributes() {
     ::posix_spawnattr_init(&attributes_);
-    // A daemon blocks signals to take them in its event loop, and some parents ignore SIGPIPE; a tool
-    // that inherited either could not be stopped.
+    // A daemon blocks signals to take them in its event loop, and some parents ignore SIGPIPE; a
+    // tool that inherited either could not be stopped.
     sigset_t none;
     sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&attributes_, &none);
@@ -43,8 +43,8 @@ class Attributes {
     sigaddset(&defaults, SIGPIPE);
     ::posix_spawnattr_setsigdefault(&attributes_, &defaults);
     ::posix_spawnattr_setflags(
-        &attributes_, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                         spawnIsolationFlags()));
+        &attributes_,
+        static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | spawnIsolationFlags()));
   }
 
   Attributes(const Attributes&) = delete;
@@ -110,9 +110,13 @@ ChildProcess::~ChildProcess() {
   }
 }
 
-std::string ChildProcess::readStandardOutput() { return readToEnd(standardOutput_, executable_); }
+std::string ChildProcess::readStandardOutput() {
+  return readToEnd(standardOutput_, executable_);
+}
 
-std::string ChildProcess::readStandardError() { return readToEnd(standardError_, executable_); }
+std::string ChildProcess::readStandardError() {
+  return readToEnd(standardError_, executable_);
+}
 
 std::int32_t ChildProcess::wait() {
   const pid_t pid = pid_;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <NODOCore/base/FileDescriptor.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include <NODOCore/base/FileDescriptor.h>
 
 #include <sys/types.h>
 
@@ -13,8 +13,8 @@ namespace nodo {
 /// A started child process with its standard output and standard error at the other end of a pipe
 /// each.
 ///
-/// Waits for the child when it is destroyed before `wait` was called, so that no path leaves a zombie
-/// behind. Not thread-safe; different objects may be used from different threads.
+/// Waits for the child when it is destroyed before `wait` was called, so that no path leaves a
+/// zombie behind. Not thread-safe; different objects may be used from different threads.
 class ChildProcess {
  public:
   /// Starts `executable`, directly and with this process's environment. The child begins with no

@@ -26,9 +26,9 @@ class CommandRunning {
   virtual ~CommandRunning() = default;
 
   /// Runs `executable` (an absolute path, no shell) with `arguments` and waits for its end. A
-  /// non-zero exit status is a result, not an error. Throws std::system_error when the tool cannot be
-  /// started. There is no time limit: the tools that nodo runs answer at once or not at all, and a
-  /// half-done power command is worse than a slow one.
+  /// non-zero exit status is a result, not an error. Throws std::system_error when the tool cannot
+  /// be started. There is no time limit: the tools that nodo runs answer at once or not at all, and
+  /// a half-done power command is worse than a slow one.
   virtual CommandOutput run(const std::string& executable,
                             const std::vector<std::string>& arguments) const = 0;
 };

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/power/PowerManaging.h>
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <NODOCore/power/CommandRunning.h>
-#include <NODOCore/power/PowerManaging.h>
 
 namespace nodo {
 

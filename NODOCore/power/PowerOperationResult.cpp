@@ -36,7 +36,9 @@ PowerOperationResult::PowerOperationResult(bool requestedSleepDisabled, bool dry
       standardOutput(std::move(standardOutput)),
       standardError(std::move(standardError)) {}
 
-bool PowerOperationResult::succeeded() const { return !dryRun && exitCode == 0; }
+bool PowerOperationResult::succeeded() const {
+  return !dryRun && exitCode == 0;
+}
 
 JSONValue encode(const PowerOperationResult& result) {
   ObjectEncoder fields;

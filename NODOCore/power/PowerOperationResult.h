@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/TextEnum.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include <NODOCore/base/TextEnum.h>
 
 namespace nodo {
 
@@ -52,8 +52,8 @@ struct PowerOperationResult {
 
 JSONValue encode(const PowerOperationResult& result);
 
-/// Lenient with records from before there was an action: it follows from "requestedSleepDisabled", and
-/// outputs that are missing are empty.
+/// Lenient with records from before there was an action: it follows from "requestedSleepDisabled",
+/// and outputs that are missing are empty.
 void decode(const JSONReader& from, PowerOperationResult& result);
 
 }  // namespace nodo

@@ -19,7 +19,9 @@ Pipe makePrivatePipe() {
   return pipe;
 }
 
-short spawnIsolationFlags() { return POSIX_SPAWN_CLOEXEC_DEFAULT; }
+short spawnIsolationFlags() {
+  return POSIX_SPAWN_CLOEXEC_DEFAULT;
+}
 
 void keepStandardInput(posix_spawn_file_actions_t& actions) {
   ::posix_spawn_file_actions_addinherit_np(&actions, STDIN_FILENO);

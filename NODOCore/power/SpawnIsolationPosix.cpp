@@ -15,7 +15,9 @@ Pipe makePrivatePipe() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-short spawnIsolationFlags() { return 0; }
+short spawnIsolationFlags() {
+  return 0;
+}
 
 void keepStandardInput(posix_spawn_file_actions_t&) {}
 

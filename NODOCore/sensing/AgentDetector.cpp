@@ -71,7 +71,8 @@ std::vector<AgentProcess> AgentDetector::detect(const ProcessListing& listing) c
   return detect(listing.listProcesses());
 }
 
-std::vector<AgentProcess> AgentDetector::detect(const std::vector<RunningProcess>& processes) const {
+std::vector<AgentProcess> AgentDetector::detect(
+    const std::vector<RunningProcess>& processes) const {
   std::vector<AgentProcess> agents;
   for (const RunningProcess& process : processes) {
     if (const auto kind = classify(process)) {

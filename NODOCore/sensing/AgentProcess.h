@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/TextEnum.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include <NODOCore/base/TextEnum.h>
 
 namespace nodo {
 

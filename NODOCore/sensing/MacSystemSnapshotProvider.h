@@ -1,12 +1,12 @@
 #pragma once
 
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/sensing/SystemSnapshotProviding.h>
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
-
-#include <NODOCore/power/CommandRunning.h>
-#include <NODOCore/sensing/SystemSnapshotProviding.h>
 
 namespace nodo {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include <NODOCore/sensing/RunningProcess.h>
+
+#include <vector>
 
 namespace nodo {
 

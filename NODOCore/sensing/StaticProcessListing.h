@@ -1,9 +1,9 @@
 #pragma once
 
+#include <NODOCore/sensing/ProcessListing.h>
+
 #include <utility>
 #include <vector>
-
-#include <NODOCore/sensing/ProcessListing.h>
 
 namespace nodo {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/TextEnum.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
-
-#include <NODOCore/base/Date.h>
-#include <NODOCore/base/TextEnum.h>
 
 namespace nodo {
 
@@ -22,8 +22,8 @@ struct EnumTexts<PowerSource> {
                                     EnumText{PowerSource::unknown, "unknown"}};
 };
 
-/// What the safety rules need to know of the machine, at one instant. Absent means "could not tell",
-/// which never counts as danger.
+/// What the safety rules need to know of the machine, at one instant. Absent means "could not
+/// tell", which never counts as danger.
 struct SystemSnapshot {
   Date now;
   PowerSource powerSource = PowerSource::unknown;

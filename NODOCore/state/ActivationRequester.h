@@ -1,10 +1,10 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
-
-#include <NODOCore/base/Date.h>
 
 namespace nodo {
 
@@ -13,13 +13,14 @@ class JSONValue;
 
 /// Who asked to keep the machine awake, and when.
 ///
-/// The texts come from outside (an agent's hook, a command line), so they are normalised: line feeds,
-/// carriage returns and tabs become blanks, white space around is trimmed, invalid UTF-8 becomes
-/// U+FFFD, and what is longer than 120 characters is cut to 117 and "...".
+/// The texts come from outside (an agent's hook, a command line), so they are normalised: line
+/// feeds, carriage returns and tabs become blanks, white space around is trimmed, invalid UTF-8
+/// becomes U+FFFD, and what is longer than 120 characters is cut to 117 and "...".
 struct ActivationRequester {
-  std::string name = "Unknown";        ///< never empty
-  std::optional<std::string> context;  ///< usually the project's folder and a short session identifier
-  std::optional<std::string> event;    ///< the agent's name for the hook event
+  std::string name = "Unknown";  ///< never empty
+  std::optional<std::string>
+      context;  ///< usually the project's folder and a short session identifier
+  std::optional<std::string> event;  ///< the agent's name for the hook event
   Date requestedAt;
 
   ActivationRequester() = default;

@@ -71,7 +71,9 @@ std::optional<std::int64_t> NODOState::manualRemainingSeconds(Date at) const {
   return remainingUntil(*manualUntil, at);
 }
 
-bool NODOState::manualIsActive(Date at) const { return manualRemainingSeconds(at).value_or(0) > 0; }
+bool NODOState::manualIsActive(Date at) const {
+  return manualRemainingSeconds(at).value_or(0) > 0;
+}
 
 std::optional<std::int64_t> NODOState::noRouteGraceRemainingSeconds(
     Date at, std::int64_t graceSeconds) const {

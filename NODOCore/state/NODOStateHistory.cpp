@@ -103,9 +103,9 @@ void NODOState::recordPowerOperation(const PowerOperationResult& operation, Date
 std::vector<TriggerActivityBucket> NODOState::makeTriggerActivityBuckets(
     const std::vector<ActivationRequester>& from, std::optional<Date> now) {
   if (!now) {
-    const auto latest = std::max_element(from.begin(), from.end(), [](const auto& left, const auto& right) {
-      return left.requestedAt < right.requestedAt;
-    });
+    const auto latest = std::max_element(
+        from.begin(), from.end(),
+        [](const auto& left, const auto& right) { return left.requestedAt < right.requestedAt; });
     now = latest == from.end() ? currentDate() : latest->requestedAt;
   }
   std::map<Date, std::int64_t> counts;

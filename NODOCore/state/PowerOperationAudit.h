@@ -1,11 +1,11 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+#include <NODOCore/power/PowerOperationResult.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include <NODOCore/base/Date.h>
-#include <NODOCore/power/PowerOperationResult.h>
 
 namespace nodo {
 

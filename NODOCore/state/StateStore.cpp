@@ -34,7 +34,9 @@ StateStore StateStore::daemon(const Environment& environment) {
   return {nonEmpty(environment, "NODO_STATE_DIR").value_or("/Library/Application Support/nodo")};
 }
 
-std::filesystem::path StateStore::stateURL() const { return directory / "state.json"; }
+std::filesystem::path StateStore::stateURL() const {
+  return directory / "state.json";
+}
 
 NODOState StateStore::load() const {
   const auto content = readFile(stateURL());

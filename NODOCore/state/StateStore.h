@@ -1,16 +1,17 @@
 #pragma once
 
-#include <filesystem>
-
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/state/NODOState.h>
+
+#include <filesystem>
 
 namespace nodo {
 
 /// Keeps the one NODOState in a JSON file, "state.json" in a folder.
 ///
 /// A plain value without locking: a save replaces the whole file atomically, so a reader sees one
-/// state or the other, and of two writers the last one wins. The daemon is the only writer of its own.
+/// state or the other, and of two writers the last one wins. The daemon is the only writer of its
+/// own.
 struct StateStore {
   std::filesystem::path directory;
 
@@ -24,9 +25,9 @@ struct StateStore {
 
   std::filesystem::path stateURL() const;
 
-  /// The stored state, or a fresh one (dated with the current time) when there is no file; nothing is
-  /// written. Throws DecodingError for a file that holds something else, std::system_error for one
-  /// that cannot be read; a bad file is neither repaired nor replaced.
+  /// The stored state, or a fresh one (dated with the current time) when there is no file; nothing
+  /// is written. Throws DecodingError for a file that holds something else, std::system_error for
+  /// one that cannot be read; a bad file is neither repaired nor replaced.
   NODOState load() const;
 
   /// Writes `state`, dates in whole seconds, making the folder with its parents if need be. Throws

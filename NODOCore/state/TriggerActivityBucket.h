@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include <NODOCore/base/Date.h>
+
+#include <cstdint>
 
 namespace nodo {
 

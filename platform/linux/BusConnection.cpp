@@ -61,7 +61,9 @@ void BusMessageDeleter::operator()(sd_bus_message* message) const {
   SdBusLibrary::shared().message_unref(message);
 }
 
-void BusCloser::operator()(sd_bus* bus) const { SdBusLibrary::shared().flush_close_unref(bus); }
+void BusCloser::operator()(sd_bus* bus) const {
+  SdBusLibrary::shared().flush_close_unref(bus);
+}
 
 void checkBus(int result, const std::string& action) {
   if (result < 0) {

@@ -18,19 +18,20 @@ struct BusCloser {
 
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
-/// A connection to the system bus with a time limit on every step, so that no hung service or bus can
-/// hold up its caller. Not thread-safe.
+/// A connection to the system bus with a time limit on every step, so that no hung service or bus
+/// can hold up its caller. Not thread-safe.
 class BusConnection {
  public:
-  /// Connects and signs in within `timeLimit`, which later bounds each call as well. Throws BusError.
+  /// Connects and signs in within `timeLimit`, which later bounds each call as well. Throws
+  /// BusError.
   static BusConnection openSystem(std::chrono::milliseconds timeLimit);
 
   /// A call of `interface`.`member` on `path` of `service`, ready for its arguments.
   BusMessage newCall(const std::string& service, const std::string& path,
                      const std::string& interface, const std::string& member) const;
 
-  /// Sends `call` and waits for the reply. A service that is not running is not started: nodo looks at
-  /// the machine, it does not change it. Throws BusError with the service's own words.
+  /// Sends `call` and waits for the reply. A service that is not running is not started: nodo looks
+  /// at the machine, it does not change it. Throws BusError with the service's own words.
   BusMessage send(const BusMessage& call) const;
 
  private:

@@ -38,8 +38,8 @@ SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
 HostMachine hostMachine() {
   const auto logind = std::make_shared<Logind>(logindTimeLimit);
   return {.processListing = std::make_shared<ProcProcessListing>(),
-          .snapshotProvider = std::make_shared<LinuxSystemSnapshotProvider>(
-              [logind] { return readLid(*logind); }),
+          .snapshotProvider =
+              std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),
           .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); }};
 }
 

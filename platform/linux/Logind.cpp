@@ -11,7 +11,9 @@ constexpr char service[] = "org.freedesktop.login1";
 constexpr char path[] = "/org/freedesktop/login1";
 constexpr char managerInterface[] = "org.freedesktop.login1.Manager";
 
-std::string text(const char* value) { return value == nullptr ? "" : value; }
+std::string text(const char* value) {
+  return value == nullptr ? "" : value;
+}
 
 }  // namespace
 
@@ -69,8 +71,8 @@ std::vector<Inhibitor> Logind::inhibitors() {
     const char* mode = nullptr;
     std::uint32_t uid = 0;
     std::uint32_t pid = 0;
-    const int more = library.message_read(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid,
-                                          &pid);
+    const int more =
+        library.message_read(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid, &pid);
     checkBus(more, action);
     if (more == 0) {
       return inhibitors;

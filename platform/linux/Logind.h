@@ -1,12 +1,12 @@
 #pragma once
 
+#include <platform/linux/BusConnection.h>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <platform/linux/BusConnection.h>
 
 namespace nodo {
 
@@ -25,7 +25,8 @@ struct Inhibitor {
 /// systemd-logind, which decides about sleep on Linux, over the system bus.
 ///
 /// Connects at the first question and again after a failure. Every question takes at most the time
-/// limit for connecting and once more for the answer. Not thread-safe. All questions throw BusError.
+/// limit for connecting and once more for the answer. Not thread-safe. All questions throw
+/// BusError.
 class Logind {
  public:
   explicit Logind(std::chrono::milliseconds timeLimit) : timeLimit_(timeLimit) {}

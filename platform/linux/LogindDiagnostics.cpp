@@ -31,17 +31,17 @@ bool holdsUp(std::string_view what, std::string_view kind) {
 }
 
 SleepBlocker blockerFrom(const Inhibitor& inhibitor) {
-  const bool blocksSleep = inhibitor.mode == "block" && (holdsUp(inhibitor.what, "sleep") ||
-                                                         holdsUp(inhibitor.what, "idle"));
-  return {.pid = inhibitor.pid,
-          .processName = inhibitor.who,
-          .duration = "",
-          .assertionType = inhibitor.what,
-          .assertionName = inhibitor.why,
-          .scope = blocksSleep ? SleepBlockerScope::systemSleep : SleepBlockerScope::other,
-          .rawLine = fmt::format("pid {}({}): uid {} {} {} named: \"{}\"", inhibitor.pid,
-                                 inhibitor.who, inhibitor.uid, inhibitor.mode, inhibitor.what,
-                                 inhibitor.why)};
+  const bool blocksSleep = inhibitor.mode == "block" &&
+                           (holdsUp(inhibitor.what, "sleep") || holdsUp(inhibitor.what, "idle"));
+  return {
+      .pid = inhibitor.pid,
+      .processName = inhibitor.who,
+      .duration = "",
+      .assertionType = inhibitor.what,
+      .assertionName = inhibitor.why,
+      .scope = blocksSleep ? SleepBlockerScope::systemSleep : SleepBlockerScope::other,
+      .rawLine = fmt::format("pid {}({}): uid {} {} {} named: \"{}\"", inhibitor.pid, inhibitor.who,
+                             inhibitor.uid, inhibitor.mode, inhibitor.what, inhibitor.why)};
 }
 
 bool isSleepLock(const Inhibitor& inhibitor) {

@@ -115,7 +115,7 @@ PowerReading readPowerSupplies(const fs::path& classFolder) {
       batteries.push_back(readBattery(supply));
     }
   }
-  return {.source = onMains              ? PowerSource::ac
+  return {.source = onMains             ? PowerSource::ac
                     : batteries.empty() ? PowerSource::unknown
                                         : PowerSource::battery,
           .batteryPercent = chargeOf(batteries)};

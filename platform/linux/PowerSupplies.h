@@ -1,10 +1,10 @@
 #pragma once
 
+#include <NODOCore/sensing/SystemSnapshot.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-
-#include <NODOCore/sensing/SystemSnapshot.h>
 
 namespace nodo {
 
@@ -17,8 +17,8 @@ struct PowerReading {
 };
 
 /// Reads the supplies below `classFolder` (/sys/class/power_supply, as the kernel's
-/// Documentation/ABI/testing/sysfs-class-power describes it). A supply that vanishes while it is read
-/// does not count.
+/// Documentation/ABI/testing/sysfs-class-power describes it). A supply that vanishes while it is
+/// read does not count.
 PowerReading readPowerSupplies(const std::filesystem::path& classFolder);
 
 }  // namespace nodo

@@ -6,9 +6,9 @@ namespace nodo {
 
 /// The functions of libsystemd's bus client that nodo calls, looked up when first needed.
 ///
-/// Not linked, because loading libsystemd with its own libraries costs a command-line tool more than
-/// all the rest of its start, and most of its runs ask no bus. The member names are the library's
-/// without "sd_bus_".
+/// Not linked, because loading libsystemd with its own libraries costs a command-line tool more
+/// than all the rest of its start, and most of its runs ask no bus. The member names are the
+/// library's without "sd_bus_".
 struct SdBusLibrary {
   decltype(&::sd_bus_open_system) open_system = nullptr;
   decltype(&::sd_bus_flush_close_unref) flush_close_unref = nullptr;
@@ -24,8 +24,8 @@ struct SdBusLibrary {
   decltype(&::sd_bus_message_read) message_read = nullptr;
   decltype(&::sd_bus_message_unref) message_unref = nullptr;
 
-  /// The library, loaded once for the process's life. Throws BusError when it is not installed. Safe
-  /// from any thread.
+  /// The library, loaded once for the process's life. Throws BusError when it is not installed.
+  /// Safe from any thread.
   static const SdBusLibrary& shared();
 };
 

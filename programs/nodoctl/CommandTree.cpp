@@ -1,0 +1,112 @@
+#include <NODOCore/base/Text.h>
+#include <NODOCore/base/Version.h>
+#include <programs/nodoctl/CommandTree.h>
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace nodo::nodoctl {
+namespace {
+
+class TreeBuilder {
+ public:
+  explicit TreeBuilder(Invocation& invocation)
+      : invocation_(invocation),
+        app_(std::make_shared<CLI::App>(
+            "Keeps this computer awake while coding agents work, and explains what it does.",
+            "nodoctl")) {}
+
+  std::shared_ptr<CLI::App> build() {
+    describe(*app_);
+    app_->require_subcommand(1);
+    CLI::App* status =
+        add(Command::status, "status", "Show whether the computer is kept awake, and why");
+    addJSON(*status);
+    addManual();
+    addJSON(*add(Command::stop, "stop", "End the timer, so that the computer may sleep"));
+    addJSON(*add(Command::repair, "repair",
+                 "Reset the state after something went wrong; the histories are kept"));
+    addReconcile();
+    addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
+    addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
+    addCompletion();
+    return app_;
+  }
+
+ private:
+  static void describe(CLI::App& app) {
+    app.set_help_flag("-h,--help", "Show this help and exit");
+    app.set_version_flag("--version", "nodoctl " + std::string(version()),
+                         "Show the version and exit");
+  }
+
+  CLI::App* add(Command command, const std::string& name, const std::string& description) {
+    CLI::App* added = app_->add_subcommand(name, description);
+    describe(*added);
+    added->callback([&into = invocation_, command] { into.command = command; });
+    return added;
+  }
+
+  void addJSON(CLI::App& command) {
+    command.add_flag("--json", invocation_.json, "Answer with one JSON document");
+  }
+
+  void addManual() {
+    CLI::App* manual = add(Command::manual, "manual", "Keep the computer awake for some minutes");
+    manual
+        ->add_option_function<std::string>(
+            "--minutes",
+            [&into = invocation_](const std::string& text) { into.minutes = wholeNumber(text); },
+            "How long from now, in whole minutes")
+        ->type_name("N")
+        ->required();
+    manual->add_flag("--extend-only", invocation_.extendOnly,
+                     "Never shorten a timer that runs longer");
+    manual->add_option("--requester", invocation_.requester, "Who asks, e.g. \"Claude Code\"")
+        ->type_name("NAME");
+    manual->add_option("--context", invocation_.context, "What for, e.g. the project")
+        ->type_name("TEXT");
+    manual->add_option("--event", invocation_.event, "Which event of the agent led to this")
+        ->type_name("NAME");
+    addJSON(*manual);
+  }
+
+  void addReconcile() {
+    CLI::App* reconcile = add(Command::reconcile, "reconcile",
+                              "Bring the sleep lock in line with the decision, once");
+    reconcile->add_flag("--simulate", invocation_.simulate,
+                        "Only show what a pass would do, on your own state");
+    addJSON(*reconcile);
+  }
+
+  void addCompletion() {
+    CLI::App* completion =
+        add(Command::completion, "completion", "Print a completion script for a shell");
+    completion->add_option("shell", invocation_.shell, "bash, zsh or fish")
+        ->type_name("bash|zsh|fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""));
+  }
+
+  // The library's own conversion takes 010 for eight and 0x10 for sixteen.
+  static std::int64_t wholeNumber(const std::string& text) {
+    const auto number = integerFromText<std::int64_t>(text);
+    if (!number) {
+      throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
+    }
+    return *number;
+  }
+
+  Invocation& invocation_;
+  std::shared_ptr<CLI::App> app_;
+};
+
+}  // namespace
+
+std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation) {
+  return TreeBuilder(invocation).build();
+}
+
+}  // namespace nodo::nodoctl

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <NODOCore/control/DaemonRunReport.h>
+#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/sensing/AgentProcess.h>
+
+#include <string>
+#include <vector>
+
+/// The reports as text for people: lines with a line feed at the end of each. Texts that came from
+/// outside are shown with their control characters escaped. Pure.
+namespace nodo::nodoctl {
+
+std::string reportText(const StatusReport& report);
+std::string reportText(const DaemonRunReport& report);
+std::string reportText(const SleepDiagnosticsReport& report);
+std::string reportText(const std::vector<AgentProcess>& agents);
+
+}  // namespace nodo::nodoctl

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/Environment.h>
+#include <platform/HostMachine.h>
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace nodo::nodoctl {
+
+/// All that nodoctl has of the world, so that tests can set it.
+struct ToolContext {
+  Environment environment;
+  HostMachine machine;
+  std::function<Date()> now;
+  std::ostream& output;
+  std::ostream& error;
+};
+
+/// Runs nodoctl with `arguments` (without the program's name) and returns its exit status: 0 for
+/// success, 2 for a wrong use, 1 for any other failure. The answer is written whole or not at all.
+int runTool(const std::vector<std::string>& arguments, const ToolContext& context);
+
+}  // namespace nodo::nodoctl

@@ -1,0 +1,17 @@
+#include <programs/nodoctl/Tool.h>
+
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <vector>
+
+int main(int argc, char** argv) {
+  // A parent that ignores SIGCHLD passes that on, and then the tools' exit statuses would be lost.
+  std::signal(SIGCHLD, SIG_DFL);
+  const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  return nodo::nodoctl::runTool(arguments, {.environment = nodo::processEnvironment(),
+                                            .machine = nodo::hostMachine(),
+                                            .now = nodo::currentDate,
+                                            .output = std::cout,
+                                            .error = std::cerr});
+}
