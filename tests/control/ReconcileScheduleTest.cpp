@@ -1,0 +1,86 @@
+#include <NODOCore/control/ReconcileSchedule.h>
+
+#include <optional>
+
+#include <gtest/gtest.h>
+
+namespace nodo {
+namespace {
+
+const Date now = dateFromSeconds(1769847300);
+
+Date after(double seconds) {
+  return now + Seconds(seconds);
+}
+
+class ReconcileScheduleTest : public ::testing::Test {
+ protected:
+  ReconcileScheduleTest() { report.generatedAt = now; }
+
+  std::optional<Date> deadline(double graceSeconds = 2) const {
+    return ReconcileSchedule::sleepReleaseDeadline(report, graceSeconds).deadline;
+  }
+
+  StatusReport report;
+};
+
+TEST_F(ReconcileScheduleTest, WithNothingHeldAndNothingWantedNothingIsPending) {
+  report.state.manualUntil = after(600);
+  report.noRouteGraceRemainingSeconds = 5;
+  EXPECT_EQ(deadline(), std::nullopt);
+}
+
+TEST_F(ReconcileScheduleTest, ALockThatIsHeldOrWantedEndsWithTheManualPeriod) {
+  report.state.manualUntil = after(600);
+  report.state.ownsSleepDisable = true;
+  EXPECT_EQ(deadline(), after(602));
+  report.decision.shouldPreventSleep = true;
+  EXPECT_EQ(deadline(), after(602));
+  report.state.ownsSleepDisable = false;
+  EXPECT_EQ(deadline(), after(602));
+}
+
+TEST_F(ReconcileScheduleTest, APeriodThatIsOverIsDueNow) {
+  report.state.ownsSleepDisable = true;
+  report.state.manualUntil = after(-600);
+  EXPECT_EQ(deadline(), after(2));
+}
+
+TEST_F(ReconcileScheduleTest, TheEarlierOfPeriodAndOutageCounts) {
+  report.decision.shouldPreventSleep = true;
+  report.state.manualUntil = after(600);
+  report.noRouteGraceRemainingSeconds = 30;
+  EXPECT_EQ(deadline(), after(32));
+  report.noRouteGraceRemainingSeconds = 900;
+  EXPECT_EQ(deadline(), after(602));
+  report.noRouteGraceRemainingSeconds = 0;
+  EXPECT_EQ(deadline(), after(2));
+}
+
+TEST_F(ReconcileScheduleTest, AnOutageCountsWithoutAPeriodToo) {
+  report.state.ownsSleepDisable = true;
+  report.noRouteGraceRemainingSeconds = 30;
+  EXPECT_EQ(deadline(), after(32));
+}
+
+TEST_F(ReconcileScheduleTest, AHeldLockWithoutAnEndIsLookedAtAgainSoon) {
+  report.state.ownsSleepDisable = true;
+  EXPECT_EQ(deadline(), after(2));
+}
+
+TEST_F(ReconcileScheduleTest, TheGraceMayHaveAFraction) {
+  report.state.ownsSleepDisable = true;
+  report.state.manualUntil = after(600);
+  EXPECT_EQ(deadline(0.25), after(600.25));
+  EXPECT_EQ(deadline(0), after(600));
+}
+
+TEST_F(ReconcileScheduleTest, SchedulesAreEqualByTheirDeadlines) {
+  EXPECT_EQ(ReconcileSchedule(), ReconcileSchedule{std::nullopt});
+  EXPECT_EQ(ReconcileSchedule{now}, ReconcileSchedule{now});
+  EXPECT_FALSE(ReconcileSchedule{now} == ReconcileSchedule());
+  EXPECT_FALSE(ReconcileSchedule{now} == ReconcileSchedule{after(1)});
+}
+
+}  // namespace
+}  // namespace nodo
