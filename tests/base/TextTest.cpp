@@ -115,6 +115,17 @@ TEST(TextTest, CharactersAreGraphemeClusters) {
   }
 }
 
+TEST(TextTest, ConsonantsThatAViramaJoinsAreOneCharacter) {
+  EXPECT_EQ(characterCount("\u0915\u094D\u0937"), 1U);
+  EXPECT_EQ(characterCount("\u0915\u094D\u0937\u0915\u094D\u0937"), 2U);
+  EXPECT_EQ(characterCount("\u0915\u094D\u0924\u094D\u0937"), 1U);
+  EXPECT_EQ(characterCount("\u0915\u0937"), 2U);
+  EXPECT_EQ(characterCount("\u0915\u094D"
+                           "a"),
+            2U);
+  EXPECT_EQ(characterCount("a\u094D\u0937"), 2U);
+}
+
 TEST(TextTest, TheFirstCharactersAreCutBetweenCharacters) {
   const struct {
     std::string_view text;

@@ -110,7 +110,8 @@ TEST(NODOStateJSONTest, EachKeyAloneMayBeMissing) {
 }
 
 TEST(NODOStateJSONTest, NullInAnyKeyCountsAsMissing) {
-  for (const auto& member : *encode(fullState()).object()) {
+  const JSONValue full = encode(fullState());
+  for (const auto& member : *full.object()) {
     EXPECT_NO_THROW(decoded("{\"" + member.first + "\":null}")) << member.first;
   }
   EXPECT_EQ(decoded(R"({"manualUntil":null,"createdAt":"2026-01-31T08:00:00Z"})"),
