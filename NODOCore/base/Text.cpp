@@ -213,30 +213,33 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
 
 std::string lowercased(std::string_view text) {
   std::string lower(text);
-  bool ascii = true;
+  unsigned char allBits = 0;
+  // Without a branch, so that the compiler makes it a loop over whole registers.
   for (char& character : lower) {
-    if (character >= 'A' && character <= 'Z') {
-      character = static_cast<char>(character | 0x20);
-    }
-    ascii = ascii && static_cast<unsigned char>(character) < 0x80;
+    const auto byte = static_cast<unsigned char>(character);
+    const bool isCapital = static_cast<unsigned char>(byte - 'A') <= 'Z' - 'A';
+    allBits |= byte;
+    character = static_cast<char>(byte | (isCapital ? 0x20U : 0U));
   }
-  if (ascii) {
+  if (allBits < 0x80) {
     return lower;
   }
-  lower.clear();
-  while (!text.empty()) {
-    const CodePoint point = firstCodePoint(text);
-    if (!point.valid) {
-      lower.push_back(text.front());
+  std::string_view rest(lower);
+  std::string all;
+  all.reserve(lower.size());
+  while (!rest.empty()) {
+    const CodePoint point = firstCodePoint(rest);
+    if (!point.valid || point.value < 0x80) {
+      all.push_back(rest.front());
     } else if (point.value == capitalIWithDot) {
-      lower.append(smallIWithDot);
+      all.append(smallIWithDot);
     } else {
-      appendUTF8(lower, static_cast<char32_t>(
-                            utf8proc_tolower(static_cast<utf8proc_int32_t>(point.value))));
+      appendUTF8(
+          all, static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(point.value))));
     }
-    text.remove_prefix(point.length);
+    rest.remove_prefix(point.length);
   }
-  return lower;
+  return all;
 }
 
 bool contains(std::string_view text, std::string_view needle) {

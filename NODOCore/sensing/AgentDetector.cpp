@@ -2,6 +2,8 @@
 #include <NODOCore/sensing/AgentDetector.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -9,11 +11,79 @@
 namespace nodo {
 namespace {
 
+// What stands anywhere in the command lines of agents.
+struct AgentText {
+  AgentKind kind;
+  std::string_view text;
+};
+
+constexpr std::array<AgentText, 7> agentTexts{{
+    {AgentKind::claudeCode, "claude-code"},
+    {AgentKind::codex, "/.codex/bin/codex"},
+    {AgentKind::codex, "openai codex"},
+    {AgentKind::grokBuild, "/.grok/bin/grok"},
+    {AgentKind::grokBuild, "/.grok/downloads/grok-"},
+    {AgentKind::pi, "/bin/pi "},
+    {AgentKind::pi, "@earendil-works/pi-coding-agent"},
+}};
+
+// Finds in one pass whether any of these texts occurs. Nearly no row of a process table holds one,
+// and searching each row for one text after the other would be most of the detector's work.
+//
+// Horspool's search for several texts: the last two bytes of a window as long as the shortest text
+// say how far it may move without passing over the beginning of one.
+class AgentTextSearch {
+ public:
+  constexpr AgentTextSearch() {
+    moves_.fill(window - 1);
+    for (const AgentText& agent : agentTexts) {
+      for (std::size_t end = 2; end <= window; ++end) {
+        std::uint8_t& move = moves_[slot(agent.text.at(end - 2), agent.text.at(end - 1))];
+        move = std::min(move, static_cast<std::uint8_t>(window - end));
+      }
+    }
+  }
+
+  bool occursIn(std::string_view command) const {
+    std::size_t end = window;
+    while (end <= command.size()) {
+      const std::size_t move = moves_[slot(command[end - 2], command[end - 1])];
+      if (move == 0 && beginsWithText(command.substr(end - window))) {
+        return true;
+      }
+      end += std::max<std::size_t>(move, 1);
+    }
+    return false;
+  }
+
+ private:
+  static constexpr std::size_t window = 8;
+  static_assert(std::all_of(agentTexts.begin(), agentTexts.end(),
+                            [](const AgentText& agent) { return agent.text.size() >= window; }));
+
+  // Pairs of bytes that share a slot only make for shorter moves.
+  static constexpr std::size_t slots = 1024;
+
+  static constexpr std::size_t slot(char first, char second) {
+    return (static_cast<unsigned char>(first) * 33U ^ static_cast<unsigned char>(second)) % slots;
+  }
+
+  static bool beginsWithText(std::string_view command) {
+    return std::any_of(agentTexts.begin(), agentTexts.end(), [command](const AgentText& agent) {
+      return command.starts_with(agent.text);
+    });
+  }
+
+  std::array<std::uint8_t, slots> moves_{};
+};
+
+constexpr AgentTextSearch agentTextSearch;
+
 // What the rules look at, in lower case.
 struct Row {
-  std::string executable;
+  std::string name;  // the last component of the executable
   std::string command;
-  std::string_view name;  // the last component of `executable`
+  bool holdsAgentText = false;  // character boundaries apart
 };
 
 bool isAnyOf(std::string_view text, std::initializer_list<std::string_view> names) {
@@ -23,6 +93,13 @@ bool isAnyOf(std::string_view text, std::initializer_list<std::string_view> name
 bool containsAnyOf(std::string_view text, std::initializer_list<std::string_view> needles) {
   return std::any_of(needles.begin(), needles.end(),
                      [text](std::string_view needle) { return contains(text, needle); });
+}
+
+bool holdsTextOf(AgentKind kind, const Row& row) {
+  return row.holdsAgentText &&
+         std::any_of(agentTexts.begin(), agentTexts.end(), [&](const AgentText& agent) {
+           return agent.kind == kind && contains(row.command, agent.text);
+         });
 }
 
 // Trailing slashes and "." components name the same file.
@@ -40,19 +117,21 @@ bool isOneLineShell(const Row& row, std::string_view command) {
 }
 
 bool isClaudeCode(const Row& row) {
-  return isAnyOf(row.name, {"claude", "claude-code"}) || contains(row.command, "claude-code");
+  return isAnyOf(row.name, {"claude", "claude-code"}) || holdsTextOf(AgentKind::claudeCode, row);
 }
 
-bool isCodex(const Row& row) {
+bool isInsideBundle(const Row& row, std::string_view executable) {
   constexpr std::string_view insideBundle = ".app/contents/macos";
-  if (contains(row.executable, insideBundle) || contains(row.command, insideBundle)) {
-    return false;  // the desktop application is no agent
-  }
-  return row.name == "codex" || containsAnyOf(row.command, {"/.codex/bin/codex", "openai codex"});
+  return contains(row.command, insideBundle) || contains(lowercased(executable), insideBundle);
+}
+
+bool isCodex(const Row& row, std::string_view executable) {
+  return (row.name == "codex" || holdsTextOf(AgentKind::codex, row)) &&
+         !isInsideBundle(row, executable);  // the desktop application is no agent
 }
 
 bool isGrokBuild(const Row& row) {
-  if (containsAnyOf(row.command, {"/.grok/bin/grok", "/.grok/downloads/grok-"})) {
+  if (holdsTextOf(AgentKind::grokBuild, row)) {
     return true;
   }
   return row.name == "grok" && (containsAnyOf(row.command, {" agent", " session", " leader"}) ||
@@ -61,8 +140,7 @@ bool isGrokBuild(const Row& row) {
 
 bool isPi(const Row& row) {
   return row.name == "pi" || row.command == "pi" || hasPrefix(row.command, "pi ") ||
-         hasSuffix(row.command, "/bin/pi") ||
-         containsAnyOf(row.command, {"/bin/pi ", "@earendil-works/pi-coding-agent"});
+         hasSuffix(row.command, "/bin/pi") || holdsTextOf(AgentKind::pi, row);
 }
 
 }  // namespace
@@ -87,17 +165,16 @@ std::vector<AgentProcess> AgentDetector::detect(
 }
 
 std::optional<AgentKind> AgentDetector::classify(const RunningProcess& process) const {
-  Row row{.executable = lowercased(process.executable),
-          .command = lowercased(process.command),
-          .name = {}};
-  row.name = lastPathComponent(row.executable);
+  Row row{.name = lowercased(lastPathComponent(process.executable)),
+          .command = lowercased(process.command)};
   if (isOneLineShell(row, process.command) || isAnyOf(row.name, {"nodoctl", "nodod"})) {
     return std::nullopt;
   }
+  row.holdsAgentText = agentTextSearch.occursIn(row.command);
   if (isClaudeCode(row)) {
     return AgentKind::claudeCode;
   }
-  if (isCodex(row)) {
+  if (isCodex(row, process.executable)) {
     return AgentKind::codex;
   }
   if (isGrokBuild(row)) {
