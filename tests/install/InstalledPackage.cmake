@@ -1,0 +1,12 @@
+# `cmake --install` leaves a package and programs that run.
+include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
+
+file(REMOVE_RECURSE "${scratch}")
+set(ENV{DESTDIR} "${stage}")
+run("${CMAKE_COMMAND}" --install "${build}" --config "${configuration}" --prefix /opt/nodo)
+
+run("${prefix}/${bindir}/nodoctl" --version)
+string(FIND "${output}" "${version}" found)
+if(found EQUAL -1)
+  message(FATAL_ERROR "The installed nodoctl names another version than ${version}: ${output}")
+endif()

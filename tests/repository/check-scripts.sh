@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Every script can be run as it stands, and those that people call explain themselves.
+#
+# usage: check-scripts.sh PROJECT-FOLDER
+
+set -euo pipefail
+
+root=${1:?the folder of the project}
+failures=0
+checked=0
+
+complain() {
+  printf '%s\n' "$*" >&2
+  failures=$((failures + 1))
+}
+
+explains_itself() {
+  local help
+  help=$("$1" --help </dev/null) && [[ $help == *usage:* ]]
+}
+
+refuses_unknown_options() {
+  local status=0
+  "$1" --no-such-option </dev/null >/dev/null 2>&1 || status=$?
+  [ "$status" -eq 2 ]
+}
+
+for script in "$root"/scripts/* "$root/.ci/run"; do
+  if [ -d "$script" ]; then
+    continue
+  fi
+  explains_itself "$script" || complain "$script: --help does not explain its use"
+done
+# scripts/run and scripts/test hand unknown arguments on.
+for script in setup format lint; do
+  refuses_unknown_options "$root/scripts/$script" ||
+    complain "scripts/$script: an unknown option is not a wrong use (exit status 2)"
+done
+
+while IFS= read -r -d '' file; do
+  if [ "$(head -c 2 "$file" | tr -d '\0')" != '#!' ]; then
+    continue
+  fi
+  checked=$((checked + 1))
+  [ -x "$file" ] || complain "$file: begins like a script but cannot be run"
+done < <(find "$root" \( -path "$root/build" -o -path "$root/.git" -o -path "$root/tests/data" \
+  -o -path "$root/fuzz/corpus" \) -prune -o -type f -print0)
+
+[ "$checked" -ge 6 ] || complain "found only $checked scripts below $root"
+[ "$failures" -eq 0 ]
