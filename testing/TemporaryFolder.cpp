@@ -12,8 +12,15 @@ namespace nodo::testing {
 
 namespace fs = std::filesystem;
 
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (fs::temp_directory_path() / "nodo-test-XXXXXX").string();
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(fs::temp_directory_path()) {}
+
+TemporaryFolder TemporaryFolder::inMemory() {
+  const fs::path memory = "/dev/shm";
+  return TemporaryFolder(fs::is_directory(memory) ? memory : fs::temp_directory_path());
+}
+
+TemporaryFolder::TemporaryFolder(const fs::path& parent) {
+  std::string pattern = (parent / "nodo-test-XXXXXX").string();
   if (::mkdtemp(pattern.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), "mkdtemp " + pattern);
   }

@@ -10,7 +10,13 @@ namespace nodo::testing {
 /// A new, empty folder of its own that is removed with all its content at the end.
 class TemporaryFolder {
  public:
+  /// Where the system keeps temporary files.
   TemporaryFolder();
+
+  /// In memory where the system offers that: for tests that save so often that syncing to a disk would
+  /// take most of their time.
+  static TemporaryFolder inMemory();
+
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   ~TemporaryFolder();
@@ -29,6 +35,8 @@ class TemporaryFolder {
   std::vector<std::string> names() const;
 
  private:
+  explicit TemporaryFolder(const std::filesystem::path& parent);
+
   std::filesystem::path path_;
 };
 

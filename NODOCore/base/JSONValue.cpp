@@ -10,6 +10,16 @@
 namespace nodo {
 namespace {
 
+[[noreturn]] void failAt(std::string_view text, std::size_t offset, std::string_view reason) {
+  const std::string_view before = text.substr(0, offset);
+  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+  const auto lineStart = before.rfind('\n');
+  const auto column = before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
+  throw DecodingError(
+      "", "JSON",
+      fmt::format("an error at line {}, column {}: {}", line, column, escapedForDisplay(reason)));
+}
+
 // Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so
 // only the tree's depth has to be bounded.
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
@@ -22,7 +32,10 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 
   bool boolean(bool value) override { return add(JSONValue(value)); }
 
-  bool number_integer(number_integer_t value) override { return add(JSONValue(value)); }
+  // Called for numbers with a sign only, so that a zero is a negative one.
+  bool number_integer(number_integer_t value) override {
+    return add(value == 0 ? JSONValue(JSONValue::Number{"-0"}) : JSONValue(value));
+  }
 
   bool number_unsigned(number_unsigned_t value) override {
     return add(JSONValue(JSONValue::Number{std::to_string(value)}));
@@ -59,18 +72,11 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 
   bool parse_error(std::size_t position, const std::string&,
                    const nlohmann::json::exception& error) override {
-    const std::string_view before = text_.substr(0, position == 0 ? 0 : position - 1);
-    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
-    const auto lineStart = before.rfind('\n');
-    const auto column =
-        before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
     // The library's text begins with its own name and place for the error; the reason comes last.
     std::string_view reason(error.what());
     const auto dash = reason.find(" - ");
     reason = dash == std::string_view::npos ? "a number out of range" : reason.substr(dash + 3);
-    throw DecodingError(
-        "", "JSON",
-        fmt::format("an error at line {}, column {}: {}", line, column, escapedForDisplay(reason)));
+    failAt(text_, position == 0 ? 0 : position - 1, reason);
   }
 
  private:
@@ -224,6 +230,10 @@ class Writer {
 }  // namespace
 
 JSONValue JSONValue::parse(std::string_view text) {
+  // The library would take a zero byte for the end of the text.
+  if (const auto zero = text.find('\0'); zero != std::string_view::npos) {
+    failAt(text, zero, "a zero byte");
+  }
   TreeBuilder builder(text);
   nlohmann::json::sax_parse(text.begin(), text.end(), &builder);
   return builder.take();

@@ -1,3 +1,4 @@
+#include <NODOCore/base/IndicConjunct.h>
 #include <NODOCore/base/Text.h>
 
 #include <algorithm>
@@ -74,11 +75,13 @@ template <class Visit>
 void forEachCharacter(std::string_view text, Visit visit) {
   utf8proc_int32_t state = 0;
   utf8proc_int32_t previous = -1;
+  IndicConjunct conjunct;
   for (std::size_t offset = 0; offset < text.size();) {
     const CodePoint point = firstCodePoint(text.substr(offset));
     const auto current = static_cast<utf8proc_int32_t>(point.value);
     const bool begins = previous < 0 || utf8proc_grapheme_break_stateful(previous, current, &state);
-    if (begins && !visit(offset)) {
+    const bool joins = conjunct.joins(point.value);
+    if (begins && !joins && !visit(offset)) {
       return;
     }
     previous = current;

@@ -76,9 +76,9 @@ ChildProcess::ChildProcess(const std::string& executable, const std::vector<std:
   Pipe error = makePrivatePipe();
 
   FileActions actions;
-  keepStandardInput(actions.get());
   ::posix_spawn_file_actions_adddup2(&actions.get(), output.writeEnd.get(), STDOUT_FILENO);
   ::posix_spawn_file_actions_adddup2(&actions.get(), error.writeEnd.get(), STDERR_FILENO);
+  closeOtherDescriptors(actions.get());
 
   // posix_spawn takes the arguments without const, though it never writes to them.
   std::vector<char*> argv{const_cast<char*>(executable.c_str())};

@@ -19,7 +19,8 @@ Pipe makePrivatePipe();
 /// Further flags for posix_spawnattr_setflags that isolate a child.
 short spawnIsolationFlags();
 
-/// Lets a child keep its standard input where the flags above would close it.
-void keepStandardInput(posix_spawn_file_actions_t& actions);
+/// Completes the file actions of a child whose standard streams are in place: it gets them and no
+/// other descriptor, not even one that this process was handed to pass on.
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions);
 
 }  // namespace nodo

@@ -23,7 +23,8 @@ short spawnIsolationFlags() {
   return POSIX_SPAWN_CLOEXEC_DEFAULT;
 }
 
-void keepStandardInput(posix_spawn_file_actions_t& actions) {
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+  // The flag closes whatever the actions do not name.
   ::posix_spawn_file_actions_addinherit_np(&actions, STDIN_FILENO);
 }
 

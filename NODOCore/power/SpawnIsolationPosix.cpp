@@ -19,6 +19,8 @@ short spawnIsolationFlags() {
   return 0;
 }
 
-void keepStandardInput(posix_spawn_file_actions_t&) {}
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+  ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+}
 
 }  // namespace nodo

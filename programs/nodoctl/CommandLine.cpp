@@ -25,6 +25,9 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
   try {
     app->parse(reversed);
+    if (app->get_subcommands().empty()) {
+      throw CLI::RequiredError("A command");
+    }
     return invocation;
   } catch (const CLI::CallForHelp&) {
     const CLI::App& command = reached(*app);

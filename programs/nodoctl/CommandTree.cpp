@@ -20,7 +20,9 @@ class TreeBuilder {
 
   std::shared_ptr<CLI::App> build() {
     describe(*app_);
-    app_->require_subcommand(1);
+    // At most one; that there is one at all is checked once the line is known to make sense, so
+    // that the message names a misspelt command.
+    app_->require_subcommand(0, 1);
     CLI::App* status =
         add(Command::status, "status", "Show whether the computer is kept awake, and why");
     addJSON(*status);

@@ -24,9 +24,17 @@ Answer answer(const Invocation& invocation, const Report& report) {
   return {.output = invocation.json ? jsonDocument(report) : reportText(report)};
 }
 
+StateStore userStore(const Environment& environment) {
+  try {
+    return StateStore::defaultStore(environment);
+  } catch (const NODOError& error) {
+    throw std::runtime_error(std::string(error.what()) + "; set HOME or NODO_STATE_DIR");
+  }
+}
+
 // The user's own state and this machine.
 NODOController localController(const ToolContext& context) {
-  return {.store = StateStore::defaultStore(context.environment),
+  return {.store = userStore(context.environment),
           .detector = {},
           .processListing = context.machine.processListing,
           .snapshotProvider = context.machine.snapshotProvider,

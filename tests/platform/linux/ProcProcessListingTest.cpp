@@ -1,0 +1,175 @@
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/sensing/AgentDetector.h>
+#include <NODOCore/state/NODOError.h>
+#include <platform/linux/ProcProcessListing.h>
+#include <testing/TemporaryFolder.h>
+#include <testing/TestData.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+namespace nodo {
+namespace {
+
+using namespace std::string_literals;
+
+// A /proc that a test writes.
+class ProcProcessListingTest : public ::testing::Test {
+ protected:
+  void addProcess(int pid, int ppid, const std::string& name, const std::string& cmdline) const {
+    const std::string folderName = std::to_string(pid);
+    proc.write(folderName + "/stat", std::to_string(pid) + " (" + name + ") S " +
+                                         std::to_string(ppid) + " 1 1 0 -1 4194560 100\n");
+    proc.write(folderName + "/comm", name + "\n");
+    proc.write(folderName + "/cmdline", cmdline);
+  }
+
+  std::vector<RunningProcess> list() const {
+    return ProcProcessListing(proc.path()).listProcesses();
+  }
+
+  testing::TemporaryFolder proc;
+};
+
+std::string joinedWithNULs(const std::vector<std::string>& words) {
+  std::string cmdline;
+  for (const std::string& word : words) {
+    cmdline += word + '\0';
+  }
+  return cmdline;
+}
+
+TEST_F(ProcProcessListingTest, NamesAProcessAfterItsFirstWord) {
+  addProcess(42, 7, "node", joinedWithNULs({"/usr/bin/node", "cli.js", "--resume"}));
+  EXPECT_EQ(list(), (std::vector<RunningProcess>{{.pid = 42,
+                                                  .ppid = 7,
+                                                  .executable = "/usr/bin/node",
+                                                  .command = "/usr/bin/node cli.js --resume"}}));
+}
+
+TEST_F(ProcProcessListingTest, NamesAProcessWithoutCommandLineAsTheKernelDoes) {
+  addProcess(2, 0, "kthreadd", "");
+  EXPECT_EQ(list(), (std::vector<RunningProcess>{
+                        {.pid = 2, .ppid = 0, .executable = "kthreadd", .command = "kthreadd"}}));
+}
+
+TEST_F(ProcProcessListingTest, AnEmptyFirstWordGivesWayToTheKernelsName) {
+  addProcess(3, 1, "odd", "\0--flag\0"s);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().executable, "odd");
+  EXPECT_EQ(list().front().command, " --flag");
+}
+
+TEST_F(ProcProcessListingTest, AProcessThatRenamedItselfIsKnownByItsNewName) {
+  addProcess(4, 1, "pi", "pi\0\0\0\0\0\0"s);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().executable, "pi");
+  EXPECT_EQ(list().front().command, "pi");
+}
+
+TEST_F(ProcProcessListingTest, RecordedAgentsAreRecognised) {
+  const JSONValue rows = testing::testData("agents/linux-agents.json");
+  ASSERT_FALSE(rows.array()->empty());
+  for (const JSONValue& row : *rows.array()) {
+    const testing::TemporaryFolder folder;
+    std::vector<std::string> words;
+    for (const JSONValue& word : *row.member("argv")->array()) {
+      words.push_back(*word.text());
+    }
+    const std::string name = *row.member("comm")->text();
+    folder.write("100/stat", "100 (" + name + ") S 1 1 1 0\n");
+    folder.write("100/comm", name + "\n");
+    folder.write("100/cmdline", joinedWithNULs(words));
+
+    const auto agents = AgentDetector().detect(ProcProcessListing(folder.path()));
+
+    SCOPED_TRACE(*row.member("agent")->text());
+    if (row.member("kind")->isNull()) {
+      EXPECT_TRUE(agents.empty());
+    } else {
+      ASSERT_EQ(agents.size(), 1U);
+      EXPECT_EQ(rawValue(agents.front().kind), *row.member("kind")->text());
+    }
+  }
+}
+
+TEST_F(ProcProcessListingTest, HostileNamesAndArgumentsHarmNoOtherRow) {
+  addProcess(10, 1, ") R 999 (", joinedWithNULs({"a\nb", "c\r\n d", "\x1b[2J"}));
+  addProcess(11, 1, "new\nline", "");
+  addProcess(12, 1, "bytes", joinedWithNULs({"\xff\xfe", "caf\xe9"}));
+  addProcess(13, 1, "fine", joinedWithNULs({"/bin/fine"}));
+  const auto rows = list();
+  ASSERT_EQ(rows.size(), 4U);
+  EXPECT_EQ(rows[0].ppid, 1);
+  EXPECT_EQ(rows[0].executable, "a\nb");
+  EXPECT_EQ(rows[0].command, "a\nb c\r\n d \x1b[2J");
+  EXPECT_EQ(rows[1].executable, "new\nline");
+  EXPECT_EQ(rows[2].executable, "\uFFFD\uFFFD");
+  EXPECT_EQ(rows[2].command, "\uFFFD\uFFFD caf\uFFFD");
+  EXPECT_EQ(rows[3].command, "/bin/fine");
+}
+
+TEST_F(ProcProcessListingTest, ACommandLineOfAnyLengthIsReadWhole) {
+  const std::string longWord(1'000'000, 'x');
+  addProcess(20, 1, "long", joinedWithNULs({"/bin/long", longWord, "@earendil-works/end"}));
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().command, "/bin/long " + longWord + " @earendil-works/end");
+}
+
+TEST_F(ProcProcessListingTest, AProcessThatVanishesWhileItIsReadIsLeftOut) {
+  addProcess(30, 1, "stays", joinedWithNULs({"stays"}));
+  std::filesystem::create_directory(proc / "31");  // nothing left to read
+  proc.write("32/stat", "32 (half) S 1 1 1 0\n");  // gone before its command line was read
+  proc.write("33/stat", "");                       // an empty answer
+  const auto rows = list();
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows.front().pid, 30);
+}
+
+TEST_F(ProcProcessListingTest, OnlyNumbersAreProcesses) {
+  addProcess(40, 1, "one", joinedWithNULs({"one"}));
+  proc.write("self/stat", "1 (self) S 1 1 1 0\n");
+  proc.write("4x/stat", "4 (four) S 1 1 1 0\n");
+  proc.write("version", "Linux");
+  EXPECT_EQ(list().size(), 1U);
+}
+
+TEST_F(ProcProcessListingTest, RowsAreOrderedByPid) {
+  for (const int pid : {300, 2, 45, 1000}) {
+    addProcess(pid, 1, "x", joinedWithNULs({"x"}));
+  }
+  const auto rows = list();
+  EXPECT_TRUE(std::is_sorted(rows.begin(), rows.end(), [](const auto& left, const auto& right) {
+    return left.pid < right.pid;
+  }));
+  EXPECT_EQ(rows.size(), 4U);
+}
+
+TEST_F(ProcProcessListingTest, AMissingFolderIsAnErrorThatNamesIt) {
+  try {
+    ProcProcessListing(proc / "missing").listProcesses();
+    ADD_FAILURE();
+  } catch (const NODOError& error) {
+    EXPECT_EQ(error.errorCase(), NODOError::Case::processListingFailed);
+    EXPECT_NE(error.detail().find((proc / "missing").string()), std::string::npos);
+  }
+}
+
+TEST(RealProcTest, ListsThisProcessWithItsParentAndCommandLine) {
+  const auto rows = ProcProcessListing().listProcesses();
+  const auto self =
+      std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.pid == ::getpid(); });
+  ASSERT_NE(self, rows.end());
+  EXPECT_EQ(self->ppid, ::getppid());
+  EXPECT_NE(self->executable.find("nodo_tests"), std::string::npos);
+  EXPECT_TRUE(self->command.starts_with(self->executable));
+}
+
+}  // namespace
+}  // namespace nodo

@@ -1,0 +1,85 @@
+#include <NODOCore/base/Text.h>
+#include <NODOCore/power/ProcessCommandRunner.h>
+#include <programs/nodoctl/Completion.h>
+#include <testing/TemporaryFolder.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+// What bash offers for a command line whose last word is being typed.
+std::vector<std::string> completedByBash(const std::vector<std::string>& words) {
+  const testing::TemporaryFolder folder;
+  folder.write("nodoctl.bash", completionScript("bash"));
+  const std::string driver =
+      "source \"$1\"; shift; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _nodoctl; "
+      "printf '%s\\n' \"${COMPREPLY[@]}\"";
+  std::vector<std::string> arguments{"-u", "-c", driver, "bash",
+                                     (folder / "nodoctl.bash").string()};
+  arguments.insert(arguments.end(), words.begin(), words.end());
+  const CommandOutput output = ProcessCommandRunner().run("/bin/bash", arguments);
+  EXPECT_EQ(output.exitCode, 0) << output.standardError;
+  EXPECT_EQ(output.standardError, "");
+  std::vector<std::string> offered;
+  for (const std::string_view line : splitAtLineFeeds(output.standardOutput)) {
+    offered.emplace_back(line);
+  }
+  return offered;
+}
+
+using Words = std::vector<std::string>;
+
+TEST(CompletionTest, BashOffersTheCommands) {
+  EXPECT_EQ(completedByBash({"nodoctl", ""}),
+            (Words{"status", "manual", "stop", "repair", "reconcile", "diagnostics", "agents",
+                   "completion", "--help", "--version"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "re"}), (Words{"repair", "reconcile"}));
+}
+
+TEST(CompletionTest, BashOffersACommandsOwnOptions) {
+  EXPECT_EQ(completedByBash({"nodoctl", "manual", "--e"}), (Words{"--extend-only", "--event"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "stop", "--j"}), (Words{"--json"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "stop", "--m"}), (Words{}));
+}
+
+TEST(CompletionTest, BashOffersNothingInPlaceOfAValue) {
+  EXPECT_EQ(completedByBash({"nodoctl", "manual", "--minutes", ""}), (Words{}));
+}
+
+TEST(CompletionTest, BashOffersAnArgumentsChoices) {
+  EXPECT_EQ(completedByBash({"nodoctl", "completion", "z"}), (Words{"zsh"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "completion", ""}),
+            (Words{"--help", "--version", "bash", "zsh", "fish"}));
+}
+
+TEST(CompletionTest, TheOtherShellsAcceptTheirScripts) {
+  for (const std::string shell : {"zsh", "fish"}) {
+    const std::string program = "/usr/bin/" + shell;
+    if (!std::filesystem::exists(program)) {
+      GTEST_SKIP() << shell << " is not installed";
+    }
+    const testing::TemporaryFolder folder;
+    folder.write("script", completionScript(shell));
+    const CommandOutput output =
+        ProcessCommandRunner().run(program, {"-n", (folder / "script").string()});
+    EXPECT_EQ(output.exitCode, 0) << output.standardError;
+    EXPECT_EQ(output.standardError, "");
+  }
+}
+
+TEST(CompletionTest, EveryShellLearnsOfEveryOption) {
+  for (const char* shell : {"bash", "zsh", "fish"}) {
+    const std::string script = completionScript(shell);
+    for (const char* word : {"extend-only", "simulate", "json", "requester", "diagnostics"}) {
+      EXPECT_NE(script.find(word), std::string::npos) << shell << " " << word;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace nodo::nodoctl
