@@ -1,0 +1,48 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/state/StateStore.h>
+#include <testing/TemporaryFolder.h>
+
+#include <benchmark/benchmark.h>
+
+#include <bench/SampleState.h>
+
+namespace nodo::bench {
+namespace {
+
+constexpr Date wholeMinute = dateFromSeconds(1769847300);
+
+void BM_LoadAndSaveState(benchmark::State& state) {
+  const testing::TemporaryFolder folder;
+  const StateStore store{folder.path()};
+  store.save(fullState(wholeMinute));
+  if (store.load() != fullState(wholeMinute)) {
+    state.SkipWithError("the state does not read back equal");
+  }
+  for (auto _ : state) {
+    store.save(store.load());
+  }
+  state.counters["bytes"] = static_cast<double>(folder.read("state.json").size());
+}
+
+BENCHMARK(BM_LoadAndSaveState)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_DecodeState(benchmark::State& state) {
+  const std::string text = encodeJSON(fullState(wholeMinute), JSONLayout::prettySorted);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(decodeJSON<NODOState>(text));
+  }
+}
+
+BENCHMARK(BM_DecodeState)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_EncodeState(benchmark::State& state) {
+  const NODOState full = fullState(wholeMinute);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(encodeJSON(full, JSONLayout::prettySorted));
+  }
+}
+
+BENCHMARK(BM_EncodeState)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace nodo::bench
