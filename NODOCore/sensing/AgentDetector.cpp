@@ -3,10 +3,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+
+#include <re2/re2.h>
 
 namespace nodo {
 namespace {
@@ -27,57 +28,22 @@ constexpr std::array<AgentText, 7> agentTexts{{
     {AgentKind::pi, "@earendil-works/pi-coding-agent"},
 }};
 
-// Finds in one pass whether any of these texts occurs. Nearly no row of a process table holds one,
-// and searching each row for one text after the other would be most of the detector's work.
-//
-// Horspool's search for several texts: the last two bytes of a window as long as the shortest text
-// say how far it may move without passing over the beginning of one.
-class AgentTextSearch {
- public:
-  constexpr AgentTextSearch() {
-    moves_.fill(window - 1);
-    for (const AgentText& agent : agentTexts) {
-      for (std::size_t end = 2; end <= window; ++end) {
-        std::uint8_t& move = moves_[slot(agent.text.at(end - 2), agent.text.at(end - 1))];
-        move = std::min(move, static_cast<std::uint8_t>(window - end));
-      }
-    }
+std::string patternOfAgentTexts() {
+  std::string pattern;
+  for (const AgentText& agent : agentTexts) {
+    pattern += (pattern.empty() ? "" : "|") + RE2::QuoteMeta(agent.text);
   }
+  return pattern;
+}
 
-  bool occursIn(std::string_view command) const {
-    std::size_t end = window;
-    while (end <= command.size()) {
-      const std::size_t move = moves_[slot(command[end - 2], command[end - 1])];
-      if (move == 0 && beginsWithText(command.substr(end - window))) {
-        return true;
-      }
-      end += std::max<std::size_t>(move, 1);
-    }
-    return false;
-  }
-
- private:
-  static constexpr std::size_t window = 8;
-  static_assert(std::all_of(agentTexts.begin(), agentTexts.end(),
-                            [](const AgentText& agent) { return agent.text.size() >= window; }));
-
-  // Pairs of bytes that share a slot only make for shorter moves.
-  static constexpr std::size_t slots = 1024;
-
-  static constexpr std::size_t slot(char first, char second) {
-    return (static_cast<unsigned char>(first) * 33U ^ static_cast<unsigned char>(second)) % slots;
-  }
-
-  static bool beginsWithText(std::string_view command) {
-    return std::any_of(agentTexts.begin(), agentTexts.end(), [command](const AgentText& agent) {
-      return command.starts_with(agent.text);
-    });
-  }
-
-  std::array<std::uint8_t, slots> moves_{};
-};
-
-constexpr AgentTextSearch agentTextSearch;
+// Whether any of these texts occurs, character boundaries apart. Nearly no row of a process table
+// holds one, and searching each row for one text after the other would be most of the detector's
+// work.
+bool holdsAgentText(const std::string& command) {
+  // Over bytes, so that invalid UTF-8 elsewhere in the line does not matter.
+  static const RE2 anyAgentText(patternOfAgentTexts(), RE2::Latin1);
+  return RE2::PartialMatch(command, anyAgentText);
+}
 
 // What the rules look at, in lower case.
 struct Row {
@@ -170,7 +136,7 @@ std::optional<AgentKind> AgentDetector::classify(const RunningProcess& process) 
   if (isOneLineShell(row, process.command) || isAnyOf(row.name, {"nodoctl", "nodod"})) {
     return std::nullopt;
   }
-  row.holdsAgentText = agentTextSearch.occursIn(row.command);
+  row.holdsAgentText = holdsAgentText(row.command);
   if (isClaudeCode(row)) {
     return AgentKind::claudeCode;
   }
