@@ -19,6 +19,7 @@
 #include <NODOCore/control/SafetyPolicy.h>
 #include <NODOCore/control/StatusReport.h>
 #include <NODOCore/control/TriggerActivitySummary.h>
+#include <NODOCore/diagnostics/DoctorReportFormatter.h>
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>

@@ -55,14 +55,14 @@ void removeAbandoned(const fs::path& path) {
 // The new content on its way: removes itself unless it has been renamed into place.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(const fs::path& target) : target_(target) {
+  TemporaryFile(const fs::path& target, mode_t mode) : target_(target) {
     std::random_device random;
     // Another process that tidies up may take the new file for an abandoned one in the instant
     // before it is locked; then the next name is tried.
     while (!file_) {
       const auto number = (std::uint64_t{random()} << 32U) | random();
       path_ = target.parent_path() / fmt::format("{}{:016x}", temporaryPrefix(target), number);
-      file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+      file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
       if (!file_) {
         if (errno == EEXIST) {
           continue;
@@ -87,7 +87,7 @@ class TemporaryFile {
 
   void keepModeAndOwnerOf(const struct stat& old) {
     const bool mayGiveAway = ::geteuid() == 0;
-    // The owner first: giving a file away clears its set-id bits.
+    // The mode last: giving a file away, like writing to it, clears its set-id bits.
     if ((mayGiveAway && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
         ::fchmod(file_.get(), old.st_mode & 07777U) != 0) {
       throwErrno("Unable to keep the mode of", target_.string());
@@ -103,12 +103,12 @@ class TemporaryFile {
         throwErrno("Unable to write", target_.string());
       }
     }
-    if (syncToDisk(file_.get()) != 0) {
-      throwErrno("Unable to write", target_.string());
-    }
   }
 
   void renameIntoPlace() {
+    if (syncToDisk(file_.get()) != 0) {
+      throwErrno("Unable to write", target_.string());
+    }
     if (::rename(path_.c_str(), target_.c_str()) != 0) {
       throwErrno("Unable to replace", target_.string());
     }
@@ -162,11 +162,12 @@ void replaceFile(const fs::path& path, std::string_view content) {
   struct stat old {};
 
   const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
-  TemporaryFile temporary(target);
+  // Until it has the old file's mode nobody else may read what could be meant for few.
+  TemporaryFile temporary(target, exists ? 0600 : 0666);
+  temporary.write(content);
   if (exists) {
     temporary.keepModeAndOwnerOf(old);
   }
-  temporary.write(content);
   temporary.renameIntoPlace();
   syncFolder(target.parent_path());
 }

@@ -10,6 +10,12 @@
 namespace nodo {
 namespace {
 
+// A document may consist of one word of any length, and an error message should not.
+std::string shortened(std::string_view text, std::size_t longest) {
+  const std::string_view beginning = firstCharacters(text, longest);
+  return std::string(beginning) + (beginning.size() < text.size() ? "..." : "");
+}
+
 [[noreturn]] void failAt(std::string_view text, std::size_t offset, std::string_view reason) {
   const std::string_view before = text.substr(0, offset);
   const auto line = 1 + std::count(before.begin(), before.end(), '\n');
@@ -258,10 +264,7 @@ std::string JSONValue::description() const {
     return "number " + value->digits;
   }
   if (const std::string* value = text()) {
-    constexpr std::size_t longest = 60;
-    const std::string_view shown = firstCharacters(*value, longest);
-    return fmt::format("text \"{}{}\"", escapedForDisplay(shown),
-                       shown.size() < value->size() ? "..." : "");
+    return fmt::format("text \"{}\"", escapedForDisplay(shortened(*value, 60)));
   }
   if (array() != nullptr) {
     return "a list";

@@ -18,8 +18,6 @@ class ProcessCommandRunner : public CommandRunning {
  public:
   CommandOutput run(const std::string& executable,
                     const std::vector<std::string>& arguments) const override;
-
-  bool operator==(const ProcessCommandRunner&) const = default;
 };
 
 }  // namespace nodo

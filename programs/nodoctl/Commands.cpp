@@ -1,6 +1,7 @@
 #include <NODOCore/base/DecodingError.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/control/NODOController.h>
+#include <NODOCore/diagnostics/DoctorReportFormatter.h>
 #include <NODOCore/power/NoopPowerManager.h>
 #include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/Commands.h>
@@ -49,6 +50,16 @@ std::optional<ActivationRequester> requesterFrom(const Invocation& invocation, D
                              invocation.event, now);
 }
 
+Answer repair(const Invocation& invocation, const NODOController& controller, Date now) {
+  const StatusReport report = controller.repairState(now);
+  if (invocation.json) {
+    return {.output = jsonDocument(report)};
+  }
+  const std::string text =
+      DoctorReportFormatter::formatRepairResult(report, DoctorStatusSource::local);
+  return {.output = text + "\n"};
+}
+
 StatusReport manual(const Invocation& invocation, const NODOController& controller, Date now) {
   return controller.enableManual(invocation.minutes, now, invocation.extendOnly,
                                  requesterFrom(invocation, now));
@@ -84,7 +95,7 @@ Answer performLocally(const Invocation& invocation, const ToolContext& context) 
       case Command::stop:
         return answer(invocation, controller.stop(now));
       case Command::repair:
-        return answer(invocation, controller.repairState(now));
+        return repair(invocation, controller, now);
       case Command::reconcile:
         return answer(invocation, reconcile(invocation, controller, now));
       default:

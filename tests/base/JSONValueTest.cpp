@@ -135,6 +135,10 @@ TEST(JSONValueTest, AZeroByteDoesNotEndTheDocument) {
   }
 }
 
+TEST(JSONValueTest, AnErrorQuotesNoMoreThanItNeeds) {
+  EXPECT_LT(parseError("\"" + std::string(1'000'000, 'x')).size(), 300U);
+}
+
 TEST(JSONValueTest, AnErrorNamesItsLineAndColumn) {
   const struct {
     const char* text;

@@ -108,6 +108,13 @@ TEST_F(ToolTest, StopEndsTheTimer) {
 
 TEST_F(ToolTest, RepairResetsTheState) {
   run({"manual", "--minutes", "20"});
+  EXPECT_EQ(run({"repair"}).output,
+            "Repair finished via local fallback.\n"
+            "Status: inactive\n"
+            "Power lock: off\n"
+            "Timer: off\n"
+            "Last stop reason: repair\n"
+            "nodo is not preventing sleep.\n");
   const JSONValue json = runJSON({"repair", "--json"});
   EXPECT_EQ(*json.member("state")->member("lastStopReason")->text(), "repair");
 }
