@@ -21,9 +21,9 @@ std::string shortened(std::string_view text, std::size_t longest) {
   const auto line = 1 + std::count(before.begin(), before.end(), '\n');
   const auto lineStart = before.rfind('\n');
   const auto column = before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
-  throw DecodingError(
-      "", "JSON",
-      fmt::format("an error at line {}, column {}: {}", line, column, escapedForDisplay(reason)));
+  throw DecodingError("", "JSON",
+                      fmt::format("an error at line {}, column {}: {}", line, column,
+                                  escapedForDisplay(shortened(reason, 200))));
 }
 
 // Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so
