@@ -73,9 +73,6 @@ add_library(nodo_program_options INTERFACE)
 if(NOT NODO_SANITIZE AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
   target_link_options(nodo_program_options INTERFACE -static-libstdc++ -static-libgcc)
 endif()
-if(NOT NODO_SANITIZE)
-  target_link_options(nodo_program_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
-endif()
 
 # For nodocore.pc: the way from its folder back to the prefix, so that an installed tree can be moved.
 # Folders that were given as absolute paths stay where they are.
