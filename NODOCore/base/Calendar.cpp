@@ -19,10 +19,6 @@ constexpr CalendarRules julian{4, 1461, 719470, false};
 
 constexpr std::int64_t firstGregorianDay = -141427;  // 1582-10-15, in days since 1970-01-01
 
-std::int64_t floorDivide(std::int64_t value, std::int64_t divisor) {
-  return (value >= 0 ? value : value - divisor + 1) / divisor;
-}
-
 // Days in the whole years of a cycle before its year number `year`.
 std::int64_t daysBeforeYear(std::int64_t year, const CalendarRules& rules) {
   return year * 365 + year / 4 - (rules.skipsCenturies ? year / 100 : 0);

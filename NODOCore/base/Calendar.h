@@ -15,6 +15,11 @@ struct CalendarDay {
   bool operator==(const CalendarDay&) const = default;
 };
 
+/// `value` divided by a positive number, rounded towards minus infinity.
+constexpr std::int64_t floorDivide(std::int64_t value, std::int64_t divisor) {
+  return (value >= 0 ? value : value - divisor + 1) / divisor;
+}
+
 /// The day that lies `days` days after 1970-01-01.
 CalendarDay calendarDay(std::int64_t days);
 

@@ -12,6 +12,8 @@ namespace nodo {
 namespace {
 
 constexpr std::int64_t secondsPerDay = 86400;
+constexpr std::size_t largestYearDigits = 9;
+constexpr std::int64_t largestYear = 999'999'999;
 
 // Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
 // digits, and would look at the process's locale.
@@ -36,10 +38,9 @@ class FixedWidthReader {
 
   // A year is the one field that may be longer, when it begins with another digit than zero.
   bool year(int& value) {
-    constexpr std::size_t longest = 9;
     const bool negative = literal('-');
     const auto count = std::min(rest_.find_first_not_of("0123456789"), rest_.size());
-    if (count < 4 || count > longest || (count > 4 && rest_.front() == '0') ||
+    if (count < 4 || count > largestYearDigits || (count > 4 && rest_.front() == '0') ||
         !digits(count, value)) {
       return false;
     }
@@ -101,8 +102,9 @@ std::string iso8601Text(Date date) {
   constexpr std::int64_t secondsTo2001 = 978307200;
   const Seconds since2001 = date.time_since_epoch() - Seconds(secondsTo2001);
   const std::int64_t total = wholeSeconds(since2001) + secondsTo2001;
-  const std::int64_t secondOfDay = (total % secondsPerDay + secondsPerDay) % secondsPerDay;
-  const CalendarDay day = calendarDay((total - secondOfDay) / secondsPerDay);
+  const std::int64_t dayInUTC = floorDivide(total, secondsPerDay);
+  const std::int64_t secondOfDay = total - dayInUTC * secondsPerDay;
+  const CalendarDay day = calendarDay(dayInUTC);
   return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", day.year < 0 ? "-" : "",
                      std::abs(day.year), day.month, day.day, secondOfDay / 3600,
                      secondOfDay / 60 % 60, secondOfDay % 60);
@@ -131,6 +133,10 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   }
   const auto instant = std::chrono::seconds(*days * secondsPerDay) + std::chrono::hours(hour) +
                        std::chrono::minutes(minute) + std::chrono::seconds(second) - *offset;
+  const std::int64_t dayInUTC = floorDivide(instant.count(), secondsPerDay);
+  if (std::abs(calendarDay(dayInUTC).year) > largestYear) {
+    return std::nullopt;  // the offset led out of the years that can be read
+  }
   return Date(std::chrono::duration_cast<Seconds>(instant));
 }
 

@@ -16,6 +16,9 @@ struct EnumText {
   std::string_view text;
 };
 
+template <class Enum>
+EnumText(Enum, std::string_view) -> EnumText<Enum>;  // Clang before 17 cannot do without
+
 /// The texts of an enumeration's cases, in their order. Specialised beside each enumeration with
 /// `static constexpr std::array cases{EnumText{...}, ...}`; JSON, command line and logs all use it.
 template <class Enum>

@@ -24,7 +24,7 @@ class CallError {
   }
 
  private:
-  sd_bus_error error_ = SD_BUS_ERROR_NULL;
+  sd_bus_error error_{};
 };
 
 std::uint64_t microseconds(std::chrono::steady_clock::duration duration) {
