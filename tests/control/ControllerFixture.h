@@ -41,6 +41,12 @@ class ControllerFixture : public ::testing::Test {
     return controller().repair(power, live, now);
   }
 
+  void closeLidOnBattery() const {
+    machine->lidClosed = true;
+    machine->powerSource = PowerSource::battery;
+    machine->batteryPercent = 80;
+  }
+
   void advance(double seconds) { now += Seconds(seconds); }
 
   NODOState stored() const { return store().load(); }

@@ -57,6 +57,17 @@ class OwnershipLifeCycleTest : public ControllerFixture {
     power.behaviour = each.behaviour;
   }
 
+  // A due release with the lid closed on battery, after which the tool behaves like that.
+  void releaseWithASleepRequestThat(Behaviour behaviour) {
+    closeLidOnBattery();
+    setScene({.owned = true, .behaviour = Behaviour::works});
+    power.beforeOperation = [this, behaviour](PowerOperationAction action) {
+      if (action == PowerOperationAction::sleepNow) {
+        power.behaviour = behaviour;
+      }
+    };
+  }
+
   // Whether the pass ended with an error.
   bool runPass(bool saveFails) {
     std::optional<testing::DiskFull> full;
@@ -104,15 +115,7 @@ TEST_F(OwnershipLifeCycleTest, TheNextPassMendsWhateverWentWrong) {
 }
 
 TEST_F(OwnershipLifeCycleTest, ASleepRequestThatCannotBeMadeLeavesTheReleaseOnDisk) {
-  machine->lidClosed = true;
-  machine->powerSource = PowerSource::battery;
-  machine->batteryPercent = 80;
-  setScene({.owned = true, .behaviour = Behaviour::works});
-  power.beforeOperation = [this](PowerOperationAction action) {
-    if (action == PowerOperationAction::sleepNow) {
-      power.behaviour = Behaviour::cannotRun;
-    }
-  };
+  releaseWithASleepRequestThat(Behaviour::cannotRun);
   EXPECT_TRUE(runPass(false));
   EXPECT_FALSE(stored().ownsSleepDisable);
   ASSERT_EQ(stored().powerOperationHistory.size(), 1U);
@@ -120,15 +123,7 @@ TEST_F(OwnershipLifeCycleTest, ASleepRequestThatCannotBeMadeLeavesTheReleaseOnDi
 }
 
 TEST_F(OwnershipLifeCycleTest, ASleepRequestThatIsRefusedIsAudited) {
-  machine->lidClosed = true;
-  machine->powerSource = PowerSource::battery;
-  machine->batteryPercent = 80;
-  setScene({.owned = true, .behaviour = Behaviour::works});
-  power.beforeOperation = [this](PowerOperationAction action) {
-    if (action == PowerOperationAction::sleepNow) {
-      power.behaviour = Behaviour::fails;
-    }
-  };
+  releaseWithASleepRequestThat(Behaviour::fails);
   EXPECT_FALSE(runPass(false));
   EXPECT_FALSE(stored().ownsSleepDisable);
   EXPECT_EQ(stored().lastPowerOperation->reason, "closed_lid_release");

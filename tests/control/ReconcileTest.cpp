@@ -19,12 +19,6 @@ class ReconcileTest : public ControllerFixture {
     reconcile();
     power.operations.clear();
   }
-
-  void closeLidOnBattery() const {
-    machine->lidClosed = true;
-    machine->powerSource = PowerSource::battery;
-    machine->batteryPercent = 80;
-  }
 };
 
 TEST_F(ReconcileTest, ARunningTimerTakesTheLock) {
