@@ -8,5 +8,6 @@
 #define F_FULLFSYNC 51
 #define POSIX_SPAWN_CLOEXEC_DEFAULT 0x4000
 
+// NOLINTNEXTLINE(readability-identifier-naming): the system's own name
 extern "C" int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions,
                                                       int descriptor);
