@@ -4,7 +4,8 @@
 
 namespace nodo {
 
-DecodingError::DecodingError(std::string path, std::string expected, std::string found)
+DecodingError::DecodingError(std::string path, const std::string& expected,
+                             const std::string& found)
     : path_(std::move(path)),
       message_((path_.empty() ? std::string() : path_ + ": ") + "expected " + expected +
                ", found " + found) {}

@@ -11,7 +11,7 @@ class DecodingError : public std::exception {
  public:
   /// `path`: the keys that lead to the place, e.g. "lastRequester.requestedAt"; empty for the
   /// document itself. `expected` and `found`: short texts such as "a boolean" and "number 5".
-  DecodingError(std::string path, std::string expected, std::string found);
+  DecodingError(std::string path, const std::string& expected, const std::string& found);
 
   const char* what() const noexcept override { return message_.c_str(); }
 

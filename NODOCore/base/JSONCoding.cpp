@@ -18,13 +18,13 @@ std::string JSONReader::path() const {
   return before + (needsDot ? "." : "") + key_;
 }
 
-void JSONReader::fail(std::string expected) const {
-  throw DecodingError(path(), std::move(expected), value_->description());
+void JSONReader::fail(const std::string& expected) const {
+  throw DecodingError(path(), expected, value_->description());
 }
 
-void JSONReader::failMissing(std::string_view key, std::string expected) const {
+void JSONReader::failMissing(std::string_view key, const std::string& expected) const {
   static const JSONValue absent;
-  throw DecodingError(child(absent, std::string(key)).path(), std::move(expected), "nothing");
+  throw DecodingError(child(absent, std::string(key)).path(), expected, "nothing");
 }
 
 JSONValue encode(bool value) {

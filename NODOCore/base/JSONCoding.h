@@ -40,10 +40,10 @@ class JSONReader {
   JSONReader child(const JSONValue& value, std::string key) const;
 
   /// Ends the decoding of this value with a DecodingError.
-  [[noreturn]] void fail(std::string expected) const;
+  [[noreturn]] void fail(const std::string& expected) const;
 
   /// Ends it because `key` is not there.
-  [[noreturn]] void failMissing(std::string_view key, std::string expected) const;
+  [[noreturn]] void failMissing(std::string_view key, const std::string& expected) const;
 
  private:
   JSONReader(const JSONValue& value, const JSONReader* parent, std::string key)

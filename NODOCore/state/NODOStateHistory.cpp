@@ -10,7 +10,7 @@ namespace {
 
 constexpr Seconds historySpan(12 * 60 * 60);
 constexpr Seconds minute(60);
-constexpr std::size_t mostBuckets = 12 * 60;
+constexpr std::size_t mostBuckets = 720;  // the minutes of that span
 
 // Truncated towards zero.
 Date minuteOf(Date time) {

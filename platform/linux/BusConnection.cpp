@@ -15,7 +15,7 @@ class CallError {
   CallError(const CallError&) = delete;
   CallError& operator=(const CallError&) = delete;
 
-  ~CallError() { SdBusLibrary::shared().error_free(&error_); }
+  ~CallError() { SdBusLibrary::shared().errorFree(&error_); }
 
   sd_bus_error* get() { return &error_; }
 
@@ -37,7 +37,7 @@ void waitUntilReady(sd_bus* bus, std::chrono::milliseconds timeLimit) {
   const SdBusLibrary& library = SdBusLibrary::shared();
   const auto deadline = std::chrono::steady_clock::now() + timeLimit;
   for (;;) {
-    const int ready = library.is_ready(bus);
+    const int ready = library.isReady(bus);
     checkBus(ready, "connect to the system bus");
     if (ready > 0) {
       return;
@@ -58,11 +58,11 @@ void waitUntilReady(sd_bus* bus, std::chrono::milliseconds timeLimit) {
 }  // namespace
 
 void BusMessageDeleter::operator()(sd_bus_message* message) const {
-  SdBusLibrary::shared().message_unref(message);
+  SdBusLibrary::shared().messageUnref(message);
 }
 
 void BusCloser::operator()(sd_bus* bus) const {
-  SdBusLibrary::shared().flush_close_unref(bus);
+  SdBusLibrary::shared().flushCloseUnref(bus);
 }
 
 void checkBus(int result, const std::string& action) {
@@ -77,7 +77,7 @@ BusConnection::BusConnection(std::unique_ptr<sd_bus, BusCloser> bus,
 
 BusConnection BusConnection::openSystem(std::chrono::milliseconds timeLimit) {
   sd_bus* opened = nullptr;
-  checkBus(SdBusLibrary::shared().open_system(&opened), "connect to the system bus");
+  checkBus(SdBusLibrary::shared().openSystem(&opened), "connect to the system bus");
   std::unique_ptr<sd_bus, BusCloser> bus(opened);
   waitUntilReady(bus.get(), timeLimit);
   return {std::move(bus), timeLimit};
@@ -87,11 +87,11 @@ BusMessage BusConnection::newCall(const std::string& service, const std::string&
                                   const std::string& interface, const std::string& member) const {
   const SdBusLibrary& library = SdBusLibrary::shared();
   sd_bus_message* made = nullptr;
-  checkBus(library.message_new_method_call(bus_.get(), &made, service.c_str(), path.c_str(),
-                                           interface.c_str(), member.c_str()),
+  checkBus(library.messageNewMethodCall(bus_.get(), &made, service.c_str(), path.c_str(),
+                                        interface.c_str(), member.c_str()),
            "make a call of " + member);
   BusMessage call(made);
-  checkBus(library.message_set_auto_start(call.get(), 0), "make a call of " + member);
+  checkBus(library.messageSetAutoStart(call.get(), 0), "make a call of " + member);
   return call;
 }
 

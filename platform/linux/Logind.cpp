@@ -36,7 +36,7 @@ BusMessage Logind::send(const BusMessage& call) {
 BusMessage Logind::askProperty(const std::string& name) {
   const BusMessage call =
       connection().newCall(service, path, "org.freedesktop.DBus.Properties", "Get");
-  checkBus(SdBusLibrary::shared().message_append(call.get(), "ss", managerInterface, name.c_str()),
+  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "ss", managerInterface, name.c_str()),
            "ask logind for " + name);
   return send(call);
 }
@@ -44,7 +44,7 @@ BusMessage Logind::askProperty(const std::string& name) {
 bool Logind::isLidClosed() {
   const BusMessage reply = askProperty("LidClosed");
   int closed = 0;
-  checkBus(SdBusLibrary::shared().message_read(reply.get(), "v", "b", &closed),
+  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "v", "b", &closed),
            "read logind's LidClosed");
   return closed != 0;
 }
@@ -52,7 +52,7 @@ bool Logind::isLidClosed() {
 std::string Logind::blockInhibited() {
   const BusMessage reply = askProperty("BlockInhibited");
   const char* what = nullptr;
-  checkBus(SdBusLibrary::shared().message_read(reply.get(), "v", "s", &what),
+  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "v", "s", &what),
            "read logind's BlockInhibited");
   return text(what);
 }
@@ -62,7 +62,7 @@ std::vector<Inhibitor> Logind::inhibitors() {
   const BusMessage reply =
       send(connection().newCall(service, path, managerInterface, "ListInhibitors"));
   const std::string action = "read logind's inhibitors";
-  checkBus(library.message_enter_container(reply.get(), 'a', "(ssssuu)"), action);
+  checkBus(library.messageEnterContainer(reply.get(), 'a', "(ssssuu)"), action);
   std::vector<Inhibitor> inhibitors;
   for (;;) {
     const char* what = nullptr;
@@ -72,7 +72,7 @@ std::vector<Inhibitor> Logind::inhibitors() {
     std::uint32_t uid = 0;
     std::uint32_t pid = 0;
     const int more =
-        library.message_read(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid, &pid);
+        library.messageRead(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid, &pid);
     checkBus(more, action);
     if (more == 0) {
       return inhibitors;
