@@ -56,6 +56,7 @@ std::optional<Enum> fromRawValue(std::string_view text) {
 template <TextEnum Enum>
 std::vector<Enum> allCases() {
   std::vector<Enum> all;
+  all.reserve(EnumTexts<Enum>::cases.size());
   for (const auto& entry : EnumTexts<Enum>::cases) {
     all.push_back(entry.value);
   }

@@ -62,7 +62,7 @@ TEST_F(ReplaceFileTest, ANewFileIsMadeWithTheProcessesDefaultMode) {
 TEST_F(ReplaceFileTest, TheContentIsReplacedWhole) {
   for (const std::string& content :
        {std::string("longer content"), std::string(), std::string("a\0\xFF\n", 4),
-        std::string(1024 * 1024, 'x'), std::string("short")}) {
+        std::string(1'000'000, 'x'), std::string("short")}) {
     replaceFile(folder / "file", content);
     EXPECT_EQ(folder.read("file"), content);
   }

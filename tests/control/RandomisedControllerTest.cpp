@@ -19,10 +19,10 @@ constexpr int stepsPerSeed = NODO_RANDOMISED_STEPS / static_cast<int>(seeds);
 class RandomisedControllerTest : public ControllerFixture,
                                  public ::testing::WithParamInterface<unsigned> {
  protected:
-  void SetUp() override { random_.seed(GetParam()); }
+  void SetUp() override { random.seed(GetParam()); }
 
   std::int64_t pick(std::int64_t low, std::int64_t high) {
-    return std::uniform_int_distribution<std::int64_t>(low, high)(random_);
+    return std::uniform_int_distribution<std::int64_t>(low, high)(random);
   }
 
   bool chance(int percent) { return pick(1, 100) <= percent; }
@@ -84,7 +84,7 @@ class RandomisedControllerTest : public ControllerFixture,
         chance(80) ? std::optional(power.isSleepDisabled) : std::nullopt;
     // A tool that failed may have left the lock on without an owner; a pass sees that when it is
     // told the live setting.
-    const bool seesTheLock = live || isInStep_;
+    const bool seesTheLock = live || isInStep;
     try {
       const DaemonRunReport report = isRepair ? controller().repair(power, live, now)
                                               : controller().reconcile(power, live, now);
@@ -99,7 +99,7 @@ class RandomisedControllerTest : public ControllerFixture,
     }
     const bool toolFailed =
         power.operations.size() > operationsBefore && power.behaviour != Behaviour::works;
-    isInStep_ = !toolFailed && seesTheLock;
+    isInStep = !toolFailed && seesTheLock;
   }
 
   void checkLock(const PowerDecision& decision) const {
@@ -158,8 +158,8 @@ class RandomisedControllerTest : public ControllerFixture,
     }
   }
 
-  std::mt19937 random_;
-  bool isInStep_ = true;  // the stored ownership and the machine's lock agree
+  std::mt19937 random;
+  bool isInStep = true;  // the stored ownership and the machine's lock agree
 };
 
 // A restart loses nothing: every command above begins from what is on disk, with a new controller.

@@ -192,14 +192,14 @@ void countInterruption(int) {
 
 class InterruptedRunTest : public ::testing::Test {
  protected:
-  InterruptedRunTest() {
+  void SetUp() override {
     std::strncpy(fileToMake.data(), path.c_str(), fileToMake.size() - 1);
     interruptions = 0;
     const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
     ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
   }
 
-  ~InterruptedRunTest() override {
+  void TearDown() override {
     const itimerval never{};
     ::setitimer(ITIMER_REAL, &never, nullptr);
   }

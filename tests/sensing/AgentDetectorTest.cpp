@@ -15,7 +15,6 @@ namespace nodo {
 namespace {
 
 using testing::FakeMachine;
-using testing::memberOf;
 using testing::optionalOf;
 using testing::testRows;
 using testing::valueOf;
