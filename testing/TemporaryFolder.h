@@ -13,8 +13,8 @@ class TemporaryFolder {
   /// Where the system keeps temporary files.
   TemporaryFolder();
 
-  /// In memory where the system offers that: for tests that save so often that syncing to a disk would
-  /// take most of their time.
+  /// In memory where the system offers that: for tests that save so often that syncing to a disk
+  /// would take most of their time.
   static TemporaryFolder inMemory();
 
   TemporaryFolder(const TemporaryFolder&) = delete;

@@ -1,11 +1,10 @@
+#include <NODOCore/base/RE2Text.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <re2/re2.h>
 
 namespace nodo {
 namespace {
@@ -101,8 +100,8 @@ SleepBlocker SleepDiagnosticsInspector::parseBlocker(std::string_view line) {
   SleepBlocker blocker;
   blocker.rawLine = std::string(line);
   std::string pid;
-  if (RE2::PartialMatch(line, blockerPattern(), &pid, &blocker.processName, &blocker.duration,
-                        &blocker.assertionType, &blocker.assertionName)) {
+  if (RE2::PartialMatch(re2Text(line), blockerPattern(), &pid, &blocker.processName,
+                        &blocker.duration, &blocker.assertionType, &blocker.assertionName)) {
     blocker.pid = integerFromText<std::int64_t>(pid).value_or(0);
     blocker.scope = sleepBlockerScope(blocker.assertionType);
   }

@@ -1,3 +1,4 @@
+#include <NODOCore/base/RE2Text.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
 
@@ -6,8 +7,6 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
-
-#include <re2/re2.h>
 
 namespace nodo {
 namespace {
@@ -31,7 +30,7 @@ constexpr std::array<AgentText, 7> agentTexts{{
 std::string patternOfAgentTexts() {
   std::string pattern;
   for (const AgentText& agent : agentTexts) {
-    pattern += (pattern.empty() ? "" : "|") + RE2::QuoteMeta(agent.text);
+    pattern += (pattern.empty() ? "" : "|") + RE2::QuoteMeta(re2Text(agent.text));
   }
   return pattern;
 }

@@ -1,10 +1,9 @@
+#include <NODOCore/base/RE2Text.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/MacSystemSnapshotProvider.h>
 
 #include <string>
 #include <utility>
-
-#include <re2/re2.h>
 
 namespace nodo {
 
@@ -38,7 +37,7 @@ PowerSource MacSystemSnapshotProvider::powerSource(std::string_view battOutput) 
 std::optional<std::int64_t> MacSystemSnapshotProvider::batteryPercent(std::string_view battOutput) {
   static const RE2 pattern("([0-9]{1,3})%");
   std::string digits;
-  if (!RE2::PartialMatch(battOutput, pattern, &digits)) {
+  if (!RE2::PartialMatch(re2Text(battOutput), pattern, &digits)) {
     return std::nullopt;
   }
   return integerFromText<std::int64_t>(digits);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The few names of Darwin that nodo's own sources for it use, so that these compile elsewhere too. The
-// values are of no account: nothing that is built with them is ever linked.
+// The few names of Darwin that nodo's own sources for it use, so that these compile elsewhere too.
+// The values are of no account: nothing that is built with them is ever linked.
 
 #include <spawn.h>
 
