@@ -23,6 +23,7 @@
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/hooks/AgentHookTarget.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/NoopPowerManager.h>
 #include <NODOCore/power/PMSetPowerManager.h>
