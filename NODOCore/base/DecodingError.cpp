@@ -10,4 +10,10 @@ DecodingError::DecodingError(std::string path, const std::string& expected,
       message_((path_.empty() ? std::string() : path_ + ": ") + "expected " + expected +
                ", found " + found) {}
 
+DecodingError DecodingError::inFile(const std::string& file) const {
+  DecodingError error = *this;
+  error.message_ = file + ": " + message_;
+  return error;
+}
+
 }  // namespace nodo

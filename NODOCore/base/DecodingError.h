@@ -13,6 +13,9 @@ class DecodingError : public std::exception {
   /// document itself. `expected` and `found`: short texts such as "a boolean" and "number 5".
   DecodingError(std::string path, const std::string& expected, const std::string& found);
 
+  /// This error in a document that was read from `file`, which then begins the message.
+  DecodingError inFile(const std::string& file) const;
+
   const char* what() const noexcept override { return message_.c_str(); }
 
   bool operator==(const DecodingError& other) const { return message_ == other.message_; }

@@ -85,6 +85,12 @@ class TemporaryFile {
     }
   }
 
+  void setMode(fs::perms mode) {
+    if (::fchmod(file_.get(), static_cast<mode_t>(mode)) != 0) {
+      throwErrno("Unable to set the mode of", target_.string());
+    }
+  }
+
   void keepModeAndOwnerOf(const struct stat& old) {
     const bool mayGiveAway = ::geteuid() == 0;
     // The mode last: giving a file away, like writing to it, clears its set-id bits.
@@ -105,10 +111,13 @@ class TemporaryFile {
     }
   }
 
-  void renameIntoPlace() {
+  void sync() {
     if (syncToDisk(file_.get()) != 0) {
       throwErrno("Unable to write", target_.string());
     }
+  }
+
+  void renameIntoPlace() {
     if (::rename(path_.c_str(), target_.c_str()) != 0) {
       throwErrno("Unable to replace", target_.string());
     }
@@ -129,6 +138,60 @@ void syncFolder(const fs::path& folder) {
     throwErrno("Unable to sync the folder", folder.string());
   }
 }
+
+// Replaces `target` and returns true, unless `isObsolete` says, at the last moment, that the new
+// content has been overtaken.
+bool replaceUnless(const fs::path& target, std::string_view content, std::optional<fs::perms> mode,
+                   const std::function<bool()>& isObsolete) {
+  removeAbandoned(target);
+
+  struct stat old {};
+
+  const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  // Until it has the old file's mode nobody else may read what could be meant for few.
+  TemporaryFile temporary(target, exists ? 0600 : 0666);
+  temporary.write(content);
+  if (exists) {
+    temporary.keepModeAndOwnerOf(old);
+  }
+  if (mode) {
+    temporary.setMode(*mode);
+  }
+  temporary.sync();
+  if (isObsolete()) {
+    return false;
+  }
+  temporary.renameIntoPlace();
+  syncFolder(target.parent_path());
+  return true;
+}
+
+bool removeUnless(const fs::path& path, const std::function<bool()>& isObsolete) {
+  if (isObsolete()) {
+    return false;
+  }
+  if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+    throwErrno("Unable to remove", path.string());
+  }
+  return true;
+}
+
+// Where the symbolic links at `path` lead in the end, which need not exist.
+fs::path finalTarget(fs::path path) {
+  constexpr int mostLinks = 40;  // as many as Linux follows
+  for (int links = 0; links < mostLinks; ++links) {
+    std::error_code notALink;
+    const fs::path next = fs::read_symlink(path, notALink);
+    if (notALink) {
+      return path;
+    }
+    path = path.parent_path() / next;
+  }
+  errno = ELOOP;
+  throwErrno("Unable to follow the links at", path.string());
+}
+
+constexpr int mostAttempts = 10;
 
 }  // namespace
 
@@ -155,21 +218,26 @@ std::optional<std::string> readFile(const fs::path& path) {
   return readToEnd(file, path.string());
 }
 
-void replaceFile(const fs::path& path, std::string_view content) {
-  const fs::path target = fs::absolute(path);
-  removeAbandoned(target);
+void replaceFile(const fs::path& path, std::string_view content, std::optional<fs::perms> mode) {
+  replaceUnless(fs::absolute(path), content, mode, [] { return false; });
+}
 
-  struct stat old {};
-
-  const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
-  // Until it has the old file's mode nobody else may read what could be meant for few.
-  TemporaryFile temporary(target, exists ? 0600 : 0666);
-  temporary.write(content);
-  if (exists) {
-    temporary.keepModeAndOwnerOf(old);
+bool updateFileThroughLinks(const fs::path& path,
+                            const std::function<FileContent(const FileContent&)>& edit) {
+  for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    const FileContent before = readFile(path);
+    const FileContent after = edit(before);
+    if (after == before) {
+      return false;
+    }
+    const auto hasChanged = [&] { return readFile(path) != before; };
+    if (after ? replaceUnless(finalTarget(fs::absolute(path)), *after, std::nullopt, hasChanged)
+              : removeUnless(path, hasChanged)) {
+      return true;
+    }
   }
-  temporary.renameIntoPlace();
-  syncFolder(target.parent_path());
+  errno = EAGAIN;
+  throwErrno("Unable to change, as somebody else keeps changing it,", path.string());
 }
 
 }  // namespace nodo

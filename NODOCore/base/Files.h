@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,26 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 /// Throws std::system_error, with the path in its text; the old file is then as it was and no
 /// temporary file is left. One that a killed process left behind is removed by the next call for
 /// the same path. Two processes may race: one of the two contents wins, whole.
-void replaceFile(const std::filesystem::path& path, std::string_view content);
+///
+/// With `mode` the file has exactly that mode from the instant it is there.
+void replaceFile(const std::filesystem::path& path, std::string_view content,
+                 std::optional<std::filesystem::perms> mode = std::nullopt);
+
+/// A file's content; nothing stands for no file.
+using FileContent = std::optional<std::string>;
+
+/// Brings the file at `path`, which belongs to somebody else, from the content that it has to the
+/// one that `edit` makes of it, and returns whether that changed anything.
+///
+/// Replaces as replaceFile does, but follows symbolic links: they stay, and the file to which the
+/// last one leads is replaced, or made. When `edit` answers with nothing, what stands at `path`
+/// itself is removed. A file that somebody else changes meanwhile is read, and `edit` asked, again;
+/// after ten times it fails with EAGAIN. What remains is the instant between a last look at the
+/// file and its exchange.
+///
+/// Throws std::system_error, with the path in its text, and what `edit` throws; the file is then as
+/// it was.
+bool updateFileThroughLinks(const std::filesystem::path& path,
+                            const std::function<FileContent(const FileContent&)>& edit);
 
 }  // namespace nodo

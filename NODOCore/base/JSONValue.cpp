@@ -3,6 +3,8 @@
 #include <NODOCore/base/Text.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -233,6 +235,52 @@ class Writer {
   std::string text_;
 };
 
+// A number taken apart without rounding, in one form for all of its spellings: digits without zeros
+// around them, times ten to the power of the exponent.
+struct Decimal {
+  bool isNegative = false;
+  std::string digits;
+  std::int64_t exponent = 0;
+
+  bool operator==(const Decimal&) const = default;
+};
+
+Decimal decimalOf(const JSONValue::Number& number) {
+  Decimal decimal;
+  std::string_view rest(number.digits);
+  if (const auto mark = rest.find_first_of("eE"); mark != std::string_view::npos) {
+    // An exponent that does not fit belongs to zero or to a number that a double takes for zero:
+    // those are one number here.
+    decimal.exponent =
+        integerFromText<std::int32_t>(rest.substr(mark + 1)).value_or(-1'000'000'000);
+    rest = rest.substr(0, mark);
+  }
+  decimal.isNegative = rest.starts_with('-');
+  bool afterPoint = false;
+  for (const char character : rest.substr(decimal.isNegative ? 1 : 0)) {
+    if (character == '.') {
+      afterPoint = true;
+    } else {
+      decimal.digits += character;
+      decimal.exponent -= afterPoint ? 1 : 0;
+    }
+  }
+  decimal.digits.erase(0, decimal.digits.find_first_not_of('0'));
+  while (!decimal.digits.empty() && decimal.digits.back() == '0') {
+    decimal.digits.pop_back();
+    ++decimal.exponent;
+  }
+  return decimal.digits.empty() ? Decimal{.digits = "0"} : decimal;
+}
+
+std::map<std::string_view, const JSONValue*> membersByName(const JSONValue::Object& object) {
+  std::map<std::string_view, const JSONValue*> byName;
+  for (const auto& [name, value] : object) {
+    byName[name] = &value;
+  }
+  return byName;
+}
+
 }  // namespace
 
 JSONValue JSONValue::parse(std::string_view text) {
@@ -256,6 +304,23 @@ const JSONValue* JSONValue::member(std::string_view name) const {
   return nullptr;
 }
 
+JSONValue* JSONValue::member(std::string_view name) {
+  return const_cast<JSONValue*>(std::as_const(*this).member(name));
+}
+
+void JSONValue::setMember(std::string_view name, JSONValue value) {
+  if (JSONValue* present = member(name)) {
+    *present = std::move(value);
+  } else {
+    std::get<Object>(content_).emplace_back(name, std::move(value));
+  }
+}
+
+void JSONValue::removeMember(std::string_view name) {
+  std::erase_if(std::get<Object>(content_),
+                [name](const auto& member) { return member.first == name; });
+}
+
 std::string JSONValue::description() const {
   if (const bool* value = boolean()) {
     return *value ? "true" : "false";
@@ -272,44 +337,35 @@ std::string JSONValue::description() const {
   return object() != nullptr ? "an object" : "null";
 }
 
+bool sameValue(const JSONValue& left, const JSONValue& right) {
+  if (const auto* first = left.number(), *second = right.number(); first && second) {
+    return first->digits == second->digits || decimalOf(*first) == decimalOf(*second);
+  }
+  if (const auto* first = left.array(), *second = right.array(); first && second) {
+    return std::equal(first->begin(), first->end(), second->begin(), second->end(), sameValue);
+  }
+  if (const auto* first = left.object(), *second = right.object(); first && second) {
+    const auto ours = membersByName(*first);
+    const auto theirs = membersByName(*second);
+    return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(),
+                      [](const auto& one, const auto& other) {
+                        return one.first == other.first && sameValue(*one.second, *other.second);
+                      });
+  }
+  return left == right;
+}
+
 std::optional<std::int64_t> wholeNumber(const JSONValue::Number& number) {
   if (const auto plain = integerFromText<std::int64_t>(number.digits)) {
     return plain;
   }
-  // Decimal arithmetic on the digits, as a double would round the large values.
-  std::string_view rest(number.digits);
-  const auto exponentMark = rest.find_first_of("eE");
-  std::int64_t exponent = 0;
-  if (exponentMark != std::string_view::npos) {
-    // An exponent that does not fit belongs to zero or to a number far from fitting.
-    exponent = integerFromText<std::int32_t>(rest.substr(exponentMark + 1)).value_or(-1'000'000);
-    rest = rest.substr(0, exponentMark);
-  }
-  const bool negative = rest.starts_with('-');
-  std::string digits;
-  bool afterPoint = false;
-  for (const char character : rest.substr(negative ? 1 : 0)) {
-    if (character == '.') {
-      afterPoint = true;
-    } else {
-      digits += character;
-      exponent -= afterPoint ? 1 : 0;
-    }
-  }
-  digits.erase(0, digits.find_first_not_of('0'));
-  while (!digits.empty() && digits.back() == '0') {
-    digits.pop_back();
-    ++exponent;
-  }
-  if (digits.empty()) {
-    return 0;
-  }
+  Decimal decimal = decimalOf(number);
   constexpr std::int64_t mostDigits = 19;
-  if (exponent < 0 || exponent > mostDigits) {
+  if (decimal.exponent < 0 || decimal.exponent > mostDigits) {
     return std::nullopt;
   }
-  digits.append(static_cast<std::size_t>(exponent), '0');
-  return integerFromText<std::int64_t>((negative ? "-" : "") + digits);
+  decimal.digits.append(static_cast<std::size_t>(decimal.exponent), '0');
+  return integerFromText<std::int64_t>((decimal.isNegative ? "-" : "") + decimal.digits);
 }
 
 std::string jsonText(const JSONValue& value, JSONLayout layout) {

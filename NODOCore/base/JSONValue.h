@@ -66,8 +66,20 @@ class JSONValue {
 
   const Object* object() const { return std::get_if<Object>(&content_); }
 
+  Array* array() { return std::get_if<Array>(&content_); }
+
+  Object* object() { return std::get_if<Object>(&content_); }
+
   /// The member of that name, or null when there is none or this is no object.
   const JSONValue* member(std::string_view name) const;
+  JSONValue* member(std::string_view name);
+
+  /// Gives the member of that name another value, in its place, or adds it behind the others. This
+  /// must be an object.
+  void setMember(std::string_view name, JSONValue value);
+
+  /// Takes away every member of that name. This must be an object.
+  void removeMember(std::string_view name);
 
   /// What this is, for an error message: `true`, `number 5`, `text "abc"`, `an object`.
   std::string description() const;
@@ -78,6 +90,11 @@ class JSONValue {
  private:
   std::variant<std::nullptr_t, bool, Number, std::string, Array, Object> content_ = nullptr;
 };
+
+/// Whether both say the same: the order of members does not count, nor does how a number is written
+/// (5, 5.0 and 50e-1 are one number), and of a name that occurs twice the last counts. Numbers are
+/// compared digit for digit, never rounded.
+bool sameValue(const JSONValue& left, const JSONValue& right);
 
 /// The number as a whole number, which may be written 5, 5.0 or 5e0; nothing when it has a fraction
 /// or does not fit in 64 bits. Exact for every 64-bit value.

@@ -12,6 +12,12 @@ TEST(DecodingErrorTest, ItSaysWhereWhatAndWhatInstead) {
   EXPECT_STREQ(DecodingError("", "an object", "a list").what(), "expected an object, found a list");
 }
 
+TEST(DecodingErrorTest, ItCanNameTheFile) {
+  const DecodingError error = DecodingError("a.b", "a date", "number 5").inFile("/some/file");
+  EXPECT_STREQ(error.what(), "/some/file: a.b: expected a date, found number 5");
+  EXPECT_EQ(error.path(), "a.b");
+}
+
 TEST(DecodingErrorTest, ErrorsAreEqualByWhatTheySay) {
   EXPECT_EQ(DecodingError("a", "b", "c"), DecodingError("a", "b", "c"));
   EXPECT_FALSE(DecodingError("a", "b", "c") == DecodingError("x", "b", "c"));
