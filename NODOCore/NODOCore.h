@@ -24,6 +24,7 @@
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/NoopPowerManager.h>
 #include <NODOCore/power/PMSetPowerManager.h>

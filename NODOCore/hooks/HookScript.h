@@ -1,0 +1,23 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace nodo {
+
+/// The shell script that agents run at their events: it asks `nodoctl` for another 20 minutes, at
+/// most every two minutes, and starts caffeinate when nodo cannot be used. Whatever happens it
+/// prints nothing and exits 0.
+///
+/// It tries the `nodoctl` of an installed application first and then the one at `nodoctlPath`,
+/// which is taken without the white space around it; absent, the path by which this program was
+/// started counts. So the text depends on where that is, and an installed script of another
+/// `nodoctl` differs: that is how it is found to be outdated. Equal arguments give equal bytes.
+std::string hookScriptText(const std::optional<std::string>& nodoctlPath);
+
+/// The extension that makes Pi run the script at `hookScriptPath`, as Pi loads extensions instead
+/// of running commands. Equal paths give equal bytes.
+std::string piExtensionText(const std::filesystem::path& hookScriptPath);
+
+}  // namespace nodo

@@ -1,0 +1,278 @@
+#include <NODOCore/hooks/HookScriptText.h>
+
+// The script runs under the bash 3.2 of macOS as well as under current ones. An agent waits for it
+// at every tool call, so it starts no program whose answer it can do without, and its functions
+// answer in variables, as each $(function) would be a process of its own.
+
+namespace nodo {
+
+const std::string_view hookScriptHeader = R"hook(#!/usr/bin/env bash
+# Asks nodo to keep this machine awake for as long as a coding agent works. The agent runs this at
+# each of its events; whatever goes wrong in here stays in here.
+set -u
+: "${HOME:=}"
+
+MINUTES="${NODO_HOOK_MINUTES:-20}"
+MIN_INTERVAL_SECONDS="${NODO_HOOK_MIN_INTERVAL_SECONDS:-120}"
+STAMP_PATH="${NODO_HOOK_STAMP:-$HOME/.nodo/last-extend.stamp}"
+FALLBACK_SECONDS="${NODO_HOOK_FALLBACK_SECONDS:-600}"
+LOG_PATH="${NODO_HOOK_LOG:-/tmp/nodo-agent-hook.log}"
+HOOK_AGENT="${NODO_HOOK_AGENT:-agent}"
+HOOK_EVENT="${NODO_HOOK_EVENT:-}"
+
+# Agents read what a hook prints, and take some exit statuses as a refusal.
+exec >/dev/null 2>&1
+trap 'exit 0' EXIT
+
+HOOK_PAYLOAD=""
+if [[ ! -t 0 ]]; then
+  HOOK_PAYLOAD=$(exec head -c 65536)
+fi
+
+# One line, whatever the words hold. /tmp is open to everybody: a link there may lead to any file,
+# and a pipe would hold the agent up.
+log() {
+  local message="$*" line_ends=$'\r\n' now
+  if [[ -L $LOG_PATH || -p $LOG_PATH ]]; then
+    return
+  fi
+  now=$(exec date '+%Y-%m-%d %H:%M:%S')
+  printf '%s %s\n' "$now" "${message//[$line_ends]/ }" >>"$LOG_PATH"
+}
+
+# Sets DECIMAL to the number without leading zeros; fails for anything but decimal digits.
+decimal() {
+  local pattern='^0*(0|[1-9][0-9]*)$'
+  [[ $1 =~ $pattern ]] && DECIMAL=${BASH_REMATCH[1]}
+}
+
+# Sets BUNDLE_VERSION.
+nodoctl_bundle_version() {
+  local folder=. app version
+  BUNDLE_VERSION=0
+  if [[ $1 == */* ]]; then
+    folder=${1%/*}
+  fi
+  app=$(CDPATH='' cd -- "$folder/../../.." && pwd -P)
+  if [[ ! -f $app/Contents/Info.plist ]]; then
+    return
+  fi
+  version=$(exec /usr/libexec/PlistBuddy -c "Print :CFBundleVersion" "$app/Contents/Info.plist")
+  if decimal "$version"; then
+    BUNDLE_VERSION=$DECIMAL
+  fi
+}
+
+# Sets ctl.
+resolve_nodoctl() {
+  local candidate best=""
+  ctl=${NODOCTL_PATH:-}
+  if [[ -f $ctl && -x $ctl ]]; then
+    return 0
+  fi
+  ctl=""
+  local candidates=(
+)hook";
+
+const std::string_view hookScriptFooter = R"hook(
+  )
+  for candidate in "${candidates[@]}"; do
+    if [[ ! -f $candidate || ! -x $candidate ]]; then
+      continue
+    fi
+    nodoctl_bundle_version "$candidate"
+    # Longer is higher, and of the same length what sorts later: bash cannot count that far.
+    if [[ ${#BUNDLE_VERSION} -gt ${#best} ||
+      (${#BUNDLE_VERSION} -eq ${#best} && "v$BUNDLE_VERSION" > "v$best") ]]; then
+      best=$BUNDLE_VERSION
+      ctl=$candidate
+    fi
+  done
+  [[ -n $ctl ]]
+}
+
+# Sets REQUESTER_NAME.
+requester_name() {
+  case $HOOK_AGENT in
+    claude) REQUESTER_NAME="Claude Code" ;;
+    codex) REQUESTER_NAME="Codex" ;;
+    grok) REQUESTER_NAME="Grok Build" ;;
+    pi) REQUESTER_NAME="Pi" ;;
+    *) REQUESTER_NAME="Agent" ;;
+  esac
+}
+
+# Whether it takes a parser to know if the payload has this key. It has not when the name occurs
+# nowhere, not even escaped, or when the payload was cut: no document with keys ends like that.
+may_have_key() {
+  case $HOOK_PAYLOAD in
+    *"\"$1\""* | *'\u'*) ;;
+    *) return 1 ;;
+  esac
+  case ${HOOK_PAYLOAD: -1} in
+    '}' | ']' | ' ' | $'\t' | $'\r' | $'\n') return 0 ;;
+  esac
+  return 1
+}
+
+# Sets JSON_VALUE to the first value of that key that says something, as one short line. Isolated
+# (-I), as python3 would otherwise import a json.py that lies in the agent's folder.
+json_value() {
+  local program='
+import json, os, sys
+key = os.environ["JSON_KEY"]
+values = [json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")]
+while values:
+    value = values.pop()
+    if isinstance(value, dict):
+        if value.get(key) not in (None, ""):
+            text = str(value[key]).replace("\r", " ").replace("\n", " ").strip()[:200]
+            sys.stdout.buffer.write(text.encode("utf-8"))
+            break
+        value = list(value.values())
+    if isinstance(value, list):
+        values.extend(reversed(value))
+'
+  JSON_VALUE=""
+  if may_have_key "$1" && command -v python3; then
+    JSON_VALUE=$(printf '%s' "$HOOK_PAYLOAD" | JSON_KEY=$1 python3 -I -S -c "$program")
+  fi
+}
+
+# Sets JSON_VALUE to that of the first of these keys that has one.
+first_json_value() {
+  local key
+  for key in "$@"; do
+    json_value "$key"
+    if [[ -n $JSON_VALUE ]]; then
+      return
+    fi
+  done
+}
+
+# Sets SESSION_SHORT.
+short_session() {
+  local name=${1##*/}
+  name=${name%.jsonl}
+  name=${name%.json}
+  SESSION_SHORT=${name:0:8}
+}
+
+# Sets REQUESTER_CONTEXT.
+hook_context() {
+  local session project
+  first_json_value session_id sessionId conversation_id conversationId transcript_path
+  session=$JSON_VALUE
+  first_json_value cwd project_dir project
+  project=${JSON_VALUE:-${PWD:-}}
+  project=${project##*/}
+  short_session "$session"
+  if [[ -n $project && -n $session ]]; then
+    REQUESTER_CONTEXT="$project - session $SESSION_SHORT"
+  elif [[ -n $session ]]; then
+    REQUESTER_CONTEXT="session $SESSION_SHORT"
+  elif [[ $project != . ]]; then
+    REQUESTER_CONTEXT=$project
+  else
+    REQUESTER_CONTEXT=""
+  fi
+}
+
+# Sets REQUESTER_EVENT.
+hook_event() {
+  REQUESTER_EVENT=$HOOK_EVENT
+  if [[ -z $REQUESTER_EVENT ]]; then
+    first_json_value hook_event_name hookEventName eventName event
+    REQUESTER_EVENT=$JSON_VALUE
+  fi
+}
+
+# Whether the last accepted request is too recent for another one. A stamp in the future, which only
+# a changed clock leaves, counts as recent.
+should_skip_extend() {
+  local stamp="" now plain=$'^[0-9]*\n?$'
+  if [[ ! -f $STAMP_PATH ]]; then
+    return 1
+  fi
+  # The end of the file before 32 characters and a NUL: then this is all of it.
+  if IFS= read -r -d '' -n 32 stamp <"$STAMP_PATH" || [[ ! $stamp =~ $plain ]]; then
+    stamp=$(exec tr -dc '0-9' <"$STAMP_PATH")
+  fi
+  stamp=${stamp%$'\n'}
+  decimal "$stamp" || return 1
+  stamp=$DECIMAL
+  if [[ ${#stamp} -gt 15 ]]; then
+    return 0
+  fi
+  now=$(exec date +%s)
+  decimal "$now" || return 1
+  # Not [[ ]], which would evaluate an interval that is no number.
+  [ "$((DECIMAL - stamp))" -lt "$MIN_INTERVAL_SECONDS" ]
+}
+
+record_extend_stamp() {
+  local folder=.
+  if [[ $STAMP_PATH == */* ]]; then
+    folder=${STAMP_PATH%/*}/
+  fi
+  if [[ ! -d $folder ]]; then
+    mkdir -p -- "$folder"
+  fi
+  date +%s >"$STAMP_PATH"
+}
+
+fallback_caffeinate() {
+  record_extend_stamp
+  if ! command -v caffeinate; then
+    log "fallback unavailable: caffeinate not found"
+    return
+  fi
+  caffeinate -is -t "$FALLBACK_SECONDS" </dev/null >/dev/null 2>&1 &
+  disown
+  log "fallback caffeinate started seconds=$FALLBACK_SECONDS"
+}
+
+requester_name
+if should_skip_extend; then
+  hook_event
+  log "nodo extend throttled seconds=$MIN_INTERVAL_SECONDS requester=$REQUESTER_NAME" \
+    "event=$REQUESTER_EVENT"
+  exit 0
+fi
+hook_context
+hook_event
+
+if ! resolve_nodoctl; then
+  log "nodoctl not found"
+  fallback_caffeinate
+  exit 0
+fi
+
+arguments=(manual --minutes "$MINUTES" --extend-only --requester "$REQUESTER_NAME" --json)
+if [[ -n $REQUESTER_CONTEXT ]]; then
+  arguments+=(--context "$REQUESTER_CONTEXT")
+fi
+if [[ -n $REQUESTER_EVENT ]]; then
+  arguments+=(--event "$REQUESTER_EVENT")
+fi
+if ! "$ctl" "${arguments[@]}" </dev/null >/dev/null 2>&1; then
+  log "nodo manual failed ctl=$ctl requester=$REQUESTER_NAME"
+  fallback_caffeinate
+  exit 0
+fi
+
+report=$("$ctl" doctor </dev/null 2>&1)
+if [[ $report == *"Status source: local fallback"* ]]; then
+  log "helper unavailable; using fallback"
+  fallback_caffeinate
+elif [[ $'\n'$report == *$'\n'"Status: active"* || $report == *"macOS SleepDisabled: on"* ]]; then
+  record_extend_stamp
+  log "nodo active minutes=$MINUTES requester=$REQUESTER_NAME context=$REQUESTER_CONTEXT" \
+    "event=$REQUESTER_EVENT"
+else
+  log "nodo helper reachable but sleep lock is off"
+fi
+
+exit 0)hook";
+
+}  // namespace nodo
