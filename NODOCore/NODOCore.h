@@ -23,7 +23,10 @@
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/hooks/AgentHookFallbackStatus.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/NoopPowerManager.h>

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Times of the wall clock, as "2026-01-31 08:15:00".
+///
+/// The time zone is the process's: that of the variable TZ, else the system's. The locale plays no
+/// part. Not safe while another thread changes the environment.
+namespace nodo {
+
+/// The number of characters in the text of a local time whose year has four digits.
+constexpr std::size_t localTimeLength = 19;
+
+/// `date` as local time with whole seconds, rounded towards minus infinity. Throws
+/// std::system_error for a date whose year the system cannot count.
+std::string localTimeText(Date date);
+
+/// Reads exactly such a text. Nothing for any other, for a day or time that does not exist, and for
+/// a time that the clock skips when it is put forward. A time that it shows twice, when it is put
+/// back, stands for the later instant.
+std::optional<Date> dateFromLocalTime(std::string_view text);
+
+}  // namespace nodo

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/Environment.h>
+#include <NODOCore/hooks/AgentHookFallbackStatus.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nodo {
+
+/// Reads the log of the hook script, and writes the one line that is not the script's.
+///
+/// The log lies where everybody may write, so its text is hostile: a line that makes no sense is
+/// passed over, and however large the log or a line of it is, little memory is used. Its times are
+/// local times of the process's time zone.
+///
+/// Stateless. Not safe while another thread changes the environment.
+struct AgentHookLogInspector {
+  static constexpr std::string_view fallbackStartedMarker = "fallback caffeinate started";
+  static constexpr std::string_view fallbackResolvedMarker = "fallback resolved";
+  static constexpr std::string_view activeMarker = "nodo active";
+  static constexpr std::string_view defaultLogPath = "/tmp/nodo-agent-hook.log";
+  static constexpr std::int64_t defaultFallbackSeconds = 600;
+  static constexpr std::string_view timestampFormat = "yyyy-MM-dd HH:mm:ss";
+
+  /// Where `environment` (its NODO_HOOK_LOG) says that the log is.
+  static std::string logPath(const Environment& environment);
+
+  /// The status by the log at `logPath`, or where `environment` says when there is no path. A log
+  /// that is missing, cannot be read or is no regular file counts as empty.
+  static AgentHookFallbackStatus recentFallbackStatus(const std::optional<std::string>& logPath,
+                                                      Date now, const Environment& environment);
+
+  /// The status by the text of a log: the last readable line of a fallback's start counts, unless
+  /// the last line of a success or of a resolution carries the same time or a later one.
+  static AgentHookFallbackStatus recentFallbackStatus(std::string_view logContents,
+                                                      const std::string& logPath, Date now);
+
+  /// Appends to the log (chosen as above) that the fallback is needed no more, and makes the log
+  /// and its folder where they are missing. A symbolic link in the log's place is not followed:
+  /// somebody else may have planted it. Whatever fails, nothing is thrown.
+  static void markFallbackResolved(const std::optional<std::string>& logPath,
+                                   std::string_view reason, Date now,
+                                   const Environment& environment) noexcept;
+
+  /// What the doctor report has to say about the fallback, if anything. With a sleep lock of our
+  /// own (`ownsSleepDisable`) it does no harm.
+  static std::optional<std::string> doctorWarning(const AgentHookFallbackStatus& status,
+                                                  bool ownsSleepDisable);
+};
+
+}  // namespace nodo
