@@ -24,8 +24,12 @@
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
 #include <NODOCore/hooks/AgentHookFallbackStatus.h>
+#include <NODOCore/hooks/AgentHookInstallReport.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/hooks/AgentHookSetupInspection.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/CodexConfigError.h>
 #include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>

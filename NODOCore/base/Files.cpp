@@ -222,6 +222,14 @@ void replaceFile(const fs::path& path, std::string_view content, std::optional<f
   replaceUnless(fs::absolute(path), content, mode, [] { return false; });
 }
 
+void makeFolder(const fs::path& path) {
+  std::error_code failure;
+  fs::create_directories(path, failure);
+  if (failure) {
+    throw std::system_error(failure, "Unable to make the folder " + path.string());
+  }
+}
+
 bool updateFileThroughLinks(const fs::path& path,
                             const std::function<FileContent(const FileContent&)>& edit) {
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <NODOCore/base/Files.h>
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/hooks/AgentHookTarget.h>
+
+#include <filesystem>
+#include <string>
+
+/// An agent's JSON configuration: a "hooks" object that maps each event to a list of groups, each
+/// of which has a list "hooks" of entries. Everything that is not ours keeps its value and its
+/// order.
+namespace nodo {
+
+/// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
+/// document that is no object. Throws DecodingError, which names `file`, for content that is not
+/// JSON.
+JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file);
+
+/// The text of a configuration file: indented, members sorted, a line feed at the end.
+std::string hookConfigurationText(const JSONValue& configuration);
+
+/// Puts the hooks of `target` for all events into an object, in place of older ones, and returns
+/// whether that made a difference. A "hooks" that is no object, or an event's that is no list of
+/// objects, is replaced.
+bool addHooks(JSONValue& configuration, AgentHookTarget target,
+              const std::filesystem::path& hookScriptPath);
+
+/// Takes every hook of `target` out, together with the groups, events and the "hooks" object that
+/// it leaves empty, and returns whether there was one.
+bool removeHooks(JSONValue& configuration, AgentHookTarget target);
+
+/// Whether the hooks of `target` for all events are there exactly as addHooks writes them.
+bool hasAllHooks(const JSONValue& configuration, AgentHookTarget target,
+                 const std::filesystem::path& hookScriptPath);
+
+/// Whether any hook runs the hook script.
+bool runsHookScriptAnywhere(const JSONValue& configuration);
+
+/// A configuration that holds the hooks of `target` and nothing else.
+JSONValue ownHookConfiguration(AgentHookTarget target, const std::filesystem::path& hookScriptPath);
+
+}  // namespace nodo
