@@ -23,12 +23,16 @@
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/hooks/AgentHookActionResultRow.h>
 #include <NODOCore/hooks/AgentHookFallbackStatus.h>
 #include <NODOCore/hooks/AgentHookInstallReport.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/hooks/AgentHookSetupAction.h>
 #include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/hooks/AgentHookSetupPresentation.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/AgentHooksSetupStatus.h>
 #include <NODOCore/hooks/CodexConfigError.h>
 #include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
 #include <NODOCore/hooks/HookScript.h>
