@@ -10,11 +10,26 @@ namespace {
 // The command that the line got as far as, or the program itself.
 const CLI::App& reached(const CLI::App& app) {
   const auto commands = app.get_subcommands();
-  return commands.empty() ? app : *commands.front();
+  return commands.empty() ? app : reached(*commands.front());
 }
 
-std::string fullName(const CLI::App& app, const CLI::App& command) {
-  return &app == &command ? app.get_name() : app.get_name() + " " + command.get_name();
+bool hasCommands(const CLI::App& app) {
+  return !app.get_subcommands([](const CLI::App*) { return true; }).empty();
+}
+
+// What stands before the command's own name.
+std::string prefix(const CLI::App& command) {
+  const CLI::App* parent = command.get_parent();
+  if (parent == nullptr) {
+    return "";
+  }
+  const std::string further = prefix(*parent);
+  return (further.empty() ? "" : further + " ") + parent->get_name();
+}
+
+std::string fullName(const CLI::App& command) {
+  const std::string before = prefix(command);
+  return (before.empty() ? "" : before + " ") + command.get_name();
 }
 
 }  // namespace
@@ -25,19 +40,18 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
   try {
     app->parse(reversed);
-    if (app->get_subcommands().empty()) {
+    if (hasCommands(reached(*app))) {
       throw CLI::RequiredError("A command");
     }
     return invocation;
   } catch (const CLI::CallForHelp&) {
     const CLI::App& command = reached(*app);
-    return HelpText{command.help(&command == app.get() ? "" : app->get_name())};
+    return HelpText{command.help(prefix(command))};
   } catch (const CLI::CallForVersion& version) {
     return HelpText{std::string(version.what()) + "\n"};
   } catch (const CLI::ParseError& error) {
-    return UsageError{
-        .message = escapedForDisplay(error.what()),
-        .hint = "Try '" + fullName(*app, reached(*app)) + " --help' for more information."};
+    return UsageError{.message = escapedForDisplay(error.what()),
+                      .hint = "Try '" + fullName(reached(*app)) + " --help' for more information."};
   }
 }
 

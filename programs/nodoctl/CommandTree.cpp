@@ -1,5 +1,6 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/Version.h>
+#include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/CommandTree.h>
 
 #include <string>
@@ -33,6 +34,7 @@ class TreeBuilder {
     addReconcile();
     addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
     addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
+    addHooks();
     addCompletion();
     return app_;
   }
@@ -45,7 +47,12 @@ class TreeBuilder {
   }
 
   CLI::App* add(Command command, const std::string& name, const std::string& description) {
-    CLI::App* added = app_->add_subcommand(name, description);
+    return add(*app_, command, name, description);
+  }
+
+  CLI::App* add(CLI::App& parent, Command command, const std::string& name,
+                const std::string& description) {
+    CLI::App* added = parent.add_subcommand(name, description);
     describe(*added);
     added->callback([&into = invocation_, command] { into.command = command; });
     return added;
@@ -83,6 +90,45 @@ class TreeBuilder {
     addJSON(*reconcile);
   }
 
+  void addHooks() {
+    CLI::App* hooks = app_->add_subcommand(
+        "hooks", "Make coding agents keep the computer awake while they work, or undo that");
+    describe(*hooks);
+    hooks->require_subcommand(0, 1);
+    hooks->footer(
+        "The agents are Claude Code, Codex, Grok Build and Pi; without a target all four are "
+        "meant.\nOther tools' hooks and settings are left as they are.");
+    addHooksOptions(*add(*hooks, Command::hooksInstall, "install",
+                         "Write the hook script, and make agents run it on every event"));
+    addHooksOptions(*add(*hooks, Command::hooksUninstall, "uninstall",
+                         "Take the hooks out of the agents' configuration again; for all four "
+                         "agents the hook script goes too"));
+    addHooksOptions(*add(*hooks, Command::hooksInspect, "inspect",
+                         "Show what is installed, and whether it is what this version installs"));
+  }
+
+  void addHooksOptions(CLI::App& command) {
+    command
+        .add_option_function<std::vector<std::string>>(
+            "target",
+            [&into = invocation_](const std::vector<std::string>& texts) {
+              for (const std::string& text : texts) {
+                into.hookTargets.push_back(hookTarget(text));
+              }
+            },
+            "Which agents; all four when none is named")
+        ->type_name("claude|codex|grok|pi");
+    command
+        .add_option("--home", invocation_.home,
+                    "The home folder that the agents' configuration lies in; HOME otherwise")
+        ->type_name("DIR");
+    command
+        .add_option("--nodoctl", invocation_.nodoctl,
+                    "The nodoctl that the hooks are to run; this one, as it was found, otherwise")
+        ->type_name("PATH");
+    addJSON(command);
+  }
+
   void addCompletion() {
     CLI::App* completion =
         add(Command::completion, "completion", "Print a completion script for a shell");
@@ -99,6 +145,14 @@ class TreeBuilder {
       throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
     }
     return *number;
+  }
+
+  static AgentHookTarget hookTarget(const std::string& text) {
+    try {
+      return parseAgentHookTarget(text);
+    } catch (const NODOError& error) {
+      throw CLI::ValidationError(error.what());
+    }
   }
 
   Invocation& invocation_;

@@ -6,6 +6,7 @@
 #include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/Commands.h>
 #include <programs/nodoctl/Completion.h>
+#include <programs/nodoctl/HooksCommand.h>
 #include <programs/nodoctl/ReportText.h>
 #include <programs/shared/DefaultPolicy.h>
 
@@ -118,6 +119,10 @@ Answer perform(const Invocation& invocation, const ToolContext& context) {
       return diagnostics(invocation, context);
     case Command::agents:
       return answer(invocation, AgentDetector().detect(*context.machine.processListing));
+    case Command::hooksInstall:
+    case Command::hooksUninstall:
+    case Command::hooksInspect:
+      return performHooks(invocation, context);
     default:
       return performLocally(invocation, context);
   }

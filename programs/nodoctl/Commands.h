@@ -12,6 +12,7 @@ namespace nodo::nodoctl {
 struct Answer {
   std::string output;              ///< for standard output, whole
   std::vector<std::string> hints;  ///< for standard error, a line each
+  bool failed = false;             ///< whether the output tells of a failure
 };
 
 /// Carries out what the command line asked for. Throws the errors of the library with a message for

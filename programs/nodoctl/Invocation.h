@@ -1,12 +1,27 @@
 #pragma once
 
+#include <NODOCore/hooks/AgentHookTarget.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace nodo::nodoctl {
 
-enum class Command { status, manual, stop, repair, reconcile, diagnostics, agents, completion };
+enum class Command {
+  status,
+  manual,
+  stop,
+  repair,
+  reconcile,
+  diagnostics,
+  agents,
+  hooksInstall,
+  hooksUninstall,
+  hooksInspect,
+  completion
+};
 
 /// What one command line asks for.
 struct Invocation {
@@ -18,6 +33,9 @@ struct Invocation {
   std::optional<std::string> context;
   std::optional<std::string> event;
   bool simulate = false;
+  std::vector<AgentHookTarget> hookTargets;  ///< as they were given; none for all
+  std::optional<std::string> home;
+  std::optional<std::string> nodoctl;
   std::string shell;
 };
 

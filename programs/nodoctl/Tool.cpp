@@ -37,7 +37,7 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
     complain(context.error, hint);
   }
   write(context.output, answer.output);
-  return success;
+  return answer.failed ? failure : success;
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ struct ToolContext {
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;
+  std::string startedAs = {};  ///< the program's name on the command line
 };
 
 /// Runs nodoctl with `arguments` (without the program's name) and returns its exit status: 0 for

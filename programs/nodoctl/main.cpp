@@ -13,5 +13,6 @@ int main(int argc, char** argv) {
                                             .machine = nodo::hostMachine(),
                                             .now = nodo::currentDate,
                                             .output = std::cout,
-                                            .error = std::cerr});
+                                            .error = std::cerr,
+                                            .startedAs = argc > 0 ? argv[0] : ""});
 }

@@ -37,7 +37,7 @@ using Words = std::vector<std::string>;
 TEST(CompletionTest, BashOffersTheCommands) {
   EXPECT_EQ(completedByBash({"nodoctl", ""}),
             (Words{"status", "manual", "stop", "repair", "reconcile", "diagnostics", "agents",
-                   "completion", "--help", "--version"}));
+                   "hooks", "completion", "--help", "--version"}));
   EXPECT_EQ(completedByBash({"nodoctl", "re"}), (Words{"repair", "reconcile"}));
 }
 
@@ -55,6 +55,15 @@ TEST(CompletionTest, BashOffersAnArgumentsChoices) {
   EXPECT_EQ(completedByBash({"nodoctl", "completion", "z"}), (Words{"zsh"}));
   EXPECT_EQ(completedByBash({"nodoctl", "completion", ""}),
             (Words{"--help", "--version", "bash", "zsh", "fish"}));
+}
+
+TEST(CompletionTest, BashOffersTheCommandsBehindACommand) {
+  EXPECT_EQ(completedByBash({"nodoctl", "hooks", ""}),
+            (Words{"install", "uninstall", "inspect", "--help", "--version"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "install", "c"}), (Words{"claude", "codex"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "inspect", "pi", "--h"}),
+            (Words{"--help", "--home"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "install", "--home", ""}), (Words{}));
 }
 
 TEST(CompletionTest, TheOtherShellsAcceptTheirScripts) {
@@ -75,7 +84,8 @@ TEST(CompletionTest, TheOtherShellsAcceptTheirScripts) {
 TEST(CompletionTest, EveryShellLearnsOfEveryOption) {
   for (const char* shell : {"bash", "zsh", "fish"}) {
     const std::string script = completionScript(shell);
-    for (const char* word : {"extend-only", "simulate", "json", "requester", "diagnostics"}) {
+    for (const char* word : {"extend-only", "simulate", "json", "requester", "diagnostics", "hooks",
+                             "uninstall", "grok", "nodoctl"}) {
       EXPECT_NE(script.find(word), std::string::npos) << shell << " " << word;
     }
   }

@@ -34,7 +34,8 @@ class ToolFixture : public ::testing::Test {
                                 .sleepDiagnostics = [this](Date at) { return diagnose(at); }},
                     .now = [this] { return now; },
                     .output = output,
-                    .error = error});
+                    .error = error,
+                    .startedAs = startedAs});
     return {.exitStatus = status, .output = output.str(), .error = error.str()};
   }
 
@@ -58,6 +59,7 @@ class ToolFixture : public ::testing::Test {
   Environment environment{{"HOME", folder.path().string()}};
   std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
+  std::string startedAs = "/usr/bin/nodoctl";
   Date now = dateFromSeconds(1769847300);  // 2026-01-31T08:15:00Z
 };
 

@@ -1,0 +1,358 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/hooks/AgentHookInstallReport.h>
+#include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/hooks/HookScript.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <tests/programs/nodoctl/ToolFixture.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class HooksCommandTest : public ToolFixture {
+ protected:
+  HooksCommandTest() {
+    folder.write("bin/nodoctl", "#!/bin/sh\n");
+    fs::permissions(folder / "bin/nodoctl", fs::perms::owner_all);
+    environment["PATH"] = "/nowhere:" + (folder / "bin").string();
+    environment["HOME"] = home.string();
+    startedAs = "nodoctl";
+  }
+
+  std::vector<AgentHookInstallReport> reports(const std::vector<std::string>& arguments) {
+    return decodeJSON<std::vector<AgentHookInstallReport>>(
+        jsonText(runJSON(arguments), JSONLayout::compact));
+  }
+
+  std::vector<std::string> targets(const std::vector<std::string>& arguments) {
+    std::vector<std::string> names;
+    for (const AgentHookInstallReport& report : reports(arguments)) {
+      names.push_back(report.target);
+    }
+    return names;
+  }
+
+  AgentHookSetupInspection inspect(const std::vector<std::string>& more = {}) {
+    std::vector<std::string> arguments{"hooks", "inspect", "--json"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return decodeJSON<AgentHookSetupInspection>(jsonText(runJSON(arguments), JSONLayout::compact));
+  }
+
+  std::string script() const { return folder.read("home/.nodo/nodo-agent-hook.sh"); }
+
+  void expectWrongUse(const std::vector<std::string>& arguments, const std::string& reason) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.error, HasSubstr(reason));
+    EXPECT_THAT(outcome.error, HasSubstr("Try 'nodoctl hooks"));
+    EXPECT_FALSE(fs::exists(home));
+  }
+
+  const fs::path home = folder / "home";
+};
+
+TEST_F(HooksCommandTest, WithoutATargetAllFourAreMeant) {
+  EXPECT_THAT(targets({"hooks", "install", "--json"}),
+              ElementsAre("claude", "codex", "grok", "pi"));
+  EXPECT_EQ(inspect().targets.size(), 4U);
+  EXPECT_TRUE(inspect().isCurrent());
+  EXPECT_THAT(targets({"hooks", "uninstall", "--json"}),
+              ElementsAre("claude", "codex", "grok", "pi", "hook-script"));
+  EXPECT_FALSE(fs::exists(home / ".nodo/nodo-agent-hook.sh"));
+}
+
+TEST_F(HooksCommandTest, OnlyTheNamedTargetsAreTouched) {
+  EXPECT_THAT(targets({"hooks", "install", "pi", "claude", "pi", "--json"}),
+              ElementsAre("pi", "claude"));
+  EXPECT_TRUE(fs::exists(home / ".claude/settings.json"));
+  EXPECT_FALSE(fs::exists(home / ".codex"));
+  EXPECT_EQ(inspect({"claude"}).targets.size(), 1U);
+  EXPECT_EQ(inspect().currentTargetCount(), 2);
+  EXPECT_THAT(targets({"hooks", "uninstall", "claude", "--json"}), ElementsAre("claude"));
+  EXPECT_TRUE(fs::exists(home / ".nodo/nodo-agent-hook.sh"));
+}
+
+TEST_F(HooksCommandTest, AnInstallationIsShownWithWhatIsLeftToDo) {
+  const std::string base = home.string();
+  const Outcome first = run({"hooks", "install"});
+  EXPECT_EQ(first.exitStatus, 0);
+  EXPECT_EQ(first.error, "");
+  EXPECT_EQ(
+      first.output,
+      "Claude Code: installed (" + base + "/.claude/settings.json)\n" +
+          "Codex:       installed; Codex hooks feature enabled (" + base + "/.codex/hooks.json)\n" +
+          "Grok Build:  installed (" + base + "/.grok/hooks/nodo.json)\n" +
+          "Pi:          installed (" + base + "/.pi/agent/extensions/nodo.ts)\n" +
+          "What you have to do or to know:\n"
+          "  Claude Code: in interactive use it runs hooks only in a folder that you trust; say "
+          "yes "
+          "when it asks.\n"
+          "  Codex: it asks to review new hooks in its own screen, and runs them only after that.\n"
+          "  Grok Build: it also runs Claude Code's hooks, so its work may be shown under that "
+          "name "
+          "too.\n"
+          "An agent that is running may have to be started again.\n");
+  const Outcome second = run({"hooks", "install", "pi"});
+  EXPECT_EQ(second.output, "Pi:          already installed (" + base +
+                               "/.pi/agent/extensions/nodo.ts)\n"
+                               "An agent that is running may have to be started again.\n");
+}
+
+TEST_F(HooksCommandTest, AnInspectionSaysHowToBringItUpToDate) {
+  const std::string base = home.string();
+  EXPECT_EQ(run({"hooks", "inspect", "pi"}).output,
+            "Hook script: missing (" + base + "/.nodo/nodo-agent-hook.sh)\n" +
+                "Pi:          missing (" + base + "/.pi/agent/extensions/nodo.ts)\n" +
+                "'nodoctl hooks install' installs what is missing and brings up to date what is "
+                "outdated.\n");
+  run({"hooks", "install"});
+  const Outcome outcome = run({"hooks", "inspect"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(outcome.output, "Hook script: current (" + base + "/.nodo/nodo-agent-hook.sh)\n" +
+                                "Claude Code: current (" + base + "/.claude/settings.json)\n" +
+                                "Codex:       current (" + base + "/.codex/hooks.json)\n" +
+                                "Grok Build:  current (" + base + "/.grok/hooks/nodo.json)\n" +
+                                "Pi:          current (" + base +
+                                "/.pi/agent/extensions/nodo.ts)\n");
+}
+
+TEST_F(HooksCommandTest, AnUninstallationSaysWhatStaysOnPurpose) {
+  const std::string base = home.string();
+  run({"hooks", "install", "codex"});
+  const Outcome outcome = run({"hooks", "uninstall"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.output,
+            "Claude Code: not installed (" + base + "/.claude/settings.json)\n" +
+                "Codex:       removed (" + base + "/.codex/hooks.json)\n" +
+                "Grok Build:  not installed (" + base + "/.grok/hooks/nodo.json)\n" +
+                "Pi:          not installed (" + base + "/.pi/agent/extensions/nodo.ts)\n" +
+                "Hook script: removed (" + base + "/.nodo/nodo-agent-hook.sh)\n" +
+                "Codex's own switch for hooks, in its config.toml, is left as it is: other hooks "
+                "may need it.\n");
+  EXPECT_THAT(run({"hooks", "uninstall"}).output, Not(HasSubstr("config.toml")));
+}
+
+TEST_F(HooksCommandTest, TheKeysOfTheDocumentsKeepTheirOrder) {
+  const auto keys = [](const JSONValue& value) {
+    std::vector<std::string> names;
+    for (const auto& member : *value.object()) {
+      names.push_back(member.first);
+    }
+    return names;
+  };
+  const JSONValue installed = runJSON({"hooks", "install", "--json"});
+  EXPECT_THAT(keys(installed.array()->front()),
+              ElementsAre("target", "path", "changed", "message"));
+  EXPECT_THAT(keys(runJSON({"hooks", "inspect", "--json"})),
+              ElementsAre("hookScriptPath", "hookScriptStatus", "expectedHookScriptFingerprint",
+                          "installedHookScriptFingerprint", "targets"));
+}
+
+TEST_F(HooksCommandTest, AFailureOfOneTargetKeepsNoOtherFromItsTurn) {
+  folder.write("home/.claude/settings.json", "{ not JSON");
+  for (const bool json : {false, true}) {
+    const Outcome outcome = run(json ? std::vector<std::string>{"hooks", "install", "--json"}
+                                     : std::vector<std::string>{"hooks", "install"});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(outcome.error, "nodoctl: 1 of 4 could not be installed\n");
+    EXPECT_THAT(outcome.output, HasSubstr("settings.json"));
+    EXPECT_THAT(outcome.output, HasSubstr("nodo.ts"));
+    if (json) {
+      const JSONValue document = JSONValue::parse(outcome.output);
+      EXPECT_NE(document.array()->front().member("error"), nullptr);
+    } else {
+      EXPECT_THAT(outcome.output, HasSubstr("Claude Code: failed: "));
+      EXPECT_THAT(outcome.output, Not(HasSubstr("trust")));
+    }
+  }
+  EXPECT_EQ(folder.read("home/.claude/settings.json"), "{ not JSON");
+  EXPECT_EQ(inspect({"codex", "grok", "pi"}).currentTargetCount(), 3);
+}
+
+TEST_F(HooksCommandTest, WhatCannotBeUninstalledKeepsItsScript) {
+  run({"hooks", "install"});
+  folder.write("home/.codex/hooks.json", "[1,");
+  const Outcome outcome = run({"hooks", "uninstall", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.error, "nodoctl: 1 of 4 could not be uninstalled\n");
+  const auto reports = decodeJSON<std::vector<AgentHookInstallReport>>(outcome.output);
+  ASSERT_EQ(reports.size(), 4U);
+  EXPECT_EQ(reports[0].message, "removed");
+  EXPECT_EQ(reports[1].target, "codex");
+  EXPECT_EQ(reports[1].path, (home / ".codex/hooks.json").string());
+  EXPECT_EQ(reports[1].message, "failed");
+  EXPECT_TRUE(reports[1].error);
+  EXPECT_EQ(reports[3].message, "removed");
+  EXPECT_TRUE(fs::exists(home / ".nodo/nodo-agent-hook.sh"));
+}
+
+TEST_F(HooksCommandTest, AnInspectionThatCannotBeMadeIsAFailure) {
+  folder.write("home/.claude/settings.json", "{ not JSON");
+  const Outcome outcome = run({"hooks", "inspect", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_THAT(outcome.error, HasSubstr("nodoctl: "));
+  EXPECT_THAT(outcome.error, HasSubstr("settings.json"));
+}
+
+TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {
+  for (const char* command : {"install", "uninstall", "inspect"}) {
+    expectWrongUse({"hooks", command, "claude", "Pi"},
+                   "nodoctl: Invalid command: hook target Pi\n");
+    expectWrongUse({"hooks", command, ""}, "nodoctl: Invalid command: hook target \n");
+    expectWrongUse({"hooks", command, "status"}, "Invalid command: hook target status\n");
+    expectWrongUse({"hooks", command, "--simulate"}, "--simulate");
+    expectWrongUse({"hooks", command, "--home"}, "--home");
+  }
+  expectWrongUse({"hooks"}, "required");
+  expectWrongUse({"hooks", "instal"}, "instal");
+  expectWrongUse({"hooks", "install", "\x1b[2J"}, "\\u{1b}[2J");
+}
+
+TEST_F(HooksCommandTest, EveryCommandExplainsItself) {
+  const struct {
+    std::vector<std::string> command;
+    const char* usage;
+  } cases[] = {
+      {{"hooks"}, "nodoctl hooks"},
+      {{"hooks", "install"}, "nodoctl hooks install"},
+      {{"hooks", "uninstall"}, "nodoctl hooks uninstall"},
+      {{"hooks", "inspect"}, "nodoctl hooks inspect"},
+  };
+
+  for (auto [command, usage] : cases) {
+    command.emplace_back("--help");
+    const Outcome help = run(command);
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_THAT(help.output, HasSubstr(std::string("Usage: ") + usage + " ["));
+    command.back() = "--version";
+    EXPECT_THAT(run(command).output, HasSubstr("nodoctl "));
+  }
+  EXPECT_THAT(run({"hooks", "install", "--help"}).output, HasSubstr("claude|codex|grok|pi"));
+}
+
+TEST_F(HooksCommandTest, TheHomeFolderIsHOMEUnlessItIsNamed) {
+  run({"hooks", "install", "pi", "--home", (folder / "other").string()});
+  EXPECT_TRUE(fs::exists(folder / "other/.pi/agent/extensions/nodo.ts"));
+  EXPECT_FALSE(fs::exists(home));
+
+  environment.erase("HOME");
+  for (const char* value : {"unset", ""}) {
+    const Outcome outcome = run({"hooks", "inspect"});
+    EXPECT_EQ(outcome.exitStatus, 1) << value;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.error,
+              "nodoctl: HOME is not set, so it is not known where the agents' configuration lies; "
+              "use --home DIR\n");
+    environment["HOME"] = "";
+  }
+  EXPECT_EQ(run({"hooks", "inspect", "--home", home.string()}).exitStatus, 0);
+  EXPECT_EQ(run({"hooks", "install", "--home", ""}).exitStatus, 1);
+}
+
+TEST_F(HooksCommandTest, AFolderWrittenOtherwiseIsTheSameFolder) {
+  run({"hooks", "install"});
+  const std::string relative = fs::relative(folder.path()).string();
+  for (const std::string& written :
+       {home.string() + "/", home.string() + "//.", (folder / "." / "home").string()}) {
+    EXPECT_TRUE(inspect({"--home", written}).isCurrent()) << written;
+  }
+  ASSERT_EQ(relative.front(), '.');  // "..", which may mean another folder behind a link
+  EXPECT_TRUE(fs::path(inspect({"--home", relative + "/home"}).hookScriptPath).is_absolute());
+}
+
+TEST_F(HooksCommandTest, TheHooksRunThisToolByItsPlaceInPATH) {
+  run({"hooks", "install", "pi"});
+  EXPECT_THAT(script(), HasSubstr("'" + (folder / "bin/nodoctl").string() + "'"));
+}
+
+TEST_F(HooksCommandTest, ALinkToThisToolIsNotResolved) {
+  fs::create_directory(folder / "links");
+  fs::create_symlink(folder / "bin/nodoctl", folder / "links/nodoctl");
+  environment["PATH"] = (folder / "links").string();
+  run({"hooks", "install", "pi"});
+  EXPECT_THAT(script(), HasSubstr("'" + (folder / "links/nodoctl").string() + "'"));
+
+  startedAs = (folder / "links" / "." / "nodoctl").string();
+  environment.erase("PATH");
+  EXPECT_TRUE(inspect({"pi"}).isCurrent());
+}
+
+TEST_F(HooksCommandTest, WhatIsNoProgramIsPassedOverInPATH) {
+  folder.write("a/nodoctl", "not executable");
+  fs::create_directories(folder / "b/nodoctl");
+  environment["PATH"] =
+      (folder / "a").string() + ":" + (folder / "b").string() + ":" + environment["PATH"];
+  run({"hooks", "install", "pi"});
+  EXPECT_THAT(script(), HasSubstr("'" + (folder / "bin/nodoctl").string() + "'"));
+}
+
+TEST_F(HooksCommandTest, ARelativePathOfThisToolIsMadeAbsolute) {
+  startedAs = "./bin/nodoctl";
+  const std::string expected = (fs::current_path() / "bin/nodoctl").string();
+  run({"hooks", "install", "pi"});
+  EXPECT_THAT(script(), HasSubstr("'" + expected + "'"));
+
+  startedAs = "../bin/nodoctl";
+  run({"hooks", "install", "pi"});
+  EXPECT_THAT(script(), HasSubstr("'" + (fs::current_path() / "../bin/nodoctl").string() + "'"));
+}
+
+TEST_F(HooksCommandTest, AnotherToolCanBeNamed) {
+  const std::string named = (folder / "bin/nodoctl").string();
+  startedAs = "/elsewhere/nodoctl";
+  const Outcome outcome = run({"hooks", "install", "pi", "--nodoctl", named});
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(script(), hookScriptText(named));
+  EXPECT_TRUE(inspect({"pi", "--nodoctl", named}).isCurrent());
+  EXPECT_TRUE(inspect({"pi"}).needsUpdate());
+
+  run({"hooks", "install", "pi", "--nodoctl", "relative/nodoctl"});
+  EXPECT_EQ(script(), hookScriptText((fs::current_path() / "relative/nodoctl").string()));
+  EXPECT_EQ(run({"hooks", "install", "pi", "--nodoctl", ""}).error, "");
+  EXPECT_EQ(script(), hookScriptText(""));
+}
+
+TEST_F(HooksCommandTest, AToolThatCannotBeRunIsWarnedOf) {
+  const Outcome outcome = run({"hooks", "install", "pi", "--nodoctl", "/nowhere/nodoctl"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(
+      outcome.error,
+      "nodoctl: /nowhere/nodoctl is no program that can be run, so the hooks cannot run it\n");
+}
+
+TEST_F(HooksCommandTest, WhereThisToolLiesMustBeKnown) {
+  environment["PATH"] = "/nowhere";
+  for (const char* command : {"install", "inspect"}) {
+    const Outcome outcome = run({"hooks", command});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.error,
+              "nodoctl: it is not known where this nodoctl lies, as it was started as \"nodoctl\"; "
+              "use --nodoctl PATH\n");
+  }
+  EXPECT_FALSE(fs::exists(home));
+  EXPECT_EQ(run({"hooks", "uninstall"}).exitStatus, 0);
+}
+
+TEST_F(HooksCommandTest, ControlCharactersOfAPathAreShownEscaped) {
+  const Outcome outcome =
+      run({"hooks", "inspect", "pi", "--home", (folder / "a\x1b[31mb").string()});
+  EXPECT_THAT(outcome.output, HasSubstr("a\\u{1b}[31mb"));
+  EXPECT_THAT(outcome.output, Not(HasSubstr("\x1b")));
+}
+
+}  // namespace
+}  // namespace nodo::nodoctl
