@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 
+#include <fmt/format.h>
 #include <toml++/toml.h>
 
 namespace nodo {
@@ -20,8 +21,27 @@ constexpr std::ptrdiff_t mostDots = 2000;
                          why);
 }
 
+// The text with other characters than ASCII spelt as "!" and hexadecimal digits, which TOML takes
+// where it takes them, in strings and comments, and nowhere else: the library's tests for Unicode
+// white space run into undefined behaviour on many letters.
+std::string inASCII(std::string_view text) {
+  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(byteOrderMark)) {
+    text.remove_prefix(byteOrderMark.size());
+  }
+  std::string spelt;
+  for (const char character : text) {
+    if (const auto byte = static_cast<unsigned char>(character); byte >= 0x80) {
+      spelt += fmt::format("!{:02x}", static_cast<unsigned>(byte));
+    } else {
+      spelt += character;
+    }
+  }
+  return spelt;
+}
+
 std::optional<toml::table> parsed(std::string_view text) {
-  toml::parse_result result = toml::parse(text);
+  toml::parse_result result = toml::parse(inASCII(text));
   if (!result) {
     return std::nullopt;
   }
@@ -79,11 +99,12 @@ std::string codexConfigWithHooksOn(std::string_view text, const std::filesystem:
     return std::string(text);
   }
   std::string edited = codexConfigLinesWithHooksOn(text);
-  if (before) {
-    const std::optional<toml::table> after = parsed(edited);
-    if (!after || !isOn(*after) || restOf(*after) != restOf(*before)) {
-      fail(file, whatToWrite(*before));
-    }
+  const std::optional<toml::table> after = parsed(edited);
+  if (before && (!after || !isOn(*after) || restOf(*after) != restOf(*before))) {
+    fail(file, whatToWrite(*before));
+  }
+  if (after && !isOn(*after)) {
+    fail(file, whatToWrite(*after));
   }
   return edited;
 }

@@ -13,7 +13,7 @@ constexpr std::string_view switchedOn = "hooks = true";
 struct Line {
   std::size_t begin = 0;
   std::string_view content;  // without its ending
-  std::string_view ending;   // LF, CR LF, or nothing at the end of the text
+  std::string_view ending;   // LF or CR LF; at the end of the text also CR or nothing
 
   std::size_t end() const { return begin + content.size() + ending.size(); }
 
@@ -27,7 +27,7 @@ std::vector<Line> linesOf(std::string_view text) {
   while (begin < text.size()) {
     const std::size_t feed = std::min(text.find('\n', begin), text.size());
     const std::size_t next = std::min(feed + 1, text.size());
-    const bool hasReturn = feed < text.size() && feed > begin && text[feed - 1] == '\r';
+    const bool hasReturn = feed > begin && text[feed - 1] == '\r';
     const std::size_t end = hasReturn ? feed - 1 : feed;
     lines.push_back({begin, text.substr(begin, end - begin), text.substr(end, next - end)});
     begin = next;
@@ -75,14 +75,22 @@ std::string rewritten(const Line& line) {
 
 // How lines that are added behind `line` end.
 std::string endingLike(const Line& line) {
-  return line.ending.empty() ? "\n" : std::string(line.ending);
+  return line.ending.starts_with('\r') ? "\r\n" : "\n";
+}
+
+// What the last line of a text needs before another can follow it.
+std::string missingEnding(const Line& line, const std::string& ending) {
+  if (line.ending.ends_with('\n')) {
+    return "";
+  }
+  return line.ending.empty() ? ending : "\n";
 }
 
 std::string withTableAtTheEnd(std::string_view text, const std::vector<Line>& lines) {
   const std::string ending = lines.empty() ? "\n" : endingLike(lines.front());
   std::string result(text);
-  if (!lines.empty() && lines.back().ending.empty()) {
-    result += ending;
+  if (!lines.empty()) {
+    result += missingEnding(lines.back(), ending);
   }
   return result + "[features]" + ending + std::string(switchedOn) + ending;
 }
@@ -100,8 +108,7 @@ std::string codexConfigLinesWithHooksOn(std::string_view text) {
   const auto present = std::find_if(header + 1, tableEnd, isSwitch);
   if (present == tableEnd) {
     const std::string ending = endingLike(*header);
-    result.insert(header->end(),
-                  (header->ending.empty() ? ending : "") + std::string(switchedOn) + ending);
+    result.insert(header->end(), missingEnding(*header, ending) + std::string(switchedOn) + ending);
   } else if (valueOf(*present) != "true") {
     result.replace(present->begin, present->content.size(), rewritten(*present));
   }

@@ -3,6 +3,7 @@
 #include <NODOCore/hooks/HookConfiguration.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace nodo {
@@ -96,15 +97,20 @@ bool removeHooks(JSONValue& configuration, AgentHookTarget target) {
   if (hooks == nullptr || hooks->object() == nullptr) {
     return false;
   }
+  std::set<std::string> events;
+  for (const auto& [event, groups] : *hooks->object()) {
+    events.insert(event);
+  }
   bool removed = false;
-  std::erase_if(*hooks->object(), [&](auto& event) {
-    auto* groups = event.second.array();
-    if (groups == nullptr || !cleanGroups(*groups, target, nullptr)) {
-      return false;
+  for (const std::string& event : events) {
+    auto* groups = hooks->member(event)->array();
+    if (groups != nullptr && cleanGroups(*groups, target, nullptr)) {
+      removed = true;
+      if (groups->empty()) {
+        hooks->removeMember(event);
+      }
     }
-    removed = true;
-    return groups->empty();
-  });
+  }
   if (removed && hooks->object()->empty()) {
     configuration.removeMember("hooks");
   }

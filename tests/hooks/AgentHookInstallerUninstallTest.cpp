@@ -69,6 +69,14 @@ TEST_F(AgentHookInstallerUninstallTest, EveryEventIsCleanedAndEmptyOnesGo) {
                                 R"("None": [], "Odd": [1], "Text": "claude-hook.sh"}})"));
 }
 
+TEST_F(AgentHookInstallerUninstallTest, AnEventThatOccursTwiceDoesNotComeBack) {
+  home.write(claudeFile,
+             R"({"hooks": {"Stop": [{"hooks": [{"command": "overridden"}]}], "Zed": [],)"
+             R"("Stop": [{"hooks": [{"command": "claude-hook.sh"}]}]}})");
+  EXPECT_TRUE(uninstall(AgentHookTarget::claude).changed);
+  EXPECT_TRUE(holds(claudeFile, R"({"hooks": {"Zed": []}})"));
+}
+
 TEST_F(AgentHookInstallerUninstallTest, AnotherAgentsHookOfTheSharedScriptSurvives) {
   const std::string foreign =
       "{\"hooks\":{\"Stop\":[" + group(AgentHookTarget::codex, "Stop") + "]}}";

@@ -91,6 +91,7 @@ TEST(CodexConfigTest, ReturnsBeforeLineFeedsStay) {
                {"[features]\r\nweb = 1\r\n", "[features]\r\nhooks = true\r\nweb = 1\r\n"},
                {"[features]\r\nhooks = false\r\n", "[features]\r\nhooks = true\r\n"},
                {"[features]\r\nhooks = false # no\r\n", "[features]\r\nhooks = true # no\r\n"},
+               {"[s]\n[features]\r", "[s]\n[features]\r\nhooks = true\r\n"},
                {"x = 1\n[features]\r\n", "x = 1\n[features]\r\nhooks = true\r\n"}});
 }
 
@@ -132,6 +133,13 @@ TEST(CodexConfigTest, AValueThatIsNoNumberDoesNotCountAsADifference) {
   expectEdits({{"x = nan\n", "x = nan\n[features]\nhooks = true\n"}});
 }
 
+TEST(CodexConfigTest, LettersOfAllScriptsAreTextInStringsAndCommentsOnly) {
+  expectEdits({{"\"\u00E9\" = \"\u3042\" # \uFB01\n\"\u00E8\" = 1\n",
+                "\"\u00E9\" = \"\u3042\" # \uFB01\n\"\u00E8\" = 1\n[features]\nhooks = true\n"}});
+  EXPECT_THAT(refusal("features = {}\nx = '\u00E9'\n"), HasSubstr("by hand"));
+  EXPECT_THAT(refusal("features = {}\n\u00E9 = 1\n"), StartsWith("edited: ")) << "no TOML";
+}
+
 TEST(CodexConfigTest, BytesThatAreNotTextAreRefused) {
   EXPECT_THAT(refusal("x = \"\xFF\"\n"), HasSubstr("not UTF-8 text"));
 }
@@ -154,6 +162,11 @@ TEST(CodexConfigTest, ATextThatIsNoTOMLGetsTheLineAllTheSame) {
       {{"this is = = no TOML\n", "this is = = no TOML\n[features]\nhooks = true\n"},
        {"x = 1\nx = 2\n[features]\nhooks = false\n", "x = 1\nx = 2\n[features]\nhooks = true\n"},
        {"[features]\n[features]\n", "[features]\nhooks = true\n[features]\n"}});
+}
+
+TEST(CodexConfigTest, ALineThatMendsATextWithoutSwitchingAnythingOnIsRefused) {
+  const std::string text = "x = \"\"\"\n[features]\nhooks = \x10\n\"\"\"\n";
+  EXPECT_THAT(refusal(text), HasSubstr("by hand"));
 }
 
 TEST(CodexConfigTest, ErrorsAreEqualByTheirMessage) {
