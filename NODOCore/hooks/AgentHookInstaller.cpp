@@ -6,6 +6,7 @@
 #include <NODOCore/hooks/HookTargetFacts.h>
 #include <NODOCore/hooks/HookTargetSetup.h>
 
+#include <cerrno>
 #include <exception>
 #include <set>
 #include <system_error>
@@ -87,6 +88,7 @@ std::vector<AgentHookInstallReport> AgentHookInstaller::install(
     const std::vector<AgentHookTarget>& targets) const {
   const bool scriptChanged = writeScript(*this);
   std::vector<AgentHookInstallReport> reports;
+  reports.reserve(targets.size());
   for (const AgentHookTarget target : targets) {
     reports.push_back(installTarget(setupOf(*this, target), scriptChanged));
   }
@@ -120,6 +122,7 @@ std::vector<AgentHookInstallReport> AgentHookInstaller::installReportingFailures
 std::vector<AgentHookInstallReport> AgentHookInstaller::uninstall(
     const std::vector<AgentHookTarget>& targets) const {
   std::vector<AgentHookInstallReport> reports;
+  reports.reserve(targets.size() + 1);
   for (const AgentHookTarget target : targets) {
     reports.push_back(uninstallTarget(setupOf(*this, target)));
   }

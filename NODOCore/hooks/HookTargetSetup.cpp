@@ -1,5 +1,6 @@
 #include <NODOCore/base/DecodingError.h>
 #include <NODOCore/base/Files.h>
+#include <NODOCore/base/ProgrammingFault.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/CodexConfig.h>
 #include <NODOCore/hooks/HookCommand.h>

@@ -22,7 +22,6 @@ namespace fs = std::filesystem;
 using testing::DiskFull;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using testing::TemporaryFolder;
 using testing::UnprivilegedUser;
 

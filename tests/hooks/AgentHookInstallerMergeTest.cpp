@@ -8,9 +8,7 @@
 namespace nodo {
 namespace {
 
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 // What everybody else may have in such a file.
 const std::string foreignSettings = R"({

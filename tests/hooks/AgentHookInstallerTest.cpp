@@ -1,6 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/HookScript.h>
-#include <testing/UnprivilegedUser.h>
 
 #include <filesystem>
 #include <string>
@@ -16,7 +15,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-using testing::UnprivilegedUser;
 
 class AgentHookInstallerTest : public InstallerFixture {};
 

@@ -8,7 +8,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 class AgentHookInstallerUninstallTest : public InstallerFixture {
