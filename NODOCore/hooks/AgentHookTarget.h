@@ -1,9 +1,9 @@
 #pragma once
 
+#include <NODOCore/base/TextEnum.h>
+
 #include <array>
 #include <string_view>
-
-#include <NODOCore/base/TextEnum.h>
 
 namespace nodo {
 
