@@ -187,7 +187,7 @@ class LittleMemory {
     statm >> pages;
     ::getrlimit(RLIMIT_AS, &before_);
     rlimit few = before_;
-    few.rlim_cur = pages * 4096 + 16 * 1024 * 1024;
+    few.rlim_cur = pages * 4096 + 16'777'216;  // 16 MiB more
     works_ = pages > 0 && ::setrlimit(RLIMIT_AS, &few) == 0;
   }
 

@@ -50,7 +50,7 @@ HookScriptFixture::HookScriptFixture() {
     throw std::runtime_error("no pipe");
   }
   // Open for both, so that neither side waits for the other.
-  caffeinate_ = ::open(path("caffeinate.started").c_str(), O_RDWR | O_CLOEXEC);
+  caffeinate_ = FileDescriptor(::open(path("caffeinate.started").c_str(), O_RDWR | O_CLOEXEC));
   fs::create_directories(folder_ / "home" / "project");
   installNodoctl("nodoctl");
   useScript(hookScriptText(""));
@@ -62,10 +62,6 @@ HookScriptFixture::HookScriptFixture() {
   set("HOOK_TEST_FOLDER", folder_.path().string());
   set("HOOK_TEST_NOW", std::to_string(now));
   set("HOOK_TEST_REPORT", "Status: active");
-}
-
-HookScriptFixture::~HookScriptFixture() {
-  ::close(caffeinate_);
 }
 
 void HookScriptFixture::run(const std::string& payload) {
@@ -130,10 +126,10 @@ std::vector<std::string> HookScriptFixture::calls() const {
 std::string HookScriptFixture::awaitCaffeinate() const {
   constexpr int mostMilliseconds = 20'000;
   std::string line;
-  pollfd ready = {.fd = caffeinate_, .events = POLLIN, .revents = 0};
+  pollfd ready = {.fd = caffeinate_.get(), .events = POLLIN, .revents = 0};
   char character = 0;
-  while (::poll(&ready, 1, mostMilliseconds) == 1 && ::read(caffeinate_, &character, 1) == 1 &&
-         character != '\n') {
+  while (::poll(&ready, 1, mostMilliseconds) == 1 &&
+         ::read(caffeinate_.get(), &character, 1) == 1 && character != '\n') {
     line += character;
   }
   return line;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/FileDescriptor.h>
 #include <testing/TemporaryFolder.h>
 
 #include <filesystem>
@@ -22,7 +23,6 @@ class HookScriptFixture : public ::testing::Test {
   static constexpr const char* logTime = "2026-01-31 09:15:00 ";
 
   HookScriptFixture();
-  ~HookScriptFixture() override;
 
   /// Runs the script once with `payload` on its standard input. Expects of every run that it exits
   /// with 0 and prints nothing.
@@ -69,7 +69,7 @@ class HookScriptFixture : public ::testing::Test {
  private:
   TemporaryFolder folder_;
   std::map<std::string, std::string> environment_;
-  int caffeinate_ = -1;
+  FileDescriptor caffeinate_;
 };
 
 /// Whether these tests can run the script's parser of JSON.
