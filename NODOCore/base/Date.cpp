@@ -12,8 +12,9 @@ namespace nodo {
 namespace {
 
 constexpr std::int64_t secondsPerDay = 86400;
-constexpr std::size_t largestYearDigits = 9;
-constexpr std::int64_t largestYear = 999'999'999;
+// Every second of these years has a double of its own.
+constexpr std::size_t largestYearDigits = 6;
+constexpr std::int64_t largestYear = 999'999;
 
 // Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
 // digits, and would look at the process's locale.

@@ -40,7 +40,7 @@ std::string iso8601Text(Date date);
 
 /// Reads ISO 8601 text with whole seconds: "2026-01-31T08:15:00" followed by "Z" or an offset such
 /// as "+01:00" or "-0930". Any other text, and a day or time that does not exist, gives nothing.
-/// Whatever `iso8601Text` writes can be read, up to the year 999999999.
+/// Whatever `iso8601Text` writes can be read, up to the year 999999.
 std::optional<Date> dateFromISO8601(std::string_view text);
 
 }  // namespace nodo

@@ -93,7 +93,7 @@ TEST(DateTest, AnythingElseIsNoDate) {
 TEST(DateTest, EveryTextThatIsWrittenCanBeRead) {
   for (const double seconds :
        {0.0, -1.0, 1769847300.0, -12219292800.0, -12219292801.0, -62135596800.0, -62167392000.0,
-        -62167392001.0, -70000000000.0, 253402300800.0, 1000000000000.0, 31556889832780000.0}) {
+        -62167392001.0, -70000000000.0, 253402300800.0, 1000000000000.0, 31494784780799.0}) {
     const auto read = dateFromISO8601(iso8601Text(dateFromSeconds(seconds)));
     ASSERT_TRUE(read) << iso8601Text(dateFromSeconds(seconds));
     EXPECT_EQ(secondsSince1970(*read), seconds);
