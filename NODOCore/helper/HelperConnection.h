@@ -1,0 +1,53 @@
+#pragma once
+
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace nodo {
+
+/// One connection to the daemon, as the client uses it: the handlers are set, then it is resumed, a
+/// proxy is taken and one request sent, and it is invalidated in the end.
+///
+/// Exists so that the client's rules are portable and can be tested without a daemon. Handlers and
+/// replies run on the system's own threads, possibly at the same time, also after `invalidate`. All
+/// members are called from one thread; none of them blocks for longer than local work takes.
+class HelperConnection {
+ public:
+  using Handler = std::function<void()>;
+  using ErrorHandler = std::function<void(std::exception_ptr)>;
+
+  virtual ~HelperConnection() = default;
+
+  /// Called when the connection can never be used again: there is no such service, or it was
+  /// invalidated.
+  virtual void setInvalidationHandler(Handler handler) = 0;
+
+  /// Called when the other end went away.
+  virtual void setInterruptionHandler(Handler handler) = 0;
+
+  virtual void resume() = 0;
+
+  /// The daemon's requests, each a message to it; `errorHandler` is told of one that cannot be
+  /// delivered or answered. Null when the other end does not offer them.
+  virtual std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) = 0;
+
+  /// Ends the connection. Safe to repeat.
+  virtual void invalidate() = 0;
+};
+
+/// Makes connections to services of the system.
+class HelperConnecting {
+ public:
+  virtual ~HelperConnecting() = default;
+
+  /// A connection to the privileged, system-wide service of that name, not yet resumed. That there
+  /// is no such service shows itself later, by the handlers. Safe from several threads at once.
+  virtual std::unique_ptr<HelperConnection> privilegedConnection(
+      const std::string& machServiceName) const = 0;
+};
+
+}  // namespace nodo

@@ -1,0 +1,164 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Text.h>
+#include <NODOCore/helper/NODOHelperClientError.h>
+#include <NODOCore/helper/NODOHelperCommandResponse.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
+#include <NODOCore/helper/XPCRequestCompletion.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A limit that the clock cannot hold is as good as a year; one that is no number is none at all.
+Clock::time_point deadlineAfter(double seconds) {
+  constexpr double year = 366.0 * 24 * 3600;
+  const double bounded = seconds > 0 ? std::min(seconds, year) : 0;
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(bounded));
+}
+
+NODOHelperCommandResponse responseFrom(const std::optional<std::string>& text) {
+  if (!text || !isValidUTF8(*text)) {
+    throw NODOHelperClientError::invalidResponse("non-UTF8 payload");
+  }
+  auto response = decodeJSON<NODOHelperCommandResponse>(*text);
+  if (response.error) {
+    throw NODOHelperClientError::unavailable(*response.error);
+  }
+  return response;
+}
+
+HelperReply replyTo(const std::shared_ptr<XPCRequestCompletion>& completion) {
+  return [completion](const std::optional<std::string>& text) {
+    try {
+      completion->complete(responseFrom(text));
+    } catch (...) {
+      completion->complete(std::current_exception());
+    }
+  };
+}
+
+HelperConnection::Handler endBy(const std::shared_ptr<XPCRequestCompletion>& completion,
+                                const char* reason) {
+  return [completion, reason] {
+    completion->complete(std::make_exception_ptr(NODOHelperClientError::unavailable(reason)));
+  };
+}
+
+class Invalidation {
+ public:
+  explicit Invalidation(HelperConnection& connection) : connection_(connection) {}
+
+  Invalidation(const Invalidation&) = delete;
+  Invalidation& operator=(const Invalidation&) = delete;
+
+  ~Invalidation() { connection_.invalidate(); }
+
+ private:
+  HelperConnection& connection_;
+};
+
+Date endAfter(std::int64_t minutes, Date now) {
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 60;
+  if (minutes > most || minutes < -most) {
+    programmingFault("the end of the manual timer overflows");
+  }
+  return now + Seconds(static_cast<double>(minutes * 60));
+}
+
+}  // namespace
+
+NODOHelperCommandResponse NODOHelperXPCClient::request(const Send& send) const {
+  const std::unique_ptr<HelperConnection> connection =
+      connecting->privilegedConnection(machServiceName);
+  const Invalidation invalidation(*connection);
+  const auto completion = std::make_shared<XPCRequestCompletion>();
+  connection->setInvalidationHandler(endBy(completion, "connection invalidated"));
+  connection->setInterruptionHandler(endBy(completion, "connection interrupted"));
+  connection->resume();
+  const std::shared_ptr<NODOHelperXPCProtocol> daemon = connection->remoteProxy(
+      [completion](std::exception_ptr error) { completion->complete(std::move(error)); });
+  if (!daemon) {
+    throw NODOHelperClientError::unavailable("unable to create XPC proxy");
+  }
+  send(*daemon, replyTo(completion));
+  return completion->wait(deadlineAfter(timeout));
+}
+
+StatusReport NODOHelperXPCClient::statusOf(const Send& send) const {
+  NODOHelperCommandResponse response = request(send);
+  if (!response.status) {
+    throw NODOHelperClientError::invalidResponse("missing status report");
+  }
+  return *std::move(response.status);
+}
+
+StatusReport NODOHelperXPCClient::status() const {
+  return statusOf([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
+    daemon.status(std::move(reply));
+  });
+}
+
+StatusReport NODOHelperXPCClient::stop() const {
+  return statusOf(
+      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.stop(std::move(reply)); });
+}
+
+StatusReport NODOHelperXPCClient::repair() const {
+  return statusOf([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
+    daemon.repair(std::move(reply));
+  });
+}
+
+DaemonRunReport NODOHelperXPCClient::reconcile() const {
+  NODOHelperCommandResponse response =
+      request([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
+        daemon.reconcile(std::move(reply));
+      });
+  if (!response.run) {
+    throw NODOHelperClientError::invalidResponse("missing run report");
+  }
+  return *std::move(response.run);
+}
+
+StatusReport NODOHelperXPCClient::enableManual(std::int64_t minutes, bool extendOnly,
+                                               const std::optional<ActivationRequester>& requester,
+                                               Date now) const {
+  if (!extendOnly && !requester) {
+    return enableManualFirstGeneration(minutes);
+  }
+  try {
+    return statusOf([&](NODOHelperXPCProtocol& daemon, HelperReply reply) {
+      daemon.enableManualV2(minutes, extendOnly,
+                            requester ? std::optional(requester->name) : std::nullopt,
+                            requester ? requester->context : std::nullopt,
+                            requester ? requester->event : std::nullopt, std::move(reply));
+    });
+  } catch (const std::exception&) {
+    // Whatever it was: a daemon of the first generation may fail in any way at a request that it
+    // does not know, and a daemon that is not there fails at the next request as well.
+    return extendOnly ? extendByHand(minutes, now) : enableManualFirstGeneration(minutes);
+  }
+}
+
+StatusReport NODOHelperXPCClient::enableManualFirstGeneration(std::int64_t minutes) const {
+  return statusOf([minutes](NODOHelperXPCProtocol& daemon, HelperReply reply) {
+    daemon.enableManual(minutes, std::move(reply));
+  });
+}
+
+StatusReport NODOHelperXPCClient::extendByHand(std::int64_t minutes, Date now) const {
+  const StatusReport before = status();
+  if (before.state.manualUntil && *before.state.manualUntil > endAfter(minutes, now)) {
+    return reconcile().status;
+  }
+  return enableManualFirstGeneration(minutes);
+}
+
+}  // namespace nodo
