@@ -1,9 +1,11 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
+#include <NODOCore/base/Environment.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/power/PowerManaging.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -69,9 +71,11 @@ class DaemonLoop {
 /// std::runtime_error.
 std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus);
 
-/// The folder of the daemon's state when neither an option nor NODO_STATE_DIR names one and
-/// `systemFolder`, the library's own choice, does not exist on this kind of system. `bus` as above.
-std::string daemonStateFolder(const std::string& systemFolder,
-                              const std::optional<std::string>& bus);
+/// Where the daemon keeps its state unless told otherwise: NODO_STATE_DIR, else the system folder,
+/// else what this kind of system has for it (on Linux STATE_DIRECTORY of the service manager, else
+/// /var/lib/nodo, and on a session bus ".nodo/daemon" under HOME). `bus` as above. Throws
+/// std::runtime_error when it needs HOME and there is none.
+std::filesystem::path daemonStateFolder(const Environment& environment,
+                                        const std::optional<std::string>& bus);
 
 }  // namespace nodo
