@@ -50,6 +50,10 @@
 #include <NODOCore/power/PowerOperationResult.h>
 #include <NODOCore/power/ProcessCommandRunner.h>
 #include <NODOCore/presentation/DurationText.h>
+#include <NODOCore/presentation/MenuBarCountdownFormatter.h>
+#include <NODOCore/presentation/MenuBarIconState.h>
+#include <NODOCore/presentation/SetupMenuPresentation.h>
+#include <NODOCore/presentation/SetupMenuSignals.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/sensing/AgentProcess.h>
 #include <NODOCore/sensing/MacSystemSnapshotProvider.h>

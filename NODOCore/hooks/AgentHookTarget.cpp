@@ -1,4 +1,5 @@
 #include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/sensing/AgentProcess.h>
 #include <NODOCore/state/NODOError.h>
 
 #include <string>
@@ -8,13 +9,13 @@ namespace nodo {
 std::string_view displayName(AgentHookTarget target) {
   switch (target) {
     case AgentHookTarget::claude:
-      return "Claude Code";
+      return displayName(AgentKind::claudeCode);
     case AgentHookTarget::codex:
-      return "Codex";
+      return displayName(AgentKind::codex);
     case AgentHookTarget::grok:
-      return "Grok Build";
+      return displayName(AgentKind::grokBuild);
     case AgentHookTarget::pi:
-      return "Pi";
+      return displayName(AgentKind::pi);
   }
   programmingFault("a hook target that is none of its cases");
 }

@@ -15,6 +15,20 @@ void describe(Fields& fields, Agent& agent) {
 
 }  // namespace
 
+std::string_view displayName(AgentKind kind) {
+  switch (kind) {
+    case AgentKind::claudeCode:
+      return "Claude Code";
+    case AgentKind::codex:
+      return "Codex";
+    case AgentKind::grokBuild:
+      return "Grok Build";
+    case AgentKind::pi:
+      return "Pi";
+  }
+  programmingFault("a kind of agent that is none of its cases");
+}
+
 JSONValue encode(const AgentProcess& agent) {
   ObjectEncoder fields;
   describe(fields, agent);

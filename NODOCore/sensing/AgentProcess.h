@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace nodo {
 
@@ -21,6 +22,9 @@ struct EnumTexts<AgentKind> {
       EnumText{AgentKind::claudeCode, "claudeCode"}, EnumText{AgentKind::codex, "codex"},
       EnumText{AgentKind::grokBuild, "grokBuild"}, EnumText{AgentKind::pi, "pi"}};
 };
+
+/// The agent's name as people read it, e.g. "Claude Code".
+std::string_view displayName(AgentKind kind);
 
 /// A running process that was recognised as an agent.
 struct AgentProcess {

@@ -127,20 +127,6 @@ std::string blockersText(const SleepDiagnosticsReport& report, SleepBlockerScope
   return lines.empty() ? "" : fmt::format("{}:\n{}", title, lines);
 }
 
-std::string_view displayName(AgentKind kind) {
-  switch (kind) {
-    case AgentKind::claudeCode:
-      return "Claude Code";
-    case AgentKind::codex:
-      return "Codex";
-    case AgentKind::grokBuild:
-      return "Grok Build";
-    case AgentKind::pi:
-      return "Pi";
-  }
-  return "Agent";
-}
-
 }  // namespace
 
 std::string reportText(const StatusReport& report) {
