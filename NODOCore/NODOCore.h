@@ -19,6 +19,7 @@
 #include <NODOCore/control/SafetyPolicy.h>
 #include <NODOCore/control/StatusReport.h>
 #include <NODOCore/control/TriggerActivitySummary.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/DoctorReportFormatter.h>
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
@@ -52,6 +53,7 @@
 #include <NODOCore/presentation/DurationText.h>
 #include <NODOCore/presentation/MenuBarCountdownFormatter.h>
 #include <NODOCore/presentation/MenuBarIconState.h>
+#include <NODOCore/presentation/MenuReport.h>
 #include <NODOCore/presentation/SetupMenuPresentation.h>
 #include <NODOCore/presentation/SetupMenuSignals.h>
 #include <NODOCore/sensing/AgentDetector.h>

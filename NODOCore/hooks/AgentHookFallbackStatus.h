@@ -8,6 +8,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// What the hook log says about the hook script's fallback, which keeps the computer awake with its
 /// lid open only.
 struct AgentHookFallbackStatus {
@@ -18,5 +21,8 @@ struct AgentHookFallbackStatus {
 
   bool operator==(const AgentHookFallbackStatus&) const = default;
 };
+
+JSONValue encode(const AgentHookFallbackStatus& status);
+void decode(const JSONReader& from, AgentHookFallbackStatus& status);
 
 }  // namespace nodo
