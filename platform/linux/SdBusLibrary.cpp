@@ -23,17 +23,32 @@ SdBusLibrary load() {
   }
   SdBusLibrary bus;
   find(library, bus.openSystem, "sd_bus_open_system");
+  find(library, bus.openUser, "sd_bus_open_user");
+  find(library, bus.newBus, "sd_bus_new");
+  find(library, bus.setAddress, "sd_bus_set_address");
+  find(library, bus.setBusClient, "sd_bus_set_bus_client");
+  find(library, bus.start, "sd_bus_start");
+  find(library, bus.closeUnref, "sd_bus_close_unref");
   find(library, bus.flushCloseUnref, "sd_bus_flush_close_unref");
+  find(library, bus.isOpen, "sd_bus_is_open");
   find(library, bus.isReady, "sd_bus_is_ready");
+  find(library, bus.getFd, "sd_bus_get_fd");
+  find(library, bus.getEvents, "sd_bus_get_events");
+  find(library, bus.getTimeout, "sd_bus_get_timeout");
   find(library, bus.process, "sd_bus_process");
   find(library, bus.wait, "sd_bus_wait");
   find(library, bus.call, "sd_bus_call");
+  find(library, bus.callAsync, "sd_bus_call_async");
   find(library, bus.errorFree, "sd_bus_error_free");
   find(library, bus.messageNewMethodCall, "sd_bus_message_new_method_call");
   find(library, bus.messageSetAutoStart, "sd_bus_message_set_auto_start");
   find(library, bus.messageAppend, "sd_bus_message_append");
+  find(library, bus.messageOpenContainer, "sd_bus_message_open_container");
+  find(library, bus.messageCloseContainer, "sd_bus_message_close_container");
   find(library, bus.messageEnterContainer, "sd_bus_message_enter_container");
   find(library, bus.messageRead, "sd_bus_message_read");
+  find(library, bus.messageIsMethodError, "sd_bus_message_is_method_error");
+  find(library, bus.messageGetError, "sd_bus_message_get_error");
   find(library, bus.messageUnref, "sd_bus_message_unref");
   return bus;
 }

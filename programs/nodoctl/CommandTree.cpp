@@ -3,6 +3,8 @@
 #include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/CommandTree.h>
 
+#include <locale>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,16 +23,16 @@ class TreeBuilder {
 
   std::shared_ptr<CLI::App> build() {
     describe(*app_);
+    addHelperOptions(*app_);
     // At most one; that there is one at all is checked once the line is known to make sense, so
     // that the message names a misspelt command.
     app_->require_subcommand(0, 1);
-    CLI::App* status =
-        add(Command::status, "status", "Show whether the computer is kept awake, and why");
-    addJSON(*status);
+    addStateOptions(
+        *add(Command::status, "status", "Show whether the computer is kept awake, and why"));
     addManual();
-    addJSON(*add(Command::stop, "stop", "End the timer, so that the computer may sleep"));
-    addJSON(*add(Command::repair, "repair",
-                 "Reset the state after something went wrong; the histories are kept"));
+    addStateOptions(*add(Command::stop, "stop", "End the timer, so that the computer may sleep"));
+    addStateOptions(*add(Command::repair, "repair",
+                         "Reset the state after something went wrong; the histories are kept"));
     addReconcile();
     addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
     addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
@@ -62,6 +64,27 @@ class TreeBuilder {
     command.add_flag("--json", invocation_.json, "Answer with one JSON document");
   }
 
+  // Of every command that asks the daemon; and in front of the command, where people look for what
+  // is common to several.
+  void addHelperOptions(CLI::App& command) {
+    command
+        .add_option_function<std::string>(
+            "--helper-timeout",
+            [&into = invocation_](const std::string& text) { into.helperTimeout = seconds(text); },
+            "How long the daemon may take for one answer; 1 otherwise")
+        ->type_name("SECONDS");
+    command
+        .add_option_function<std::string>(
+            "--bus", [&into = invocation_](const std::string& text) { into.bus = bus(text); },
+            "The D-Bus bus that the daemon is on; the system's, else the session's, otherwise")
+        ->type_name("system|session|ADDRESS");
+  }
+
+  void addStateOptions(CLI::App& command) {
+    addJSON(command);
+    addHelperOptions(command);
+  }
+
   void addManual() {
     CLI::App* manual = add(Command::manual, "manual", "Keep the computer awake for some minutes");
     manual
@@ -79,7 +102,7 @@ class TreeBuilder {
         ->type_name("TEXT");
     manual->add_option("--event", invocation_.event, "Which event of the agent led to this")
         ->type_name("NAME");
-    addJSON(*manual);
+    addStateOptions(*manual);
   }
 
   void addReconcile() {
@@ -87,7 +110,7 @@ class TreeBuilder {
                               "Bring the sleep lock in line with the decision, once");
     reconcile->add_flag("--simulate", invocation_.simulate,
                         "Only show what a pass would do, on your own state");
-    addJSON(*reconcile);
+    addStateOptions(*reconcile);
   }
 
   void addHooks() {
@@ -145,6 +168,28 @@ class TreeBuilder {
       throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
     }
     return *number;
+  }
+
+  // Digits and at most one point, whatever the locale.
+  static double seconds(const std::string& text) {
+    double value = 0;
+    std::istringstream stream(text);
+    stream.imbue(std::locale::classic());
+    if (text.find_first_not_of("0123456789.") != std::string::npos || !(stream >> value) ||
+        !stream.eof() || !(value > 0)) {
+      throw CLI::ValidationError("--helper-timeout",
+                                 "\"" + text + "\" is not a number of seconds above 0");
+    }
+    return value;
+  }
+
+  static std::string bus(const std::string& text) {
+    if (text != "system" && text != "session" && text.find(':') == std::string::npos) {
+      throw CLI::ValidationError("--bus", "\"" + text +
+                                              "\" is neither system nor session nor a bus address "
+                                              "such as unix:path=/run/bus");
+    }
+    return text;
   }
 
   static AgentHookTarget hookTarget(const std::string& text) {

@@ -27,6 +27,8 @@ enum class Command {
 struct Invocation {
   Command command = Command::status;
   bool json = false;
+  std::optional<std::string> bus;  ///< where the daemon is looked for
+  double helperTimeout = 1;        ///< seconds for each request to it
   std::int64_t minutes = 0;
   bool extendOnly = false;
   std::optional<std::string> requester;

@@ -17,10 +17,6 @@ constexpr int success = 0;
 constexpr int failure = 1;
 constexpr int wrongUse = 2;
 
-void complain(std::ostream& error, const std::string& message) {
-  error << "nodoctl: " << escapedForDisplay(message) << '\n';
-}
-
 // A full disk shows itself only when the buffer is written out.
 void write(std::ostream& output, const std::string& text) {
   errno = 0;
@@ -41,6 +37,10 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
 }
 
 }  // namespace
+
+void complain(std::ostream& error, const std::string& message) {
+  error << "nodoctl: " << escapedForDisplay(message) << '\n';
+}
 
 int runTool(const std::vector<std::string>& arguments, const ToolContext& context) {
   try {

@@ -2,10 +2,13 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
+#include <NODOCore/helper/HelperConnection.h>
 #include <platform/HostMachine.h>
 
 #include <functional>
 #include <iosfwd>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,9 @@ namespace nodo::nodoctl {
 struct ToolContext {
   Environment environment;
   HostMachine machine;
+  /// As the platform's `helperConnecting`.
+  std::function<std::shared_ptr<const HelperConnecting>(const std::optional<std::string>& bus)>
+      helperConnecting;
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;

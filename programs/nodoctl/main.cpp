@@ -1,3 +1,4 @@
+#include <platform/HelperMachine.h>
 #include <programs/nodoctl/Tool.h>
 
 #include <csignal>
@@ -11,6 +12,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return nodo::nodoctl::runTool(arguments, {.environment = nodo::processEnvironment(),
                                             .machine = nodo::hostMachine(),
+                                            .helperConnecting = nodo::helperConnecting,
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,

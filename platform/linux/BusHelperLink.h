@@ -1,0 +1,67 @@
+#pragma once
+
+#include <platform/linux/BusHelperMailbox.h>
+
+#include <exception>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <systemd/sd-bus.h>
+
+namespace nodo {
+
+/// Closes a bus without sending what is left, since that would wait for a bus that hangs.
+struct UnflushedBusCloser {
+  void operator()(sd_bus* bus) const;
+};
+
+using UnflushedBus = std::unique_ptr<sd_bus, UnflushedBusCloser>;
+
+/// The daemon's methods on the bus.
+inline constexpr char helperBusInterface[] = "com.quintavel.nodo.Helper1";
+
+/// The object's path that belongs to a service's name: "/com/example" to "com.example".
+std::string helperBusPath(const std::string& serviceName);
+
+/// What the thread of a BusHelperConnection does: connects, sends what comes into the mailbox, and
+/// passes on what comes back, until the mailbox is closed. For one thread.
+class BusHelperLink {
+ public:
+  BusHelperLink(std::optional<std::string> bus, std::string serviceName, BusHelperMailbox& mailbox,
+                HelperConnection::Handler interrupted);
+  BusHelperLink(const BusHelperLink&) = delete;
+  BusHelperLink& operator=(const BusHelperLink&) = delete;
+  ~BusHelperLink();
+
+  /// Serves until the mailbox is closed, even when the bus cannot be reached: then every request is
+  /// told why.
+  void run();
+
+ private:
+  struct Pending;
+
+  void connect();
+  void connectTo(const std::string& bus);
+  void serve();
+  void serveOrInterrupt();
+  void send(const BusHelperRequest& request);
+  void refuse(const std::exception_ptr& reason);
+  void wait();
+
+  static int received(sd_bus_message* message, void* pending, sd_bus_error* error);
+  void answer(const BusHelperRequest& request, sd_bus_message* message);
+  std::string explained(const sd_bus_error& error) const;
+
+  std::optional<std::string> choice_;
+  std::string serviceName_;
+  BusHelperMailbox& mailbox_;
+  HelperConnection::Handler interrupted_;
+  std::string busName_;       // of the one connected to, for people
+  std::string startCommand_;  // which starts the daemon there
+  std::list<Pending> pending_;
+  UnflushedBus bus_;  // goes first: it knows addresses of `pending_`
+};
+
+}  // namespace nodo

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace nodo::nodoctl {
+
+/// What a command has to say.
+struct Answer {
+  std::string output;              ///< for standard output, whole
+  std::vector<std::string> hints;  ///< for standard error, a line each
+  bool failed = false;             ///< whether the output tells of a failure
+};
+
+/// Writes `message` as a line of this tool, foreign control characters escaped.
+void complain(std::ostream& error, const std::string& message);
+
+}  // namespace nodo::nodoctl

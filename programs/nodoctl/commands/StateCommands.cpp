@@ -1,0 +1,57 @@
+#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <programs/nodoctl/ReportAnswer.h>
+#include <programs/nodoctl/commands/StateCommands.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+std::optional<ActivationRequester> requesterFrom(const Invocation& invocation, Date now) {
+  if (!invocation.requester && !invocation.context && !invocation.event) {
+    return std::nullopt;
+  }
+  return ActivationRequester(invocation.requester.value_or(""), invocation.context,
+                             invocation.event, now);
+}
+
+Answer repair(const Invocation& invocation, StateAccess& state) {
+  const SourcedStatus repaired = state.repair();
+  if (invocation.json) {
+    return {.output = jsonDocument(repaired.report)};
+  }
+  const std::string text =
+      DoctorReportFormatter::formatRepairResult(repaired.report, repaired.source);
+  return {.output = text + "\n"};
+}
+
+}  // namespace
+
+StateAccess stateAccess(const Invocation& invocation, const ToolContext& context) {
+  return {{.bus = invocation.bus, .timeout = invocation.helperTimeout},
+          context,
+          [&error = context.error](const std::string& reason) {
+            complain(error, "helper unavailable (" + reason + "); using the local state");
+          }};
+}
+
+Answer performOnState(const Invocation& invocation, const ToolContext& context) {
+  StateAccess state = stateAccess(invocation, context);
+  switch (invocation.command) {
+    case Command::manual:
+      return answer(invocation, state
+                                    .manual({.minutes = invocation.minutes,
+                                             .extendOnly = invocation.extendOnly,
+                                             .requester = requesterFrom(invocation, context.now())})
+                                    .report);
+    case Command::stop:
+      return answer(invocation, state.stop().report);
+    case Command::repair:
+      return repair(invocation, state);
+    case Command::reconcile:
+      return answer(invocation,
+                    invocation.simulate ? state.simulatedReconcile() : state.reconcile());
+    default:
+      return answer(invocation, state.status().report);
+  }
+}
+
+}  // namespace nodo::nodoctl

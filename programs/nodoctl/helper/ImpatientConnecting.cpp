@@ -1,0 +1,116 @@
+#include <NODOCore/helper/NODOHelperClientError.h>
+#include <programs/nodoctl/helper/ImpatientConnecting.h>
+
+#include <utility>
+
+namespace nodo::nodoctl {
+namespace {
+
+using Flag = std::shared_ptr<std::atomic<bool>>;
+
+// Notes every answer of the daemon on its way to the client.
+class NotingProxy : public NODOHelperXPCProtocol {
+ public:
+  NotingProxy(std::shared_ptr<NODOHelperXPCProtocol> daemon, Flag answered)
+      : daemon_(std::move(daemon)), answered_(std::move(answered)) {}
+
+  void status(HelperReply reply) override { daemon_->status(noting(std::move(reply))); }
+
+  void enableManual(std::int64_t minutes, HelperReply reply) override {
+    daemon_->enableManual(minutes, noting(std::move(reply)));
+  }
+
+  void enableManualV2(std::int64_t minutes, bool extendOnly,
+                      std::optional<std::string> requesterName,
+                      std::optional<std::string> requesterContext,
+                      std::optional<std::string> requesterEvent, HelperReply reply) override {
+    daemon_->enableManualV2(minutes, extendOnly, std::move(requesterName),
+                            std::move(requesterContext), std::move(requesterEvent),
+                            noting(std::move(reply)));
+  }
+
+  void stop(HelperReply reply) override { daemon_->stop(noting(std::move(reply))); }
+
+  void reconcile(HelperReply reply) override { daemon_->reconcile(noting(std::move(reply))); }
+
+  void repair(HelperReply reply) override { daemon_->repair(noting(std::move(reply))); }
+
+ private:
+  HelperReply noting(HelperReply reply) const {
+    return [reply = std::move(reply), answered = answered_](std::optional<std::string> text) {
+      *answered = true;
+      reply(std::move(text));
+    };
+  }
+
+  std::shared_ptr<NODOHelperXPCProtocol> daemon_;
+  Flag answered_;
+};
+
+class NotingConnection : public HelperConnection {
+ public:
+  NotingConnection(std::unique_ptr<HelperConnection> connection, Flag gaveUp)
+      : connection_(std::move(connection)), gaveUp_(std::move(gaveUp)) {}
+
+  void setInvalidationHandler(Handler handler) override {
+    connection_->setInvalidationHandler(noting(std::move(handler)));
+  }
+
+  void setInterruptionHandler(Handler handler) override {
+    connection_->setInterruptionHandler(noting(std::move(handler)));
+  }
+
+  void resume() override { connection_->resume(); }
+
+  std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) override {
+    auto daemon = connection_->remoteProxy([errorHandler = std::move(errorHandler),
+                                            answered = answered_](std::exception_ptr error) {
+      *answered = true;
+      errorHandler(std::move(error));
+    });
+    if (!daemon) {
+      *answered_ = true;
+      return nullptr;
+    }
+    return std::make_shared<NotingProxy>(std::move(daemon), answered_);
+  }
+
+  // Whoever has not answered by now was waited for in vain. Looked at first, as ending the
+  // connection tells the handlers.
+  void invalidate() override {
+    if (!*answered_) {
+      *gaveUp_ = true;
+    }
+    connection_->invalidate();
+  }
+
+ private:
+  Handler noting(Handler handler) const {
+    return [handler = std::move(handler), answered = answered_] {
+      *answered = true;
+      if (handler) {
+        handler();
+      }
+    };
+  }
+
+  std::unique_ptr<HelperConnection> connection_;
+  Flag gaveUp_;
+  Flag answered_ = std::make_shared<std::atomic<bool>>(false);
+};
+
+}  // namespace
+
+ImpatientConnecting::ImpatientConnecting(std::shared_ptr<const HelperConnecting> connecting)
+    : connecting_(std::move(connecting)), gaveUp_(std::make_shared<std::atomic<bool>>(false)) {}
+
+std::unique_ptr<HelperConnection> ImpatientConnecting::privilegedConnection(
+    const std::string& machServiceName) const {
+  if (*gaveUp_) {
+    throw NODOHelperClientError::timedOut();
+  }
+  return std::make_unique<NotingConnection>(connecting_->privilegedConnection(machServiceName),
+                                            gaveUp_);
+}
+
+}  // namespace nodo::nodoctl

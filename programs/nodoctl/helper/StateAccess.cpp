@@ -1,0 +1,150 @@
+#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/helper/NODOHelperClientError.h>
+#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/power/NoopPowerManager.h>
+#include <NODOCore/state/NODOError.h>
+#include <programs/nodoctl/helper/ImpatientConnecting.h>
+#include <programs/nodoctl/helper/StateAccess.h>
+#include <programs/shared/DefaultPolicy.h>
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace nodo::nodoctl {
+namespace {
+
+StateStore userStore(const Environment& environment) {
+  try {
+    return StateStore::defaultStore(environment);
+  } catch (const NODOError& error) {
+    throw std::runtime_error(std::string(error.what()) + "; set HOME or NODO_STATE_DIR");
+  }
+}
+
+// The user's own state and this machine.
+NODOController localController(const ToolContext& context) {
+  return {.store = userStore(context.environment),
+          .detector = {},
+          .processListing = context.machine.processListing,
+          .snapshotProvider = context.machine.snapshotProvider,
+          .decisionEngine = {defaultPolicy}};
+}
+
+template <class Work>
+auto workLocally(const ToolContext& context, const Work& work) {
+  const NODOController controller = localController(context);
+  try {
+    return work(controller);
+  } catch (const DecodingError& error) {
+    throw std::runtime_error("the state file " + controller.store.stateURL().string() +
+                             " cannot be read: " + error.what() +
+                             ". It was left as it is; move it away to begin with a fresh state");
+  }
+}
+
+// Minutes whose seconds a whole number cannot hold are none that any policy allows.
+bool canBeAllowed(std::int64_t minutes) {
+  return minutes > 0 && minutes <= std::numeric_limits<std::int64_t>::max() / 60;
+}
+
+void endFallback(const ToolContext& context) {
+  const Date now = context.now();
+  const auto fallback =
+      AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, context.environment);
+  if (fallback.isActive) {
+    AgentHookLogInspector::markFallbackResolved(std::nullopt, "helper manual", now,
+                                                context.environment);
+  }
+}
+
+}  // namespace
+
+std::string unavailabilityReason(const std::exception& error) {
+  if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
+    const bool saysSo = client->errorCase() == NODOHelperClientError::Case::unavailable;
+    const std::string text = saysSo ? client->reason() : client->what();
+    return text.empty() ? "it gave no reason" : text;
+  }
+  if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
+    return std::string("its answer cannot be read: ") + error.what();
+  }
+  return error.what();
+}
+
+StateAccess::StateAccess(const HelperOptions& options, const ToolContext& context,
+                         std::function<void(const std::string& reason)> unavailable)
+    : context_(context),
+      daemon_{.machServiceName = std::string(NODOServiceConstants::helperMachServiceName),
+              .timeout = options.timeout,
+              .connecting =
+                  std::make_shared<ImpatientConnecting>(context.helperConnecting(options.bus))},
+      unavailable_(std::move(unavailable)) {}
+
+SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
+  try {
+    return {.report = ask(daemon_), .source = DoctorStatusSource::helper};
+  } catch (const std::exception& error) {
+    unavailable_(unavailabilityReason(error));
+  }
+  return {.report = workLocally(context_, work), .source = DoctorStatusSource::local};
+}
+
+SourcedStatus StateAccess::status() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.status(); },
+      [this](const NODOController& controller) { return controller.status(context_.now()); });
+}
+
+SourcedStatus StateAccess::manual(const ManualRequest& request) {
+  const Work work = [&](const NODOController& controller) {
+    return controller.enableManual(request.minutes, context_.now(), request.extendOnly,
+                                   request.requester);
+  };
+  if (!canBeAllowed(request.minutes)) {
+    return {.report = workLocally(context_, work), .source = DoctorStatusSource::local};
+  }
+  SourcedStatus outcome = askOrWork(
+      [&](const NODOHelperXPCClient& daemon) {
+        return daemon.enableManual(request.minutes, request.extendOnly, request.requester,
+                                   context_.now());
+      },
+      work);
+  if (outcome.source == DoctorStatusSource::helper) {
+    endFallback(context_);
+  }
+  return outcome;
+}
+
+SourcedStatus StateAccess::stop() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.stop(); },
+      [this](const NODOController& controller) { return controller.stop(context_.now()); });
+}
+
+SourcedStatus StateAccess::repair() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.repair(); },
+      [this](const NODOController& controller) { return controller.repairState(context_.now()); });
+}
+
+DaemonRunReport StateAccess::reconcile() {
+  try {
+    return daemon_.reconcile();
+  } catch (const std::exception& error) {
+    throw std::runtime_error(
+        "only the daemon may switch the sleep lock, and it is unavailable (" +
+        unavailabilityReason(error) +
+        "); 'nodoctl reconcile --simulate' shows what a pass would do");
+  }
+}
+
+DaemonRunReport StateAccess::simulatedReconcile() {
+  return workLocally(context_, [this](const NODOController& controller) {
+    NoopPowerManager nobody;
+    return controller.reconcile(nobody, std::nullopt, context_.now());
+  });
+}
+
+}  // namespace nodo::nodoctl
