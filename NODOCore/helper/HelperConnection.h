@@ -32,10 +32,10 @@ class HelperConnection {
   virtual void resume() = 0;
 
   /// The daemon's requests, each a message to it; `errorHandler` is told of one that cannot be
-  /// delivered or answered. Null when the other end does not offer them.
+  /// delivered or answered, never with a null error. Null when the other end does not offer them.
   virtual std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) = 0;
 
-  /// Ends the connection. Safe to repeat.
+  /// Ends the connection, whether or not it was resumed. Must not throw; safe to repeat.
   virtual void invalidate() = 0;
 };
 
@@ -44,8 +44,9 @@ class HelperConnecting {
  public:
   virtual ~HelperConnecting() = default;
 
-  /// A connection to the privileged, system-wide service of that name, not yet resumed. That there
-  /// is no such service shows itself later, by the handlers. Safe from several threads at once.
+  /// A connection to the privileged, system-wide service of that name, not yet resumed; never null.
+  /// That there is no such service shows itself later, by the handlers, or at once by an error that
+  /// is thrown. Safe from several threads at once.
   virtual std::unique_ptr<HelperConnection> privilegedConnection(
       const std::string& machServiceName) const = 0;
 };

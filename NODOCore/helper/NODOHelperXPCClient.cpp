@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <utility>
 
 namespace nodo {
@@ -36,11 +35,15 @@ NODOHelperCommandResponse responseFrom(const std::optional<std::string>& text) {
 
 HelperReply replyTo(const std::shared_ptr<XPCRequestCompletion>& completion) {
   return [completion](const std::optional<std::string>& text) {
+    std::exception_ptr error;
     try {
       completion->complete(responseFrom(text));
+      return;
     } catch (...) {
-      completion->complete(std::current_exception());
+      error = std::current_exception();
     }
+    // Only here, where this thread no longer holds the error itself.
+    completion->complete(std::move(error));
   };
 }
 
@@ -65,11 +68,11 @@ class Invalidation {
 };
 
 Date endAfter(std::int64_t minutes, Date now) {
-  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 60;
-  if (minutes > most || minutes < -most) {
+  std::int64_t seconds = 0;
+  if (__builtin_mul_overflow(minutes, 60, &seconds)) {
     programmingFault("the end of the manual timer overflows");
   }
-  return now + Seconds(static_cast<double>(minutes * 60));
+  return now + Seconds(static_cast<double>(seconds));
 }
 
 }  // namespace
@@ -100,9 +103,8 @@ StatusReport NODOHelperXPCClient::statusOf(const Send& send) const {
 }
 
 StatusReport NODOHelperXPCClient::status() const {
-  return statusOf([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
-    daemon.status(std::move(reply));
-  });
+  return statusOf(
+      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.status(std::move(reply)); });
 }
 
 StatusReport NODOHelperXPCClient::stop() const {
@@ -111,16 +113,13 @@ StatusReport NODOHelperXPCClient::stop() const {
 }
 
 StatusReport NODOHelperXPCClient::repair() const {
-  return statusOf([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
-    daemon.repair(std::move(reply));
-  });
+  return statusOf(
+      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.repair(std::move(reply)); });
 }
 
 DaemonRunReport NODOHelperXPCClient::reconcile() const {
-  NODOHelperCommandResponse response =
-      request([](NODOHelperXPCProtocol& daemon, HelperReply reply) {
-        daemon.reconcile(std::move(reply));
-      });
+  NODOHelperCommandResponse response = request(
+      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.reconcile(std::move(reply)); });
   if (!response.run) {
     throw NODOHelperClientError::invalidResponse("missing run report");
   }
@@ -140,11 +139,11 @@ StatusReport NODOHelperXPCClient::enableManual(std::int64_t minutes, bool extend
                             requester ? requester->context : std::nullopt,
                             requester ? requester->event : std::nullopt, std::move(reply));
     });
-  } catch (const std::exception&) {
+  } catch (...) {
     // Whatever it was: a daemon of the first generation may fail in any way at a request that it
     // does not know, and a daemon that is not there fails at the next request as well.
-    return extendOnly ? extendByHand(minutes, now) : enableManualFirstGeneration(minutes);
   }
+  return extendOnly ? extendByHand(minutes, now) : enableManualFirstGeneration(minutes);
 }
 
 StatusReport NODOHelperXPCClient::enableManualFirstGeneration(std::int64_t minutes) const {
@@ -155,7 +154,8 @@ StatusReport NODOHelperXPCClient::enableManualFirstGeneration(std::int64_t minut
 
 StatusReport NODOHelperXPCClient::extendByHand(std::int64_t minutes, Date now) const {
   const StatusReport before = status();
-  if (before.state.manualUntil && *before.state.manualUntil > endAfter(minutes, now)) {
+  const Date end = endAfter(minutes, now);
+  if (before.state.manualUntil && *before.state.manualUntil > end) {
     return reconcile().status;
   }
   return enableManualFirstGeneration(minutes);

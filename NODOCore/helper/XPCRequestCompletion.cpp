@@ -5,6 +5,21 @@
 
 namespace nodo {
 
+void XPCRequestCompletion::Semaphore::signal() {
+  const std::lock_guard guard(mutex_);
+  ++count_;
+  signalled_.notify_one();
+}
+
+bool XPCRequestCompletion::Semaphore::waitUntil(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock guard(mutex_);
+  if (!signalled_.wait_until(guard, deadline, [this] { return count_ > 0; })) {
+    return false;
+  }
+  --count_;
+  return true;
+}
+
 void XPCRequestCompletion::complete(NODOHelperCommandResponse response) {
   complete(Outcome(std::move(response)));
 }
@@ -19,22 +34,24 @@ void XPCRequestCompletion::complete(Outcome outcome) {
     return;
   }
   result = std::move(outcome);
-  semaphore.release();
+  semaphore.signal();
 }
 
 NODOHelperCommandResponse XPCRequestCompletion::wait(
     std::chrono::steady_clock::time_point deadline) {
-  if (!semaphore.try_acquire_until(deadline)) {
+  if (!semaphore.waitUntil(deadline)) {
     throw NODOHelperClientError::timedOut();
   }
   const std::lock_guard guard(lock);
   if (!result) {
     throw NODOHelperClientError::invalidResponse("missing completion");
   }
-  if (const auto* error = std::get_if<std::exception_ptr>(&*result)) {
-    std::rethrow_exception(*error);
+  // Moved out, as a handler may let go of this completion at any later time: the error must not be
+  // destroyed on its thread while the caller reads it.
+  if (auto* error = std::get_if<std::exception_ptr>(&*result)) {
+    std::rethrow_exception(std::move(*error));
   }
-  return std::get<NODOHelperCommandResponse>(*result);
+  return std::get<NODOHelperCommandResponse>(std::move(*result));
 }
 
 }  // namespace nodo

@@ -3,10 +3,10 @@
 #include <NODOCore/helper/NODOHelperCommandResponse.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <optional>
-#include <semaphore>
 #include <variant>
 
 namespace nodo {
@@ -24,15 +24,29 @@ class XPCRequestCompletion {
   void complete(NODOHelperCommandResponse response);
   void complete(std::exception_ptr error);
 
-  /// Waits until `deadline` for the first outcome; an error is thrown as it is. Throws
-  /// NODOHelperClientError::timedOut when there is none by then. For one caller, once.
+  /// Waits until `deadline` for the first outcome and takes it; an error is thrown as it is, and is
+  /// then the caller's alone. An outcome that is there counts even when the deadline has passed.
+  /// Throws NODOHelperClientError::timedOut when there is none by then. For one caller, once.
   NODOHelperCommandResponse wait(std::chrono::steady_clock::time_point deadline);
 
  protected:
+  /// Sleeps in the kernel until it is signalled. The standard's semaphore cannot serve: in GCC's
+  /// library a timed wait polls, up to 64 ms apart, so that an answer may be noticed that late.
+  class Semaphore {
+   public:
+    void signal();
+    bool waitUntil(std::chrono::steady_clock::time_point deadline);
+
+   private:
+    std::mutex mutex_;
+    std::condition_variable signalled_;
+    int count_ = 0;
+  };
+
   void complete(Outcome outcome);
 
   std::mutex lock;
-  std::counting_semaphore<1> semaphore{0};
+  Semaphore semaphore;
   std::optional<Outcome> result;
 };
 
