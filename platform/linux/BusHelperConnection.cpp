@@ -115,6 +115,9 @@ void BusHelperConnection::setInterruptionHandler(Handler handler) {
 }
 
 void BusHelperConnection::resume() {
+  if (thread_.joinable()) {
+    return;
+  }
   const SignalsBlocked inherited;
   thread_ = std::thread([bus = bus_, serviceName = serviceName_, mailbox = mailbox_,
                          interrupted = interrupted_, invalidated = invalidated_] {
@@ -125,8 +128,7 @@ void BusHelperConnection::resume() {
   });
 }
 
-std::shared_ptr<NODOHelperXPCProtocol> BusHelperConnection::remoteProxy(
-    ErrorHandler errorHandler) {
+std::shared_ptr<NODOHelperXPCProtocol> BusHelperConnection::remoteProxy(ErrorHandler errorHandler) {
   return std::make_shared<BusHelperProxy>(mailbox_, std::move(errorHandler));
 }
 

@@ -70,6 +70,11 @@ std::optional<timespec> timeUntil(std::uint64_t instant) {
                   .tv_nsec = static_cast<long>(left % second) * 1000};
 }
 
+// Each error is made for its receiver alone, who may look at it on another thread.
+void fail(const BusHelperRequest& request, const std::string& reason) {
+  request.failed(std::make_exception_ptr(BusError(reason)));
+}
+
 bool isOneOf(const char* name, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
@@ -101,12 +106,14 @@ BusHelperLink::BusHelperLink(std::optional<std::string> bus, std::string service
 BusHelperLink::~BusHelperLink() = default;
 
 void BusHelperLink::run() {
+  std::string reason;
   try {
     connect();
     serveOrInterrupt();
-  } catch (const std::exception&) {
-    refuse(std::current_exception());
+  } catch (const std::exception& error) {
+    reason = error.what();
   }
+  refuse(reason);
 }
 
 void BusHelperLink::connect() {
@@ -168,11 +175,11 @@ void BusHelperLink::serve() {
   }
 }
 
-void BusHelperLink::refuse(const std::exception_ptr& reason) {
+void BusHelperLink::refuse(const std::string& reason) {
   bus_.reset();
   while (!mailbox_.isClosed()) {
     for (const BusHelperRequest& request : mailbox_.take()) {
-      request.failed(reason);
+      fail(request, reason);
     }
     wait();
   }
@@ -201,22 +208,31 @@ void BusHelperLink::wait() {
 }
 
 void BusHelperLink::send(const BusHelperRequest& request) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
+  std::string reason;
   try {
-    const std::string action = "ask the daemon nodod";
-    sd_bus_message* made = nullptr;
-    checkBus(library.messageNewMethodCall(bus_.get(), &made, serviceName_.c_str(),
-                                          helperBusPath(serviceName_).c_str(), helperBusInterface,
-                                          request.member.c_str()),
-             action);
-    const BusMessage call(made);
-    request.arguments(call.get());
-    Pending& pending = pending_.emplace_back(Pending{.link = *this, .request = request});
-    checkBus(library.callAsync(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit),
-             action);
-  } catch (const BusError&) {
-    request.failed(std::current_exception());
+    sendOrThrow(request);
+    return;
+  } catch (const BusError& error) {
+    reason = error.what();
   }
+  fail(request, reason);
+}
+
+void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const std::string action = "ask the daemon nodod";
+  sd_bus_message* made = nullptr;
+  checkBus(library.messageNewMethodCall(bus_.get(), &made, serviceName_.c_str(),
+                                        helperBusPath(serviceName_).c_str(), helperBusInterface,
+                                        request.member.c_str()),
+           action);
+  const BusMessage call(made);
+  if (request.arguments) {
+    request.arguments(call.get());
+  }
+  Pending& pending = pending_.emplace_back(Pending{.link = *this, .request = request});
+  checkBus(library.callAsync(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit),
+           action);
 }
 
 int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error* /*error*/) {
@@ -227,19 +243,16 @@ int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error
 
 void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* message) {
   const SdBusLibrary& library = SdBusLibrary::shared();
-  const auto fail = [&request](const std::string& reason) {
-    request.failed(std::make_exception_ptr(BusError(reason)));
-  };
   if (library.messageIsMethodError(message, nullptr) > 0) {
     // A bus that went away leaves such an answer, too; that is for the interruption handler.
     if (library.isOpen(bus_.get()) > 0) {
-      fail(explained(*library.messageGetError(message)));
+      fail(request, explained(*library.messageGetError(message)));
     }
     return;
   }
   const char* text = nullptr;
   if (library.messageRead(message, "s", &text) < 0 || text == nullptr) {
-    fail("the daemon nodod gave an answer without a text; it may be of another version");
+    fail(request, "the daemon nodod gave an answer without a text; it may be of another version");
     return;
   }
   request.reply(std::string(text));

@@ -2,7 +2,6 @@
 
 #include <platform/linux/BusHelperMailbox.h>
 
-#include <exception>
 #include <list>
 #include <memory>
 #include <optional>
@@ -47,7 +46,8 @@ class BusHelperLink {
   void serve();
   void serveOrInterrupt();
   void send(const BusHelperRequest& request);
-  void refuse(const std::exception_ptr& reason);
+  void sendOrThrow(const BusHelperRequest& request);
+  void refuse(const std::string& reason);
   void wait();
 
   static int received(sd_bus_message* message, void* pending, sd_bus_error* error);

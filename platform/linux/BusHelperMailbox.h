@@ -14,7 +14,7 @@ namespace nodo {
 
 /// One request on its way to the daemon.
 struct BusHelperRequest {
-  std::string member;                             ///< the method's name
+  std::string member;                              ///< the method's name
   std::function<void(sd_bus_message*)> arguments;  ///< appends them; throws BusError
   HelperReply reply;
   HelperConnection::ErrorHandler failed;

@@ -63,11 +63,11 @@ class NotingConnection : public HelperConnection {
   void resume() override { connection_->resume(); }
 
   std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) override {
-    auto daemon = connection_->remoteProxy([errorHandler = std::move(errorHandler),
-                                            answered = answered_](std::exception_ptr error) {
-      *answered = true;
-      errorHandler(std::move(error));
-    });
+    auto daemon = connection_->remoteProxy(
+        [errorHandler = std::move(errorHandler), answered = answered_](std::exception_ptr error) {
+          *answered = true;
+          errorHandler(std::move(error));
+        });
     if (!daemon) {
       *answered_ = true;
       return nullptr;

@@ -133,10 +133,9 @@ DaemonRunReport StateAccess::reconcile() {
   try {
     return daemon_.reconcile();
   } catch (const std::exception& error) {
-    throw std::runtime_error(
-        "only the daemon may switch the sleep lock, and it is unavailable (" +
-        unavailabilityReason(error) +
-        "); 'nodoctl reconcile --simulate' shows what a pass would do");
+    throw std::runtime_error("only the daemon may switch the sleep lock, and it is unavailable (" +
+                             unavailabilityReason(error) +
+                             "); 'nodoctl reconcile --simulate' shows what a pass would do");
   }
 }
 
