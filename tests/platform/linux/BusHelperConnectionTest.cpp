@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <tests/platform/linux/PrivateBus.h>
@@ -111,9 +112,8 @@ TEST_F(BusHelperConnectionTest, EveryRequestReachesTheDaemonAndItsAnswerComesBac
 }
 
 TEST_F(BusHelperConnectionTest, WithoutADaemonItIsSaidWhatToStart) {
-  EXPECT_EQ(statusOf(client()),
-            "the daemon nodod is not running on the bus at " + bus->address() +
-                "; start it with 'nodod --bus " + bus->address() + "'");
+  EXPECT_EQ(statusOf(client()), "the daemon nodod is not running on the bus at " + bus->address() +
+                                    "; start it with 'nodod --bus " + bus->address() + "'");
 }
 
 TEST_F(BusHelperConnectionTest, ADaemonThatHangsIsGivenUpInTime) {
@@ -237,8 +237,8 @@ TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
 
 TEST_F(BusHelperConnectionTest, ATextThatTheBusCannotCarryFailsItsRequestAlone) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("here")));
-  const auto connection = helperConnecting(bus->address())
-                              ->privilegedConnection("com.quintavel.nodo.helper");
+  const auto connection =
+      helperConnecting(bus->address())->privilegedConnection("com.quintavel.nodo.helper");
   std::binary_semaphore answered(0);
   std::string first;
   std::string second;

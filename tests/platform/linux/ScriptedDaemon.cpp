@@ -63,8 +63,8 @@ ScriptedDaemon::Answer ScriptedDaemon::number() {
 }
 
 ScriptedDaemon::Answer ScriptedDaemon::error(std::string errorName, std::string message) {
-  return [errorName = std::move(errorName), message = std::move(message)](
-             ScriptedDaemon&, sd_bus_message* request) {
+  return [errorName = std::move(errorName), message = std::move(message)](ScriptedDaemon&,
+                                                                          sd_bus_message* request) {
     sd_bus_reply_method_errorf(request, errorName.c_str(), "%s", message.c_str());
   };
 }

@@ -3,10 +3,12 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/state/StateStore.h>
 #include <programs/nodoctl/Tool.h>
+#include <testing/FakeHelper.h>
 #include <testing/FakeMachine.h>
 #include <testing/TemporaryFolder.h>
 
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,14 +17,25 @@
 
 namespace nodo::nodoctl {
 
-/// nodoctl on a machine, a clock and an environment that the test sets.
+/// nodoctl on a machine, a clock, an environment and a way to the daemon that the test sets. There
+/// is no daemon until `startDaemon`.
 class ToolFixture : public ::testing::Test {
  protected:
   struct Outcome {
     int exitStatus = -1;
     std::string output;
     std::string error;
+    bool saidLocal = false;  ///< first of all the use of the own state; `error` is what follows
   };
+
+  /// From now on a daemon answers, unless a test scripts `helper` otherwise.
+  void startDaemon() {
+    helper->refusal.reset();
+    helper->status.generatedAt = now;
+    helper->status.state = NODOState::fresh(now);
+    helper->status.state.lastStopReason = "the daemon's";
+    helper->run.status = helper->status;
+  }
 
   Outcome run(const std::vector<std::string>& arguments) {
     std::ostringstream output;
@@ -32,11 +45,21 @@ class ToolFixture : public ::testing::Test {
                     .machine = {.processListing = machine,
                                 .snapshotProvider = machine,
                                 .sleepDiagnostics = [this](Date at) { return diagnose(at); }},
+                    .helperConnecting =
+                        [this](const std::optional<std::string>& asked) {
+                          bus = asked;
+                          return helper;
+                        },
                     .now = [this] { return now; },
                     .output = output,
                     .error = error,
                     .startedAs = startedAs});
-    return {.exitStatus = status, .output = output.str(), .error = error.str()};
+    Outcome outcome{.exitStatus = status, .output = output.str(), .error = error.str()};
+    if (outcome.error.starts_with(localNotice)) {
+      outcome.error.erase(0, localNotice.size());
+      outcome.saidLocal = true;
+    }
+    return outcome;
   }
 
   /// Runs a command that must succeed in silence and gives its one JSON document.
@@ -55,12 +78,24 @@ class ToolFixture : public ::testing::Test {
 
   void advance(double seconds) { now += Seconds(seconds); }
 
+  const std::string localNotice =
+      "nodoctl: helper unavailable (nobody there); using the local state\n";
   testing::TemporaryFolder folder;
-  Environment environment{{"HOME", folder.path().string()}};
+  Environment environment{{"HOME", folder.path().string()},
+                          {"NODO_HOOK_LOG", (folder / "hook.log").string()}};
+  std::shared_ptr<testing::FakeHelper> helper = absentHelper();
+  std::optional<std::string> bus;  ///< that was chosen for the last request
   std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   std::string startedAs = "/usr/bin/nodoctl";
   Date now = dateFromSeconds(1769847300);  // 2026-01-31T08:15:00Z
+
+ private:
+  static std::shared_ptr<testing::FakeHelper> absentHelper() {
+    auto absent = std::make_shared<testing::FakeHelper>();
+    absent->refusal = "nobody there";
+    return absent;
+  }
 };
 
 }  // namespace nodo::nodoctl

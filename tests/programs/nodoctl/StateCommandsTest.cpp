@@ -1,0 +1,271 @@
+#include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/power/PowerOperationResult.h>
+
+#include <tests/programs/nodoctl/ToolFixture.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+using testing::FakeHelper;
+using testing::FakeHelperRequest;
+using Texts = std::vector<std::string>;
+
+class StateCommandsTest : public ToolFixture {
+ protected:
+  static FakeHelper::Answer silence() {
+    return [](const FakeHelperRequest&) {};
+  }
+
+  static const JSONValue* stopReason(const JSONValue& report) {
+    return report.member("state")->member("lastStopReason");
+  }
+
+  // What the reason is when a status request ends like that.
+  std::string reasonFor(FakeHelper::Answer answer) {
+    startDaemon();
+    helper->answer("status", std::move(answer));
+    const Outcome outcome = run({"status", "--helper-timeout", "0.05"});
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_TRUE(outcome.output.starts_with("Decision:"));
+    const std::string before = "nodoctl: helper unavailable (";
+    const std::string after = "); using the local state\n";
+    EXPECT_TRUE(outcome.error.starts_with(before) && outcome.error.ends_with(after))
+        << outcome.error;
+    return outcome.error.substr(before.size(),
+                                outcome.error.size() - before.size() - after.size());
+  }
+
+  void startFallback() {
+    AgentHookLogInspector::markFallbackResolved(std::nullopt, "earlier", now - Seconds(60),
+                                                environment);
+    // The log's times are local ones: take their form from the line just written.
+    std::string line = folder.read("hook.log");
+    line.replace(line.find("fallback resolved"), std::string::npos,
+                 "fallback caffeinate started seconds=600\n");
+    folder.write("hook.log", line);
+    ASSERT_TRUE(
+        AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, environment).isActive);
+  }
+};
+
+TEST_F(StateCommandsTest, TheDaemonAnswersInSilence) {
+  startDaemon();
+  for (const char* command : {"status", "stop", "repair"}) {
+    EXPECT_EQ(*stopReason(runJSON({command, "--json"}))->text(), "the daemon's") << command;
+  }
+  EXPECT_EQ(helper->requests(), (Texts{"status", "stop", "repair"}));
+  EXPECT_EQ(helper->openConnections(), 0U);
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo"));
+}
+
+TEST_F(StateCommandsTest, ATimerIsTheDaemonsWithItsRequester) {
+  startDaemon();
+  runJSON({"manual", "--minutes", "20", "--json"});
+  runJSON({"manual", "--minutes", "20", "--extend-only", "--json"});
+  runJSON({"manual", "--minutes", "5", "--requester", "Codex", "--context", " a\tb ", "--event",
+           "Stop", "--json"});
+  EXPECT_EQ(helper->requests(),
+            (Texts{"enableManual 20", "enableManualV2 20 extend-only nil nil nil",
+                   "enableManualV2 5 replace \"Codex\" \"a b\" \"Stop\""}));
+}
+
+TEST_F(StateCommandsTest, WithoutADaemonTheOwnStateServes) {
+  EXPECT_TRUE(run({"manual", "--minutes", "20"}).saidLocal);
+  for (const char* command : {"status", "stop", "repair"}) {
+    const Outcome outcome = run({command, "--json"});
+    EXPECT_EQ(outcome.exitStatus, 0) << command;
+    EXPECT_TRUE(outcome.saidLocal);
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_NO_THROW(JSONValue::parse(outcome.output));
+  }
+  EXPECT_TRUE(std::filesystem::exists(folder / ".nodo/state.json"));
+}
+
+TEST_F(StateCommandsTest, TheReasonSaysWhatBecameOfTheRequest) {
+  const struct {
+    FakeHelper::Answer answer;
+    const char* reason;
+  } cases[] = {
+      {silence(), "Helper request timed out"},
+      {[](const FakeHelperRequest& request) { request.refuse("the state cannot be read"); },
+       "the state cannot be read"},
+      {[](const FakeHelperRequest& request) { request.refuse(""); }, "it gave no reason"},
+      {[](const FakeHelperRequest& request) { request.refuse("a\x1b[2Jb"); }, "a\\u{1b}[2Jb"},
+      {[](const FakeHelperRequest& request) { request.fail("the daemon nodod is not running"); },
+       "the daemon nodod is not running"},
+      {[](const FakeHelperRequest& request) { request.interrupt(); }, "connection interrupted"},
+      {[](const FakeHelperRequest& request) { request.invalidate(); }, "connection invalidated"},
+      {[](const FakeHelperRequest& request) { request.reply("{}"); },
+       "Invalid helper response: missing status report"},
+      {[](const FakeHelperRequest& request) { request.reply(std::nullopt); },
+       "Invalid helper response: non-UTF8 payload"}};
+
+  for (const auto& each : cases) {
+    EXPECT_EQ(reasonFor(each.answer), each.reason);
+  }
+  EXPECT_TRUE(reasonFor([](const FakeHelperRequest& request) {
+                request.reply("{\"status\": 7}");
+              }).starts_with("its answer cannot be read: status: "));
+}
+
+TEST_F(StateCommandsTest, ADaemonThatHangsIsWaitedForOnce) {
+  startDaemon();
+  for (const char* request : {"enableManualV2", "enableManual", "status"}) {
+    helper->answer(request, silence());
+  }
+  const Outcome outcome =
+      run({"manual", "--minutes", "5", "--extend-only", "--helper-timeout", "0.05", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error,
+            "nodoctl: helper unavailable (Helper request timed out); using the local state\n");
+  EXPECT_EQ(helper->requests(), (Texts{"enableManualV2 5 extend-only nil nil nil"}));
+  EXPECT_EQ(JSONValue::parse(outcome.output).member("manualRemainingSeconds")->number()->digits,
+            "300");
+}
+
+TEST_F(StateCommandsTest, ADaemonOfTheFirstGenerationIsServedWithItsOwnRequests) {
+  startDaemon();
+  helper->knowsSecondGeneration = false;
+  helper->status.state.manualUntil = now + Seconds(60 * 60);
+  runJSON({"manual", "--minutes", "20", "--extend-only", "--requester", "Pi", "--json"});
+  EXPECT_EQ(helper->requests(),
+            (Texts{"enableManualV2 20 extend-only \"Pi\" nil nil", "status", "reconcile"}));
+}
+
+TEST_F(StateCommandsTest, ADaemonThatHangsLateIsWaitedForOnceAsWell) {
+  startDaemon();
+  helper->knowsSecondGeneration = false;
+  helper->answer("enableManual", silence());
+  run({"manual", "--minutes", "20", "--requester", "Pi", "--helper-timeout", "0.05"});
+  EXPECT_EQ(helper->requests(),
+            (Texts{"enableManualV2 20 replace \"Pi\" nil nil", "enableManual 20"}));
+}
+
+TEST_F(StateCommandsTest, MinutesThatNobodyAllowsAreNotAskedFor) {
+  startDaemon();
+  for (const char* minutes : {"0", "-1", "9223372036854775807", "-9223372036854775808"}) {
+    const Outcome outcome = run({"manual", "--extend-only", "--minutes", minutes});
+    EXPECT_EQ(outcome.exitStatus, 1) << minutes;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_TRUE(outcome.error.starts_with("nodoctl: Invalid duration: ")) << outcome.error;
+  }
+  EXPECT_EQ(helper->requests(), Texts{});
+}
+
+TEST_F(StateCommandsTest, MinutesThatTheDaemonAllowsMayBeMoreThanUsual) {
+  startDaemon();
+  EXPECT_EQ(run({"manual", "--minutes", "1440"}).exitStatus, 0);
+  helper->answer("enableManual", [](const FakeHelperRequest& request) {
+    request.refuse("Invalid duration: minutes must be <= 60");
+  });
+  const Outcome outcome = run({"manual", "--minutes", "1440"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.error,
+            "nodoctl: helper unavailable (Invalid duration: minutes must be <= 60); using the "
+            "local state\nnodoctl: Invalid duration: minutes must be <= 720\n");
+}
+
+TEST_F(StateCommandsTest, WhenTheOwnStateFailsAsWellBothAreSaid) {
+  folder.write(".nodo/state.json", "[");
+  const Outcome outcome = run({"status"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_TRUE(outcome.saidLocal);
+  EXPECT_TRUE(outcome.error.starts_with("nodoctl: the state file ")) << outcome.error;
+}
+
+TEST_F(StateCommandsTest, WithADaemonTheOwnStateMayBeNowhere) {
+  startDaemon();
+  environment.erase("HOME");
+  EXPECT_EQ(run({"status"}).exitStatus, 0);
+}
+
+TEST_F(StateCommandsTest, ARepairNamesItsSource) {
+  startDaemon();
+  EXPECT_TRUE(run({"repair"}).output.starts_with("Repair finished via helper.\n"));
+}
+
+TEST_F(StateCommandsTest, ARealPassIsTheDaemonsAlone) {
+  startDaemon();
+  helper->run.stateChanged = true;
+  const Outcome outcome = run({"reconcile"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_TRUE(outcome.output.starts_with("Operation:  none due\nState:      changed\n"));
+  EXPECT_EQ(*runJSON({"reconcile", "--json"}).member("stateChanged")->boolean(), true);
+  helper->answer("reconcile", silence());
+  const Outcome hung = run({"reconcile", "--helper-timeout", "0.05"});
+  EXPECT_EQ(hung.exitStatus, 1);
+  EXPECT_EQ(hung.output, "");
+  EXPECT_EQ(hung.error,
+            "nodoctl: only the daemon may switch the sleep lock, and it is unavailable (Helper "
+            "request timed out); 'nodoctl reconcile --simulate' shows what a pass would do\n");
+}
+
+TEST_F(StateCommandsTest, ASimulatedPassAsksNoDaemon) {
+  startDaemon();
+  EXPECT_EQ(run({"reconcile", "--simulate"}).exitStatus, 0);
+  EXPECT_EQ(helper->requests(), Texts{});
+}
+
+TEST_F(StateCommandsTest, TheBusIsAsTheCommandLineSays) {
+  startDaemon();
+  run({"status"});
+  EXPECT_EQ(bus, std::nullopt);
+  for (const auto& arguments :
+       {Texts{"status", "--bus", "session"}, Texts{"--bus", "session", "status"}}) {
+    bus.reset();
+    EXPECT_EQ(run(arguments).exitStatus, 0);
+    EXPECT_EQ(bus, "session");
+  }
+  run({"stop", "--bus=unix:path=/run/a,guid=7"});
+  EXPECT_EQ(bus, "unix:path=/run/a,guid=7");
+}
+
+TEST_F(StateCommandsTest, OptionsForTheDaemonThatMakeNoSenseAreAWrongUse) {
+  const Texts cases[] = {{"--helper-timeout", "0"},   {"--helper-timeout", "-1"},
+                         {"--helper-timeout", "1s"},  {"--helper-timeout", "."},
+                         {"--helper-timeout", "nan"}, {"--helper-timeout", ""},
+                         {"--helper-timeout", "1.2.3"}, {"--bus", "sessions"},
+                         {"--bus", ""}};
+
+  for (const Texts& each : cases) {
+    const Outcome outcome = run({"status", each[0], each[1]});
+    EXPECT_EQ(outcome.exitStatus, 2) << each[1];
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_TRUE(outcome.error.starts_with("nodoctl: " + each[0] + ": \"" + each[1] + "\" is "))
+        << outcome.error;
+    EXPECT_TRUE(outcome.error.ends_with("Try 'nodoctl status --help' for more information.\n"));
+  }
+}
+
+TEST_F(StateCommandsTest, ATimerThroughTheDaemonEndsAFallback) {
+  startDaemon();
+  startFallback();
+  run({"manual", "--minutes", "20", "--requester", "Claude Code"});
+  const std::string log = folder.read("hook.log");
+  EXPECT_TRUE(log.ends_with(" fallback resolved reason=helper manual\n")) << log;
+  EXPECT_FALSE(
+      AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, environment).isActive);
+  run({"manual", "--minutes", "20"});
+  EXPECT_EQ(folder.read("hook.log"), log);
+}
+
+TEST_F(StateCommandsTest, NothingElseEndsAFallback) {
+  startFallback();
+  const std::string log = folder.read("hook.log");
+  run({"manual", "--minutes", "20"});
+  startDaemon();
+  run({"status"});
+  run({"stop"});
+  EXPECT_EQ(folder.read("hook.log"), log);
+}
+
+TEST_F(StateCommandsTest, WithoutAFallbackNoLogIsWritten) {
+  startDaemon();
+  run({"manual", "--minutes", "20"});
+  EXPECT_FALSE(std::filesystem::exists(folder / "hook.log"));
+}
+
+}  // namespace
+}  // namespace nodo::nodoctl
