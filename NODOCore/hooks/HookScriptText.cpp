@@ -103,10 +103,11 @@ requester_name() {
 }
 
 # Whether it takes a parser to know if the payload has this key. It has not when the name occurs
-# nowhere, not even escaped, or when the payload was cut: no document with keys ends like that.
+# nowhere, nor an escape of a character that names are made of (tools print many escapes of others),
+# or when the payload was cut: no document with keys ends like that.
 may_have_key() {
   case $HOOK_PAYLOAD in
-    *"\"$1\""* | *'\u'*) ;;
+    *"\"$1\""* | *'\u00'[4-7]*) ;;
     *) return 1 ;;
   esac
   case ${HOOK_PAYLOAD: -1} in

@@ -159,6 +159,8 @@ TEST_F(HookScriptPayloadTest, ValuesBecomeOneShortLine) {
       {R"({"event":")" + letters + R"(yz"})", letters + "y"},
       {R"({"event":"   )" + letters + R"(\u00e4\u00e4"})", letters + "\u00e4"},
       {R"({"\u0065vent":"escaped"})", "escaped"},
+      {R"({"\u0065\u0076\u0065\u006E\u0074\u004e\u0061\u006d\u0065":"all"})", "all"},
+      {R"({"hook\u005fevent\u005Fname":"low line"})", "low line"},
       {"{\"event\":\"\u00e4\U0001F600\"}", "\u00e4\U0001F600"},
       {R"({"event":"\ud83d\ude00"})", "\U0001F600"},
       {" \r\n\t{\"event\" :\r\n\"spaced\"} \t\r\n", "spaced"},
@@ -205,7 +207,8 @@ TEST_F(HookScriptPayloadTest, PythonStartsOnlyForAValueThatCannotBeKnownWithoutI
   const std::string cut = R"({"hook_event_name":"x","hookEventName":"x","eventName":"x","event":")";
   for (const std::string& payload :
        {std::string(), std::string("{}"), std::string(R"({"session_id":"abc","cwd":"/x"})"), cut,
-        cut + "\"", cut + "x", cut + "\u00e4", cut + "\v"}) {
+        cut + "\"", cut + "x", cut + "\u00e4", cut + "\v",
+        std::string(R"({"tool_response":"\u001b[31mred\u001B[0m \u00e4\u2028\ud83d\ude00\u0000"})")}) {
     EXPECT_EQ(eventOf(payload), "") << payload;
     EXPECT_EQ(calls(), Lines{}) << payload;
   }
@@ -216,6 +219,9 @@ TEST_F(HookScriptPayloadTest, PythonStartsForEachKeyThatMayBeThere) {
                      "python3 event"};
   const std::vector<std::pair<std::string, Lines>> cases = {
       {R"({"x":"\u0065"})", all},
+      {R"({"x":"\u0045"})", all},
+      {R"({"x":"\u005F"})", all},
+      {R"({"x":"\u007a"})", all},
       {R"(["hook_event_name","hookEventName","eventName","event"])", all},
       {R"(["hook_event_name","hookEventName","eventName","event" )" + std::string("\t"), all},
       {R"({"eventName":"","event":"x"})", {"python3 eventName", "python3 event"}},
