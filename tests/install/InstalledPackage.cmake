@@ -5,6 +5,10 @@ file(REMOVE_RECURSE "${scratch}")
 set(ENV{DESTDIR} "${stage}")
 run("${CMAKE_COMMAND}" --install "${build}" --config "${configuration}" --prefix /opt/nodo)
 
+if(NOT EXISTS "${prefix}/share/nodo/schemas/status-report.schema.json")
+  message(FATAL_ERROR "The schemas of the programs' documents are not installed")
+endif()
+
 run("${prefix}/${bindir}/nodoctl" --version)
 string(FIND "${output}" "${version}" found)
 if(found EQUAL -1)

@@ -1,0 +1,170 @@
+// Prints documents of every kind, some with every field and some with none that may be absent, for
+// the checks of their schemas: one a line, after the name of its schema and a tab.
+//
+// usage: nodo_sample_documents           the documents
+//        nodo_sample_documents --state   the text of a state file in which everything is set
+
+#include <NODOCore/NODOCore.h>
+
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nodo {
+namespace {
+
+const Date now = dateFromSeconds(1'769'847'300);
+const Date farFuture = dateFromSeconds(4'000'000'000);
+
+const AgentProcess agent{
+    .pid = 12, .ppid = 3, .executable = "/bin/pi", .command = "pi\n\"x\"", .kind = AgentKind::pi};
+
+NODOState fullState() {
+  NODOState state = NODOState::fresh(now);
+  state.manualUntil = farFuture;
+  state.ownsSleepDisable = true;
+  state.lastActivationReason = reason::manualLease;
+  state.lastStopReason = reason::userStop;
+  state.recordRequester({"Menu", std::nullopt, std::nullopt, now}, now - Seconds(120), 6, 200);
+  state.recordRequester({"Codex", "api", "PreToolUse", now}, now, 6, 200);
+  state.recordPowerOperation({true, true, std::nullopt, std::nullopt, "", ""}, now, "enable", 20);
+  state.recordPowerOperation({true, false, "pmset -a disablesleep 1", 0, "", ""}, now, "enable:x",
+                             20);
+  state.powerOperationHistory.front().reason.reset();
+  state.noRouteUnavailableSince = now;
+  state.lidOpenedAt = now;
+  state.lastLidClosed = false;
+  return state;
+}
+
+StatusReport fullStatus() {
+  AgentProcess orphan = agent;
+  orphan.ppid.reset();
+  return {.generatedAt = now,
+          .state = fullState(),
+          .snapshot = {.now = now,
+                       .powerSource = PowerSource::battery,
+                       .batteryPercent = 15,
+                       .defaultRouteAvailable = false,
+                       .lidClosed = true},
+          .agents = {agent, orphan},
+          .decision = {.shouldPreventSleep = false,
+                       .reasons = {reason::manualTimer},
+                       .safetyBlocks = {reason::batteryBelowThreshold},
+                       .stopReason = reason::batteryBelowThreshold},
+          .manualRemainingSeconds = 7500,
+          .noRouteGraceRemainingSeconds = 10};
+}
+
+StatusReport bareStatus() {
+  StatusReport report;
+  report.state = NODOState::fresh(now);
+  return report;
+}
+
+DaemonRunReport fullRun() {
+  const PowerOperationResult switched(false, false, "pmset -a disablesleep 0", 0, "out", "err");
+  const PowerOperationResult simulated(false, true, std::nullopt, std::nullopt, "", "",
+                                       PowerOperationAction::sleepNow);
+  return {.generatedAt = now,
+          .status = fullStatus(),
+          .operation = switched,
+          .operations = {switched, simulated},
+          .stateChanged = true};
+}
+
+SleepDiagnosticsReport fullDiagnostics() {
+  return SleepDiagnosticsInspector::parse(
+      " SleepDisabled\t\t1\n sleep 1 (sleep prevented by x)\n displaysleep 10\n",
+      "Assertion status system-wide:\n   PreventUserIdleSystemSleep    1\n   UserIsActive  0\n"
+      "Listed by owning process:\n"
+      "  pid 412(coreaudiod): [0x1] 00:05:10 PreventUserIdleSystemSleep named: \"Playing\"\n"
+      "  pid 9(w): [0x2] 00:00:01 PreventUserIdleDisplaySleep named: \"\"\n"
+      "  pid what is this\n",
+      now);
+}
+
+std::vector<AgentHookInstallReport> reports() {
+  std::vector<AgentHookInstallReport> all{
+      {.target = "hook-script", .path = "/h/s", .changed = true, .message = "removed"}};
+  for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
+    all.push_back({.target = std::string(rawValue(target)),
+                   .path = "/h/x",
+                   .changed = false,
+                   .message = "failed",
+                   .error = "no"});
+  }
+  return all;
+}
+
+AgentHookSetupInspection inspection() {
+  AgentHookSetupInspection found{.hookScriptPath = "/h/s",
+                                 .hookScriptStatus = AgentHookComponentStatus::outdated,
+                                 .expectedHookScriptFingerprint = "0123456789abcdef",
+                                 .installedHookScriptFingerprint = "fedcba9876543210"};
+  for (const AgentHookComponentStatus status : allCases<AgentHookComponentStatus>()) {
+    found.targets.push_back({AgentHookTarget::codex, "/h/x", status});
+  }
+  return found;
+}
+
+template <class Document>
+void print(std::string_view schema, const Document& document) {
+  std::cout << schema << '\t' << encodeJSON(document, JSONLayout::compact) << '\n';
+}
+
+void printDoctorReports() {
+  const AgentHookFallbackStatus fallback{
+      .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
+  const std::string schema = "doctor-report";
+  print(schema,
+        DoctorReport(DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()));
+  print(schema, DoctorReport(DoctorStatusSource::local, bareStatus(), {}, {}, {}));
+  print(schema, DoctorReport(DoctorStatusSource::helper, bareStatus(), false,
+                             AgentHookFallbackStatus(), {}));
+}
+
+void printMenuReports() {
+  const SetupMenuSignals ready{.helperIsReady = true, .hooksAreReady = true};
+  for (const double past : {0.0, 60.0, 3600.0, 7495.0}) {
+    StatusReport report = fullStatus();
+    report.state.manualUntil = now + Seconds(7500);
+    print("menu-report", MenuReport(report, DoctorStatusSource::helper, true, false,
+                                    {.helperNeedsInstall = true}, now + Seconds(past)));
+  }
+  print("menu-report", MenuReport(bareStatus(), DoctorStatusSource::local, {}, false, ready, now));
+}
+
+void printDocuments() {
+  print("status-report", fullStatus());
+  print("status-report", bareStatus());
+  print("daemon-run-report", fullRun());
+  print("daemon-run-report", DaemonRunReport{.status = bareStatus()});
+  print("sleep-diagnostics-report", fullDiagnostics());
+  print("sleep-diagnostics-report", SleepDiagnosticsInspector::parse("", "", now));
+  print("agents", fullStatus().agents);
+  print("agents", std::vector<AgentProcess>());
+  print("hook-install-reports", reports());
+  print("hook-inspection", inspection());
+  print("hook-inspection",
+        AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"});
+  printDoctorReports();
+  printMenuReports();
+}
+
+}  // namespace
+}  // namespace nodo
+
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--state") {
+    std::cout << nodo::encodeJSON(nodo::fullState(), nodo::JSONLayout::pretty) << '\n';
+  } else if (argc == 1) {
+    nodo::printDocuments();
+  } else {
+    std::cerr << "usage: nodo_sample_documents [--state]\n";
+    return 2;
+  }
+  std::cout << std::flush;
+  return std::cout ? 0 : 1;
+}
