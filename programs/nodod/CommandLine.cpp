@@ -1,0 +1,127 @@
+#include <NODOCore/base/Text.h>
+#include <NODOCore/base/Version.h>
+#include <programs/nodod/CommandLine.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace nodo::nodod {
+namespace {
+
+// Some thirty years in seconds: more is a slip, and leaves the range in which instants are exact.
+constexpr std::int64_t largest = 1'000'000'000;
+
+// The library's own conversions take 010 for eight, and "nan" for a number.
+std::int64_t wholeNumber(const std::string& option, const std::string& text, std::int64_t from,
+                         std::int64_t to) {
+  const auto number = integerFromText<std::int64_t>(text);
+  if (!number || *number < from || *number > to) {
+    throw CLI::ValidationError(
+        option, fmt::format("\"{}\" is not a whole number from {} to {}", text, from, to));
+  }
+  return *number;
+}
+
+double seconds(const std::string& option, const std::string& text) {
+  const bool isDecimal = text.find_first_not_of("0123456789.") == std::string::npos &&
+                         std::count(text.begin(), text.end(), '.') <= 1 &&
+                         text.find_first_of("0123456789") != std::string::npos;
+  const auto dot = std::min(text.find('.'), text.size());
+  if (!isDecimal || !integerFromText<std::int64_t>("0" + text.substr(0, dot)) ||
+      std::stod(text) > static_cast<double>(largest)) {
+    throw CLI::ValidationError(
+        option, fmt::format("\"{}\" is not a number of seconds from 0 to {}", text, largest));
+  }
+  return std::stod(text);
+}
+
+PowerChoice powerChoice(const std::string& text) {
+  const auto choice = fromRawValue<PowerChoice>(text);
+  if (!choice) {
+    throw CLI::ValidationError("--power",
+                               "\"" + text + "\" is none of auto, pmset, logind, simulated");
+  }
+  return *choice;
+}
+
+void addWholeNumber(CLI::App& app, const std::string& option, std::int64_t& into, std::int64_t from,
+                    std::int64_t to, const std::string& type, const std::string& description) {
+  app.add_option_function<std::string>(
+         option,
+         [&into, option, from, to](const std::string& text) {
+           into = wholeNumber(option, text, from, to);
+         },
+         fmt::format("{} ({})", description, into))
+      ->type_name(type);
+}
+
+void addText(CLI::App& app, const std::string& option, std::optional<std::string>& into,
+             const std::string& type, const std::string& description) {
+  app.add_option_function<std::string>(
+         option,
+         [&into, option](const std::string& text) {
+           if (text.empty()) {
+             throw CLI::ValidationError(option, "must not be empty");
+           }
+           into = text;
+         },
+         description)
+      ->type_name(type);
+}
+
+void describe(CLI::App& app, Options& into) {
+  app.set_help_flag("-h,--help", "Show this help and exit");
+  app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
+  addText(app, "--state-dir", into.stateFolder, "DIR",
+          "Where the state is kept; otherwise NODO_STATE_DIR or the system's folder");
+  addText(
+      app, "--bus", into.bus, "system|session|ADDRESS",
+      "Which bus to answer on; otherwise the system's if it can be reached, else the session's");
+  app.add_option_function<std::string>(
+         "--power", [&into](const std::string& text) { into.power = powerChoice(text); },
+         "By which means to switch the sleep lock (auto: what this computer has)")
+      ->type_name("auto|pmset|logind|simulated");
+  addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
+                 "On battery, never keep awake at or below this charge");
+  addWholeNumber(app, "--max-minutes", into.policy.maxManualDurationMinutes, 1, largest, "N",
+                 "The longest timer that one request may set");
+  addWholeNumber(app, "--lid-open-grace", into.policy.lidOpenGraceSeconds, 0, largest, "S",
+                 "How long an opened lid counts as a reason of its own, in seconds");
+  addWholeNumber(app, "--no-route-grace", into.policy.noRouteGraceSeconds, 0, largest, "S",
+                 "How long the network may be missing, in seconds");
+  app.add_option_function<std::string>(
+         "--release-grace",
+         [&into](const std::string& text) {
+           into.releaseGrace = Seconds(seconds("--release-grace", text));
+         },
+         "How long after a timer's end the lock is released, in seconds (1)")
+      ->type_name("S");
+  app.add_flag("--once", into.once, "Run one pass, print its report as JSON and exit");
+}
+
+}  // namespace
+
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+  Options options;
+  CLI::App app(
+      "Holds this computer's sleep lock while a timer runs, and answers the tools that set it.",
+      "nodod");
+  describe(app, options);
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
+  try {
+    app.parse(reversed);
+    return options;
+  } catch (const CLI::CallForHelp&) {
+    return HelpText{app.help()};
+  } catch (const CLI::CallForVersion& version) {
+    return HelpText{std::string(version.what()) + "\n"};
+  } catch (const CLI::ParseError& error) {
+    return UsageError{.message = escapedForDisplay(error.what()),
+                      .hint = "Try 'nodod --help' for more information."};
+  }
+}
+
+}  // namespace nodo::nodod

@@ -1,0 +1,284 @@
+#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/ReconcileSchedule.h>
+#include <NODOCore/state/NODOError.h>
+#include <programs/nodod/LockKeeper.h>
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+namespace nodo::nodod {
+namespace {
+
+constexpr std::size_t mostPowerOperations = 20;
+// Whatever a schedule says: no pass follows another at once, over and over.
+constexpr Seconds shortestWait{0.1};
+
+// Why the lock was released outside of a pass.
+constexpr char daemonStopping[] = "daemon_stopping";
+constexpr char unconfirmed[] = "unconfirmed";
+
+// A refused request has neither read nor changed anything.
+bool isRefusal(const std::exception& error) {
+  const auto* known = dynamic_cast<const NODOError*>(&error);
+  return known != nullptr && known->errorCase() == NODOError::Case::invalidDuration;
+}
+
+bool hasNothingToWaitFor(const StatusReport& report) {
+  return !report.state.manualUntil && !report.noRouteGraceRemainingSeconds;
+}
+
+bool isLidClosedOnBattery(const SystemSnapshot& snapshot) {
+  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
+}
+
+}  // namespace
+
+LockKeeper::LockKeeper(NODOController controller, SleepLock lock, Log log, Date now)
+    : controller_(std::move(controller)),
+      lock_(std::move(lock)),
+      operationLog_(std::move(log)),
+      confirmedAt_(now) {}
+
+template <class Work>
+auto LockKeeper::guarded(Date now, const Work& work) {
+  try {
+    return work();
+  } catch (const std::exception& error) {
+    if (!isRefusal(error)) {
+      fail(now);
+    }
+    throw;
+  }
+}
+
+DaemonRunReport LockKeeper::pass(Date now) {
+  return guarded(now, [&] { return reconcile(now); });
+}
+
+StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
+                                      const std::optional<ActivationRequester>& requester,
+                                      Date now) {
+  guarded(now, [&] { return controller_.enableManual(minutes, now, extendOnly, requester); });
+  stopIsPending_ = false;
+  try {
+    return pass(now).status;
+  } catch (const std::exception& error) {
+    throw std::runtime_error("the timer is set, but the sleep lock does not follow it yet: " +
+                             std::string(error.what()));
+  }
+}
+
+StatusReport LockKeeper::stop(Date now) {
+  stopIsPending_ = true;
+  try {
+    return pass(now).status;
+  } catch (const std::exception& error) {
+    throw std::runtime_error(
+        std::string(isHeld() ? "the sleep lock could not be released: "
+                             : "the sleep lock is off, but the stop could not be completed: ") +
+        error.what());
+  }
+}
+
+StatusReport LockKeeper::repair(Date now) {
+  try {
+    return guarded(now, [&] {
+      DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
+      releaseIsUnrecorded_ = false;
+      stopIsPending_ = false;
+      confirm(run);
+      return run.status;
+    });
+  } catch (const std::exception&) {
+    if (answersForLock(readableState())) {
+      release(now, reason::repair);
+    }
+    throw;
+  }
+}
+
+void LockKeeper::shutDown(Date now) noexcept {
+  const std::optional<NODOState> state = readableState();
+  if ((state && state->ownsSleepDisable) || answersForLock(state)) {
+    release(now, daemonStopping);
+  }
+}
+
+std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
+  const std::optional<Date> due = isFailing_ ? nextAttempt(now) : nextRelease(now, releaseGrace);
+  if (!due) {
+    return std::nullopt;
+  }
+  return std::max(std::min(*due, now + pollInterval), now + shortestWait);
+}
+
+// ---- a pass
+
+DaemonRunReport LockKeeper::reconcile(Date now) {
+  const std::optional<bool> live = lock_.askMachine();
+  bool isChanged = forgetLostOwnership(live, now);
+  if (stopIsPending_) {
+    controller_.stop(now);
+    stopIsPending_ = false;
+    isChanged = true;
+  }
+  DaemonRunReport run = controller_.reconcile(lock_, live, now);
+  run.stateChanged = run.stateChanged || isChanged;
+  confirm(run);
+  return run;
+}
+
+bool LockKeeper::forgetLostOwnership(std::optional<bool> live, Date now) {
+  const bool isLost = lock_.diesWithProcess() && (ownershipIsOfEarlierProcess_ || live == false);
+  if (!isLost && !releaseIsUnrecorded_) {
+    return false;
+  }
+  NODOState state = controller_.store.load();
+  const bool wasOwned = state.ownsSleepDisable;
+  // After a release that could not be recorded the state is written in any case: as long as that
+  // fails, the lock must not be taken again only to be let go by the next failure.
+  if (wasOwned || releaseIsUnrecorded_) {
+    state.ownsSleepDisable = false;
+    state.updatedAt = now;
+    controller_.store.save(state);
+  }
+  ownershipIsOfEarlierProcess_ = false;
+  releaseIsUnrecorded_ = false;
+  return wasOwned;
+}
+
+void LockKeeper::confirm(const DaemonRunReport& run) {
+  operationLog_.add(lock_.takeOperations(), run.generatedAt, run.status.state, reason::repair);
+  isEarlyRecheckDone_ = last_ && hasNothingToWaitFor(*last_) && hasNothingToWaitFor(run.status);
+  ownershipIsOfEarlierProcess_ = false;
+  isFailing_ = false;
+  confirmedAt_ = run.generatedAt;
+  timerEnd_ = run.status.state.manualUntil.value_or(Date());
+  last_ = run.status;
+}
+
+// ---- a pass that failed
+
+void LockKeeper::fail(Date now) noexcept {
+  isFailing_ = true;
+  try {
+    const std::optional<NODOState> state = readableState();
+    if (state) {
+      timerEnd_ = state->manualUntil.value_or(Date());
+    }
+    bool isReleased = false;
+    bool isSleepRequested = false;
+    for (const PowerOperationResult& operation : lock_.takeOperations()) {
+      operationLog_.add(operation, "");
+      isReleased |= operation.action == PowerOperationAction::enableSleep && operation.succeeded();
+      isSleepRequested |= operation.action == PowerOperationAction::sleepNow;
+    }
+    if (isReleased) {
+      releaseIsUnrecorded_ = true;
+      if (!isSleepRequested) {
+        sleepIfLidIsClosedOnBattery(now);
+      }
+    }
+    if (!mayStand(now) && answersForLock(state) &&
+        release(now, stopIsPending_ ? reason::userStop : unconfirmed)) {
+      sleepIfLidIsClosedOnBattery(now);
+    }
+  } catch (const std::exception& error) {
+    operationLog_.addTrouble(error.what());
+  }
+}
+
+std::optional<NODOState> LockKeeper::readableState() const noexcept {
+  try {
+    return controller_.store.load();
+  } catch (const std::exception&) {
+    return std::nullopt;  // the pass that follows says why
+  }
+}
+
+// A lock that stands while the state cannot be read counts as ours: better a machine that may sleep
+// than one that cannot.
+bool LockKeeper::answersForLock(const std::optional<NODOState>& state) const {
+  return lock_.isHeld() != false && (lock_.wasTaken() || !state || state->ownsSleepDisable);
+}
+
+// Whether the lock may go on standing although a pass has failed.
+bool LockKeeper::mayStand(Date now) const {
+  const bool wasConfirmedLately = now >= confirmedAt_ && now < confirmedAt_ + patience;
+  const bool isTimerOver = timerEnd_ && *timerEnd_ <= now;
+  return wasConfirmedLately && !isTimerOver && !stopIsPending_;
+}
+
+bool LockKeeper::release(Date now, const char* detail) noexcept {
+  const std::string reason = std::string(reason::releasePrefix) + detail;
+  bool isReleased = false;
+  try {
+    const PowerOperationResult result = lock_.setSleepDisabled(false);
+    lock_.takeOperations();
+    operationLog_.add(result, reason);
+    isReleased = result.succeeded();
+    releaseIsUnrecorded_ = releaseIsUnrecorded_ || isReleased;
+    record(result, reason, now);
+    releaseIsUnrecorded_ = releaseIsUnrecorded_ && !isReleased;
+  } catch (const std::exception& error) {
+    operationLog_.addTrouble((isReleased ? "the release of the sleep lock cannot be recorded: "
+                                         : "the sleep lock cannot be released: ") +
+                             std::string(error.what()));
+  }
+  return isReleased;
+}
+
+void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
+  if (!isLidClosedOnBattery(lastSnapshot(now))) {
+    return;
+  }
+  const PowerOperationResult result = lock_.requestSleepNow();
+  lock_.takeOperations();
+  operationLog_.add(result, reason::closedLidRelease);
+  record(result, reason::closedLidRelease, now);
+}
+
+SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
+  try {
+    return controller_.snapshotProvider->snapshot(now);
+  } catch (const std::exception&) {
+    return last_ ? last_->snapshot : SystemSnapshot();
+  }
+}
+
+void LockKeeper::record(const PowerOperationResult& operation, const std::string& reason,
+                        Date now) {
+  NODOState state = controller_.store.load();
+  state.recordPowerOperation(operation, now, reason, mostPowerOperations);
+  if (operation.action == PowerOperationAction::enableSleep && operation.succeeded()) {
+    state.ownsSleepDisable = false;
+  }
+  state.updatedAt = now;
+  controller_.store.save(state);
+}
+
+// ---- when to run again
+
+std::optional<Date> LockKeeper::nextAttempt(Date now) const {
+  const bool isWanted = timerEnd_ && *timerEnd_ > now;
+  if (lock_.isHeld() == false) {
+    return isWanted ? std::optional(now + pollInterval) : std::nullopt;
+  }
+  const Date end = confirmedAt_ + patience;
+  const Date due = timerEnd_ ? std::min(*timerEnd_, end) : end;
+  return due > now ? due : now + pollInterval;
+}
+
+std::optional<Date> LockKeeper::nextRelease(Date now, Seconds releaseGrace) const {
+  if (!last_) {
+    return std::nullopt;
+  }
+  const auto deadline =
+      ReconcileSchedule::sleepReleaseDeadline(*last_, releaseGrace.count()).deadline;
+  // A release that goes on failing is tried again early once, and then as often as anything else.
+  return deadline && isEarlyRecheckDone_ ? now + pollInterval : deadline;
+}
+
+}  // namespace nodo::nodod

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/Environment.h>
+#include <platform/DaemonMachine.h>
+#include <platform/HostMachine.h>
+
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nodo::nodod {
+
+/// All that nodod has of the world, so that tests can set it.
+struct DaemonContext {
+  Environment environment;
+  HostMachine machine;
+  std::function<SleepLock(PowerChoice choice)> makeSleepLock;
+  std::function<std::unique_ptr<DaemonLoop>(const std::optional<std::string>& bus)> makeLoop;
+  std::function<std::filesystem::path(const Environment& environment,
+                                      const std::optional<std::string>& bus)>
+      stateFolder;
+  std::function<Date()> now;
+  std::ostream& output;
+  std::ostream& error;
+};
+
+/// Runs nodod with `arguments` (without the program's name) and returns its exit status: 0 after a
+/// signal that asked it to end, or `--once`; 2 for a wrong use, 1 for any other failure.
+int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context);
+
+}  // namespace nodo::nodod

@@ -1,0 +1,26 @@
+#include <platform/DaemonMachine.h>
+#include <programs/nodod/Program.h>
+
+#include <csignal>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+int main(int argc, char** argv) {
+  // A client that goes away is no reason to end; a starter that ignores SIGCHLD must not hide the
+  // exit statuses of tools; and the state names people's projects, so only its owner may read it.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGCHLD, SIG_DFL);
+  ::umask(077);
+  const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  return nodo::nodod::runDaemon(arguments, {.environment = nodo::processEnvironment(),
+                                            .machine = nodo::hostMachine(),
+                                            .makeSleepLock = nodo::makeSleepLock,
+                                            .makeLoop = nodo::makeDaemonLoop,
+                                            .stateFolder = nodo::daemonStateFolder,
+                                            .now = nodo::currentDate,
+                                            .output = std::cout,
+                                            .error = std::cerr});
+}

@@ -1,0 +1,248 @@
+#include <NODOCore/control/ReasonWords.h>
+
+#include <tests/programs/nodod/DaemonFixture.h>
+
+namespace nodo::nodod {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Behaviour = testing::FakePowerManager::Behaviour;
+
+class DaemonScheduleTest : public DaemonFixture {};
+
+TEST_F(DaemonScheduleTest, WithoutATimerNothingWakesTheDaemon) {
+  start();
+  EXPECT_FALSE(loop.timer);
+  askStatus();
+  machineChanged();
+  EXPECT_FALSE(loop.timer);
+  askManual(20);
+  askStop();
+  EXPECT_FALSE(loop.timer);
+}
+
+TEST_F(DaemonScheduleTest, TheLockIsLookedAfterEveryMinuteWhileItIsHeld) {
+  start();
+  askManual(20);
+  EXPECT_EQ(loop.timer, Seconds(60));
+  wait(60);
+  EXPECT_EQ(loop.timer, Seconds(60));
+}
+
+TEST_F(DaemonScheduleTest, TheEndOfTheTimerReleasesTheLockASecondLater) {
+  start();
+  askManual(1);
+  wait(59);
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(2);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(stored().lastStopReason, reason::manualExpired);
+  EXPECT_FALSE(stored().manualUntil);
+  EXPECT_FALSE(loop.timer);
+}
+
+TEST_F(DaemonScheduleTest, AStateThatEndsSoonIsServedFromTheStart) {
+  putTimer(2, false);
+  start();
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_EQ(loop.timer, Seconds(3));
+  wait(3);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, AnEmptyBatteryReleasesTheLockAtTheMachinesNews) {
+  start();
+  askManual(20);
+  machine->powerSource = PowerSource::battery;
+  machine->batteryPercent = 20;
+  machineChanged();
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(stored().lastStopReason, reason::batteryBelowThreshold);
+  EXPECT_FALSE(loop.timer);
+  machine->powerSource = PowerSource::ac;
+  machineChanged();
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ABatteryThatRunsDownIsNoticedWithoutNews) {
+  start();
+  machine->powerSource = PowerSource::battery;
+  machine->batteryPercent = 21;
+  askManual(20);
+  machine->batteryPercent = 20;
+  wait(60);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ALostRouteReleasesTheLockAfterTheGrace) {
+  start();
+  askManual(60);
+  machine->defaultRouteAvailable = false;
+  machineChanged();
+  wait(299);
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(2);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(stored().lastStopReason, reason::networkUnavailable);
+}
+
+TEST_F(DaemonScheduleTest, AClockThatStepsForwardIsHealedByTheMinutePoll) {
+  start();
+  askManual(60);
+  now += Seconds(7200);
+  loop.handlers.timerFired();
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, AClockThatStepsBackNeverMakesTheTimerNegativeOrLate) {
+  start();
+  askManual(60);
+  now -= Seconds(7200);
+  machineChanged();
+  EXPECT_EQ(loop.timer, Seconds(60));
+}
+
+TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingIsTriedEveryMinuteAndNotWithoutEnd) {
+  start();
+  askManual(1);
+  power.behaviour = Behaviour::fails;
+  wait(62);
+  power.operations.clear();
+  wait(600);
+  EXPECT_TRUE(loop.isLockHeld);
+  EXPECT_GE(power.operations.size(), 10U);
+  EXPECT_LE(power.operations.size(), 11U);
+  power.behaviour = Behaviour::works;
+  wait(60);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(loop.timer);
+}
+
+TEST_F(DaemonScheduleTest, NoGraceMakesThePassesFollowEachOtherAtOnce) {
+  start();
+  askManual(60);
+  machine->defaultRouteAvailable = false;
+  machineChanged();
+  now += Seconds(299.7);  // no whole second of the grace is left, and it is not over
+  askReconcile();
+  EXPECT_TRUE(power.isSleepDisabled);
+  const auto next = keeper->nextPass(now, Seconds(0));
+  ASSERT_TRUE(next);
+  EXPECT_GE(*next - now, Seconds(0.09));
+}
+
+// ---- ownership
+
+TEST_F(DaemonScheduleTest, ALockThatDiedWithAnEarlierProcessIsTakenAgain) {
+  putTimer(600, true);
+  start();
+  EXPECT_THAT(power.operations, ElementsAre(PowerOperationAction::disableSleep));
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_TRUE(stored().ownsSleepDisable);
+}
+
+TEST_F(DaemonScheduleTest, ALockThatDiedWithAnEarlierProcessIsForgottenWhenNoTimerRuns) {
+  putTimer(-5, true);
+  start();
+  EXPECT_THAT(power.operations, IsEmpty());
+  EXPECT_FALSE(stored().ownsSleepDisable);
+  EXPECT_EQ(stored().lastStopReason, reason::manualExpired);
+}
+
+TEST_F(DaemonScheduleTest, ForgettingDoesNotDependOnTheMachinesWord) {
+  putTimer(600, true);
+  lockIsReadable = false;
+  start();
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ALockThatIsGoneIsTakenAgain) {
+  start();
+  askManual(20);
+  power.isSleepDisabled = false;
+  wait(60);
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_TRUE(stored().ownsSleepDisable);
+}
+
+TEST_F(DaemonScheduleTest, ALockOfUnknownStateIsLeftAlone) {
+  start();
+  askManual(20);
+  lockIsReadable = false;
+  power.operations.clear();
+  wait(300);
+  EXPECT_THAT(power.operations, IsEmpty());
+}
+
+TEST_F(DaemonScheduleTest, ALockThatOutlivesProcessesStaysOwned) {
+  lockDiesWithProcess = false;
+  power.isSleepDisabled = true;
+  putTimer(600, true);
+  start();
+  EXPECT_THAT(power.operations, IsEmpty());
+  EXPECT_TRUE(stored().ownsSleepDisable);
+  EXPECT_TRUE(loop.isLockHeld);
+  wait(602);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ALockThatOutlivesProcessesIsNotForgottenWhenSomebodySwitchedItOff) {
+  lockDiesWithProcess = false;
+  putTimer(600, true);
+  start();
+  EXPECT_TRUE(stored().ownsSleepDisable);
+  EXPECT_THAT(power.operations, IsEmpty());
+}
+
+// ---- the end
+
+TEST_F(DaemonScheduleTest, ASignalReleasesTheLockAndKeepsTheTimerForTheNextStart) {
+  start();
+  askManual(20);
+  const auto end = stored().manualUntil;
+  terminate();
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().ownsSleepDisable);
+  EXPECT_EQ(stored().manualUntil, end);
+  EXPECT_THAT(auditReasons(), ElementsAre("enable:manual_timer", "release:daemon_stopping"));
+  start();
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ASignalWithoutTheLockWritesNothing) {
+  start();
+  terminate();
+  EXPECT_FALSE(std::filesystem::exists(store().stateURL()));
+  EXPECT_THAT(power.operations, IsEmpty());
+}
+
+TEST_F(DaemonScheduleTest, ASignalReleasesTheLockOfAnUnreadableState) {
+  start();
+  askManual(20);
+  breakState();
+  terminate();
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(folder.read("state/state.json"), "{");
+}
+
+TEST_F(DaemonScheduleTest, TheAuditsOfManyStopsAreBounded) {
+  for (int life = 0; life < 15; ++life) {
+    start();
+    askManual(20);
+    terminate();
+  }
+  EXPECT_EQ(stored().powerOperationHistory.size(), 20U);
+}
+
+TEST_F(DaemonScheduleTest, ALoopThatCannotGoOnReleasesTheLock) {
+  start();
+  askManual(20);
+  loop.onRun = [] { throw std::runtime_error("the bus is gone"); };
+  EXPECT_THROW(daemon->run(), std::runtime_error);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().ownsSleepDisable);
+}
+
+}  // namespace
+}  // namespace nodo::nodod
