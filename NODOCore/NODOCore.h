@@ -24,12 +24,15 @@
 #include <NODOCore/diagnostics/SleepBlocker.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/helper/CodeSigning.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
+#include <NODOCore/helper/XPCPeer.h>
 #include <NODOCore/helper/XPCRequestCompletion.h>
 #include <NODOCore/hooks/AgentHookActionResultRow.h>
 #include <NODOCore/hooks/AgentHookFallbackStatus.h>

@@ -1,0 +1,95 @@
+#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
+
+#include <string_view>
+
+namespace nodo {
+namespace {
+
+using Authentication = NODOXPCClientAuthentication;
+using Result = Authentication::ValidationResult;
+
+constexpr std::int32_t codeIsUnsigned = -67062;  // errSecCSUnsigned
+
+/// The line of each verdict.
+struct LogMessage {
+  using Text = std::optional<std::string>;
+
+  Text operator()(const Result::RejectedRequirement& rejected) const {
+    return "nodod: rejected XPC client (code signing status " + std::to_string(rejected.status) +
+           "); requirement: " + Authentication::codeSigningRequirement();
+  }
+
+  Text operator()(const Result::RejectedAPIFailure& rejected) const {
+    return "nodod: rejected XPC client (SecCode API status " + std::to_string(rejected.status) +
+           ")";
+  }
+
+  Text operator()(const Result::Accepted&) const { return std::nullopt; }
+
+  Text operator()(const Result::RejectedUnsigned&) const {
+    return "nodod: rejected unsigned XPC client";
+  }
+
+  Text operator()(const Result::RejectedUnsupportedClient&) const {
+    return "nodod: rejected XPC client (audit token unavailable)";
+  }
+};
+
+}  // namespace
+
+Result Authentication::validate(const XPCPeer& peer, const CodeSigning& services) noexcept {
+  const std::optional<AuditToken> token = peer.auditToken();
+  if (!token) {
+    return {Result::RejectedUnsupportedClient{}};
+  }
+  const auto guest = services.guest(*token);
+  if (guest.status == codeIsUnsigned) {
+    return {Result::RejectedUnsigned{}};
+  }
+  if (guest.status != 0 || !guest.object) {
+    return {Result::RejectedAPIFailure{guest.status}};
+  }
+  const auto requirement = services.requirement(codeSigningRequirement());
+  if (requirement.status != 0 || !requirement.object) {
+    return {Result::RejectedAPIFailure{requirement.status}};
+  }
+  switch (const std::int32_t status = services.checkValidity(*guest.object, *requirement.object)) {
+    case 0:
+      return {Result::Accepted{}};
+    case codeIsUnsigned:
+      return {Result::RejectedUnsigned{}};
+    default:
+      return {Result::RejectedRequirement{status}};
+  }
+}
+
+std::string Authentication::codeSigningRequirement() {
+  std::string text = "(anchor apple generic and certificate leaf[subject.OU] = \"";
+  text += NODOServiceConstants::developmentTeamID;
+  text += "\") and (";
+  std::string_view separator;
+  for (const std::string_view identifier :
+       NODOServiceConstants::trustedXPCClientBundleIdentifiers()) {
+    text += separator;
+    text += "identifier \"";
+    text += identifier;
+    text += '"';
+    separator = " or ";
+  }
+  text += ')';
+  return text;
+}
+
+std::optional<std::string> Authentication::rejectionLogMessage(const Result& result) {
+  return std::visit(LogMessage{}, result.value);
+}
+
+void Authentication::logRejection(const Result& result, std::FILE* stream) {
+  const std::optional<std::string> message = rejectionLogMessage(result);
+  if (message && stream != nullptr) {
+    std::fputs((*message + '\n').c_str(), stream);
+  }
+}
+
+}  // namespace nodo
