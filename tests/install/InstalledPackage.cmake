@@ -8,6 +8,9 @@ run("${CMAKE_COMMAND}" --install "${build}" --config "${configuration}" --prefix
 if(NOT EXISTS "${prefix}/share/nodo/schemas/status-report.schema.json")
   message(FATAL_ERROR "The schemas of the programs' documents are not installed")
 endif()
+if(man AND NOT EXISTS "${prefix}/share/man/man1/nodoctl.1")
+  message(FATAL_ERROR "The man pages are not installed")
+endif()
 
 run("${prefix}/${bindir}/nodoctl" --version)
 string(FIND "${output}" "${version}" found)
