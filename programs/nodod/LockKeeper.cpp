@@ -12,8 +12,6 @@ namespace nodo::nodod {
 namespace {
 
 constexpr std::size_t mostPowerOperations = 20;
-// Whatever a schedule says: no pass follows another at once, over and over.
-constexpr Seconds shortestWait{0.1};
 
 // Why the lock was released outside of a pass.
 constexpr char daemonStopping[] = "daemon_stopping";
@@ -108,10 +106,7 @@ void LockKeeper::shutDown(Date now) noexcept {
 
 std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
   const std::optional<Date> due = isFailing_ ? nextAttempt(now) : nextRelease(now, releaseGrace);
-  if (!due) {
-    return std::nullopt;
-  }
-  return std::max(std::min(*due, now + pollInterval), now + shortestWait);
+  return due ? std::optional(std::min(*due, now + pollInterval)) : std::nullopt;
 }
 
 // ---- a pass

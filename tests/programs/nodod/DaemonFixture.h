@@ -95,7 +95,7 @@ class DaemonFixture : public ::testing::Test {
     keeper = std::make_unique<LockKeeper>(testing::controllerFor(machine, store(), defaultPolicy),
                                           makeLock(), log, now);
     daemon = std::make_unique<Daemon>(
-        *keeper, loop, [this] { return now; }, log, Seconds(1));
+        *keeper, loop, [this] { return now; }, log, releaseGrace);
     daemon->run();
   }
 
@@ -197,6 +197,7 @@ class DaemonFixture : public ::testing::Test {
   testing::TemporaryFolder folder = testing::TemporaryFolder::inMemory();
   std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
   testing::FakePowerManager power;
+  Seconds releaseGrace{1};
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;

@@ -119,17 +119,21 @@ TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingIsTriedEveryMinuteAndNotWith
   EXPECT_FALSE(loop.timer);
 }
 
-TEST_F(DaemonScheduleTest, NoGraceMakesThePassesFollowEachOtherAtOnce) {
+TEST_F(DaemonScheduleTest, WithoutAReleaseGraceNoPassFollowsAnotherWithoutEnd) {
+  releaseGrace = Seconds(0);
   start();
   askManual(60);
   machine->defaultRouteAvailable = false;
+  now += Seconds(0.4);
   machineChanged();
-  now += Seconds(299.7);  // no whole second of the grace is left, and it is not over
-  askReconcile();
+  wait(301);
+  EXPECT_FALSE(power.isSleepDisabled);
+  machine->defaultRouteAvailable = true;
+  machineChanged();
   EXPECT_TRUE(power.isSleepDisabled);
-  const auto next = keeper->nextPass(now, Seconds(0));
-  ASSERT_TRUE(next);
-  EXPECT_GE(*next - now, Seconds(0.09));
+  power.behaviour = Behaviour::fails;
+  wait(7200);
+  EXPECT_TRUE(power.isSleepDisabled);
 }
 
 // ---- ownership

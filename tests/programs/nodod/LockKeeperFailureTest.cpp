@@ -146,6 +146,36 @@ TEST_F(LockKeeperFailureTest, AStateThatCannotBeWrittenDoesNotMakeTheLockFlap) {
   EXPECT_TRUE(stored().ownsSleepDisable);
 }
 
+TEST_F(LockKeeperFailureTest, ALockThatCouldNotBeRecordedIsNotTakenOverAndOver) {
+  machine->powerSource = PowerSource::battery;
+  machine->batteryPercent = 10;
+  machineChanged();
+  EXPECT_FALSE(power.isSleepDisabled);
+  power.operations.clear();
+  const testing::DiskFull full;
+  machine->powerSource = PowerSource::ac;
+  machineChanged();
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(180);
+  EXPECT_FALSE(power.isSleepDisabled);
+  power.operations.clear();
+  wait(600);
+  EXPECT_THAT(power.operations, IsEmpty());
+}
+
+TEST_F(LockKeeperFailureTest, ATimerAfterAReleaseThatCouldNotBeSavedGetsTheLock) {
+  lockDiesWithProcess = false;
+  start();
+  {
+    const testing::DiskFull full;
+    wait(1202);
+    EXPECT_FALSE(power.isSleepDisabled);
+    EXPECT_TRUE(stored().ownsSleepDisable);
+  }
+  EXPECT_TRUE(askManual(20).status);
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
 TEST_F(LockKeeperFailureTest, ALockThatOutlivesProcessesIsTakenAgainAfterAnUnrecordedRelease) {
   lockDiesWithProcess = false;
   start();
