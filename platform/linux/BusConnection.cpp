@@ -2,8 +2,11 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/SdBusLibrary.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace nodo {
@@ -23,7 +26,17 @@ class CallError {
     return error_.message != nullptr ? error_.message : std::strerror(-result);
   }
 
+  // Whether it says that nobody answered: the bus's and the library's own errors.
+  bool isSilence() const {
+    const std::string_view name = error_.name != nullptr ? error_.name : "";
+    return name.empty() || std::find(silences.begin(), silences.end(), name) != silences.end();
+  }
+
  private:
+  static constexpr std::array<std::string_view, 6> silences{
+      SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER, SD_BUS_ERROR_NO_REPLY,
+      SD_BUS_ERROR_TIMEOUT,         SD_BUS_ERROR_DISCONNECTED,      SD_BUS_ERROR_NO_SERVER};
+
   sd_bus_error error_{};
 };
 
@@ -72,15 +85,16 @@ void checkBus(int result, const std::string& action) {
 }
 
 BusConnection::BusConnection(std::unique_ptr<sd_bus, BusCloser> bus,
-                             std::chrono::milliseconds timeLimit)
-    : bus_(std::move(bus)), timeLimit_(timeLimit) {}
+                             std::chrono::milliseconds callLimit)
+    : bus_(std::move(bus)), callLimit_(callLimit) {}
 
-BusConnection BusConnection::openSystem(std::chrono::milliseconds timeLimit) {
+BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
+                                        std::chrono::milliseconds callLimit) {
   sd_bus* opened = nullptr;
   checkBus(SdBusLibrary::shared().openSystem(&opened), "connect to the system bus");
   std::unique_ptr<sd_bus, BusCloser> bus(opened);
-  waitUntilReady(bus.get(), timeLimit);
-  return {std::move(bus), timeLimit};
+  waitUntilReady(bus.get(), connectLimit);
+  return {std::move(bus), callLimit};
 }
 
 BusMessage BusConnection::newCall(const std::string& service, const std::string& path,
@@ -98,9 +112,14 @@ BusMessage BusConnection::newCall(const std::string& service, const std::string&
 BusMessage BusConnection::send(const BusMessage& call) const {
   CallError error;
   sd_bus_message* reply = nullptr;
-  const int result = SdBusLibrary::shared().call(bus_.get(), call.get(), microseconds(timeLimit_),
-                                                 error.get(), &reply);
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const int result =
+      library.call(bus_.get(), call.get(), microseconds(callLimit_), error.get(), &reply);
   if (result < 0) {
+    const bool answered = library.isReady(bus_.get()) > 0 && !error.isSilence();
+    if (answered) {
+      throw BusRefusal(error.text(result));
+    }
     throw BusError(error.text(result));
   }
   return BusMessage(reply);

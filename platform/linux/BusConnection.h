@@ -22,23 +22,25 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 /// can hold up its caller. Not thread-safe.
 class BusConnection {
  public:
-  /// Connects and signs in within `timeLimit`, which later bounds each call as well. Throws
+  /// Connects and signs in within `connectLimit`; `callLimit` bounds each later call. Throws
   /// BusError.
-  static BusConnection openSystem(std::chrono::milliseconds timeLimit);
+  static BusConnection openSystem(std::chrono::milliseconds connectLimit,
+                                  std::chrono::milliseconds callLimit);
 
   /// A call of `interface`.`member` on `path` of `service`, ready for its arguments.
   BusMessage newCall(const std::string& service, const std::string& path,
                      const std::string& interface, const std::string& member) const;
 
   /// Sends `call` and waits for the reply. A service that is not running is not started: nodo looks
-  /// at the machine, it does not change it. Throws BusError with the service's own words.
+  /// at the machine, it does not change it. Throws BusRefusal with the service's own words when it
+  /// answered with an error, BusError when there was no answer.
   BusMessage send(const BusMessage& call) const;
 
  private:
-  BusConnection(std::unique_ptr<sd_bus, BusCloser> bus, std::chrono::milliseconds timeLimit);
+  BusConnection(std::unique_ptr<sd_bus, BusCloser> bus, std::chrono::milliseconds callLimit);
 
   std::unique_ptr<sd_bus, BusCloser> bus_;
-  std::chrono::milliseconds timeLimit_;
+  std::chrono::milliseconds callLimit_;
 };
 
 /// Throws BusError for a negative result of a bus function; `action` says what was tried.

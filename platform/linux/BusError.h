@@ -12,4 +12,10 @@ class BusError : public std::runtime_error {
   explicit BusError(const std::string& message) : std::runtime_error(message) {}
 };
 
+/// A service on the bus, or the bus by its policy, answered "no". The text is its own.
+class BusRefusal : public BusError {
+ public:
+  explicit BusRefusal(const std::string& message) : BusError(message) {}
+};
+
 }  // namespace nodo

@@ -2,7 +2,11 @@
 #include <platform/linux/Logind.h>
 #include <platform/linux/SdBusLibrary.h>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
+
+#include <fcntl.h>
 
 namespace nodo {
 namespace {
@@ -17,9 +21,20 @@ std::string text(const char* value) {
 
 }  // namespace
 
+bool holdsUp(std::string_view what, std::string_view kind) {
+  while (!what.empty()) {
+    const auto colon = what.find(':');
+    if (what.substr(0, colon) == kind) {
+      return true;
+    }
+    what.remove_prefix(colon == std::string_view::npos ? what.size() : colon + 1);
+  }
+  return false;
+}
+
 const BusConnection& Logind::connection() {
   if (!connection_) {
-    connection_ = BusConnection::openSystem(timeLimit_);
+    connection_ = BusConnection::openSystem(connectLimit_, callLimit_);
   }
   return *connection_;
 }
@@ -27,10 +42,38 @@ const BusConnection& Logind::connection() {
 BusMessage Logind::send(const BusMessage& call) {
   try {
     return connection().send(call);
+  } catch (const BusRefusal&) {
+    throw;
   } catch (const BusError&) {
     connection_.reset();  // the bus may have been restarted: connect anew next time
     throw;
   }
+}
+
+FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
+                               const std::string& why, const std::string& mode) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const BusMessage call = connection().newCall(service, path, managerInterface, "Inhibit");
+  checkBus(library.messageAppend(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
+                                 mode.c_str()),
+           "ask logind for an inhibitor");
+  const BusMessage reply = send(call);
+  int lent = -1;
+  checkBus(library.messageRead(reply.get(), "h", &lent), "read logind's inhibitor");
+  // The message closes its own.
+  FileDescriptor kept(::fcntl(lent, F_DUPFD_CLOEXEC, 3));
+  if (!kept) {
+    throw BusError(std::string("cannot keep logind's inhibitor: ") + std::strerror(errno));
+  }
+  return kept;
+}
+
+void Logind::suspend() {
+  const BusMessage call = connection().newCall(service, path, managerInterface, "Suspend");
+  const int interactive = 0;
+  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "b", interactive),
+           "ask logind to suspend");
+  send(call);
 }
 
 BusMessage Logind::askProperty(const std::string& name) {

@@ -19,17 +19,6 @@ constexpr std::array<std::string_view, 8> kinds{"sleep",
                                                 "handle-hibernate-key",
                                                 "handle-reboot-key"};
 
-bool holdsUp(std::string_view what, std::string_view kind) {
-  while (!what.empty()) {
-    const auto colon = what.find(':');
-    if (what.substr(0, colon) == kind) {
-      return true;
-    }
-    what.remove_prefix(colon == std::string_view::npos ? what.size() : colon + 1);
-  }
-  return false;
-}
-
 SleepBlocker blockerFrom(const Inhibitor& inhibitor) {
   const bool blocksSleep = inhibitor.mode == "block" &&
                            (holdsUp(inhibitor.what, "sleep") || holdsUp(inhibitor.what, "idle"));

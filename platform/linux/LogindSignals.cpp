@@ -1,0 +1,135 @@
+#include <platform/linux/DaemonLog.h>
+#include <platform/linux/LogindSignals.h>
+
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr char service[] = "org.freedesktop.login1";
+constexpr char path[] = "/org/freedesktop/login1";
+constexpr char managerInterface[] = "org.freedesktop.login1.Manager";
+constexpr char action[] = "listen to logind";
+
+// Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One that
+// is not understood may name it.
+bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
+  const char* interface = nullptr;
+  if (sd_bus_message_read(message, "s", &interface) < 0 ||
+      std::string_view(interface) != managerInterface) {
+    return false;
+  }
+  if (sd_bus_message_enter_container(message, 'a', "{sv}") < 0) {
+    return true;
+  }
+  const char* name = nullptr;
+  while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
+    if (sd_bus_message_read(message, "s", &name) < 0 || name == wanted ||
+        sd_bus_message_skip(message, "v") < 0 || sd_bus_message_exit_container(message) < 0) {
+      return true;
+    }
+  }
+  if (sd_bus_message_exit_container(message) < 0 ||
+      sd_bus_message_enter_container(message, 'a', "s") < 0) {
+    return true;
+  }
+  while (sd_bus_message_read(message, "s", &name) > 0) {
+    if (name == wanted) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+LogindSignals::LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener)
+    : loop_(loop), listener_(std::move(listener)) {
+  if (systemBus != nullptr) {
+    subscribe(systemBus);
+    isConnected_ = true;
+  } else {
+    connect();
+  }
+}
+
+void LogindSignals::repair() {
+  if (!isConnected_) {
+    connect();
+  }
+}
+
+void LogindSignals::connect() {
+  connection_ = {};
+  try {
+    sd_bus* made = nullptr;
+    checkSystemd(sd_bus_open_system(&made), "connect to the system bus");
+    connection_.own.reset(made);
+    checkSystemd(sd_bus_attach_event(made, loop_.get(), SD_EVENT_PRIORITY_NORMAL), action);
+    sd_bus_slot* lost = nullptr;
+    checkSystemd(sd_bus_match_signal(made, &lost, nullptr, nullptr, "org.freedesktop.DBus.Local",
+                                     "Disconnected", onLost, this),
+                 action);
+    connection_.lost.reset(lost);
+    subscribe(made);
+    isConnected_ = true;
+    lossWasLogged_ = false;
+  } catch (const std::exception& error) {
+    connection_ = {};
+    logLoss(error.what());
+  }
+}
+
+void LogindSignals::subscribe(sd_bus* bus) {
+  // Without waiting for the bus's agreement: one that hangs must not hold up the daemon.
+  sd_bus_slot* sleep = nullptr;
+  checkSystemd(sd_bus_match_signal_async(bus, &sleep, service, path, managerInterface,
+                                         "PrepareForSleep", onSleep, nullptr, this),
+               action);
+  connection_.sleep.reset(sleep);
+  sd_bus_slot* properties = nullptr;
+  checkSystemd(sd_bus_match_signal_async(bus, &properties, service, path,
+                                         "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                         onProperties, nullptr, this),
+               action);
+  connection_.properties.reset(properties);
+}
+
+void LogindSignals::logLoss(const std::string& reason) {
+  if (!std::exchange(lossWasLogged_, true)) {
+    logLine("nodod: no news from logind: " + reason);
+  }
+}
+
+int LogindSignals::onSleep(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  self.loop_.protect([&self, message] {
+    int begins = 0;
+    if (sd_bus_message_read(message, "b", &begins) < 0 || begins == 0) {
+      self.listener_.resumed();
+    }
+  });
+  return 0;
+}
+
+int LogindSignals::onProperties(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  self.loop_.protect([&self, message] {
+    if (mayNameProperty(message, "LidClosed")) {
+      self.listener_.lidChanged();
+    }
+  });
+  return 0;
+}
+
+int LogindSignals::onLost(sd_bus_message* /*message*/, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  // The connection itself must outlive its own callback.
+  self.isConnected_ = false;
+  self.loop_.protect([&self] { self.logLoss("the system bus has gone"); });
+  return 0;
+}
+
+}  // namespace nodo
