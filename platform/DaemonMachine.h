@@ -20,7 +20,7 @@ enum class PowerChoice { automatic, pmset, logind, simulated };
 struct SleepLock {
   std::unique_ptr<PowerManaging> manager;
   /// Whether the lock stands now, as the machine itself says; absent when it cannot tell. Must not
-  /// throw.
+  /// throw. Of no use beyond the manager's life.
   std::function<std::optional<bool>()> isHeld;
   /// Whether the system frees the lock when this process ends, so that a lock of an earlier process
   /// is gone.

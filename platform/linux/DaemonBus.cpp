@@ -1,0 +1,92 @@
+#include <platform/linux/DaemonBus.h>
+
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+
+namespace nodo {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds connectLimit(2);
+// The daemon asks only the bus itself and polkit.
+constexpr microseconds callLimit(std::chrono::seconds(2));
+
+SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
+                            const std::string& action) {
+  sd_bus* made = nullptr;
+  if (kind == DaemonBus::Kind::system) {
+    checkSystemd(sd_bus_open_system(&made), action);
+    return SystemdHandle<sd_bus>(made);
+  }
+  if (kind == DaemonBus::Kind::session) {
+    checkSystemd(sd_bus_open_user(&made), action);
+    return SystemdHandle<sd_bus>(made);
+  }
+  checkSystemd(sd_bus_new(&made), action);
+  SystemdHandle<sd_bus> bus(made);
+  checkSystemd(sd_bus_set_address(made, address.c_str()), action);
+  checkSystemd(sd_bus_set_bus_client(made, 1), action);
+  checkSystemd(sd_bus_start(made), action);
+  return bus;
+}
+
+// The library would sign in without such a limit.
+void waitUntilReady(sd_bus* bus, const std::string& action) {
+  const auto deadline = steady_clock::now() + connectLimit;
+  for (;;) {
+    const int ready = sd_bus_is_ready(bus);
+    checkSystemd(ready, action);
+    if (ready > 0) {
+      return;
+    }
+    const int processed = sd_bus_process(bus, nullptr);
+    checkSystemd(processed, action);
+    if (processed > 0) {
+      continue;
+    }
+    const auto left =
+        std::chrono::duration_cast<microseconds>(deadline - steady_clock::now()).count();
+    if (left <= 0) {
+      throw std::runtime_error("cannot " + action + ": it does not answer");
+    }
+    checkSystemd(sd_bus_wait(bus, static_cast<std::uint64_t>(left)), action);
+  }
+}
+
+DaemonBus open(DaemonBus::Kind kind, const std::string& name, const std::string& address = "") {
+  const std::string action = "connect to " + name;
+  DaemonBus bus{.connection = start(kind, address, action), .kind = kind, .name = name};
+  waitUntilReady(bus.connection.get(), action);
+  checkSystemd(sd_bus_set_method_call_timeout(bus.connection.get(),
+                                              static_cast<std::uint64_t>(callLimit.count())),
+               action);
+  return bus;
+}
+
+}  // namespace
+
+DaemonBus openDaemonBus(const std::optional<std::string>& choice) {
+  if (choice == "system") {
+    return open(DaemonBus::Kind::system, "the system bus");
+  }
+  if (choice == "session") {
+    return open(DaemonBus::Kind::session, "the session bus");
+  }
+  if (choice) {
+    return open(DaemonBus::Kind::address, "the bus at " + *choice, *choice);
+  }
+  try {
+    return openDaemonBus("system");
+  } catch (const std::runtime_error& noSystemBus) {
+    try {
+      return openDaemonBus("session");
+    } catch (const std::runtime_error& noSessionBus) {
+      throw std::runtime_error(std::string(noSystemBus.what()) + ", and " + noSessionBus.what());
+    }
+  }
+}
+
+}  // namespace nodo

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <platform/linux/EventLoop.h>
+
+#include <optional>
+#include <string>
+
+namespace nodo {
+
+/// The bus on which the daemon offers itself.
+struct DaemonBus {
+  enum class Kind { system, session, address };
+
+  SystemdHandle<sd_bus> connection;
+  Kind kind = Kind::system;
+  std::string name;  ///< for people: "the system bus"
+};
+
+/// Connects, within two seconds, to `choice`: "system", "session", a bus address, or nothing for
+/// the system bus when it can be reached and else the session bus. Throws std::runtime_error.
+DaemonBus openDaemonBus(const std::optional<std::string>& choice);
+
+}  // namespace nodo

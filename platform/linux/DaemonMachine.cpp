@@ -1,0 +1,103 @@
+#include <NODOCore/base/Environment.h>
+#include <NODOCore/power/NoopPowerManager.h>
+#include <NODOCore/state/StateStore.h>
+#include <platform/DaemonMachine.h>
+#include <platform/linux/BusConnection.h>
+#include <platform/linux/BusError.h>
+#include <platform/linux/LinuxDaemonLoop.h>
+#include <platform/linux/LogindPowerManager.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr std::chrono::seconds systemBusLimit(2);
+
+std::optional<std::string> nonEmpty(const Environment& environment, const std::string& name) {
+  const auto entry = environment.find(name);
+  if (entry == environment.end() || entry->second.empty()) {
+    return std::nullopt;
+  }
+  return entry->second;
+}
+
+SleepLock logindLock() {
+  auto manager = std::make_unique<LogindPowerManager>();
+  manager->requireLogind();
+  LogindPowerManager* const logind = manager.get();
+  return {.manager = std::move(manager),
+          .isHeld = [logind] { return logind->isHeld(); },
+          .diesWithProcess = true,
+          .isSimulated = false};
+}
+
+SleepLock simulatedLock() {
+  return {.manager = std::make_unique<NoopPowerManager>(),
+          .isHeld = [] { return std::optional(false); },
+          .diesWithProcess = true,
+          .isSimulated = true};
+}
+
+bool hasSystemBus() {
+  try {
+    BusConnection::openSystem(systemBusLimit, systemBusLimit);
+    return true;
+  } catch (const BusError&) {
+    return false;
+  }
+}
+
+bool isSessionBus(const std::optional<std::string>& bus) {
+  return bus ? *bus == "session" : !hasSystemBus();
+}
+
+}  // namespace
+
+SleepLock makeSleepLock(PowerChoice choice) {
+  switch (choice) {
+    case PowerChoice::automatic:
+      try {
+        return logindLock();
+      } catch (const BusError&) {
+        return simulatedLock();
+      }
+    case PowerChoice::logind:
+      return logindLock();
+    case PowerChoice::simulated:
+      return simulatedLock();
+    case PowerChoice::pmset:
+      break;
+  }
+  throw std::runtime_error("this system has no pmset; it offers auto, logind and simulated");
+}
+
+std::filesystem::path daemonStateFolder(const Environment& environment,
+                                        const std::optional<std::string>& bus) {
+  const std::filesystem::path usual = StateStore::daemon(environment).directory;
+  std::error_code ignored;
+  if (nonEmpty(environment, "NODO_STATE_DIR") || std::filesystem::is_directory(usual, ignored)) {
+    return usual;
+  }
+  if (const auto given = nonEmpty(environment, "STATE_DIRECTORY")) {
+    // A list when the unit names several.
+    return given->substr(0, given->find(':'));
+  }
+  if (!isSessionBus(bus)) {
+    return "/var/lib/nodo";
+  }
+  const auto home = nonEmpty(environment, "HOME");
+  if (!home) {
+    throw std::runtime_error("no folder for the state: neither NODO_STATE_DIR nor HOME is set");
+  }
+  return std::filesystem::path(*home) / ".nodo" / "daemon";
+}
+
+std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus) {
+  return std::make_unique<LinuxDaemonLoop>(bus);
+}
+
+}  // namespace nodo

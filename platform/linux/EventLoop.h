@@ -1,0 +1,66 @@
+#pragma once
+
+#include <platform/linux/SystemdHandles.h>
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <optional>
+
+namespace nodo {
+
+/// The thread's event loop, for callbacks that may throw although a C library calls them.
+///
+/// Not thread-safe.
+class EventLoop {
+ public:
+  EventLoop();
+
+  sd_event* get() const { return event_.get(); }
+
+  /// Calls `action` from a callback of the C library's. An exception ends the loop and comes out of
+  /// `run`.
+  void protect(const std::function<void()>& action) noexcept;
+
+  /// Ends the loop once the callback that runs now has returned.
+  void end();
+
+  /// Ends the loop with an error.
+  void fail(std::exception_ptr error) noexcept;
+
+  /// Serves events until the loop is ended; throws the error that ended it.
+  void run();
+
+ private:
+  SystemdHandle<sd_event> event_;
+  std::exception_ptr error_;
+};
+
+/// Fires once, when it is due and the loop runs.
+class LoopTimer {
+ public:
+  /// `clock`: CLOCK_BOOTTIME counts time asleep, CLOCK_MONOTONIC does not. The system may let it
+  /// fire up to `accuracy` later, together with other timers.
+  LoopTimer(EventLoop& loop, clockid_t clock, std::chrono::microseconds accuracy,
+            std::function<void()> fired);
+
+  LoopTimer(const LoopTimer&) = delete;
+  LoopTimer& operator=(const LoopTimer&) = delete;
+  ~LoopTimer() = default;
+
+  /// Replaces what was set; nothing means never.
+  void set(std::optional<std::chrono::microseconds> fromNow);
+
+  bool isSet() const;
+
+ private:
+  static int onTime(sd_event_source* source, std::uint64_t time, void* timer);
+
+  EventLoop& loop_;
+  clockid_t clock_;
+  std::function<void()> fired_;
+  SystemdHandle<sd_event_source> source_;
+};
+
+}  // namespace nodo

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <platform/linux/CallerPolicy.h>
+#include <platform/linux/DaemonBus.h>
+#include <platform/linux/EventLoop.h>
+#include <platform/linux/HelperRequest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <optional>
+#include <string>
+
+namespace nodo {
+
+/// Offers the daemon's requests on a bus, to those who may make them.
+///
+/// A request waits only for polkit's word about its own caller, never for that about another's.
+/// One whose caller has left meanwhile is dropped. Not thread-safe: all in the loop's thread.
+class HelperListener {
+ public:
+  /// More requests than these do not wait for polkit at a time.
+  static constexpr std::size_t mostWaiting = 256;
+
+  /// Takes the helper's name. From then on requests reach `service` while the loop runs. Throws
+  /// std::runtime_error when the name is taken or the bus does not give it.
+  HelperListener(EventLoop& loop, const DaemonBus& bus, NODOHelperXPCProtocol& service);
+
+  HelperListener(const HelperListener&) = delete;
+  HelperListener& operator=(const HelperListener&) = delete;
+  ~HelperListener() = default;
+
+ private:
+  struct Waiting {
+    HelperListener& listener;
+    HelperRequest request;
+    std::uint32_t user = 0;
+    SystemdHandle<sd_bus_slot> question;
+  };
+
+  static const sd_bus_vtable* methods();
+  static int onCall(sd_bus_message* call, void* listener, sd_bus_error* error);
+  static int onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* error);
+
+  void receive(const HelperRequest& request);
+  void askAuthority(const HelperRequest& request, std::uint32_t user);
+  void hearAuthority(const Waiting& asked, sd_bus_message* reply);
+  void serve(const HelperRequest& request);
+  void refuse(const HelperRequest& request, std::optional<std::uint32_t> user, const char* error,
+              const std::string& reason);
+  bool isStillThere(const std::string& caller) const;
+  CallerPolicy policyOf(const DaemonBus& bus) const;
+  void takeName(const std::string& busName);
+
+  EventLoop& loop_;
+  sd_bus* bus_;
+  NODOHelperXPCProtocol& service_;
+  CallerPolicy policy_;
+  std::list<Waiting> waiting_;
+  SystemdHandle<sd_bus_slot> object_;
+};
+
+}  // namespace nodo

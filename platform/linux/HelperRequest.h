@@ -1,0 +1,40 @@
+#pragma once
+
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <platform/linux/CallerPolicy.h>
+#include <platform/linux/SystemdHandles.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace nodo {
+
+/// One request that came over the bus. Each has one answer at most; copies share it.
+class HelperRequest {
+ public:
+  explicit HelperRequest(sd_bus_message* call);
+
+  RequestKind kind() const;
+
+  /// The caller's unique name on the bus.
+  std::string caller() const;
+
+  sd_bus_message* message() const { return call_.get(); }
+
+  /// Hands it to `service`, whose reply becomes the answer. Arguments that make no sense are
+  /// answered with an error.
+  void serve(NODOHelperXPCProtocol& service) const;
+
+  /// Answers with the D-Bus error `name`.
+  void refuse(const char* name, const std::string& reason) const;
+
+ private:
+  void serveEnableManual(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
+  void serveEnableManualV2(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
+  void answer(const std::optional<std::string>& text) const;
+
+  std::shared_ptr<sd_bus_message> call_;
+};
+
+}  // namespace nodo

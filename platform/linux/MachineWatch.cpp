@@ -1,0 +1,92 @@
+#include <platform/linux/DaemonLog.h>
+#include <platform/linux/DefaultRoute.h>
+#include <platform/linux/MachineWatch.h>
+
+#include <chrono>
+#include <ctime>
+#include <exception>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+using std::chrono::milliseconds;
+
+// How long messages are gathered: a burst's last one may be the one that matters, and logind must
+// have seen the lid by then, which is asked for it.
+constexpr milliseconds settleTime(100);
+
+// Makes a source of messages where the machine has it.
+template <class Source, class... Arguments>
+void open(std::optional<Source>& source, const std::string& name, Arguments&&... arguments) {
+  try {
+    source.emplace(std::forward<Arguments>(arguments)...);
+  } catch (const std::exception& error) {
+    logLine("nodod: no news of " + name + ": " + error.what());
+  }
+}
+
+}  // namespace
+
+MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
+                           std::function<void(const std::string& what)> changed,
+                           const std::filesystem::path& root)
+    : changed_(std::move(changed)),
+      supplies_(root / "sys/class/power_supply"),
+      procNet_(root / "proc/net"),
+      settled_(loop, CLOCK_MONOTONIC, settleTime / 4, [this] { look(); }),
+      logindSignals_(loop, systemBus,
+                     {.lidChanged = [this] { suspect(&Suspicions::lid); },
+                      .resumed = [this] { suspect(&Suspicions::resume); }}) {
+  const auto lid = [this] { suspect(&Suspicions::lid); };
+  open(lidSwitches_, "the lid switch", loop, lid);
+  open(supplyMessages_, "the power supplies", loop,
+       SupplyMessages::Listener{.supplyChanged = [this] { suspect(&Suspicions::power); },
+                                .inputAdded =
+                                    [this](sd_device* device) {
+                                      if (lidSwitches_) {
+                                        lidSwitches_->consider(device);
+                                      }
+                                    }});
+  open(routeMessages_, "the network", loop, [this] { suspect(&Suspicions::route); });
+  // Read after the sources are open, so that no change can fall in between.
+  power_ = readPowerSupplies(supplies_);
+  hasRoute_ = readDefaultRoute(procNet_);
+}
+
+void MachineWatch::repair() {
+  logindSignals_.repair();
+}
+
+void MachineWatch::suspect(bool Suspicions::*what) {
+  suspicions_.*what = true;
+  if (!settled_.isSet()) {
+    settled_.set(settleTime);
+  }
+}
+
+void MachineWatch::look() {
+  const Suspicions suspicions = std::exchange(suspicions_, {});
+  std::string what;
+  const auto add = [&what](const char* name) {
+    what += what.empty() ? "" : ", ";
+    what += name;
+  };
+  if (suspicions.resume) {
+    add("resume");
+  }
+  if (suspicions.lid) {
+    add("lid");
+  }
+  if (suspicions.power && std::exchange(power_, readPowerSupplies(supplies_)) != power_) {
+    add("power supply");
+  }
+  if (suspicions.route && std::exchange(hasRoute_, readDefaultRoute(procNet_)) != hasRoute_) {
+    add("route");
+  }
+  if (!what.empty()) {
+    changed_(what);
+  }
+}
+
+}  // namespace nodo

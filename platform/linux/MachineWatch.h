@@ -1,0 +1,63 @@
+#pragma once
+
+#include <platform/linux/EventLoop.h>
+#include <platform/linux/LidSwitches.h>
+#include <platform/linux/LogindSignals.h>
+#include <platform/linux/PowerSupplies.h>
+#include <platform/linux/RouteMessages.h>
+#include <platform/linux/SupplyMessages.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace nodo {
+
+/// Tells when the machine's power supply, route or lid changed and when it woke up.
+///
+/// The kernel's messages come in bursts, and most of them change nothing that nodo looks at. So
+/// they are gathered for a moment, then the machine is read, and only a difference is told, once
+/// for a burst. Wakes up for nothing but such messages.
+class MachineWatch {
+ public:
+  /// `systemBus`: a connection to the system bus that the loop serves, or null to make one.
+  /// `changed`: called in the loop with what changed, such as "route" or "lid, power supply".
+  /// `root`: the folder that holds "sys" and "proc". A source of messages that cannot be had is
+  /// logged and gone without.
+  MachineWatch(EventLoop& loop, sd_bus* systemBus,
+               std::function<void(const std::string& what)> changed,
+               const std::filesystem::path& root = "/");
+
+  MachineWatch(const MachineWatch&) = delete;
+  MachineWatch& operator=(const MachineWatch&) = delete;
+  ~MachineWatch() = default;
+
+  /// Connects anew to what got lost. To be called now and then.
+  void repair();
+
+ private:
+  struct Suspicions {
+    bool power = false;
+    bool route = false;
+    bool lid = false;
+    bool resume = false;
+  };
+
+  void suspect(bool Suspicions::*what);
+  void look();
+
+  std::function<void(const std::string& what)> changed_;
+  std::filesystem::path supplies_;
+  std::filesystem::path procNet_;
+  Suspicions suspicions_;
+  LoopTimer settled_;
+  std::optional<LidSwitches> lidSwitches_;
+  std::optional<SupplyMessages> supplyMessages_;
+  std::optional<RouteMessages> routeMessages_;
+  LogindSignals logindSignals_;
+  PowerReading power_;
+  std::optional<bool> hasRoute_;
+};
+
+}  // namespace nodo

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <NODOCore/base/FileDescriptor.h>
+#include <platform/linux/EventLoop.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+
+namespace nodo {
+
+/// Whether one of the kernel's rtnetlink messages in `datagram` can mean that a default route came
+/// or went: a default route itself, a link or an address, as both take their routes along without
+/// a message of the routes' own. What is not understood is no such message. Pure.
+bool canChangeDefaultRoute(std::span<const std::byte> datagram);
+
+/// Listens to the kernel's rtnetlink messages about routes, links and addresses.
+class RouteMessages {
+ public:
+  /// `suspected`: called in the loop when the default route may have changed. Throws
+  /// std::runtime_error when the kernel offers no such messages.
+  RouteMessages(EventLoop& loop, std::function<void()> suspected);
+
+  RouteMessages(const RouteMessages&) = delete;
+  RouteMessages& operator=(const RouteMessages&) = delete;
+  ~RouteMessages() = default;
+
+ private:
+  static int onReadable(sd_event_source* source, int descriptor, std::uint32_t events,
+                        void* messages);
+  void readAll();
+
+  EventLoop& loop_;
+  std::function<void()> suspected_;
+  FileDescriptor socket_;
+  SystemdHandle<sd_event_source> source_;
+};
+
+}  // namespace nodo
