@@ -58,28 +58,33 @@ void addWholeNumber(CLI::App& app, const std::string& option, std::int64_t& into
       ->type_name(type);
 }
 
-void addText(CLI::App& app, const std::string& option, std::optional<std::string>& into,
-             const std::string& type, const std::string& description) {
-  app.add_option_function<std::string>(
-         option,
-         [&into, option](const std::string& text) {
-           if (text.empty()) {
-             throw CLI::ValidationError(option, "must not be empty");
-           }
-           into = text;
-         },
-         description)
-      ->type_name(type);
+std::string folder(const std::string& text) {
+  if (text.empty()) {
+    throw CLI::ValidationError("--state-dir", "must not be empty");
+  }
+  return text;
+}
+
+std::string bus(const std::string& text) {
+  if (text != "system" && text != "session" && text.find(':') == std::string::npos) {
+    throw CLI::ValidationError("--bus", "\"" + text +
+                                            "\" is neither system nor session nor a bus address "
+                                            "such as unix:path=/run/bus");
+  }
+  return text;
 }
 
 void describe(CLI::App& app, Options& into) {
   app.set_help_flag("-h,--help", "Show this help and exit");
   app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
-  addText(app, "--state-dir", into.stateFolder, "DIR",
-          "Where the state is kept; otherwise NODO_STATE_DIR or the system's folder");
-  addText(
-      app, "--bus", into.bus, "system|session|ADDRESS",
-      "Which bus to answer on; otherwise the system's if it can be reached, else the session's");
+  app.add_option_function<std::string>(
+         "--state-dir", [&into](const std::string& text) { into.stateFolder = folder(text); },
+         "Where the state is kept; otherwise NODO_STATE_DIR or the system's folder")
+      ->type_name("DIR");
+  app.add_option_function<std::string>(
+         "--bus", [&into](const std::string& text) { into.bus = bus(text); },
+         "Which bus to answer on; otherwise the system's if it can be reached, else the session's")
+      ->type_name("system|session|ADDRESS");
   app.add_option_function<std::string>(
          "--power", [&into](const std::string& text) { into.power = powerChoice(text); },
          "By which means to switch the sleep lock (auto: what this computer has)")

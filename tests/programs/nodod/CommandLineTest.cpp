@@ -49,6 +49,11 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   EXPECT_TRUE(options.once);
 }
 
+TEST(NododCommandLineTest, ABusMayBeAnAddress) {
+  EXPECT_EQ(parsed({"--bus", "unix:path=/run/bus"}).bus, "unix:path=/run/bus");
+  EXPECT_EQ(parsed({"--bus", "system"}).bus, "system");
+}
+
 TEST(NododCommandLineTest, EveryPowerChoiceHasItsWord) {
   for (const PowerChoice choice : allCases<PowerChoice>()) {
     EXPECT_EQ(parsed({"--power", std::string(rawValue(choice))}).power, choice);
@@ -91,6 +96,7 @@ TEST(NododCommandLineTest, AWrongUseNamesTheOptionAndHelps) {
       {{"--state-dir", ""}, "--state-dir"},
       {{"--state-dir"}, "--state-dir"},
       {{"--bus", ""}, "--bus"},
+      {{"--bus", "sytem"}, "\"sytem\" is neither system nor session nor a bus address"},
       {{"--unknown"}, "--unknown"},
       {{"word"}, "word"},
       {{"--power", "\x1b[2J"}, "\\u{1b}[2J"},
