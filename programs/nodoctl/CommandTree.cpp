@@ -34,6 +34,7 @@ class TreeBuilder {
     addStateOptions(*add(Command::repair, "repair",
                          "Reset the state after something went wrong; the histories are kept"));
     addReconcile();
+    addDoctor();
     addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
     addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
     addHooks();
@@ -111,6 +112,15 @@ class TreeBuilder {
     reconcile->add_flag("--simulate", invocation_.simulate,
                         "Only show what a pass would do, on your own state");
     addStateOptions(*reconcile);
+  }
+
+  void addDoctor() {
+    CLI::App* doctor = add(Command::doctor, "doctor",
+                           "Check whether everything is in place, and say what is not");
+    doctor->add_flag("--verbose", invocation_.verbose,
+                     "Add what else helps to find a reason, e.g. who else holds up sleep");
+    doctor->footer("The exit status is 0 when the last line begins with \"Ready:\", else 1.");
+    addStateOptions(*doctor);
   }
 
   void addHooks() {

@@ -3,6 +3,7 @@
 #include <programs/nodoctl/Completion.h>
 #include <programs/nodoctl/HooksCommand.h>
 #include <programs/nodoctl/ReportAnswer.h>
+#include <programs/nodoctl/commands/DoctorCommand.h>
 #include <programs/nodoctl/commands/StateCommands.h>
 
 namespace nodo::nodoctl {
@@ -31,6 +32,8 @@ Answer perform(const Invocation& invocation, const ToolContext& context) {
     case Command::hooksUninstall:
     case Command::hooksInspect:
       return performHooks(invocation, context);
+    case Command::doctor:
+      return performDoctor(invocation, context);
     default:
       return performOnState(invocation, context);
   }

@@ -20,13 +20,15 @@ enum class Command {
   hooksInstall,
   hooksUninstall,
   hooksInspect,
-  completion
+  completion,
+  doctor
 };
 
 /// What one command line asks for.
 struct Invocation {
   Command command = Command::status;
   bool json = false;
+  bool verbose = false;
   std::optional<std::string> bus;  ///< where the daemon is looked for
   double helperTimeout = 1;        ///< seconds for each request to it
   std::int64_t minutes = 0;

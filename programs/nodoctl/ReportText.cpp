@@ -129,6 +129,12 @@ std::string blockersText(const SleepDiagnosticsReport& report, SleepBlockerScope
 
 }  // namespace
 
+std::string machineText(const StatusReport& report) {
+  return fmt::format("Power:      {}\nNetwork:    {}\nLid:        {}\n",
+                     powerText(report.snapshot), networkText(report),
+                     choose(report.snapshot.lidClosed, "closed", "open"));
+}
+
 std::string reportText(const StatusReport& report) {
   std::string text;
   text += fmt::format("Decision:   {}\n", decisionText(report.decision));
@@ -137,9 +143,7 @@ std::string reportText(const StatusReport& report) {
   if (report.state.lastRequester) {
     text += fmt::format("Requester:  {}\n", requesterText(*report.state.lastRequester));
   }
-  text += fmt::format("Power:      {}\n", powerText(report.snapshot));
-  text += fmt::format("Network:    {}\n", networkText(report));
-  text += fmt::format("Lid:        {}\n", choose(report.snapshot.lidClosed, "closed", "open"));
+  text += machineText(report);
   text += fmt::format("Agents:     {}\n", report.agents.size());
   return text;
 }

@@ -13,6 +13,8 @@
 namespace nodo::nodoctl {
 
 std::string reportText(const StatusReport& report);
+/// Of that only the machine's power, network and lid.
+std::string machineText(const StatusReport& report);
 std::string reportText(const DaemonRunReport& report);
 std::string reportText(const SleepDiagnosticsReport& report);
 std::string reportText(const std::vector<AgentProcess>& agents);

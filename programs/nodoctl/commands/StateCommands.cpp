@@ -29,7 +29,7 @@ StateAccess stateAccess(const Invocation& invocation, const ToolContext& context
   return {{.bus = invocation.bus, .timeout = invocation.helperTimeout},
           context,
           [&error = context.error](const std::string& reason) {
-            complain(error, "helper unavailable (" + reason + "); using the local state");
+            complain(error, localStateNotice(reason));
           }};
 }
 

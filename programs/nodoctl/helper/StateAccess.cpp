@@ -23,24 +23,13 @@ StateStore userStore(const Environment& environment) {
   }
 }
 
-// The user's own state and this machine.
-NODOController localController(const ToolContext& context) {
-  return {.store = userStore(context.environment),
-          .detector = {},
-          .processListing = context.machine.processListing,
-          .snapshotProvider = context.machine.snapshotProvider,
-          .decisionEngine = {defaultPolicy}};
-}
-
 template <class Work>
 auto workLocally(const ToolContext& context, const Work& work) {
   const NODOController controller = localController(context);
   try {
     return work(controller);
   } catch (const DecodingError& error) {
-    throw std::runtime_error("the state file " + controller.store.stateURL().string() +
-                             " cannot be read: " + error.what() +
-                             ". It was left as it is; move it away to begin with a fresh state");
+    throw std::runtime_error(unreadableState(controller.store, error));
   }
 }
 
@@ -61,16 +50,36 @@ void endFallback(const ToolContext& context) {
 
 }  // namespace
 
-std::string unavailabilityReason(const std::exception& error) {
+NODOController localController(const ToolContext& context) {
+  return {.store = userStore(context.environment),
+          .detector = {},
+          .processListing = context.machine.processListing,
+          .snapshotProvider = context.machine.snapshotProvider,
+          .decisionEngine = {defaultPolicy}};
+}
+
+std::string localStateNotice(const std::string& reason) {
+  return "helper unavailable (" + reason + "); using the local state";
+}
+
+std::string unreadableState(const StateStore& store, const std::exception& error) {
+  return "the state file " + store.stateURL().string() + " cannot be read: " + error.what() +
+         ". It was left as it is; move it away to begin with a fresh state";
+}
+
+Unavailability Unavailability::from(const std::exception& error) {
   if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
-    const bool saysSo = client->errorCase() == NODOHelperClientError::Case::unavailable;
-    const std::string text = saysSo ? client->reason() : client->what();
-    return text.empty() ? "it gave no reason" : text;
+    if (client->errorCase() != NODOHelperClientError::Case::unavailable) {
+      return {.reason = client->what(), .isBroken = true};
+    }
+    const std::string& reason = client->reason();
+    return {.reason = reason.empty() ? "it gave no reason" : reason,
+            .isBroken = reason != "connection invalidated"};
   }
   if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
-    return std::string("its answer cannot be read: ") + error.what();
+    return {.reason = std::string("its answer cannot be read: ") + error.what(), .isBroken = true};
   }
-  return error.what();
+  return {.reason = error.what(), .isBroken = false};
 }
 
 StateAccess::StateAccess(const HelperOptions& options, const ToolContext& context,
@@ -86,7 +95,7 @@ SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
   try {
     return {.report = ask(daemon_), .source = DoctorStatusSource::helper};
   } catch (const std::exception& error) {
-    unavailable_(unavailabilityReason(error));
+    unavailable_(Unavailability::from(error).reason);
   }
   return {.report = workLocally(context_, work), .source = DoctorStatusSource::local};
 }
@@ -134,7 +143,7 @@ DaemonRunReport StateAccess::reconcile() {
     return daemon_.reconcile();
   } catch (const std::exception& error) {
     throw std::runtime_error("only the daemon may switch the sleep lock, and it is unavailable (" +
-                             unavailabilityReason(error) +
+                             Unavailability::from(error).reason +
                              "); 'nodoctl reconcile --simulate' shows what a pass would do");
   }
 }

@@ -35,6 +35,15 @@ struct SourcedStatus {
   DoctorStatusSource source = DoctorStatusSource::helper;
 };
 
+/// Why the daemon did not do.
+struct Unavailability {
+  std::string reason;     ///< in words that fit behind "helper unavailable"
+  bool isBroken = false;  ///< whether something is there that does not work; else nothing is
+
+  /// What `error`, which a request to the daemon ended with, says.
+  static Unavailability from(const std::exception& error);
+};
+
 /// The keep-awake state as one command reads and changes it: the daemon's, and where that fails the
 /// user's own, on which nothing depends but what this tool shows.
 ///
@@ -47,6 +56,9 @@ class StateAccess {
               std::function<void(const std::string& reason)> unavailable);
 
   SourcedStatus status();
+
+  /// The daemon's status alone. Throws what `Unavailability` explains.
+  StatusReport daemonStatus() const { return daemon_.status(); }
 
   /// A success through the daemon also ends what the hook log says of a fallback. Minutes that no
   /// daemon could take are refused at once.
@@ -72,7 +84,14 @@ class StateAccess {
   std::function<void(const std::string&)> unavailable_;
 };
 
-/// Why the daemon did not do, in words that fit behind "helper unavailable".
-std::string unavailabilityReason(const std::exception& error);
+/// The line that says that the user's own state is used, and why.
+std::string localStateNotice(const std::string& reason);
+
+/// The controller of the user's own state on this machine. Throws std::runtime_error when the state
+/// has no place.
+NODOController localController(const ToolContext& context);
+
+/// `error` in words that say which file is meant and what can be done about it.
+std::string unreadableState(const StateStore& store, const std::exception& error);
 
 }  // namespace nodo::nodoctl

@@ -1,0 +1,52 @@
+#include <NODOCore/base/Text.h>
+#include <NODOCore/base/Version.h>
+#include <NODOCore/state/NODOError.h>
+#include <NODOCore/state/StateStore.h>
+#include <programs/nodoctl/ReportText.h>
+#include <programs/nodoctl/health/VerboseText.h>
+
+#include <fmt/format.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+// The daemon's own lock on Linux stands in the system's list like any other.
+bool isOwnLock(const SleepBlocker& blocker) {
+  return blocker.processName == "nodo" &&
+         blocker.assertionType.find("handle-lid-switch") != std::string::npos;
+}
+
+std::string foreignHolders(const SleepDiagnosticsReport& diagnostics) {
+  std::string lines;
+  for (const SleepBlocker& blocker : diagnostics.blockers) {
+    if (blocker.scope == SleepBlockerScope::systemSleep && !isOwnLock(blocker)) {
+      lines += fmt::format("- {} pid={}: {} ({})\n", escapedForDisplay(blocker.processName),
+                           blocker.pid, escapedForDisplay(blocker.assertionName),
+                           escapedForDisplay(blocker.assertionType));
+    }
+  }
+  return lines.empty() ? "Others that hold up sleep: none known\n"
+                       : "Others that hold up sleep:\n" + lines;
+}
+
+std::string statePath(const Environment& environment) {
+  try {
+    return StateStore::defaultStore(environment).stateURL().string();
+  } catch (const NODOError& error) {
+    return error.what();
+  }
+}
+
+}  // namespace
+
+std::string verboseText(const HealthFacts& facts, const Environment& environment) {
+  std::string text = "\n" + foreignHolders(facts.diagnostics);
+  text += machineText(facts.status.report);
+  text += fmt::format("Your own state: {}\n", escapedForDisplay(statePath(environment)));
+  text += fmt::format("Hook log: {}\n", escapedForDisplay(facts.hookFallback.logPath));
+  text += fmt::format("nodoctl version: {}\n", version());
+  text += "nodod version: unknown (the daemon does not tell)\n";
+  return text;
+}
+
+}  // namespace nodo::nodoctl
