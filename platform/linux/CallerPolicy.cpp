@@ -14,7 +14,8 @@ CallerVerdict refuse(std::string reason) {
 }  // namespace
 
 CallerVerdict CallerPolicy::judge(RequestKind kind, std::optional<std::uint32_t> caller) const {
-  if (kind == RequestKind::look || caller == root || (isOwnUsersBus && caller && *caller == ownUser)) {
+  if (kind == RequestKind::look || caller == root ||
+      (isOwnUsersBus && caller && *caller == ownUser)) {
     return {.kind = CallerVerdict::Kind::serve, .reason = ""};
   }
   if (!caller) {

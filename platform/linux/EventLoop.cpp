@@ -75,8 +75,9 @@ void LoopTimer::set(std::optional<std::chrono::microseconds> fromNow) {
                                                     : std::uint64_t{0};
   const std::uint64_t due = fromNow ? now(clock_) + wait : never;
   checkSystemd(sd_event_source_set_time(source_.get(), due), "set a timer");
-  checkSystemd(sd_event_source_set_enabled(source_.get(), fromNow ? SD_EVENT_ONESHOT : SD_EVENT_OFF),
-               "set a timer");
+  checkSystemd(
+      sd_event_source_set_enabled(source_.get(), fromNow ? SD_EVENT_ONESHOT : SD_EVENT_OFF),
+      "set a timer");
 }
 
 bool LoopTimer::isSet() const {

@@ -86,12 +86,12 @@ const sd_bus_vtable* HelperListener::methods() {
       SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES("Status", "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("EnableManual", "x", SD_BUS_PARAM(minutes), "s",
-                               SD_BUS_PARAM(reply), onCall, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(
-          "EnableManualV2", "xba{sv}",
-          SD_BUS_PARAM(minutes) SD_BUS_PARAM(extendOnly) SD_BUS_PARAM(requester), "s",
-          SD_BUS_PARAM(reply), onCall, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD_WITH_NAMES("EnableManual", "x", SD_BUS_PARAM(minutes), "s", SD_BUS_PARAM(reply),
+                               onCall, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD_WITH_NAMES("EnableManualV2", "xba{sv}",
+                               SD_BUS_PARAM(minutes) SD_BUS_PARAM(extendOnly)
+                                   SD_BUS_PARAM(requester),
+                               "s", SD_BUS_PARAM(reply), onCall, SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES("Stop", "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES("Reconcile", "", "", "s", SD_BUS_PARAM(reply), onCall,

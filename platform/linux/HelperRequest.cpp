@@ -18,10 +18,7 @@ struct RequesterTexts {
   std::optional<std::string> event;
 
   std::optional<std::string>* find(std::string_view key) {
-    return key == "name"      ? &name
-           : key == "context" ? &context
-           : key == "event"   ? &event
-                              : nullptr;
+    return key == "name" ? &name : key == "context" ? &context : key == "event" ? &event : nullptr;
   }
 };
 

@@ -86,14 +86,12 @@ void LidSwitches::listen(const std::string& path) {
   muteAllButTheLid(opened.get());
   // The same path again is another device: the one before it is gone.
   switches_.remove_if([&path](const Switch& old) { return old.path == path; });
-  Switch& added = switches_.emplace_back(Switch{.owner = *this,
-                                                .descriptor = std::move(opened),
-                                                .source = nullptr,
-                                                .path = path});
+  Switch& added = switches_.emplace_back(
+      Switch{.owner = *this, .descriptor = std::move(opened), .source = nullptr, .path = path});
   sd_event_source* source = nullptr;
-  checkSystemd(sd_event_add_io(loop_.get(), &source, added.descriptor.get(), EPOLLIN, onReadable,
-                               &added),
-               "listen to the lid");
+  checkSystemd(
+      sd_event_add_io(loop_.get(), &source, added.descriptor.get(), EPOLLIN, onReadable, &added),
+      "listen to the lid");
   added.source.reset(source);
 }
 
@@ -122,10 +120,11 @@ void LidSwitches::readAll(const Switch& lidSwitch) {
     const auto heard =
         std::span(events).first(static_cast<std::size_t>(count) / sizeof(input_event));
     // Events that were dropped may have been the lid's.
-    const bool isAboutTheLid = std::any_of(heard.begin(), heard.end(), [](const input_event& event) {
-      return (event.type == EV_SW && event.code == SW_LID) ||
-             (event.type == EV_SYN && event.code == SYN_DROPPED);
-    });
+    const bool isAboutTheLid =
+        std::any_of(heard.begin(), heard.end(), [](const input_event& event) {
+          return (event.type == EV_SW && event.code == SW_LID) ||
+                 (event.type == EV_SYN && event.code == SYN_DROPPED);
+        });
     if (isAboutTheLid) {
       moved_();
     }

@@ -23,8 +23,7 @@ constexpr Seconds never(3.2e9);
 LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus)
     : bus_(openDaemonBus(bus)),
       serviceManager_(events_),
-      watch_(events_,
-             bus_.kind == DaemonBus::Kind::system ? bus_.connection.get() : nullptr,
+      watch_(events_, bus_.kind == DaemonBus::Kind::system ? bus_.connection.get() : nullptr,
              [this](const std::string& what) { handlers_.machineChanged(what); }),
       timer_(events_, CLOCK_BOOTTIME, timerAccuracy, [this] { timerFired(); }) {
   addSignals();
@@ -37,8 +36,8 @@ void LinuxDaemonLoop::addSignals() {
   ::sigaddset(&signals, SIGTERM);
   ::sigaddset(&signals, SIGINT);
   checkSystemd(-::pthread_sigmask(SIG_BLOCK, &signals, nullptr), "block signals");
-  for (auto [signal, handle] : {std::pair(SIGTERM, &terminateSignal_),
-                                std::pair(SIGINT, &interruptSignal_)}) {
+  for (auto [signal, handle] :
+       {std::pair(SIGTERM, &terminateSignal_), std::pair(SIGINT, &interruptSignal_)}) {
     sd_event_source* made = nullptr;
     checkSystemd(sd_event_add_signal(events_.get(), &made, signal, onSignal, this),
                  "wait for signals");
@@ -99,8 +98,7 @@ void LinuxDaemonLoop::terminate() {
 
 int LinuxDaemonLoop::onBusLost(sd_bus_message* /*message*/, void* loop, sd_bus_error* /*error*/) {
   auto& self = *static_cast<LinuxDaemonLoop*>(loop);
-  self.events_.fail(
-      std::make_exception_ptr(std::runtime_error(self.bus_.name + " has gone")));
+  self.events_.fail(std::make_exception_ptr(std::runtime_error(self.bus_.name + " has gone")));
   return 0;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+
 #include <unistd.h>
 
 namespace nodo {
@@ -48,8 +49,9 @@ PowerOperationResult LogindPowerManager::setSleepDisabled(bool disabled) {
 
 PowerOperationResult LogindPowerManager::take() {
   PowerOperationResult result(
-      true, false, fmt::format("logind Inhibit(\"{}\", \"{}\", \"{}\", \"{}\")", what, who, why, mode),
-      0, "", "");
+      true, false,
+      fmt::format("logind Inhibit(\"{}\", \"{}\", \"{}\", \"{}\")", what, who, why, mode), 0, "",
+      "");
   try {
     // The old one, if any, is closed only after the new one stands: there is never a gap.
     inhibitor_ = logind_.inhibit(what, who, why, mode);

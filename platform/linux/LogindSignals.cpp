@@ -13,8 +13,8 @@ constexpr char path[] = "/org/freedesktop/login1";
 constexpr char managerInterface[] = "org.freedesktop.login1.Manager";
 constexpr char action[] = "listen to logind";
 
-// Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One that
-// is not understood may name it.
+// Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One
+// that is not understood may name it.
 bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
   const char* interface = nullptr;
   if (sd_bus_message_read(message, "s", &interface) < 0 ||
@@ -90,10 +90,10 @@ void LogindSignals::subscribe(sd_bus* bus) {
                action);
   connection_.sleep.reset(sleep);
   sd_bus_slot* properties = nullptr;
-  checkSystemd(sd_bus_match_signal_async(bus, &properties, service, path,
-                                         "org.freedesktop.DBus.Properties", "PropertiesChanged",
-                                         onProperties, nullptr, this),
-               action);
+  checkSystemd(
+      sd_bus_match_signal_async(bus, &properties, service, path, "org.freedesktop.DBus.Properties",
+                                "PropertiesChanged", onProperties, nullptr, this),
+      action);
   connection_.properties.reset(properties);
 }
 

@@ -16,11 +16,11 @@ constexpr char action[] = "ask polkit";
 SystemdHandle<sd_bus_slot> askPolkit(sd_bus* bus, const std::string& caller,
                                      sd_bus_message_handler_t answered, void* userData) {
   sd_bus_message* made = nullptr;
-  checkSystemd(sd_bus_message_new_method_call(
-                   bus, &made, "org.freedesktop.PolicyKit1",
-                   "/org/freedesktop/PolicyKit1/Authority", "org.freedesktop.PolicyKit1.Authority",
-                   "CheckAuthorization"),
-               action);
+  checkSystemd(
+      sd_bus_message_new_method_call(bus, &made, "org.freedesktop.PolicyKit1",
+                                     "/org/freedesktop/PolicyKit1/Authority",
+                                     "org.freedesktop.PolicyKit1.Authority", "CheckAuthorization"),
+      action);
   const SystemdHandle<sd_bus_message> call(made);
   const std::uint32_t noInteraction = 0;
   checkSystemd(sd_bus_message_append(made, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s",

@@ -36,14 +36,16 @@ class ProcFiles {
       if (size == buffer_.size()) {
         buffer_.resize(buffer_.size() * 2);
       }
-      const ssize_t count = ::read(file.get(), buffer_.data() + size, buffer_.size() - size);
-      if (count == 0) {
-        return std::string_view(buffer_).substr(0, size);
-      }
-      if (count > 0) {
-        size += static_cast<std::size_t>(count);
-      } else if (errno != EINTR) {
+      const std::size_t room = buffer_.size() - size;
+      const ssize_t count = ::read(file.get(), buffer_.data() + size, room);
+      if (count < 0 && errno != EINTR) {
         return std::nullopt;  // ESRCH: the process ended meanwhile
+      }
+      size += count > 0 ? static_cast<std::size_t>(count) : 0;
+      // These files are never short of what they could give, so that a look for the end, which
+      // would be one more call for each file, is saved.
+      if (count >= 0 && static_cast<std::size_t>(count) < room) {
+        return std::string_view(buffer_).substr(0, size);
       }
     }
   }
@@ -54,16 +56,36 @@ class ProcFiles {
   std::string buffer_ = std::string(4096, '\0');
 };
 
-// "PID (NAME) STATE PPID ...": the name may itself hold parentheses, so the last one ends it.
-std::optional<std::int32_t> parentFromStat(std::string_view stat) {
-  const auto nameEnd = stat.rfind(')');
-  if (nameEnd == std::string_view::npos) {
+struct Stat {
+  std::string name;
+  std::int32_t ppid = 0;
+  bool isKernelThread = false;
+};
+
+// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", proc(5): the name may itself hold
+// parentheses, so the last one ends it.
+std::optional<Stat> parseStat(std::string_view text) {
+  constexpr std::int64_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD
+  const auto nameBegin = text.find('(');
+  const auto nameEnd = text.rfind(')');
+  if (nameBegin == std::string_view::npos || nameEnd == std::string_view::npos ||
+      nameEnd < nameBegin) {
     return std::nullopt;
   }
-  std::string_view rest = stat.substr(nameEnd + 1);
+  std::string_view rest = text.substr(nameEnd + 1);
   takeField(rest);
   const auto parent = takeField(rest);
-  return parent ? integerFromText<std::int32_t>(*parent) : std::nullopt;
+  const auto ppid = parent ? integerFromText<std::int32_t>(*parent) : std::nullopt;
+  if (!ppid) {
+    return std::nullopt;
+  }
+  for (int skipped = 0; skipped < 4; ++skipped) {
+    takeField(rest);
+  }
+  const auto flags = integerFromText<std::int64_t>(takeField(rest).value_or(""));
+  return Stat{.name = std::string(text.substr(nameBegin + 1, nameEnd - nameBegin - 1)),
+              .ppid = *ppid,
+              .isKernelThread = (flags.value_or(0) & kernelThreadFlag) != 0};
 }
 
 std::string repaired(std::string_view text) {
@@ -75,29 +97,35 @@ std::string_view withoutTrailing(std::string_view text, char character) {
   return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-std::optional<RunningProcess> readProcess(ProcFiles& files, std::string_view pid) {
-  RunningProcess process;
-  process.pid = integerFromText<std::int32_t>(pid).value_or(0);
-  const auto stat = files.read(pid, "stat");
-  process.ppid = stat ? parentFromStat(*stat) : std::nullopt;
-  if (!process.ppid) {
-    return std::nullopt;
-  }
+// Fills in the executable and the command; false when the process is gone.
+bool readCommandLine(ProcFiles& files, std::string_view pid, RunningProcess& process) {
   const auto arguments = files.read(pid, "cmdline");
   if (!arguments) {
-    return std::nullopt;
+    return false;
   }
   // Each argument ends with a NUL; a process that renamed itself leaves a run of them.
   std::string command(withoutTrailing(*arguments, '\0'));
   process.executable = repaired(std::string_view(command).substr(0, command.find('\0')));
   std::replace(command.begin(), command.end(), '\0', ' ');
   process.command = repaired(command);
+  return true;
+}
+
+std::optional<RunningProcess> readProcess(ProcFiles& files, std::string_view pid) {
+  RunningProcess process;
+  process.pid = integerFromText<std::int32_t>(pid).value_or(0);
+  const auto text = files.read(pid, "stat");
+  const auto stat = text ? parseStat(*text) : std::nullopt;
+  if (!stat) {
+    return std::nullopt;
+  }
+  process.ppid = stat->ppid;
+  // A kernel thread has no command line, and there may be hundreds of them.
+  if (!stat->isKernelThread && !readCommandLine(files, pid, process)) {
+    return std::nullopt;
+  }
   if (process.executable.empty()) {  // a kernel thread, or one that has ended but is still listed
-    const auto name = files.read(pid, "comm");
-    if (!name) {
-      return std::nullopt;
-    }
-    process.executable = repaired(withoutTrailing(*name, '\n'));
+    process.executable = repaired(stat->name);
   }
   if (process.command.empty()) {
     process.command = process.executable;

@@ -69,8 +69,8 @@ RouteMessages::RouteMessages(EventLoop& loop, std::function<void()> suspected)
   checkSystemd(socket_ ? 0 : -errno, action);
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
-  address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE | RTMGRP_IPV4_IFADDR |
-                      RTMGRP_IPV6_IFADDR;
+  address.nl_groups =
+      RTMGRP_LINK | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
   const int bound =
       ::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   checkSystemd(bound == 0 ? 0 : -errno, action);

@@ -17,7 +17,7 @@ void find(void* library, Function& function, const char* name) {
 }
 
 SdBusLibrary load() {
-  void* library = ::dlopen(libraryName, RTLD_NOW | RTLD_LOCAL);
+  void* library = ::dlopen(libraryName, RTLD_LAZY | RTLD_LOCAL);
   if (library == nullptr) {
     throw BusError(std::string("no D-Bus client library: ") + ::dlerror());
   }

@@ -115,8 +115,8 @@ class TreeBuilder {
   }
 
   void addDoctor() {
-    CLI::App* doctor = add(Command::doctor, "doctor",
-                           "Check whether everything is in place, and say what is not");
+    CLI::App* doctor =
+        add(Command::doctor, "doctor", "Check whether everything is in place, and say what is not");
     doctor->add_flag("--verbose", invocation_.verbose,
                      "Add what else helps to find a reason, e.g. who else holds up sleep");
     doctor->footer("The exit status is 0 when the last line begins with \"Ready:\", else 1.");

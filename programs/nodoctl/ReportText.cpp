@@ -130,9 +130,8 @@ std::string blockersText(const SleepDiagnosticsReport& report, SleepBlockerScope
 }  // namespace
 
 std::string machineText(const StatusReport& report) {
-  return fmt::format("Power:      {}\nNetwork:    {}\nLid:        {}\n",
-                     powerText(report.snapshot), networkText(report),
-                     choose(report.snapshot.lidClosed, "closed", "open"));
+  return fmt::format("Power:      {}\nNetwork:    {}\nLid:        {}\n", powerText(report.snapshot),
+                     networkText(report), choose(report.snapshot.lidClosed, "closed", "open"));
 }
 
 std::string reportText(const StatusReport& report) {

@@ -208,7 +208,8 @@ TEST_F(HookScriptPayloadTest, PythonStartsOnlyForAValueThatCannotBeKnownWithoutI
   for (const std::string& payload :
        {std::string(), std::string("{}"), std::string(R"({"session_id":"abc","cwd":"/x"})"), cut,
         cut + "\"", cut + "x", cut + "\u00e4", cut + "\v",
-        std::string(R"({"tool_response":"\u001b[31mred\u001B[0m \u00e4\u2028\ud83d\ude00\u0000"})")}) {
+        std::string(
+            R"({"tool_response":"\u001b[31mred\u001B[0m \u00e4\u2028\ud83d\ude00\u0000"})")}) {
     EXPECT_EQ(eventOf(payload), "") << payload;
     EXPECT_EQ(calls(), Lines{}) << payload;
   }

@@ -41,8 +41,7 @@ HealthFacts lookAtMachine(const ToolContext& context) {
   try {
     facts.hookInspection = inspectHooks(context);
   } catch (const std::exception& error) {
-    facts.problems.push_back(std::string("the agents' hooks cannot be inspected: ") +
-                             error.what());
+    facts.problems.push_back(std::string("the agents' hooks cannot be inspected: ") + error.what());
   }
   return facts;
 }
@@ -62,11 +61,10 @@ HealthFacts gatherHealth(const HelperOptions& options, const ToolContext& contex
   // Only now the own status: the machine's senses are not for two threads.
   HealthFacts facts = machine.get();
   facts.unavailable = std::move(unavailable);
-  facts.status = fromDaemon
-                     ? SourcedStatus{.report = *std::move(fromDaemon),
-                                     .source = DoctorStatusSource::helper}
-                     : SourcedStatus{.report = localStatusAtAnyRate(context, facts.problems),
-                                     .source = DoctorStatusSource::local};
+  facts.status = fromDaemon ? SourcedStatus{.report = *std::move(fromDaemon),
+                                            .source = DoctorStatusSource::helper}
+                            : SourcedStatus{.report = localStatusAtAnyRate(context, facts.problems),
+                                            .source = DoctorStatusSource::local};
   return facts;
 }
 

@@ -56,8 +56,8 @@ StatusReport withoutState(const HostMachine& machine, Date now) {
   report.state = NODOState::fresh(now);
   report.agents = AgentDetector().detect(*machine.processListing);
   report.snapshot = machine.snapshotProvider->snapshot(now);
-  report.decision = PowerDecisionEngine{defaultPolicy}.evaluate(report.state, report.agents,
-                                                                report.snapshot);
+  report.decision =
+      PowerDecisionEngine{defaultPolicy}.evaluate(report.state, report.agents, report.snapshot);
   return report;
 }
 

@@ -26,7 +26,6 @@ class ProcProcessListingTest : public ::testing::Test {
     const std::string folderName = std::to_string(pid);
     proc.write(folderName + "/stat", std::to_string(pid) + " (" + name + ") S " +
                                          std::to_string(ppid) + " 1 1 0 -1 4194560 100\n");
-    proc.write(folderName + "/comm", name + "\n");
     proc.write(folderName + "/cmdline", cmdline);
   }
 
@@ -59,6 +58,21 @@ TEST_F(ProcProcessListingTest, NamesAProcessWithoutCommandLineAsTheKernelDoes) {
                         {.pid = 2, .ppid = 0, .executable = "kthreadd", .command = "kthreadd"}}));
 }
 
+TEST_F(ProcProcessListingTest, AKernelThreadIsNotAskedForACommandLine) {
+  proc.write("2/stat", "2 (kworker/0:1 (odd)) I 0 0 0 0 -1 69238880 0 0\n");
+  EXPECT_EQ(list(), (std::vector<RunningProcess>{{.pid = 2,
+                                                  .ppid = 0,
+                                                  .executable = "kworker/0:1 (odd)",
+                                                  .command = "kworker/0:1 (odd)"}}));
+}
+
+TEST_F(ProcProcessListingTest, ACommandLineThatJustFillsABufferIsReadToItsEnd) {
+  for (const std::size_t size : {4095U, 4096U, 4097U, 8192U}) {
+    addProcess(9, 1, "long", std::string(size, 'x'));
+    EXPECT_EQ(list().front().command.size(), size);
+  }
+}
+
 TEST_F(ProcProcessListingTest, AnEmptyFirstWordGivesWayToTheKernelsName) {
   addProcess(3, 1, "odd", "\0--flag\0"s);
   ASSERT_EQ(list().size(), 1U);
@@ -84,7 +98,6 @@ TEST_F(ProcProcessListingTest, RecordedAgentsAreRecognised) {
     }
     const std::string name = *row.member("comm")->text();
     folder.write("100/stat", "100 (" + name + ") S 1 1 1 0\n");
-    folder.write("100/comm", name + "\n");
     folder.write("100/cmdline", joinedWithNULs(words));
 
     const auto agents = AgentDetector().detect(ProcProcessListing(folder.path()));

@@ -31,8 +31,7 @@ class StateCommandsTest : public ToolFixture {
     const std::string after = "); using the local state\n";
     EXPECT_TRUE(outcome.error.starts_with(before) && outcome.error.ends_with(after))
         << outcome.error;
-    return outcome.error.substr(before.size(),
-                                outcome.error.size() - before.size() - after.size());
+    return outcome.error.substr(before.size(), outcome.error.size() - before.size() - after.size());
   }
 
   void startFallback() {
@@ -223,11 +222,10 @@ TEST_F(StateCommandsTest, TheBusIsAsTheCommandLineSays) {
 }
 
 TEST_F(StateCommandsTest, OptionsForTheDaemonThatMakeNoSenseAreAWrongUse) {
-  const Texts cases[] = {{"--helper-timeout", "0"},   {"--helper-timeout", "-1"},
-                         {"--helper-timeout", "1s"},  {"--helper-timeout", "."},
-                         {"--helper-timeout", "nan"}, {"--helper-timeout", ""},
-                         {"--helper-timeout", "1.2.3"}, {"--bus", "sessions"},
-                         {"--bus", ""}};
+  const Texts cases[] = {
+      {"--helper-timeout", "0"},     {"--helper-timeout", "-1"},  {"--helper-timeout", "1s"},
+      {"--helper-timeout", "."},     {"--helper-timeout", "nan"}, {"--helper-timeout", ""},
+      {"--helper-timeout", "1.2.3"}, {"--bus", "sessions"},       {"--bus", ""}};
 
   for (const Texts& each : cases) {
     const Outcome outcome = run({"status", each[0], each[1]});
