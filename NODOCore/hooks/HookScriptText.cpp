@@ -29,15 +29,18 @@ if [[ ! -t 0 ]]; then
   HOOK_PAYLOAD=$(exec head -c 65536)
 fi
 
-# One line, whatever the words hold. /tmp is open to everybody: a link there may lead to any file,
-# and a pipe would hold the agent up.
+# One line, whatever the words hold: the log is read by all that Unicode knows as an end of a line.
+# /tmp is open to everybody: a link there may lead to any file, and a pipe would hold the agent up.
 log() {
-  local message="$*" line_ends=$'\r\n' now
+  local message="$*" line_end now
   if [[ -L $LOG_PATH || -p $LOG_PATH ]]; then
     return
   fi
+  for line_end in $'\n' $'\r' $'\v' $'\f' $'\xC2\x85' $'\xE2\x80\xA8' $'\xE2\x80\xA9'; do
+    message=${message//"$line_end"/ }
+  done
   now=$(exec date '+%Y-%m-%d %H:%M:%S')
-  printf '%s %s\n' "$now" "${message//[$line_ends]/ }" >>"$LOG_PATH"
+  printf '%s %s\n' "$now" "$message" >>"$LOG_PATH"
 }
 
 # Sets DECIMAL to the number without leading zeros; fails for anything but decimal digits.
@@ -219,7 +222,9 @@ record_extend_stamp() {
   if [[ ! -d $folder ]]; then
     mkdir -p -- "$folder"
   fi
-  date +%s >"$STAMP_PATH"
+  if [[ ! -p $STAMP_PATH ]]; then
+    date +%s >"$STAMP_PATH"
+  fi
 }
 
 fallback_caffeinate() {

@@ -5,7 +5,6 @@
 
 #include <optional>
 #include <string>
-#include <system_error>
 
 namespace nodo {
 namespace {
@@ -45,11 +44,7 @@ NODOState StateStore::load() const {
 
 void StateStore::save(const NODOState& state) const {
   const std::string content = encodeJSON(state, JSONLayout::prettySorted) + "\n";
-  std::error_code failure;
-  std::filesystem::create_directories(directory, failure);
-  if (failure) {
-    throw std::system_error(failure, "Unable to make the folder " + directory.string());
-  }
+  makeFolder(directory);
   replaceFile(stateURL(), content);
 }
 

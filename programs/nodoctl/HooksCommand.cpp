@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <exception>
 #include <stdexcept>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -63,6 +64,15 @@ Targets targetsOf(const Invocation& invocation) {
   return targets;
 }
 
+AgentHookInstallReport failureReport(std::string target, const fs::path& path,
+                                     const std::exception& error) {
+  return {.target = std::move(target),
+          .path = path.string(),
+          .changed = false,
+          .message = "failed",
+          .error = error.what()};
+}
+
 // One by one, so that a file that cannot be changed keeps only its own agent's hooks installed. The
 // script stays as long as an agent may still run it.
 Reports uninstallReportingFailures(const AgentHookInstaller& installer, const Targets& targets) {
@@ -73,15 +83,17 @@ Reports uninstallReportingFailures(const AgentHookInstaller& installer, const Ta
       reports.push_back(installer.uninstall({target}).front());
     } catch (const std::exception& error) {
       failed = true;
-      reports.push_back({.target = std::string(rawValue(target)),
-                         .path = hookConfigurationFile(target, installer.homeDirectory).string(),
-                         .changed = false,
-                         .message = "failed",
-                         .error = error.what()});
+      reports.push_back(failureReport(std::string(rawValue(target)),
+                                      hookConfigurationFile(target, installer.homeDirectory),
+                                      error));
     }
   }
   if (!failed && targets.size() == allCases<AgentHookTarget>().size()) {
-    reports.push_back(installer.uninstall(targets).back());
+    try {
+      reports.push_back(installer.uninstall(targets).back());
+    } catch (const std::exception& error) {
+      reports.push_back(failureReport("hook-script", installer.hookScriptPath, error));
+    }
   }
   return reports;
 }

@@ -66,6 +66,10 @@ HookScriptFixture::HookScriptFixture() {
 
 void HookScriptFixture::run(const std::string& payload) {
   folder_.write("payload", payload);
+  runWithPayloadThere();
+}
+
+void HookScriptFixture::runWithPayloadThere() {
   std::vector<std::string> arguments = {
       "-c",
       R"(cd "$1" && payload=$2 && shift 2 && exec "$@" <"$payload")",

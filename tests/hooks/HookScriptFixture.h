@@ -28,6 +28,9 @@ class HookScriptFixture : public ::testing::Test {
   /// with 0 and prints nothing.
   void run(const std::string& payload = "");
 
+  /// The same with whatever the test has put at "payload" in its folder.
+  void runWithPayloadThere();
+
   /// Sets a variable of the script's environment, which holds nothing else than what is set here.
   void set(const std::string& name, const std::string& value) { environment_[name] = value; }
 

@@ -110,6 +110,19 @@ TEST_F(HookScriptPayloadTest, ContextsAreMadeOfProjectAndSession) {
   }
 }
 
+TEST_F(HookScriptPayloadTest, AnEmptySessionIsPassedOverForALaterOneOfTheSameName) {
+  EXPECT_EQ(contextOf(R"({"session_id":"","agent":{"session_id":"0123456789"},"cwd":"/a/b"})"),
+            "b - session 01234567");
+  EXPECT_EQ(contextOf(R"([{"session_id":null},{"session_id":""},{"session_id":"abc"}])"),
+            "project - session abc");
+}
+
+TEST_F(HookScriptPayloadTest, AnUnknownAgentHasTheEventOfItsPayload) {
+  unset("NODO_HOOK_AGENT");
+  run(R"({"hook_event_name":"Stop"})");
+  EXPECT_EQ(log().back(), "nodo active minutes=20 requester=Agent context=project event=Stop");
+}
+
 TEST_F(HookScriptPayloadTest, AnEmptyContextIsNotPassedOn) {
   EXPECT_EQ(contextOf(R"({"cwd":"/"})"), std::nullopt);
   EXPECT_EQ(contextOf(R"({"cwd":"."})"), std::nullopt);

@@ -83,6 +83,26 @@ TEST_F(HooksCommandTest, OnlyTheNamedTargetsAreTouched) {
   EXPECT_TRUE(fs::exists(home / ".nodo/nodo-agent-hook.sh"));
 }
 
+TEST_F(HooksCommandTest, AScriptThatCannotBeRemovedIsReportedBesideWhatWas) {
+  run({"hooks", "install"});
+  fs::remove(home / ".nodo/nodo-agent-hook.sh");
+  fs::create_directory(home / ".nodo/nodo-agent-hook.sh");
+  const Outcome outcome = run({"hooks", "uninstall", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.error, "nodoctl: 1 of 5 could not be uninstalled\n");
+  const auto reports = decodeJSON<std::vector<AgentHookInstallReport>>(outcome.output);
+  ASSERT_EQ(reports.size(), 5U);
+  for (std::size_t index = 0; index < 4; ++index) {
+    EXPECT_EQ(reports[index].message, "removed");
+  }
+  EXPECT_EQ(reports[4].target, "hook-script");
+  EXPECT_EQ(reports[4].path, (home / ".nodo/nodo-agent-hook.sh").string());
+  EXPECT_EQ(reports[4].message, "failed");
+  EXPECT_THAT(reports[4].error.value_or(""), HasSubstr("nodo-agent-hook.sh"));
+  EXPECT_THAT(run({"hooks", "uninstall"}).output,
+              HasSubstr("Hook script: failed: Unable to remove"));
+}
+
 TEST_F(HooksCommandTest, AnInstallationIsShownWithWhatIsLeftToDo) {
   const std::string base = home.string();
   const Outcome first = run({"hooks", "install"});
@@ -271,6 +291,23 @@ TEST_F(HooksCommandTest, AFolderWrittenOtherwiseIsTheSameFolder) {
   }
   ASSERT_EQ(relative.front(), '.');  // "..", which may mean another folder behind a link
   EXPECT_TRUE(fs::path(inspect({"--home", relative + "/home"}).hookScriptPath).is_absolute());
+}
+
+TEST_F(HooksCommandTest, AHomeFromWhereThePersonStandsIsWrittenAbsolute) {
+  const std::string relative = (fs::relative(folder.path()) / "home").string();
+  const Outcome outcome = run({"hooks", "install", "--home", relative, "--json"});
+  for (const auto& report : decodeJSON<std::vector<AgentHookInstallReport>>(outcome.output)) {
+    EXPECT_TRUE(fs::path(report.path).is_absolute()) << report.path;
+  }
+  const std::string asWritten = "..";
+  for (const char* file : {".claude/settings.json", ".codex/hooks.json", ".grok/hooks/nodo.json",
+                           ".pi/agent/extensions/nodo.ts"}) {
+    const std::string text = folder.read(std::string("home/") + file);
+    EXPECT_THAT(text, HasSubstr("/.nodo/nodo-agent-hook.sh")) << file;
+    EXPECT_THAT(text, Not(HasSubstr("'" + asWritten))) << file;
+    EXPECT_THAT(text, Not(HasSubstr("\"" + asWritten))) << file;
+  }
+  EXPECT_THAT(outcome.output + outcome.error, Not(HasSubstr("\"" + asWritten)));
 }
 
 TEST_F(HooksCommandTest, TheHooksRunThisToolByItsPlaceInPATH) {
