@@ -20,8 +20,9 @@ namespace nodo {
 /// One whose caller has left meanwhile is dropped. Not thread-safe: all in the loop's thread.
 class HelperListener {
  public:
-  /// More requests than these do not wait for polkit at a time.
-  static constexpr std::size_t mostWaiting = 256;
+  /// More requests than these do not wait for polkit at a time. The bus itself usually lets a peer
+  /// wait for 128 answers; the daemon must always have some left to ask who calls.
+  static constexpr std::size_t mostWaiting = 100;
 
   /// Takes the helper's name. From then on requests reach `service` while the loop runs. Throws
   /// std::runtime_error when the name is taken or the bus does not give it.

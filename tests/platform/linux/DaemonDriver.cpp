@@ -1,0 +1,162 @@
+// A stand-in for nodod around the real loop and the real lock, that says on standard output what
+// reaches it. For scripts that play its clients, its machine and its service manager.
+//
+// usage: nodo_daemon_driver loop [BUS]
+//        nodo_daemon_driver lock    takes "take", "release", "sleep", "held" on standard input
+//        nodo_daemon_driver choose  auto|logind|simulated|pmset
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/power/PowerOperationResult.h>
+#include <platform/DaemonMachine.h>
+
+#include <csignal>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using nodo::HelperReply;
+using nodo::Seconds;
+
+void say(const std::string& line) {
+  std::cout << line << std::endl;
+}
+
+std::string textOr(const std::optional<std::string>& text) {
+  return text ? "'" + *text + "'" : "-";
+}
+
+// Says what was asked and answers with its number. Some numbers of minutes ask for a misdeed or for
+// something to be told to the loop.
+class Service : public nodo::NODOHelperXPCProtocol {
+ public:
+  explicit Service(nodo::DaemonLoop& loop) : loop_(loop) {}
+
+  void status(HelperReply reply) override { answer("status", reply); }
+
+  void enableManual(std::int64_t minutes, HelperReply reply) override {
+    switch (minutes) {
+      case -1:
+        throw std::runtime_error("the driver fails");
+      case -2:
+        reply(std::nullopt);
+        break;
+      case -3:
+        reply("\xff");
+        break;
+      case -4:
+        break;
+      case -5:
+        kept_ = reply;
+        break;
+      default:
+        answer("enableManual " + std::to_string(minutes), reply);
+    }
+  }
+
+  void enableManualV2(std::int64_t minutes, bool extendOnly,
+                      std::optional<std::string> requesterName,
+                      std::optional<std::string> requesterContext,
+                      std::optional<std::string> requesterEvent, HelperReply reply) override {
+    if (requesterName == "timer") {
+      loop_.setTimer(minutes < 0 ? std::nullopt
+                                 : std::optional(Seconds(0.001 * static_cast<double>(minutes))));
+    } else if (requesterName == "lock") {
+      loop_.setLockHeld(minutes != 0);
+    }
+    answer("enableManualV2 " + std::to_string(minutes) + (extendOnly ? " extend " : " replace ") +
+               textOr(requesterName) + " " + textOr(requesterContext) + " " +
+               textOr(requesterEvent),
+           reply);
+  }
+
+  void stop(HelperReply reply) override {
+    answer("stop", reply);
+    if (kept_) {
+      std::exchange(kept_, nullptr)("late");
+    }
+  }
+
+  void reconcile(HelperReply reply) override { answer("reconcile", reply); }
+
+  void repair(HelperReply reply) override { answer("repair", reply); }
+
+ private:
+  void answer(const std::string& what, const HelperReply& reply) {
+    say("request " + what);
+    reply("answer " + std::to_string(++count_));
+  }
+
+  nodo::DaemonLoop& loop_;
+  HelperReply kept_;
+  int count_ = 0;
+};
+
+void runLoop(const std::optional<std::string>& bus) {
+  const auto loop = nodo::makeDaemonLoop(bus);
+  Service service(*loop);
+  loop->serve(service);
+  say("serving");
+  loop->run({.machineChanged = [](const std::string& what) { say("changed " + what); },
+             .timerFired = [] { say("timer"); },
+             .terminate = [] { say("terminate"); }});
+  say("over");
+}
+
+std::string textOf(std::optional<bool> held) {
+  return !held ? "unknown" : *held ? "yes" : "no";
+}
+
+std::string attempt(const std::function<nodo::PowerOperationResult()>& operation) {
+  try {
+    return encodeJSON(operation(), nodo::JSONLayout::compact);
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+void runLock() {
+  nodo::SleepLock lock = nodo::makeSleepLock(nodo::PowerChoice::logind);
+  for (std::string command; std::getline(std::cin, command);) {
+    if (command == "take" || command == "release") {
+      say(attempt([&] { return lock.manager->setSleepDisabled(command == "take"); }));
+    } else if (command == "sleep") {
+      say(attempt([&] { return lock.manager->requestSleepNow(); }));
+    } else {
+      say(textOf(lock.isHeld()));
+    }
+  }
+}
+
+void choose(const std::string& name) {
+  const std::map<std::string, nodo::PowerChoice> choices{
+      {"auto", nodo::PowerChoice::automatic},
+      {"logind", nodo::PowerChoice::logind},
+      {"simulated", nodo::PowerChoice::simulated},
+      {"pmset", nodo::PowerChoice::pmset}};
+  const nodo::SleepLock lock = nodo::makeSleepLock(choices.at(name));
+  say(lock.isSimulated ? "simulated" : "real");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    const std::string what = argc > 1 ? argv[1] : "";
+    if (what == "loop") {
+      runLoop(argc > 2 ? std::optional<std::string>(argv[2]) : std::nullopt);
+    } else if (what == "lock") {
+      runLock();
+    } else if (what == "choose" && argc > 2) {
+      choose(argv[2]);
+    } else {
+      throw std::runtime_error("no such thing to drive: " + what);
+    }
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "driver: " << error.what() << std::endl;
+    return 1;
+  }
+}
