@@ -38,6 +38,9 @@ class TreeBuilder {
     addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
     addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
     addHooks();
+    addStateOptions(*add(Command::menu, "menu", "Show once what a menu bar would show"));
+    addWatch();
+    addRun();
     addCompletion();
     return app_;
   }
@@ -71,7 +74,9 @@ class TreeBuilder {
     command
         .add_option_function<std::string>(
             "--helper-timeout",
-            [&into = invocation_](const std::string& text) { into.helperTimeout = seconds(text); },
+            [&into = invocation_](const std::string& text) {
+              into.helperTimeout = seconds("--helper-timeout", text);
+            },
             "How long the daemon may take for one answer; 1 otherwise")
         ->type_name("SECONDS");
     command
@@ -86,15 +91,18 @@ class TreeBuilder {
     addHelperOptions(command);
   }
 
-  void addManual() {
-    CLI::App* manual = add(Command::manual, "manual", "Keep the computer awake for some minutes");
-    manual
-        ->add_option_function<std::string>(
+  CLI::Option* addMinutes(CLI::App& command, const std::string& description) {
+    return command
+        .add_option_function<std::string>(
             "--minutes",
             [&into = invocation_](const std::string& text) { into.minutes = wholeNumber(text); },
-            "How long from now, in whole minutes")
-        ->type_name("N")
-        ->required();
+            description)
+        ->type_name("N");
+  }
+
+  void addManual() {
+    CLI::App* manual = add(Command::manual, "manual", "Keep the computer awake for some minutes");
+    addMinutes(*manual, "How long from now, in whole minutes")->required();
     manual->add_flag("--extend-only", invocation_.extendOnly,
                      "Never shorten a timer that runs longer");
     manual->add_option("--requester", invocation_.requester, "Who asks, e.g. \"Claude Code\"")
@@ -162,6 +170,30 @@ class TreeBuilder {
     addJSON(command);
   }
 
+  void addWatch() {
+    CLI::App* watch = add(Command::watch, "watch",
+                          "Show the menu live, until Ctrl-C; in a pipe a line at each change");
+    watch
+        ->add_option_function<std::string>(
+            "--interval",
+            [&into = invocation_](const std::string& text) {
+              into.interval = seconds("--interval", text);
+            },
+            "How often to look, in seconds; 0.5 otherwise")
+        ->type_name("S");
+    addStateOptions(*watch);
+  }
+
+  void addRun() {
+    CLI::App* run = add(Command::run, "run", "Keep the computer awake while a command runs");
+    addMinutes(*run, "How far ahead of the present the timer is kept; 20 otherwise");
+    addHelperOptions(*run);
+    run->add_option("command", invocation_.words, "What to run, behind \"--\"")
+        ->type_name("COMMAND [ARG ...]")
+        ->required();
+    run->footer("The command's standard streams, signals and exit status are its own.");
+  }
+
   void addCompletion() {
     CLI::App* completion =
         add(Command::completion, "completion", "Print a completion script for a shell");
@@ -181,14 +213,13 @@ class TreeBuilder {
   }
 
   // Digits and at most one point, whatever the locale.
-  static double seconds(const std::string& text) {
+  static double seconds(const std::string& option, const std::string& text) {
     double value = 0;
     std::istringstream stream(text);
     stream.imbue(std::locale::classic());
     if (text.find_first_not_of("0123456789.") != std::string::npos || !(stream >> value) ||
         !stream.eof() || !(value > 0)) {
-      throw CLI::ValidationError("--helper-timeout",
-                                 "\"" + text + "\" is not a number of seconds above 0");
+      throw CLI::ValidationError(option, "\"" + text + "\" is not a number of seconds above 0");
     }
     return value;
   }

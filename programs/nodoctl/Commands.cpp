@@ -4,6 +4,8 @@
 #include <programs/nodoctl/HooksCommand.h>
 #include <programs/nodoctl/ReportAnswer.h>
 #include <programs/nodoctl/commands/DoctorCommand.h>
+#include <programs/nodoctl/commands/MenuCommands.h>
+#include <programs/nodoctl/commands/RunCommand.h>
 #include <programs/nodoctl/commands/StateCommands.h>
 
 namespace nodo::nodoctl {
@@ -34,6 +36,12 @@ Answer perform(const Invocation& invocation, const ToolContext& context) {
       return performHooks(invocation, context);
     case Command::doctor:
       return performDoctor(invocation, context);
+    case Command::menu:
+      return performMenu(invocation, context);
+    case Command::watch:
+      return performWatch(invocation, context);
+    case Command::run:
+      return performRun(invocation, context);
     default:
       return performOnState(invocation, context);
   }

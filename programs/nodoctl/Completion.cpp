@@ -23,6 +23,7 @@ struct CommandEntry {
   std::vector<Option> options;
   std::vector<std::string> arguments;  // the words that may follow instead of an option
   bool repeatsArguments = false;
+  bool runsCommand = false;            // whether a command line of its own follows
   std::vector<CommandEntry> commands;  // those that only make sense behind this one
 };
 
@@ -43,10 +44,15 @@ CommandEntry describe(const CLI::App& app) {
                      .options = {},
                      .arguments = {},
                      .repeatsArguments = false,
+                     .runsCommand = false,
                      .commands = {}};
   for (const CLI::Option* option : app.get_options()) {
     const bool takesValue = option->get_type_size() > 0;
-    // The positional arguments are choices, which their type's name spells out.
+    // The positional arguments are choices, which their type's name spells out, or a command line.
+    if (option->get_positional() && option->get_name() == "command") {
+      entry.runsCommand = true;
+      continue;
+    }
     if (option->get_positional()) {
       entry.arguments = splitChoices(option->get_type_name());
       entry.repeatsArguments = option->get_items_expected_max() > 1;
@@ -64,9 +70,9 @@ CommandEntry describe(const CLI::App& app) {
   return entry;
 }
 
-std::vector<CommandEntry> describeCommands() {
+CommandEntry describeProgram() {
   Invocation unused;
-  return describe(*makeCommandTree(unused)).commands;
+  return describe(*makeCommandTree(unused));
 }
 
 std::string names(const CommandEntry& command) {
@@ -99,15 +105,15 @@ std::string quoted(std::string_view text, std::string_view escaped) {
 }
 
 // The options that a value follows, each once, as a pattern of the shell.
-void addValued(const std::vector<CommandEntry>& commands, std::vector<std::string>& valued) {
-  for (const CommandEntry& command : commands) {
-    for (const Option& option : command.options) {
-      if (!option.valueName.empty() &&
-          std::find(valued.begin(), valued.end(), option.name) == valued.end()) {
-        valued.push_back(option.name);
-      }
+void addValued(const CommandEntry& command, std::vector<std::string>& valued) {
+  for (const Option& option : command.options) {
+    if (!option.valueName.empty() &&
+        std::find(valued.begin(), valued.end(), option.name) == valued.end()) {
+      valued.push_back(option.name);
     }
-    addValued(command.commands, valued);
+  }
+  for (const CommandEntry& inner : command.commands) {
+    addValued(inner, valued);
   }
 }
 
@@ -120,34 +126,54 @@ std::string bashCases(const CommandEntry& command) {
   return cases + fmt::format("      '{} '*) words='{}' ;;\n", command.name, names(command));
 }
 
-std::string bashScript(const std::vector<CommandEntry>& commands) {
-  std::string all;
+std::string bashScript(const CommandEntry& program) {
   std::string cases;
-  for (const CommandEntry& command : commands) {
-    all += command.name + " ";
+  std::vector<std::string> running;
+  for (const CommandEntry& command : program.commands) {
     cases += bashCases(command);
+    if (command.runsCommand) {
+      running.push_back(command.name);
+    }
   }
   std::vector<std::string> valued;
-  addValued(commands, valued);
+  addValued(program, valued);
   return fmt::format(R"(# bash completion for nodoctl
 _nodoctl() {{
   local current=${{COMP_WORDS[COMP_CWORD]}} previous=${{COMP_WORDS[COMP_CWORD-1]}} words='' word=''
+  local at=1 mark
   COMPREPLY=()
-  case $previous in
-    {}) return ;;
+  while [ "$at" -lt "$COMP_CWORD" ]; do
+    case ${{COMP_WORDS[at]}} in
+      {0}) at=$((at + 2)) ;;
+      -*) at=$((at + 1)) ;;
+      *) break ;;
+    esac
+  done
+  case ${{COMP_WORDS[at]-}} in
+    {1})
+      for ((mark = at + 1; mark < COMP_CWORD; mark++)); do
+        [ "${{COMP_WORDS[mark]}}" = -- ] || continue
+        words=-f
+        [ "$mark" -lt $((COMP_CWORD - 1)) ] || words=-c
+        while IFS= read -r word; do COMPREPLY+=("$word"); done < <(compgen $words -- "$current")
+        return
+      done ;;
   esac
-  if [ "$COMP_CWORD" -eq 1 ]; then
-    words='{}--help --version'
+  case $previous in
+    {0}) return ;;
+  esac
+  if [ "$at" -ge "$COMP_CWORD" ]; then
+    words='{2}'
   else
-    [ "$COMP_CWORD" -eq 2 ] || word=${{COMP_WORDS[2]}}
-    case "${{COMP_WORDS[1]}} $word" in
-{}    esac
+    [ "$COMP_CWORD" -le $((at + 1)) ] || word=${{COMP_WORDS[at+1]}}
+    case "${{COMP_WORDS[at]-}} $word" in
+{3}    esac
   fi
   while IFS= read -r word; do COMPREPLY+=("$word"); done < <(compgen -W "$words" -- "$current")
 }}
 complete -F _nodoctl nodoctl
 )",
-                     fmt::join(valued, "|"), all, cases);
+                     fmt::join(valued, "|"), fmt::join(running, "|"), names(program), cases);
 }
 
 std::string zshArguments(const CommandEntry& command) {
@@ -156,6 +182,9 @@ std::string zshArguments(const CommandEntry& command) {
     std::string specification = option.name + "[" + option.description + "]";
     specification += option.valueName.empty() ? "" : ":" + option.valueName + ":";
     arguments += " \\\n      " + quoted(specification, "");
+  }
+  if (command.runsCommand) {
+    arguments += " \\\n      '*:: :_normal'";
   }
   if (!command.arguments.empty()) {
     arguments += fmt::format(" \\\n      '{}: :({})'", command.repeatsArguments ? "*" : "1",
@@ -190,31 +219,44 @@ std::string zshCase(const CommandEntry& command) {
                      command.name, all, zshArguments(command), cases);
 }
 
-std::string zshScript(const std::vector<CommandEntry>& commands) {
+std::string zshScript(const CommandEntry& program) {
   std::string list;
   std::string cases;
-  for (const CommandEntry& command : commands) {
+  for (const CommandEntry& command : program.commands) {
     list += "    " + quoted(command.name + ":" + command.description, "") + "\n";
     cases += zshCase(command);
+  }
+  std::vector<std::string> valued;
+  for (const Option& option : program.options) {
+    if (!option.valueName.empty()) {
+      valued.push_back(option.name);
+    }
   }
   return fmt::format(R"(#compdef nodoctl
 _nodoctl() {{
   local -a commands=(
-{}  )
+{0}  )
+  while (( CURRENT > 2 )) && [[ $words[2] == -* ]]; do
+    case $words[2] in
+      {3}) shift words; (( CURRENT-- )); (( CURRENT > 2 )) || return 1 ;;
+    esac
+    shift words
+    (( CURRENT-- ))
+  done
   if (( CURRENT == 2 )); then
     _describe command commands
-    _arguments '--help[Show this help and exit]' '--version[Show the version and exit]'
+    {1}
     return
   fi
   local command=$words[2]
   shift words
   (( CURRENT-- ))
   case $command in
-{}  esac
+{2}  esac
 }}
 if [ "$funcstack[1]" = _nodoctl ]; then _nodoctl "$@"; else compdef _nodoctl nodoctl; fi
 )",
-                     list, cases);
+                     list, zshArguments(program), cases, fmt::join(valued, "|"));
 }
 
 // Completions of a command, offered where `condition` holds.
@@ -237,18 +279,28 @@ std::string fishLines(const CommandEntry& command, const std::string& condition)
   for (const std::string& argument : command.arguments) {
     script += fmt::format("{}-a {}\n", inside, argument);
   }
+  if (command.runsCommand) {
+    // The words of which one follows an option begin behind the first that looks like a short one.
+    script += inside + "-a '(__fish_complete_subcommand --fcs-skip=2 -h";
+    for (const Option& option : command.options) {
+      script += option.valueName.empty() ? "" : " " + option.name;
+    }
+    script += ")'\n";
+  }
   for (const CommandEntry& inner : command.commands) {
     script += fishLines(inner, condition + "; and __fish_seen_subcommand_from " + inner.name);
   }
   return script;
 }
 
-std::string fishScript(const std::vector<CommandEntry>& commands) {
+std::string fishScript(const CommandEntry& program) {
   std::string script = "# fish completion for nodoctl\ncomplete -c nodoctl -f\n";
   const std::string onTop = "complete -c nodoctl -n __fish_use_subcommand ";
-  script += onTop + "-l help -d 'Show this help and exit'\n";
-  script += onTop + "-l version -d 'Show the version and exit'\n";
-  for (const CommandEntry& command : commands) {
+  for (const Option& option : program.options) {
+    script += fmt::format("{}-l {} {}-d {}\n", onTop, option.name.substr(2),
+                          option.valueName.empty() ? "" : "-x ", quoted(option.description, "\\"));
+  }
+  for (const CommandEntry& command : program.commands) {
     script +=
         fmt::format("{}-a {} -d {}\n", onTop, command.name, quoted(command.description, "\\"));
     script += fishLines(command, "__fish_seen_subcommand_from " + command.name);
@@ -259,11 +311,11 @@ std::string fishScript(const std::vector<CommandEntry>& commands) {
 }  // namespace
 
 std::string completionScript(const std::string& shell) {
-  const std::vector<CommandEntry> commands = describeCommands();
+  const CommandEntry program = describeProgram();
   if (shell == "bash") {
-    return bashScript(commands);
+    return bashScript(program);
   }
-  return shell == "zsh" ? zshScript(commands) : fishScript(commands);
+  return shell == "zsh" ? zshScript(program) : fishScript(program);
 }
 
 }  // namespace nodo::nodoctl

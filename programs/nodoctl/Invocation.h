@@ -21,7 +21,10 @@ enum class Command {
   hooksUninstall,
   hooksInspect,
   completion,
-  doctor
+  doctor,
+  menu,
+  watch,
+  run
 };
 
 /// What one command line asks for.
@@ -31,7 +34,7 @@ struct Invocation {
   bool verbose = false;
   std::optional<std::string> bus;  ///< where the daemon is looked for
   double helperTimeout = 1;        ///< seconds for each request to it
-  std::int64_t minutes = 0;
+  std::int64_t minutes = 20;
   bool extendOnly = false;
   std::optional<std::string> requester;
   std::optional<std::string> context;
@@ -41,6 +44,8 @@ struct Invocation {
   std::optional<std::string> home;
   std::optional<std::string> nodoctl;
   std::string shell;
+  double interval = 0.5;           ///< seconds between two looks of "watch"
+  std::vector<std::string> words;  ///< of the command that "run" runs
 };
 
 }  // namespace nodo::nodoctl

@@ -32,8 +32,10 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
   for (const std::string& hint : answer.hints) {
     complain(context.error, hint);
   }
-  write(context.output, answer.output);
-  return answer.failed ? failure : success;
+  if (!answer.output.empty()) {
+    write(context.output, answer.output);
+  }
+  return answer.exitStatus.value_or(answer.failed ? failure : success);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <platform/HostMachine.h>
+#include <programs/nodoctl/terminal/SignalQueue.h>
+#include <programs/nodoctl/terminal/Terminal.h>
 
 #include <functional>
 #include <iosfwd>
@@ -24,11 +26,16 @@ struct ToolContext {
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;
+  /// Where `output` goes, if that may be a terminal.
+  std::shared_ptr<Terminal> terminal = {};
+  std::function<std::unique_ptr<SignalQueue>(const std::vector<int>& signals)> catchSignals =
+      nodoctl::catchSignals;
   std::string startedAs = {};  ///< the program's name on the command line
 };
 
 /// Runs nodoctl with `arguments` (without the program's name) and returns its exit status: 0 for
-/// success, 2 for a wrong use, 1 for any other failure. The answer is written whole or not at all.
+/// success, 2 for a wrong use, 1 for any other failure, and that of the command that "run" runs.
+/// The answer is written whole or not at all.
 int runTool(const std::vector<std::string>& arguments, const ToolContext& context);
 
 }  // namespace nodo::nodoctl

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 int main(int argc, char** argv) {
   // A parent that ignores SIGCHLD passes that on, and then the tools' exit statuses would be lost.
   std::signal(SIGCHLD, SIG_DFL);
@@ -16,5 +18,6 @@ int main(int argc, char** argv) {
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,
+                                            .terminal = nodo::nodoctl::terminalAt(STDOUT_FILENO),
                                             .startedAs = argc > 0 ? argv[0] : ""});
 }

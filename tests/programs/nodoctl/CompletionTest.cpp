@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace nodo::nodoctl {
@@ -36,9 +37,50 @@ using Words = std::vector<std::string>;
 
 TEST(CompletionTest, BashOffersTheCommands) {
   EXPECT_EQ(completedByBash({"nodoctl", ""}),
-            (Words{"status", "manual", "stop", "repair", "reconcile", "diagnostics", "agents",
-                   "hooks", "completion", "--help", "--version"}));
+            (Words{"status", "manual", "stop", "repair", "reconcile", "doctor", "diagnostics",
+                   "agents", "hooks", "menu", "watch", "run", "completion", "--help", "--version",
+                   "--helper-timeout", "--bus"}));
   EXPECT_EQ(completedByBash({"nodoctl", "re"}), (Words{"repair", "reconcile"}));
+}
+
+TEST(CompletionTest, BashPassesOverOptionsInFrontOfTheCommand) {
+  EXPECT_EQ(completedByBash({"nodoctl", "--bus", "session", "do"}), (Words{"doctor"}));
+  EXPECT_EQ(completedByBash({"nodoctl", "--bus", ""}), (Words{}));
+  EXPECT_EQ(completedByBash({"nodoctl", "--helper-timeout", "2", "doctor", "--v"}),
+            (Words{"--version", "--verbose"}));
+}
+
+TEST(CompletionTest, BashOffersProgramsWhereOneIsToBeRun) {
+  EXPECT_EQ(completedByBash({"nodoctl", "run", "--m"}), (Words{"--minutes"}));
+  for (const Words& words :
+       {Words{"nodoctl", "run", "--", "mkfif"},
+        Words{"nodoctl", "--bus", "x", "run", "--minutes", "5", "--", "mkfif"}}) {
+    EXPECT_THAT(completedByBash(words), ::testing::Contains("mkfifo"));
+  }
+}
+
+TEST(CompletionTest, BashOffersFilesToTheProgramThatIsRun) {
+  const testing::TemporaryFolder folder;
+  folder.write("only", "");
+  const std::string beginning = (folder / "on").string();
+  const Words found{(folder / "only").string()};
+  EXPECT_EQ(completedByBash({"nodoctl", "run", "--", "cat", beginning}), found);
+  EXPECT_EQ(completedByBash({"nodoctl", "run", "--", "x", "--bus", beginning}), found);
+}
+
+TEST(CompletionTest, FishOffersProgramsWhereOneIsToBeRun) {
+  if (!std::filesystem::exists("/usr/bin/fish")) {
+    GTEST_SKIP() << "fish is not installed";
+  }
+  const testing::TemporaryFolder folder;
+  folder.write("nodoctl.fish", completionScript("fish"));
+  const CommandOutput output = ProcessCommandRunner().run(
+      "/usr/bin/fish", {"--no-config", "-c",
+                        "source $argv[1]; complete -C 'nodoctl run --minutes 5 -- mkfif'; "
+                        "complete -C 'nodoctl ru'",
+                        (folder / "nodoctl.fish").string()});
+  EXPECT_THAT(output.standardOutput, ::testing::HasSubstr("mkfifo"));
+  EXPECT_THAT(output.standardOutput, ::testing::HasSubstr("run\t"));
 }
 
 TEST(CompletionTest, BashOffersACommandsOwnOptions) {
@@ -85,7 +127,8 @@ TEST(CompletionTest, EveryShellLearnsOfEveryOption) {
   for (const char* shell : {"bash", "zsh", "fish"}) {
     const std::string script = completionScript(shell);
     for (const char* word : {"extend-only", "simulate", "json", "requester", "diagnostics", "hooks",
-                             "uninstall", "grok", "nodoctl"}) {
+                             "uninstall", "grok", "nodoctl", "doctor", "verbose", "menu", "watch",
+                             "interval", "run", "bus", "helper-timeout"}) {
       EXPECT_NE(script.find(word), std::string::npos) << shell << " " << word;
     }
   }

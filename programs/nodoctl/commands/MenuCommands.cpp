@@ -1,0 +1,110 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <programs/nodoctl/ReportAnswer.h>
+#include <programs/nodoctl/commands/MenuCommands.h>
+#include <programs/nodoctl/health/HealthFacts.h>
+#include <programs/nodoctl/menu/WatchDisplay.h>
+#include <programs/nodoctl/terminal/SignalQueue.h>
+
+#include <csignal>
+#include <stdexcept>
+
+namespace nodo::nodoctl {
+namespace {
+
+bool writesToTerminal(const ToolContext& context) {
+  return context.terminal && context.terminal->isTerminal();
+}
+
+WatchView look(const Invocation& invocation, const ToolContext& context) {
+  const HealthFacts facts =
+      gatherHealth({.bus = invocation.bus, .timeout = invocation.helperTimeout}, context);
+  const StatusReport& status = facts.status.report;
+  WatchView view{.report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,
+                                      facts.hookFallback.isActive, setupSignals(facts),
+                                      context.now()),
+                 .hints = healthHints(facts),
+                 .timerEnd = std::nullopt,
+                 .lastRequestAt = std::nullopt};
+  if (status.manualRemainingSeconds.value_or(0) > 0) {
+    view.timerEnd = status.state.manualUntil;
+  }
+  if (status.state.lastRequester) {
+    view.lastRequestAt = status.state.lastRequester->requestedAt;
+  }
+  return view;
+}
+
+void writeLine(std::ostream& output, const std::string& line) {
+  output << line << '\n' << std::flush;
+  if (!output) {
+    throw std::runtime_error("the answer cannot be written: the output is closed");
+  }
+}
+
+std::unique_ptr<WatchDisplay> makeDisplay(const Invocation& invocation,
+                                          const ToolContext& context) {
+  const bool isTerminal = writesToTerminal(context);
+  const TextStyle style = textStyle(context.environment, isTerminal);
+  if (!invocation.json && canRedraw(context.environment, isTerminal)) {
+    return std::make_unique<FrameDisplay>(context.terminal, style);
+  }
+  return std::make_unique<LineDisplay>(
+      [&invocation, &context, style](const MenuReport& report) {
+        writeLine(context.output, invocation.json ? encodeJSON(report, JSONLayout::compact)
+                                                  : menuSummary(report, style));
+      },
+      [&context](const std::string& hint) { complain(context.error, hint); });
+}
+
+// What a signal does to the display. True when it is to end.
+bool ends(const CaughtSignal& signal, WatchDisplay& display) {
+  switch (signal.number) {
+    case SIGWINCH:
+      display.forget();
+      return false;
+    case SIGCONT:
+      return false;
+    case SIGTSTP:
+      display.suspend();
+      sufferSignal(SIGTSTP);
+      display.resume();
+      return false;
+    default:
+      return true;
+  }
+}
+
+}  // namespace
+
+Answer performMenu(const Invocation& invocation, const ToolContext& context) {
+  const WatchView view = look(invocation, context);
+  Answer answer{.output = "", .hints = view.hints};
+  if (invocation.json) {
+    answer.output = jsonDocument(view.report);
+    return answer;
+  }
+  const TextStyle style = textStyle(context.environment, writesToTerminal(context));
+  for (const MenuLine& line : menuLines(view.report, style)) {
+    answer.output += tinted(line, style) + "\n";
+  }
+  return answer;
+}
+
+Answer performWatch(const Invocation& invocation, const ToolContext& context) {
+  const auto signals =
+      context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH});
+  std::optional<CaughtSignal> last;
+  {
+    const auto display = makeDisplay(invocation, context);
+    do {
+      display->show(look(invocation, context));
+      last = signals->next(Seconds(invocation.interval));
+    } while (!last || !ends(*last, *display));
+  }
+  if (last->number != SIGINT) {
+    sufferSignal(last->number);
+  }
+  return {};
+}
+
+}  // namespace nodo::nodoctl
