@@ -1,3 +1,4 @@
+#include <NODOCore/base/FileAttributes.h>
 #include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/SyncToDisk.h>
@@ -91,10 +92,11 @@ class TemporaryFile {
     }
   }
 
-  void keepModeAndOwnerOf(const struct stat& old) {
+  void keepRightsOf(const struct stat& old) {
     const bool mayGiveAway = ::geteuid() == 0;
     // The mode last: giving a file away, like writing to it, clears its set-id bits.
     if ((mayGiveAway && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
+        copyFileAttributes(target_, file_.get()) != 0 ||
         ::fchmod(file_.get(), old.st_mode & 07777U) != 0) {
       throwErrno("Unable to keep the mode of", target_.string());
     }
@@ -152,7 +154,7 @@ bool replaceUnless(const fs::path& target, std::string_view content, std::option
   TemporaryFile temporary(target, exists ? 0600 : 0666);
   temporary.write(content);
   if (exists) {
-    temporary.keepModeAndOwnerOf(old);
+    temporary.keepRightsOf(old);
   }
   if (mode) {
     temporary.setMode(*mode);

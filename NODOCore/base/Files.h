@@ -18,8 +18,9 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 /// whole, also after a crash or a power cut: a temporary file in the same folder is written, synced
 /// to disk, renamed over the old one, and the folder synced.
 ///
-/// An existing file's mode is kept, and its owner when this process may give files away (root); a
-/// new one gets the process's default mode. A symbolic link at `path` is itself replaced:
+/// An existing file's mode and access-control list are kept, its owner when this process may give
+/// files away (root), and its extended attributes as far as the system allows; a new one gets the
+/// process's default mode. A symbolic link at `path` is itself replaced:
 /// privileged programs must not be led elsewhere by a planted link.
 ///
 /// Throws std::system_error, with the path in its text; the old file is then as it was and no
