@@ -19,12 +19,12 @@ WatchView look(const Invocation& invocation, const ToolContext& context) {
   const HealthFacts facts =
       gatherHealth({.bus = invocation.bus, .timeout = invocation.helperTimeout}, context);
   const StatusReport& status = facts.status.report;
-  WatchView view{.report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,
-                                      facts.hookFallback.isActive, setupSignals(facts),
-                                      context.now()),
-                 .hints = healthHints(facts),
-                 .timerEnd = std::nullopt,
-                 .lastRequestAt = std::nullopt};
+  WatchView view{
+      .report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,
+                           facts.hookFallback.isActive, setupSignals(facts), context.now()),
+      .hints = healthHints(facts),
+      .timerEnd = std::nullopt,
+      .lastRequestAt = std::nullopt};
   if (status.manualRemainingSeconds.value_or(0) > 0) {
     view.timerEnd = status.state.manualUntil;
   }

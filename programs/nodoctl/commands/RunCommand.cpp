@@ -43,8 +43,8 @@ int keepAwakeDuring(const Invocation& invocation, const ToolContext& context) {
   Lease lease({.bus = invocation.bus, .timeout = invocation.helperTimeout}, invocation.minutes,
               std::filesystem::path(name).filename().string(), context);
   lease.begin();
-  const auto signals = context.catchSignals({SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP,
-                                             SIGCONT, SIGWINCH, SIGUSR1, SIGUSR2});
+  const auto signals = context.catchSignals(
+      {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH, SIGUSR1, SIGUSR2});
   CommandProcess command(invocation.words);
   while (!command.hasEnded()) {
     if (const auto signal = signals->next(lease.timeToWait())) {

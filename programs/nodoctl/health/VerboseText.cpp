@@ -25,8 +25,11 @@ std::string foreignHolders(const SleepDiagnosticsReport& diagnostics) {
                            escapedForDisplay(blocker.assertionType));
     }
   }
-  return lines.empty() ? "Others that hold up sleep: none known\n"
-                       : "Others that hold up sleep:\n" + lines;
+  if (!lines.empty()) {
+    return "Others that hold up sleep:\n" + lines;
+  }
+  const bool isKnown = diagnostics.sleepDisabled.has_value();
+  return fmt::format("Others that hold up sleep: {}\n", isKnown ? "none" : "unknown");
 }
 
 std::string statePath(const Environment& environment) {
@@ -42,10 +45,10 @@ std::string statePath(const Environment& environment) {
 std::string verboseText(const HealthFacts& facts, const Environment& environment) {
   std::string text = "\n" + foreignHolders(facts.diagnostics);
   text += machineText(facts.status.report);
-  text += fmt::format("Your own state: {}\n", escapedForDisplay(statePath(environment)));
-  text += fmt::format("Hook log: {}\n", escapedForDisplay(facts.hookFallback.logPath));
-  text += fmt::format("nodoctl version: {}\n", version());
-  text += "nodod version: unknown (the daemon does not tell)\n";
+  text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
+  text += fmt::format("Hook log:   {}\n", escapedForDisplay(facts.hookFallback.logPath));
+  text += fmt::format("nodoctl:    version {}\n", version());
+  text += "nodod:      version unknown, as it does not tell\n";
   return text;
 }
 

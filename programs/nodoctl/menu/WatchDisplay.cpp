@@ -19,8 +19,8 @@ bool tellsTheSame(const WatchView& one, const WatchView& other) {
          one.report.requester == other.report.requester &&
          one.report.setupLine == other.report.setupLine &&
          one.report.verdict == other.report.verdict &&
-         one.report.statusSource == other.report.statusSource &&
-         one.timerEnd == other.timerEnd && one.lastRequestAt == other.lastRequestAt;
+         one.report.statusSource == other.report.statusSource && one.timerEnd == other.timerEnd &&
+         one.lastRequestAt == other.lastRequestAt;
 }
 
 }  // namespace

@@ -46,7 +46,9 @@ class FrameDisplay : public WatchDisplay {
   ~FrameDisplay() override;
 
   void show(const WatchView& view) override;
+
   void forget() override { last_.clear(); }
+
   void suspend() override;
   void resume() override;
 

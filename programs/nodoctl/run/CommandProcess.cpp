@@ -43,6 +43,7 @@ class AllSignalsBlocked {
 void resetCaughtSignals() noexcept {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action {};
+
     if (::sigaction(signal, nullptr, &action) == 0 &&
         ((action.sa_flags & SA_SIGINFO) != 0 ||
          (action.sa_handler != SIG_IGN && action.sa_handler != SIG_DFL))) {

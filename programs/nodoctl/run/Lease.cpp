@@ -12,8 +12,9 @@ namespace {
 constexpr Seconds longestWait(60);
 
 std::string failureText(const std::exception& error) {
-  return std::string("the timer cannot be extended, so the computer may sleep while the command "
-                     "runs: ") +
+  return std::string(
+             "the timer cannot be extended, so the computer may sleep while the command "
+             "runs: ") +
          error.what();
 }
 
@@ -56,8 +57,9 @@ void Lease::extend() {
   const Date now = context_.now();
   const Seconds half(static_cast<double>(minutes_) * 60 / 2);
   next_ = now + std::min(half, longestWait);
-  StateAccess state(options_, context_,
-                    [this](const std::string& reason) { warnOnce(warnedOfDaemon_, localStateNotice(reason)); });
+  StateAccess state(options_, context_, [this](const std::string& reason) {
+    warnOnce(warnedOfDaemon_, localStateNotice(reason));
+  });
   const SourcedStatus extended =
       state.manual({.minutes = minutes_,
                     .extendOnly = true,

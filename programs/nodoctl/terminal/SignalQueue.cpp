@@ -65,15 +65,14 @@ class PipedSignals : public SignalQueue {
   }
 
   std::optional<CaughtSignal> next(Seconds limit) override {
-    const auto deadline =
-        std::chrono::steady_clock::now() +
-        std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
+    const auto deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
     for (;;) {
       if (const auto caught = read()) {
         return caught;
       }
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-          deadline - std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) {
         return std::nullopt;
       }
@@ -86,12 +85,15 @@ class PipedSignals : public SignalQueue {
  private:
   void install(int signal) {
     struct sigaction before {};
+
     ::sigaction(signal, nullptr, &before);
     // Whoever started this process under "nohup", say, wants the signal ignored.
     if ((before.sa_flags & SA_SIGINFO) == 0 && before.sa_handler == SIG_IGN) {
       return;
     }
+
     struct sigaction action {};
+
     action.sa_sigaction = record;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     ::sigfillset(&action.sa_mask);
@@ -122,7 +124,9 @@ std::unique_ptr<SignalQueue> catchSignals(const std::vector<int>& signals) {
 
 void sufferSignal(int signal) {
   struct sigaction plain {};
+
   struct sigaction before {};
+
   plain.sa_handler = SIG_DFL;
   ::sigemptyset(&plain.sa_mask);
   ::sigaction(signal, &plain, &before);

@@ -39,8 +39,9 @@ class PosixTerminal : public Terminal {
     }
   }
 
-  // To switch it off from the background stops this process until it comes to the front, as is usual
-  // for programs that take the whole terminal. To switch it on must not: the process may be ending.
+  // To switch it off from the background stops this process until it comes to the front, as is
+  // usual for programs that take the whole terminal. To switch it on must not: the process may be
+  // ending.
   void setEcho(bool on) override {
     termios settings{};
     if ((on && ::tcgetpgrp(descriptor_) != ::getpgrp()) ||

@@ -7,9 +7,11 @@
 #include <testing/FakeMachine.h>
 #include <testing/TemporaryFolder.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -53,6 +55,8 @@ class ToolFixture : public ::testing::Test {
                     .now = [this] { return now; },
                     .output = output,
                     .error = error,
+                    .terminal = terminal,
+                    .catchSignals = makeSignals,
                     .startedAs = startedAs});
     Outcome outcome{.exitStatus = status, .output = output.str(), .error = error.str()};
     if (outcome.error.starts_with(localNotice)) {
@@ -71,6 +75,9 @@ class ToolFixture : public ::testing::Test {
   }
 
   SleepDiagnosticsReading diagnose(Date at) const {
+    if (diagnosticsFail) {
+      throw std::runtime_error("broken");
+    }
     SleepDiagnosticsReading reading = diagnostics;
     reading.report.generatedAt = at;
     return reading;
@@ -87,6 +94,9 @@ class ToolFixture : public ::testing::Test {
   std::optional<std::string> bus;  ///< that was chosen for the last request
   std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
+  bool diagnosticsFail = false;
+  std::shared_ptr<Terminal> terminal;  ///< that standard output goes to, if any
+  std::function<std::unique_ptr<SignalQueue>(const std::vector<int>&)> makeSignals = catchSignals;
   std::string startedAs = "/usr/bin/nodoctl";
   Date now = dateFromSeconds(1769847300);  // 2026-01-31T08:15:00Z
 

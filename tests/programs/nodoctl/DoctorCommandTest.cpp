@@ -1,0 +1,219 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/Version.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/presentation/SetupMenuPresentation.h>
+#include <programs/nodoctl/health/HealthFacts.h>
+#include <testing/OpenDescriptors.h>
+
+#include <gmock/gmock.h>
+#include <tests/programs/nodoctl/ToolFixture.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class DoctorCommandTest : public ToolFixture {
+ protected:
+  // A daemon that holds the lock for a timer.
+  void startBusyDaemon() {
+    startDaemon();
+    helper->status.state.manualUntil = now + Seconds(600);
+    helper->status.manualRemainingSeconds = 600;
+    helper->status.state.ownsSleepDisable = true;
+    helper->status.decision.shouldPreventSleep = true;
+    diagnostics.report.sleepDisabled = true;
+  }
+
+  static SleepBlocker holder(const std::string& name, const std::string& type,
+                             SleepBlockerScope scope) {
+    return {.pid = 412,
+            .processName = name,
+            .assertionType = type,
+            .assertionName = "because\x1b[1m",
+            .scope = scope};
+  }
+};
+
+TEST_F(DoctorCommandTest, AHealthyMachineIsReady) {
+  startBusyDaemon();
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(outcome.output, StartsWith("nodo doctor\nStatus source: helper\nStatus: active\n"
+                                         "Timer: 10m 0s remaining\nPower lock: on\n"
+                                         "Hook fallback: inactive\nmacOS SleepDisabled: on\n"
+                                         "Hook script: missing\n"));
+  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"));
+}
+
+TEST_F(DoctorCommandTest, AWarningIsAFailureThatIsToldOnStandardOutput) {
+  startBusyDaemon();
+  diagnostics.report.sleepDisabled = false;
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(outcome.output, EndsWith("\nWarning: nodo state says locked, but macOS "
+                                       "SleepDisabled is off.\n"));
+}
+
+TEST_F(DoctorCommandTest, WithoutADaemonItSaysWhyAndWarns) {
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_TRUE(outcome.saidLocal);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(outcome.output, HasSubstr("\nStatus source: local fallback\n"));
+  EXPECT_THAT(outcome.output, EndsWith("Warning: helper unavailable; closed-lid prevention will "
+                                       "not work.\n"));
+}
+
+TEST_F(DoctorCommandTest, TheSettingAndTheHooksAreThisMachinesWhateverTheSource) {
+  diagnostics.report.sleepDisabled = true;
+  run({"hooks", "install", "claude"});
+  for (const bool daemon : {false, true}) {
+    if (daemon) {
+      startDaemon();
+    }
+    const Outcome outcome = run({"doctor"});
+    EXPECT_THAT(outcome.output, HasSubstr("\nmacOS SleepDisabled: on\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\nHook script: current\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\nHook targets: 1/4 current\n"));
+  }
+}
+
+TEST_F(DoctorCommandTest, TheDocumentHoldsTheSameFacts) {
+  startBusyDaemon();
+  const auto report = decodeJSON<DoctorReport>(
+      jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
+  EXPECT_EQ(report.text() + "\n", run({"doctor"}).output);
+  EXPECT_EQ(report.verdict, "Ready: nodo owns the macOS power lock.");
+}
+
+TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {
+  startBusyDaemon();
+  folder.write(".claude/settings.json", "{");
+  diagnosticsFail = true;
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_THAT(outcome.error,
+              StartsWith("nodoctl: what affects sleep cannot be read: broken\n"
+                         "nodoctl: the agents' hooks cannot be inspected: "));
+  EXPECT_THAT(outcome.output, HasSubstr("\nmacOS SleepDisabled: unknown\n"));
+  EXPECT_THAT(outcome.output, Not(HasSubstr("Hook script")));
+  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"));
+}
+
+TEST_F(DoctorCommandTest, WhenEverySourceFailsThereIsStillAReport) {
+  environment.erase("HOME");
+  diagnosticsFail = true;
+  machine->listingFails = true;
+  machine->snapshotFails = true;
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_TRUE(outcome.saidLocal);
+  for (const char* line :
+       {"nodoctl: what affects sleep cannot be read: broken\n",
+        "nodoctl: the agents' hooks cannot be inspected: HOME is not set\n",
+        "nodoctl: Unable to resolve nodo state directory; set HOME or NODO_STATE_DIR\n",
+        "nodoctl: no agents can be found: Unable to list processes: broken\n",
+        "nodoctl: power, network and lid cannot be read: Unable to run fake: "}) {
+    EXPECT_THAT(outcome.error, HasSubstr(line));
+  }
+  EXPECT_THAT(outcome.output, HasSubstr("\nStatus: inactive\n"));
+  EXPECT_THAT(outcome.output, EndsWith("will not work.\n"));
+}
+
+TEST_F(DoctorCommandTest, AStateThatCannotBeReadIsNamedAndLeftAsItIs) {
+  folder.write(".nodo/state.json", "[");
+  const Outcome outcome = run({"doctor", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_NO_THROW(JSONValue::parse(outcome.output));
+  EXPECT_THAT(outcome.error, HasSubstr("nodoctl: the state file " +
+                                       (folder / ".nodo/state.json").string() +
+                                       " cannot be read: "));
+  EXPECT_EQ(folder.read(".nodo/state.json"), "[");
+}
+
+TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
+  startBusyDaemon();
+  helper->status.snapshot.powerSource = PowerSource::battery;
+  helper->status.snapshot.batteryPercent = 81;
+  helper->status.snapshot.lidClosed = true;
+  diagnostics.report.blockers = {
+      holder("player", "PreventUserIdleSystemSleep", SleepBlockerScope::systemSleep),
+      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep),
+      holder("screen", "PreventUserIdleDisplaySleep", SleepBlockerScope::displaySleep)};
+  const std::string plain = run({"doctor"}).output;
+  const std::string verbose = run({"doctor", "--verbose"}).output;
+  ASSERT_THAT(verbose, StartsWith(plain));
+  EXPECT_EQ(verbose.substr(plain.size()),
+            "\n"
+            "Others that hold up sleep:\n"
+            "- player pid=412: because\\u{1b}[1m (PreventUserIdleSystemSleep)\n"
+            "Power:      battery at 81 %\n"
+            "Network:    unknown\n"
+            "Lid:        closed\n"
+            "Own state:  " +
+                (folder / ".nodo/state.json").string() + "\nHook log:   " +
+                (folder / "hook.log").string() +
+                "\nnodoctl:    version " + std::string(version()) +
+                "\nnodod:      version unknown, as it does not tell\n");
+}
+
+TEST_F(DoctorCommandTest, VerboseTellsNobodyFromNothingKnown) {
+  startDaemon();
+  diagnostics.report.sleepDisabled = false;
+  EXPECT_THAT(run({"doctor", "--verbose"}).output, HasSubstr("\nOthers that hold up sleep: none\n"));
+  diagnosticsFail = true;
+  EXPECT_THAT(run({"doctor", "--verbose"}).output,
+              HasSubstr("\nOthers that hold up sleep: unknown\n"));
+}
+
+TEST_F(DoctorCommandTest, TheSetupLineFollowsFromTheFacts) {
+  HealthFacts facts;
+  AgentHookSetupInspection hooks;
+  const auto lineFor = [&] {
+    facts.hookInspection = hooks;
+    return SetupMenuPresentation::setupLine(setupSignals(facts)).value_or("none");
+  };
+  using Status = AgentHookComponentStatus;
+  hooks.hookScriptStatus = Status::current;
+  hooks.targets = {{.target = AgentHookTarget::claude, .path = "", .status = Status::current},
+                   {.target = AgentHookTarget::codex, .path = "", .status = Status::current}};
+  EXPECT_EQ(lineFor(), "none");
+  EXPECT_TRUE(setupSignals(facts).isSetupComplete());
+  hooks.targets[1].status = Status::missing;
+  EXPECT_EQ(lineFor(), "Setup: hooks 1/2");
+  hooks.targets[0].status = Status::missing;
+  EXPECT_EQ(lineFor(), "Setup: install hooks");
+  hooks.targets[0].status = Status::outdated;
+  EXPECT_EQ(lineFor(), "Hooks update available");
+  hooks.targets = {{.target = AgentHookTarget::pi, .path = "", .status = Status::current}};
+  hooks.hookScriptStatus = Status::notExecutable;
+  EXPECT_EQ(lineFor(), "Setup: install hooks");
+  facts.status.report.decision.shouldPreventSleep = true;
+  EXPECT_EQ(lineFor(), "Power lock: pending");
+  facts.status.report.state.ownsSleepDisable = true;
+  EXPECT_EQ(lineFor(), "Setup: install hooks");
+  facts.unavailable = {.reason = "not there", .isBroken = false};
+  EXPECT_EQ(lineFor(), "Setup: install helper");
+  facts.unavailable = {.reason = "hangs", .isBroken = true};
+  EXPECT_EQ(lineFor(), "Setup: repair helper");
+  facts.unavailable.reset();
+  facts.hookInspection.reset();
+  EXPECT_EQ(SetupMenuPresentation::setupLine(setupSignals(facts)), "Setup: hooks failed");
+}
+
+TEST_F(DoctorCommandTest, HealthChecksLeaveNothingOpen) {
+  startDaemon();
+  run({"doctor"});
+  const auto before = testing::openDescriptors();
+  run({"doctor"});
+  EXPECT_EQ(testing::openDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace nodo::nodoctl

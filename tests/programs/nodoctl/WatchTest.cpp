@@ -1,0 +1,238 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/presentation/MenuReport.h>
+
+#include <algorithm>
+#include <csignal>
+#include <deque>
+
+#include <gmock/gmock.h>
+#include <tests/programs/nodoctl/FakeTerminal.h>
+#include <tests/programs/nodoctl/ToolFixture.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+using Texts = std::vector<std::string>;
+using Event = std::function<std::optional<CaughtSignal>()>;
+
+constexpr char beginScreen[] = "\x1b[?1049h\x1b[?25l\x1b[?7l";
+constexpr char endScreen[] = "\x1b[?7h\x1b[?25h\x1b[?1049l";
+
+// What happens while "watch" waits, one event each time; after the last one an interrupt.
+class WatchTest : public ToolFixture {
+ protected:
+  class ScriptedSignals : public SignalQueue {
+   public:
+    explicit ScriptedSignals(WatchTest& test) : test_(test) {}
+
+    std::optional<CaughtSignal> next(Seconds limit) override {
+      test_.waits.push_back(limit.count());
+      if (test_.events.empty()) {
+        return CaughtSignal{.number = SIGINT, .sender = std::nullopt};
+      }
+      const Event event = test_.events.front();
+      test_.events.pop_front();
+      return event();
+    }
+
+   private:
+    WatchTest& test_;
+  };
+
+  WatchTest() {
+    environment["TERM"] = "xterm";
+    environment["LANG"] = "C.UTF-8";
+    startDaemon();
+    makeSignals = [this](const std::vector<int>&) { return std::make_unique<ScriptedSignals>(*this); };
+  }
+
+  void useTerminal() { terminal = screen; }
+
+  // Time passes and `change` happens.
+  void then(const std::function<void()>& change) {
+    events.emplace_back([this, change]() -> std::optional<CaughtSignal> {
+      advance(0.5);
+      helper->status.generatedAt = now;
+      change();
+      return std::nullopt;
+    });
+  }
+
+  void then(int signal) {
+    events.emplace_back(
+        [signal] { return CaughtSignal{.number = signal, .sender = std::nullopt}; });
+  }
+
+  void startTimer(double seconds) {
+    helper->status.state.manualUntil = now + Seconds(seconds);
+    helper->status.manualRemainingSeconds = static_cast<std::int64_t>(seconds);
+  }
+
+  static std::size_t lines(const std::string& text) {
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  }
+
+  std::shared_ptr<FakeTerminal> screen = std::make_shared<FakeTerminal>();
+  std::deque<Event> events;
+  std::vector<double> waits;
+};
+
+TEST_F(WatchTest, InAPipeThereIsALineForEachChange) {
+  then([] {});
+  then([this] { startTimer(1200); });
+  then([] {});
+  then([this] { helper->status.state.manualUntil.reset(); });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(lines(outcome.output), 3U) << outcome.output;
+  EXPECT_THAT(outcome.output, StartsWith("2026-01-31T08:15:00Z  ▲ nodo: needs attention  "));
+  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31T08:15:01Z  ● nodo: kept awake, 20m left  "));
+}
+
+TEST_F(WatchTest, ThePassingOfTimeIsNoChange) {
+  startTimer(59);
+  for (int second = 0; second < 10; ++second) {
+    then([this] { --*helper->status.manualRemainingSeconds; });
+  }
+  EXPECT_EQ(lines(run({"watch"}).output), 1U);
+}
+
+TEST_F(WatchTest, AnotherRequestOfTheSameRequesterIsAChange) {
+  const auto request = [this] {
+    helper->status.state.lastRequester = ActivationRequester("Codex", {}, {}, now);
+  };
+  request();
+  then([&] {
+    advance(1);
+    request();
+  });
+  EXPECT_EQ(lines(run({"watch"}).output), 2U);
+}
+
+TEST_F(WatchTest, WithJSONEachLineIsADocument) {
+  then([this] { startTimer(1230); });
+  useTerminal();
+  const Outcome outcome = run({"watch", "--json"});
+  EXPECT_EQ(lines(outcome.output), 2U);
+  const auto first = decodeJSON<MenuReport>(outcome.output.substr(0, outcome.output.find('\n')));
+  EXPECT_EQ(first.statusSource, DoctorStatusSource::helper);
+  EXPECT_EQ(first.countdown, std::nullopt);
+  const auto second = decodeJSON<MenuReport>(outcome.output.substr(outcome.output.find('\n')));
+  EXPECT_EQ(second.countdown, "20m");
+  EXPECT_TRUE(screen->writes.empty());
+}
+
+TEST_F(WatchTest, ADaemonThatGoesIsToldOnceAndSoIsItsReturn) {
+  then([this] { helper->refusal = "gone"; });
+  then([] {});
+  then([this] { helper->refusal.reset(); });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(lines(outcome.output), 3U);
+  EXPECT_EQ(outcome.error, "nodoctl: helper unavailable (gone); using the local state\n");
+}
+
+TEST_F(WatchTest, OnATerminalFramesAreDrawnOverEachOther) {
+  useTerminal();
+  then([] {});
+  then([this] { startTimer(1200); });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.output, "");
+  ASSERT_EQ(screen->writes.size(), 4U);
+  EXPECT_EQ(screen->writes[0], beginScreen);
+  EXPECT_THAT(screen->writes[1], StartsWith("\x1b[H\x1b[33m▲ nodo: needs attention\x1b[0m\x1b[K\r\n"));
+  EXPECT_THAT(screen->writes[1], EndsWith("\x1b[K\x1b[J"));
+  EXPECT_THAT(screen->writes[2], HasSubstr("● nodo: kept awake, 20m left"));
+  EXPECT_THAT(screen->writes[2], Not(HasSubstr("\x1b[2J")));
+  EXPECT_EQ(screen->writes[3], endScreen);
+  EXPECT_EQ(screen->echoes, (std::vector<bool>{false, true}));
+}
+
+TEST_F(WatchTest, AFrameFitsTheTerminalWhateverItsSize) {
+  useTerminal();
+  environment["NO_COLOR"] = "1";
+  screen->dimensions = {.columns = 40, .rows = 24};
+  then([this] { screen->dimensions = {.columns = 12, .rows = 3}; });
+  run({"watch"});
+  ASSERT_EQ(screen->writes.size(), 4U);
+  EXPECT_EQ(screen->writes[1],
+            "\x1b[H▲ nodo: needs attention\x1b[K\r\n"
+            "Triggers 12h  ············  0\x1b[K\r\n"
+            "Setup: install hooks\x1b[K\r\n"
+            "Ready: helper works; enable a manual\x1b[K\r\n"
+            "timer or run an agent hook to test.\x1b[K\r\n"
+            "Ctrl-C ends.\x1b[K\x1b[J");
+  EXPECT_EQ(screen->writes[2],
+            "\x1b[H▲ nodo:\x1b[K\r\nneeds\x1b[K\r\nattention\x1b[K\x1b[J");
+}
+
+TEST_F(WatchTest, AWindowThatChangedIsDrawnAnew) {
+  useTerminal();
+  then(SIGWINCH);
+  then(SIGCONT);
+  run({"watch"});
+  ASSERT_EQ(screen->writes.size(), 4U);
+  EXPECT_EQ(screen->writes[1], screen->writes[2]);
+}
+
+TEST_F(WatchTest, ATerminalThatCannotMoveItsCursorGetsLines) {
+  useTerminal();
+  environment["TERM"] = "dumb";
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(lines(outcome.output), 1U);
+  EXPECT_TRUE(screen->writes.empty());
+}
+
+TEST_F(WatchTest, WhatFailsIsShownBelow) {
+  useTerminal();
+  helper->refusal = "a\x1b[2Jb";
+  run({"watch"});
+  EXPECT_THAT(screen->writes[1],
+              HasSubstr("helper unavailable (a\\u{1b}[2Jb); using the local state"));
+}
+
+TEST_F(WatchTest, ItLooksAsOftenAsItIsTold) {
+  then([] {});
+  run({"watch"});
+  run({"watch", "--interval", "3"});
+  EXPECT_EQ(waits, (std::vector<double>{0.5, 0.5, 3}));
+}
+
+TEST_F(WatchTest, MenuShowsTheSameOnce) {
+  startTimer(125);
+  helper->status.state.lastRequester = ActivationRequester("Codex", "p", {}, now);
+  EXPECT_EQ(run({"menu"}).output,
+            "● nodo: kept awake, 2m left\n"
+            "Last request: Codex - p\n"
+            "Triggers 12h  ············  0\n"
+            "Setup: install hooks\n"
+            "Ready: timer active; power lock is off until nodo needs to prevent sleep.\n");
+  const auto report =
+      decodeJSON<MenuReport>(jsonText(runJSON({"menu", "--json"}), JSONLayout::compact));
+  EXPECT_EQ(report.iconState, MenuBarIconState::manualActive);
+  EXPECT_EQ(report.countdown, "2m");
+  useTerminal();
+  EXPECT_THAT(run({"menu"}).output, StartsWith("\x1b[32m●"));
+}
+
+TEST_F(WatchTest, MenuWorksWithoutADaemon) {
+  helper->refusal = "nobody there";
+  const Outcome outcome = run({"menu", "--json"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_TRUE(outcome.saidLocal);
+  EXPECT_EQ(*JSONValue::parse(outcome.output).member("setupLine")->text(),
+            "Setup: install helper");
+}
+
+TEST_F(WatchTest, AnIntervalThatMakesNoSenseIsAWrongUse) {
+  EXPECT_EQ(run({"watch", "--interval", "0"}).exitStatus, 2);
+  EXPECT_EQ(run({"watch", "--interval", "often"}).exitStatus, 2);
+}
+
+}  // namespace
+}  // namespace nodo::nodoctl
