@@ -6,6 +6,7 @@
 #include <testing/OpenDescriptors.h>
 
 #include <gmock/gmock.h>
+
 #include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
@@ -86,8 +87,8 @@ TEST_F(DoctorCommandTest, TheSettingAndTheHooksAreThisMachinesWhateverTheSource)
 
 TEST_F(DoctorCommandTest, TheDocumentHoldsTheSameFacts) {
   startBusyDaemon();
-  const auto report = decodeJSON<DoctorReport>(
-      jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
+  const auto report =
+      decodeJSON<DoctorReport>(jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
   EXPECT_EQ(report.text() + "\n", run({"doctor"}).output);
   EXPECT_EQ(report.verdict, "Ready: nodo owns the macOS power lock.");
 }
@@ -98,9 +99,8 @@ TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {
   diagnosticsFail = true;
   const Outcome outcome = run({"doctor"});
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_THAT(outcome.error,
-              StartsWith("nodoctl: what affects sleep cannot be read: broken\n"
-                         "nodoctl: the agents' hooks cannot be inspected: "));
+  EXPECT_THAT(outcome.error, StartsWith("nodoctl: what affects sleep cannot be read: broken\n"
+                                        "nodoctl: the agents' hooks cannot be inspected: "));
   EXPECT_THAT(outcome.output, HasSubstr("\nmacOS SleepDisabled: unknown\n"));
   EXPECT_THAT(outcome.output, Not(HasSubstr("Hook script")));
   EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"));
@@ -131,9 +131,9 @@ TEST_F(DoctorCommandTest, AStateThatCannotBeReadIsNamedAndLeftAsItIs) {
   const Outcome outcome = run({"doctor", "--json"});
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_NO_THROW(JSONValue::parse(outcome.output));
-  EXPECT_THAT(outcome.error, HasSubstr("nodoctl: the state file " +
-                                       (folder / ".nodo/state.json").string() +
-                                       " cannot be read: "));
+  EXPECT_THAT(outcome.error,
+              HasSubstr("nodoctl: the state file " + (folder / ".nodo/state.json").string() +
+                        " cannot be read: "));
   EXPECT_EQ(folder.read(".nodo/state.json"), "[");
 }
 
@@ -157,16 +157,16 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
             "Network:    unknown\n"
             "Lid:        closed\n"
             "Own state:  " +
-                (folder / ".nodo/state.json").string() + "\nHook log:   " +
-                (folder / "hook.log").string() +
-                "\nnodoctl:    version " + std::string(version()) +
-                "\nnodod:      version unknown, as it does not tell\n");
+                (folder / ".nodo/state.json").string() +
+                "\nHook log:   " + (folder / "hook.log").string() + "\nnodoctl:    version " +
+                std::string(version()) + "\nnodod:      version unknown, as it does not tell\n");
 }
 
 TEST_F(DoctorCommandTest, VerboseTellsNobodyFromNothingKnown) {
   startDaemon();
   diagnostics.report.sleepDisabled = false;
-  EXPECT_THAT(run({"doctor", "--verbose"}).output, HasSubstr("\nOthers that hold up sleep: none\n"));
+  EXPECT_THAT(run({"doctor", "--verbose"}).output,
+              HasSubstr("\nOthers that hold up sleep: none\n"));
   diagnosticsFail = true;
   EXPECT_THAT(run({"doctor", "--verbose"}).output,
               HasSubstr("\nOthers that hold up sleep: unknown\n"));

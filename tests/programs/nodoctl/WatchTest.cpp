@@ -6,6 +6,7 @@
 #include <deque>
 
 #include <gmock/gmock.h>
+
 #include <tests/programs/nodoctl/FakeTerminal.h>
 #include <tests/programs/nodoctl/ToolFixture.h>
 
@@ -47,7 +48,9 @@ class WatchTest : public ToolFixture {
     environment["TERM"] = "xterm";
     environment["LANG"] = "C.UTF-8";
     startDaemon();
-    makeSignals = [this](const std::vector<int>&) { return std::make_unique<ScriptedSignals>(*this); };
+    makeSignals = [this](const std::vector<int>&) {
+      return std::make_unique<ScriptedSignals>(*this);
+    };
   }
 
   void useTerminal() { terminal = screen; }
@@ -145,7 +148,8 @@ TEST_F(WatchTest, OnATerminalFramesAreDrawnOverEachOther) {
   EXPECT_EQ(outcome.output, "");
   ASSERT_EQ(screen->writes.size(), 4U);
   EXPECT_EQ(screen->writes[0], beginScreen);
-  EXPECT_THAT(screen->writes[1], StartsWith("\x1b[H\x1b[33m▲ nodo: needs attention\x1b[0m\x1b[K\r\n"));
+  EXPECT_THAT(screen->writes[1],
+              StartsWith("\x1b[H\x1b[33m▲ nodo: needs attention\x1b[0m\x1b[K\r\n"));
   EXPECT_THAT(screen->writes[1], EndsWith("\x1b[K\x1b[J"));
   EXPECT_THAT(screen->writes[2], HasSubstr("● nodo: kept awake, 20m left"));
   EXPECT_THAT(screen->writes[2], Not(HasSubstr("\x1b[2J")));
@@ -167,8 +171,7 @@ TEST_F(WatchTest, AFrameFitsTheTerminalWhateverItsSize) {
             "Ready: helper works; enable a manual\x1b[K\r\n"
             "timer or run an agent hook to test.\x1b[K\r\n"
             "Ctrl-C ends.\x1b[K\x1b[J");
-  EXPECT_EQ(screen->writes[2],
-            "\x1b[H▲ nodo:\x1b[K\r\nneeds\x1b[K\r\nattention\x1b[K\x1b[J");
+  EXPECT_EQ(screen->writes[2], "\x1b[H▲ nodo:\x1b[K\r\nneeds\x1b[K\r\nattention\x1b[K\x1b[J");
 }
 
 TEST_F(WatchTest, AWindowThatChangedIsDrawnAnew) {
@@ -225,8 +228,7 @@ TEST_F(WatchTest, MenuWorksWithoutADaemon) {
   const Outcome outcome = run({"menu", "--json"});
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_TRUE(outcome.saidLocal);
-  EXPECT_EQ(*JSONValue::parse(outcome.output).member("setupLine")->text(),
-            "Setup: install helper");
+  EXPECT_EQ(*JSONValue::parse(outcome.output).member("setupLine")->text(), "Setup: install helper");
 }
 
 TEST_F(WatchTest, AnIntervalThatMakesNoSenseIsAWrongUse) {
