@@ -4,17 +4,18 @@
 #include <csignal>
 #include <deque>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
 namespace {
 
+using testing::FakeHelperRequest;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing::FakeHelperRequest;
 using Texts = std::vector<std::string>;
 
 class RunCommandTest : public ToolFixture {
@@ -96,17 +97,17 @@ TEST_F(RunCommandTest, ACommandThatCannotBeRunGetsAShellsStatusAndNoTimer) {
   startDaemon();
   folder.write("notes", "text");
   environment["PATH"] = folder.path().string();
+
   const struct {
     std::string command;
     int status;
     std::string error;
-  } cases[] = {
-      {"no-such", 127, "cannot run \"no-such\": it is in no folder of PATH"},
-      {"notes", 126, "cannot run \"notes\": Permission denied"},
-      {"/no/such", 127, "cannot run \"/no/such\": No such file or directory"},
-      {file("notes"), 126, "cannot run \"" + file("notes") + "\": Permission denied"},
-      {"/", 126, "cannot run \"/\": Permission denied"},
-      {"a\x1b[2J", 127, "cannot run \"a\\u{1b}[2J\": it is in no folder of PATH"}};
+  } cases[] = {{"no-such", 127, "cannot run \"no-such\": it is in no folder of PATH"},
+               {"notes", 126, "cannot run \"notes\": Permission denied"},
+               {"/no/such", 127, "cannot run \"/no/such\": No such file or directory"},
+               {file("notes"), 126, "cannot run \"" + file("notes") + "\": Permission denied"},
+               {"/", 126, "cannot run \"/\": Permission denied"},
+               {"a\x1b[2J", 127, "cannot run \"a\\u{1b}[2J\": it is in no folder of PATH"}};
 
   for (const auto& each : cases) {
     const Outcome outcome = run({"run", "--", each.command});
@@ -193,8 +194,7 @@ TEST_F(RunCommandTest, WhenNoTimerCanBeSetTheCommandRunsAllTheSame) {
 
 TEST_F(RunCommandTest, MinutesThatAreNotAllowedRunNothing) {
   for (const char* minutes : {"0", "-1", "721"}) {
-    const Outcome outcome =
-        runScript("echo > '" + file("ran") + "'", {"--minutes", minutes});
+    const Outcome outcome = runScript("echo > '" + file("ran") + "'", {"--minutes", minutes});
     EXPECT_EQ(outcome.exitStatus, 1) << minutes;
     EXPECT_THAT(outcome.error, HasSubstr("nodoctl: Invalid duration: minutes must be "));
     EXPECT_FALSE(std::filesystem::exists(folder / "ran"));
@@ -202,7 +202,8 @@ TEST_F(RunCommandTest, MinutesThatAreNotAllowedRunNothing) {
 }
 
 TEST_F(RunCommandTest, WithoutACommandItIsAWrongUse) {
-  for (const Texts& arguments : {Texts{"run"}, Texts{"run", "--"}, Texts{"run", "--minutes", "5"}}) {
+  for (const Texts& arguments :
+       {Texts{"run"}, Texts{"run", "--"}, Texts{"run", "--minutes", "5"}}) {
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.exitStatus, 2);
     EXPECT_THAT(outcome.error, StartsWith("nodoctl: command is required"));
@@ -212,8 +213,11 @@ TEST_F(RunCommandTest, WithoutACommandItIsAWrongUse) {
 
 TEST_F(RunCommandTest, TheCommandStartsWithTheSignalsOfThisProcessesStarter) {
   startDaemon();
+
   struct sigaction ignored {};
+
   struct sigaction before {};
+
   ignored.sa_handler = SIG_IGN;
   ::sigaction(SIGUSR2, &ignored, &before);
   runScript("kill -USR2 $$; echo survived > '" + file("ignored") + "'; kill -USR1 $$; echo > '" +
@@ -229,9 +233,8 @@ TEST_F(RunCommandTest, SignalsOfOtherProcessesArePassedOn) {
   // The command itself does not count as another process, but one that it runs does.
   for (const char* name : {"INT", "TERM", "HUP", "QUIT", "USR1", "USR2", "WINCH"}) {
     const std::string signal(name);
-    const Outcome outcome =
-        runScript("trap 'exit 33' " + signal + "; sh -c 'kill -" + signal + " " + self +
-                  "' & while :; do wait; done");
+    const Outcome outcome = runScript("trap 'exit 33' " + signal + "; sh -c 'kill -" + signal +
+                                      " " + self + "' & while :; do wait; done");
     EXPECT_EQ(outcome.exitStatus, 33) << name;
   }
 }
