@@ -11,7 +11,8 @@ namespace nodo {
 
 /// Gives a reference to one of libsystemd's objects back.
 struct SystemdUnref {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  /// Without sending what waits to be sent: a bus that hangs would never take it.
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 
   void operator()(sd_bus_creds* creds) const { sd_bus_creds_unref(creds); }
 
