@@ -75,7 +75,7 @@ void BusMessageDeleter::operator()(sd_bus_message* message) const {
 }
 
 void BusCloser::operator()(sd_bus* bus) const {
-  SdBusLibrary::shared().flushCloseUnref(bus);
+  SdBusLibrary::shared().closeUnref(bus);
 }
 
 void checkBus(int result, const std::string& action) {

@@ -29,7 +29,6 @@ SdBusLibrary load() {
   find(library, bus.setBusClient, "sd_bus_set_bus_client");
   find(library, bus.start, "sd_bus_start");
   find(library, bus.closeUnref, "sd_bus_close_unref");
-  find(library, bus.flushCloseUnref, "sd_bus_flush_close_unref");
   find(library, bus.isOpen, "sd_bus_is_open");
   find(library, bus.isReady, "sd_bus_is_ready");
   find(library, bus.getFd, "sd_bus_get_fd");

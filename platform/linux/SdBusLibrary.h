@@ -17,7 +17,6 @@ struct SdBusLibrary {
   decltype(&::sd_bus_set_bus_client) setBusClient = nullptr;
   decltype(&::sd_bus_start) start = nullptr;
   decltype(&::sd_bus_close_unref) closeUnref = nullptr;
-  decltype(&::sd_bus_flush_close_unref) flushCloseUnref = nullptr;
   decltype(&::sd_bus_is_open) isOpen = nullptr;
   decltype(&::sd_bus_is_ready) isReady = nullptr;
   decltype(&::sd_bus_get_fd) getFd = nullptr;

@@ -1,0 +1,110 @@
+#include <platform/linux/EventLoop.h>
+
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace nodo {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+class EventLoopTest : public ::testing::Test {
+ protected:
+  // Makes a timer that notes its name when it fires; the one called "end" ends the loop.
+  std::unique_ptr<LoopTimer> timer(const std::string& name) {
+    return std::make_unique<LoopTimer>(loop_, CLOCK_MONOTONIC, microseconds(1), [this, name] {
+      fired_.push_back(name);
+      if (name == "end") {
+        loop_.end();
+      }
+    });
+  }
+
+  EventLoop loop_;
+  std::vector<std::string> fired_;
+};
+
+TEST_F(EventLoopTest, TimersFireInOrderAndOnce) {
+  const auto first = timer("first");
+  const auto second = timer("second");
+  const auto end = timer("end");
+  end->set(milliseconds(20));
+  second->set(milliseconds(2));
+  first->set(milliseconds(1));
+  loop_.run();
+  EXPECT_EQ(fired_, (std::vector<std::string>{"first", "second", "end"}));
+  EXPECT_FALSE(first->isSet());
+}
+
+TEST_F(EventLoopTest, SettingReplacesAndCancels) {
+  const auto cancelled = timer("cancelled");
+  const auto replaced = timer("replaced");
+  const auto end = timer("end");
+  cancelled->set(milliseconds(1));
+  cancelled->set(std::nullopt);
+  EXPECT_FALSE(cancelled->isSet());
+  replaced->set(milliseconds(1));
+  replaced->set(std::chrono::hours(24 * 365 * 50));
+  EXPECT_TRUE(replaced->isSet());
+  end->set(milliseconds(10));
+  loop_.run();
+  EXPECT_EQ(fired_, (std::vector<std::string>{"end"}));
+}
+
+TEST_F(EventLoopTest, ATimeThatHasPassedIsNow) {
+  const auto end = timer("end");
+  end->set(milliseconds(-5));
+  loop_.run();
+  EXPECT_EQ(fired_.size(), 1U);
+}
+
+TEST_F(EventLoopTest, ATimerMayBeSetAnewWhenItFires) {
+  int count = 0;
+  std::unique_ptr<LoopTimer> again;
+  again = std::make_unique<LoopTimer>(loop_, CLOCK_BOOTTIME, microseconds(1), [&] {
+    if (++count == 3) {
+      loop_.end();
+    } else {
+      again->set(milliseconds(1));
+    }
+  });
+  again->set(milliseconds(1));
+  loop_.run();
+  EXPECT_EQ(count, 3);
+}
+
+TEST_F(EventLoopTest, AnExceptionEndsTheLoopAndComesOutOfIt) {
+  LoopTimer failing(loop_, CLOCK_MONOTONIC, microseconds(1),
+                    [] { throw std::runtime_error("it broke"); });
+  const auto later = timer("later");
+  failing.set(milliseconds(1));
+  later->set(std::chrono::hours(1));
+  try {
+    loop_.run();
+    FAIL() << "the loop ended without the error";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "it broke");
+  }
+  EXPECT_TRUE(fired_.empty());
+}
+
+TEST_F(EventLoopTest, TheFirstOfTwoErrorsCounts) {
+  loop_.fail(std::make_exception_ptr(std::runtime_error("first")));
+  loop_.fail(std::make_exception_ptr(std::runtime_error("second")));
+  try {
+    loop_.run();
+    FAIL() << "the loop ended without the error";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "first");
+  }
+}
+
+}  // namespace
+}  // namespace nodo
