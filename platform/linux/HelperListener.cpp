@@ -109,6 +109,11 @@ int HelperListener::onCall(sd_bus_message* call, void* listener, sd_bus_error* /
 }
 
 void HelperListener::receive(const HelperRequest& request) {
+  // Who calls takes a question to the bus, which is not put when it makes no difference.
+  if (policy_.judge(request.kind(), std::nullopt).kind == CallerVerdict::Kind::serve) {
+    serve(request);
+    return;
+  }
   const Sender sender = senderOf(request.message());
   if (sender.isGone) {
     return;  // no one to answer, and what it wanted is for those who stay

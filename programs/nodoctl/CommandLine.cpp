@@ -2,6 +2,11 @@
 #include <programs/nodoctl/CommandLine.h>
 #include <programs/nodoctl/CommandTree.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <vector>
+
 #include <CLI/CLI.hpp>
 
 namespace nodo::nodoctl {
@@ -32,11 +37,70 @@ std::string fullName(const CLI::App& command) {
   return (before.empty() ? "" : before + " ") + command.get_name();
 }
 
+// The number of characters to type, drop, change or swap with their neighbour to get from one word
+// to the other.
+std::size_t typingErrors(const std::string& from, const std::string& to) {
+  std::vector<std::vector<std::size_t>> errors(from.size() + 1,
+                                               std::vector<std::size_t>(to.size() + 1));
+  for (std::size_t row = 0; row <= from.size(); ++row) {
+    for (std::size_t column = 0; column <= to.size(); ++column) {
+      if (row == 0 || column == 0) {
+        errors[row][column] = row + column;
+        continue;
+      }
+      const bool isSame = from[row - 1] == to[column - 1];
+      errors[row][column] = std::min({errors[row - 1][column] + 1, errors[row][column - 1] + 1,
+                                      errors[row - 1][column - 1] + (isSame ? 0 : 1)});
+      if (row > 1 && column > 1 && from[row - 1] == to[column - 2] &&
+          from[row - 2] == to[column - 1]) {
+        errors[row][column] = std::min(errors[row][column], errors[row - 2][column - 2] + 1);
+      }
+    }
+  }
+  return errors[from.size()][to.size()];
+}
+
+// Empty unless `word` is close to the name of a command of `app`.
+std::string closestCommand(const CLI::App& app, const std::string& word) {
+  constexpr std::size_t mostTypingErrors = 2;
+  constexpr std::size_t longestCommand = 20;
+  std::string closest;
+  std::size_t fewest = mostTypingErrors + 1;
+  if (word.size() > longestCommand) {
+    return closest;
+  }
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const std::size_t errors = typingErrors(word, command->get_name());
+    if (errors < fewest) {
+      fewest = errors;
+      closest = command->get_name();
+    }
+  }
+  return closest;
+}
+
+// What was not understood, as far as that can be told better than the library does.
+std::string unexpectedText(const CLI::App& app, const CLI::ExtrasError& error) {
+  const CLI::App& command = reached(app);
+  const std::vector<std::string> words = app.remaining(true);
+  if (words.empty() || words.front().starts_with('-') || !hasCommands(command)) {
+    return error.what();
+  }
+  const std::string closest = closestCommand(command, words.front());
+  return "there is no command \"" + fullName(command) + " " + words.front() + "\"" +
+         (closest.empty() ? "" : "; did you mean \"" + closest + "\"?");
+}
+
+UsageError usageError(const CLI::App& app, const std::string& message) {
+  return {.message = escapedForDisplay(message),
+          .hint = "Try '" + fullName(reached(app)) + " --help' for more information."};
+}
+
 }  // namespace
 
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
   Invocation invocation;
-  const auto app = makeCommandTree(invocation);
+  const auto app = makeCommandTree(invocation, TreeExtent::usedCommand);
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
   try {
     app->parse(reversed);
@@ -49,9 +113,10 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     return HelpText{command.help(prefix(command))};
   } catch (const CLI::CallForVersion& version) {
     return HelpText{std::string(version.what()) + "\n"};
+  } catch (const CLI::ExtrasError& error) {
+    return usageError(*app, unexpectedText(*app, error));
   } catch (const CLI::ParseError& error) {
-    return UsageError{.message = escapedForDisplay(error.what()),
-                      .hint = "Try '" + fullName(reached(*app)) + " --help' for more information."};
+    return usageError(*app, error.what());
   }
 }
 

@@ -4,6 +4,8 @@
 #include <programs/nodoctl/CommandTree.h>
 
 #include <locale>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,55 +15,82 @@
 namespace nodo::nodoctl {
 namespace {
 
-class TreeBuilder {
+class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
  public:
-  explicit TreeBuilder(Invocation& invocation)
-      : invocation_(invocation),
-        app_(std::make_shared<CLI::App>(
-            "Keeps this computer awake while coding agents work, and explains what it does.",
-            "nodoctl")) {}
+  TreeBuilder(Invocation& invocation, TreeExtent extent)
+      : invocation_(invocation), extent_(extent) {}
 
   std::shared_ptr<CLI::App> build() {
-    describe(*app_);
-    addHelperOptions(*app_);
+    auto app = std::make_shared<CLI::App>(
+        "Keeps this computer awake while coding agents work, and explains what it does.",
+        "nodoctl");
     // At most one; that there is one at all is checked once the line is known to make sense, so
     // that the message names a misspelt command.
-    app_->require_subcommand(0, 1);
-    addStateOptions(
-        *add(Command::status, "status", "Show whether the computer is kept awake, and why"));
-    addManual();
-    addStateOptions(*add(Command::stop, "stop", "End the timer, so that the computer may sleep"));
-    addStateOptions(*add(Command::repair, "repair",
-                         "Reset the state after something went wrong; the histories are kept"));
-    addReconcile();
-    addDoctor();
-    addJSON(*add(Command::diagnostics, "diagnostics", "Show what affects sleep on this computer"));
-    addJSON(*add(Command::agents, "agents", "List the coding agents that are running"));
-    addHooks();
-    addStateOptions(*add(Command::menu, "menu", "Show once what a menu bar would show"));
-    addWatch();
-    addRun();
-    addCompletion();
-    return app_;
+    app->require_subcommand(0, 1);
+    addCommands(*app);
+    // Only now, as every command would begin with a copy of these.
+    describe(*app);
+    addHelperOptions(*app);
+    return app;
   }
 
  private:
+  using AddOptions = void (TreeBuilder::*)(CLI::App& command);
+
+  void addCommands(CLI::App& app) {
+    add(app, Command::status, "status", "Show whether the computer is kept awake, and why",
+        &TreeBuilder::addStateOptions);
+    add(app, Command::manual, "manual", "Keep the computer awake for some minutes",
+        &TreeBuilder::addManualOptions);
+    add(app, Command::stop, "stop", "End the timer, so that the computer may sleep",
+        &TreeBuilder::addStateOptions);
+    add(app, Command::repair, "repair",
+        "Reset the state after something went wrong; the histories are kept",
+        &TreeBuilder::addStateOptions);
+    add(app, Command::reconcile, "reconcile",
+        "Bring the sleep lock in line with the decision, once", &TreeBuilder::addReconcileOptions);
+    add(app, Command::doctor, "doctor", "Check whether everything is in place, and say what is not",
+        &TreeBuilder::addDoctorOptions);
+    add(app, Command::diagnostics, "diagnostics", "Show what affects sleep on this computer",
+        &TreeBuilder::addJSON);
+    add(app, Command::agents, "agents", "List the coding agents that are running",
+        &TreeBuilder::addJSON);
+    add(app, std::nullopt, "hooks",
+        "Make coding agents keep the computer awake while they work, or undo that",
+        &TreeBuilder::addHooksCommands);
+    add(app, Command::menu, "menu", "Show once what a menu bar would show",
+        &TreeBuilder::addStateOptions);
+    add(app, Command::watch, "watch",
+        "Show the menu live, until Ctrl-C; in a pipe a line at each change",
+        &TreeBuilder::addWatchOptions);
+    add(app, Command::run, "run", "Keep the computer awake while a command runs",
+        &TreeBuilder::addRunOptions);
+    add(app, Command::completion, "completion", "Print a completion script for a shell",
+        &TreeBuilder::addCompletionOptions);
+  }
+
   static void describe(CLI::App& app) {
     app.set_help_flag("-h,--help", "Show this help and exit");
     app.set_version_flag("--version", "nodoctl " + std::string(version()),
                          "Show the version and exit");
   }
 
-  CLI::App* add(Command command, const std::string& name, const std::string& description) {
-    return add(*app_, command, name, description);
-  }
-
-  CLI::App* add(CLI::App& parent, Command command, const std::string& name,
-                const std::string& description) {
+  // Without `command` it is one only together with a further word.
+  void add(CLI::App& parent, std::optional<Command> command, const std::string& name,
+           const std::string& description, AddOptions addOptions) {
     CLI::App* added = parent.add_subcommand(name, description);
-    describe(*added);
-    added->callback([&into = invocation_, command] { into.command = command; });
-    return added;
+    if (command) {
+      added->callback([&into = invocation_, command] { into.command = *command; });
+    }
+    if (extent_ == TreeExtent::allCommands) {
+      describe(*added);
+      (this->*addOptions)(*added);
+      return;
+    }
+    added->preparse_callback([self = shared_from_this(), added, addOptions](std::size_t) {
+      describe(*added);
+      ((*self).*addOptions)(*added);
+    });
   }
 
   void addJSON(CLI::App& command) {
@@ -100,52 +129,48 @@ class TreeBuilder {
         ->type_name("N");
   }
 
-  void addManual() {
-    CLI::App* manual = add(Command::manual, "manual", "Keep the computer awake for some minutes");
-    addMinutes(*manual, "How long from now, in whole minutes")->required();
-    manual->add_flag("--extend-only", invocation_.extendOnly,
-                     "Never shorten a timer that runs longer");
-    manual->add_option("--requester", invocation_.requester, "Who asks, e.g. \"Claude Code\"")
+  void addManualOptions(CLI::App& manual) {
+    addMinutes(manual, "How long from now, in whole minutes")->required();
+    manual.add_flag("--extend-only", invocation_.extendOnly,
+                    "Never shorten a timer that runs longer");
+    manual.add_option("--requester", invocation_.requester, "Who asks, e.g. \"Claude Code\"")
         ->type_name("NAME");
-    manual->add_option("--context", invocation_.context, "What for, e.g. the project")
+    manual.add_option("--context", invocation_.context, "What for, e.g. the project")
         ->type_name("TEXT");
-    manual->add_option("--event", invocation_.event, "Which event of the agent led to this")
+    manual.add_option("--event", invocation_.event, "Which event of the agent led to this")
         ->type_name("NAME");
-    addStateOptions(*manual);
+    addStateOptions(manual);
   }
 
-  void addReconcile() {
-    CLI::App* reconcile = add(Command::reconcile, "reconcile",
-                              "Bring the sleep lock in line with the decision, once");
-    reconcile->add_flag("--simulate", invocation_.simulate,
-                        "Only show what a pass would do, on your own state");
-    addStateOptions(*reconcile);
+  void addReconcileOptions(CLI::App& reconcile) {
+    reconcile.add_flag("--simulate", invocation_.simulate,
+                       "Only show what a pass would do, on your own state");
+    addStateOptions(reconcile);
   }
 
-  void addDoctor() {
-    CLI::App* doctor =
-        add(Command::doctor, "doctor", "Check whether everything is in place, and say what is not");
-    doctor->add_flag("--verbose", invocation_.verbose,
-                     "Add what else helps to find a reason, e.g. who else holds up sleep");
-    doctor->footer("The exit status is 0 when the last line begins with \"Ready:\", else 1.");
-    addStateOptions(*doctor);
+  void addDoctorOptions(CLI::App& doctor) {
+    doctor.add_flag("--verbose", invocation_.verbose,
+                    "Add what else helps to find a reason, e.g. who else holds up sleep");
+    doctor.footer("The exit status is 0 when the last line begins with \"Ready:\", else 1.");
+    addStateOptions(doctor);
   }
 
-  void addHooks() {
-    CLI::App* hooks = app_->add_subcommand(
-        "hooks", "Make coding agents keep the computer awake while they work, or undo that");
-    describe(*hooks);
-    hooks->require_subcommand(0, 1);
-    hooks->footer(
+  void addHooksCommands(CLI::App& hooks) {
+    hooks.require_subcommand(0, 1);
+    add(hooks, Command::hooksInstall, "install",
+        "Write the hook script, and make agents run it on every event",
+        &TreeBuilder::addHooksOptions);
+    add(hooks, Command::hooksUninstall, "uninstall",
+        "Take the hooks out of the agents' configuration again; for all four agents the hook "
+        "script "
+        "goes too",
+        &TreeBuilder::addHooksOptions);
+    add(hooks, Command::hooksInspect, "inspect",
+        "Show what is installed, and whether it is what this version installs",
+        &TreeBuilder::addHooksOptions);
+    hooks.footer(
         "The agents are Claude Code, Codex, Grok Build and Pi; without a target all four are "
         "meant.\nOther tools' hooks and settings are left as they are.");
-    addHooksOptions(*add(*hooks, Command::hooksInstall, "install",
-                         "Write the hook script, and make agents run it on every event"));
-    addHooksOptions(*add(*hooks, Command::hooksUninstall, "uninstall",
-                         "Take the hooks out of the agents' configuration again; for all four "
-                         "agents the hook script goes too"));
-    addHooksOptions(*add(*hooks, Command::hooksInspect, "inspect",
-                         "Show what is installed, and whether it is what this version installs"));
   }
 
   void addHooksOptions(CLI::App& command) {
@@ -170,34 +195,31 @@ class TreeBuilder {
     addJSON(command);
   }
 
-  void addWatch() {
-    CLI::App* watch = add(Command::watch, "watch",
-                          "Show the menu live, until Ctrl-C; in a pipe a line at each change");
+  void addWatchOptions(CLI::App& watch) {
     watch
-        ->add_option_function<std::string>(
+        .add_option_function<std::string>(
             "--interval",
             [&into = invocation_](const std::string& text) {
               into.interval = seconds("--interval", text);
             },
             "How often to look, in seconds; 0.5 otherwise")
         ->type_name("S");
-    addStateOptions(*watch);
+    addStateOptions(watch);
   }
 
-  void addRun() {
-    CLI::App* run = add(Command::run, "run", "Keep the computer awake while a command runs");
-    addMinutes(*run, "How far ahead of the present the timer is kept; 20 otherwise");
-    addHelperOptions(*run);
-    run->add_option("command", invocation_.words, "What to run, behind \"--\"")
+  void addRunOptions(CLI::App& run) {
+    addMinutes(run, "How far ahead of the present the timer is kept; 20 otherwise");
+    addHelperOptions(run);
+    run.add_option("command", invocation_.words, "What to run, behind \"--\"")
         ->type_name("COMMAND [ARG ...]")
         ->required();
-    run->footer("The command's standard streams, signals and exit status are its own.");
+    run.footer(
+        "The command's standard streams, signals and exit status are its own.\nWhen it ends the "
+        "timer runs on to its end; 'nodoctl stop' ends it at once.");
   }
 
-  void addCompletion() {
-    CLI::App* completion =
-        add(Command::completion, "completion", "Print a completion script for a shell");
-    completion->add_option("shell", invocation_.shell, "bash, zsh or fish")
+  void addCompletionOptions(CLI::App& completion) {
+    completion.add_option("shell", invocation_.shell, "bash, zsh or fish")
         ->type_name("bash|zsh|fish")
         ->required()
         ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""));
@@ -242,13 +264,13 @@ class TreeBuilder {
   }
 
   Invocation& invocation_;
-  std::shared_ptr<CLI::App> app_;
+  TreeExtent extent_;
 };
 
 }  // namespace
 
-std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation) {
-  return TreeBuilder(invocation).build();
+std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation, TreeExtent extent) {
+  return std::make_shared<TreeBuilder>(invocation, extent)->build();
 }
 
 }  // namespace nodo::nodoctl

@@ -244,8 +244,7 @@ TEST_F(RunCommandTest, ASignalOfTheCommandItselfIsNotSentBack) {
   const std::string self = std::to_string(::getpid());
   // Signals are passed on in their order, so the second one proves that the first one was not.
   const Outcome outcome = runScript("trap 'exit 33' INT; trap 'exit 4' USR1; kill -INT " + self +
-                                    "; sh -c 'kill -USR1 " + self +
-                                    "' & while :; do wait; done");
+                                    "; sh -c 'kill -USR1 " + self + "' & while :; do wait; done");
   EXPECT_EQ(outcome.exitStatus, 4);
 }
 
