@@ -1,5 +1,6 @@
 #include <platform/linux/DaemonBus.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <stdexcept>
@@ -22,7 +23,11 @@ SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
     return SystemdHandle<sd_bus>(made);
   }
   if (kind == DaemonBus::Kind::session) {
-    checkSystemd(sd_bus_open_user(&made), action);
+    const int opened = sd_bus_open_user(&made);
+    if (opened == -ENOMEDIUM) {
+      throw std::runtime_error("cannot " + action + ": this user has none");
+    }
+    checkSystemd(opened, action);
     return SystemdHandle<sd_bus>(made);
   }
   checkSystemd(sd_bus_new(&made), action);

@@ -77,7 +77,7 @@ SleepLock makeSleepLock(PowerChoice choice) {
 
 std::filesystem::path daemonStateFolder(const Environment& environment,
                                         const std::optional<std::string>& bus) {
-  const std::filesystem::path usual = StateStore::daemon(environment).directory;
+  std::filesystem::path usual = StateStore::daemon(environment).directory;
   std::error_code ignored;
   if (nonEmpty(environment, "NODO_STATE_DIR") || std::filesystem::is_directory(usual, ignored)) {
     return usual;

@@ -139,7 +139,13 @@ void HelperListener::askAuthority(const HelperRequest& request, std::uint32_t us
   }
   Waiting& waiting = waiting_.emplace_back(
       Waiting{.listener = *this, .request = request, .user = user, .question = nullptr});
-  waiting.question = askPolkit(bus_, request.caller(), onAuthority, &waiting);
+  try {
+    waiting.question = askPolkit(bus_, request.caller(), onAuthority, &waiting);
+  } catch (const std::runtime_error& error) {
+    waiting_.pop_back();
+    refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED,
+           CallerPolicy::judge(AuthorityAnswer{.failure = error.what()}).reason);
+  }
 }
 
 int HelperListener::onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* /*error*/) {

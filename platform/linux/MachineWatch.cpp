@@ -16,6 +16,9 @@ using std::chrono::milliseconds;
 // have seen the lid by then, which is asked for it.
 constexpr milliseconds settleTime(100);
 
+constexpr char supplies[] = "/sys/class/power_supply";
+constexpr char procNet[] = "/proc/net";
+
 // Makes a source of messages where the machine has it.
 template <class Source, class... Arguments>
 void open(std::optional<Source>& source, const std::string& name, Arguments&&... arguments) {
@@ -29,11 +32,8 @@ void open(std::optional<Source>& source, const std::string& name, Arguments&&...
 }  // namespace
 
 MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
-                           std::function<void(const std::string& what)> changed,
-                           const std::filesystem::path& root)
+                           std::function<void(const std::string& what)> changed)
     : changed_(std::move(changed)),
-      supplies_(root / "sys/class/power_supply"),
-      procNet_(root / "proc/net"),
       settled_(loop, CLOCK_MONOTONIC, settleTime / 4, [this] { look(); }),
       logindSignals_(loop, systemBus,
                      {.lidChanged = [this] { suspect(&Suspicions::lid); },
@@ -50,8 +50,8 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
                                     }});
   open(routeMessages_, "the network", loop, [this] { suspect(&Suspicions::route); });
   // Read after the sources are open, so that no change can fall in between.
-  power_ = readPowerSupplies(supplies_);
-  hasRoute_ = readDefaultRoute(procNet_);
+  power_ = readPowerSupplies(supplies);
+  hasRoute_ = readDefaultRoute(procNet);
 }
 
 void MachineWatch::repair() {
@@ -78,10 +78,10 @@ void MachineWatch::look() {
   if (suspicions.lid) {
     add("lid");
   }
-  if (suspicions.power && std::exchange(power_, readPowerSupplies(supplies_)) != power_) {
+  if (suspicions.power && std::exchange(power_, readPowerSupplies(supplies)) != power_) {
     add("power supply");
   }
-  if (suspicions.route && std::exchange(hasRoute_, readDefaultRoute(procNet_)) != hasRoute_) {
+  if (suspicions.route && std::exchange(hasRoute_, readDefaultRoute(procNet)) != hasRoute_) {
     add("route");
   }
   if (!what.empty()) {

@@ -7,7 +7,6 @@
 #include <platform/linux/RouteMessages.h>
 #include <platform/linux/SupplyMessages.h>
 
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -23,11 +22,9 @@ class MachineWatch {
  public:
   /// `systemBus`: a connection to the system bus that the loop serves, or null to make one.
   /// `changed`: called in the loop with what changed, such as "route" or "lid, power supply".
-  /// `root`: the folder that holds "sys" and "proc". A source of messages that cannot be had is
-  /// logged and gone without.
+  /// A source of messages that cannot be had is logged and gone without.
   MachineWatch(EventLoop& loop, sd_bus* systemBus,
-               std::function<void(const std::string& what)> changed,
-               const std::filesystem::path& root = "/");
+               std::function<void(const std::string& what)> changed);
 
   MachineWatch(const MachineWatch&) = delete;
   MachineWatch& operator=(const MachineWatch&) = delete;
@@ -48,8 +45,6 @@ class MachineWatch {
   void look();
 
   std::function<void(const std::string& what)> changed_;
-  std::filesystem::path supplies_;
-  std::filesystem::path procNet_;
   Suspicions suspicions_;
   LoopTimer settled_;
   std::optional<LidSwitches> lidSwitches_;

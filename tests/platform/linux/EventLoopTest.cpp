@@ -19,16 +19,16 @@ class EventLoopTest : public ::testing::Test {
  protected:
   // Makes a timer that notes its name when it fires; the one called "end" ends the loop.
   std::unique_ptr<LoopTimer> timer(const std::string& name) {
-    return std::make_unique<LoopTimer>(loop_, CLOCK_MONOTONIC, microseconds(1), [this, name] {
-      fired_.push_back(name);
+    return std::make_unique<LoopTimer>(loop, CLOCK_MONOTONIC, microseconds(1), [this, name] {
+      fired.push_back(name);
       if (name == "end") {
-        loop_.end();
+        loop.end();
       }
     });
   }
 
-  EventLoop loop_;
-  std::vector<std::string> fired_;
+  EventLoop loop;
+  std::vector<std::string> fired;
 };
 
 TEST_F(EventLoopTest, TimersFireInOrderAndOnce) {
@@ -38,8 +38,8 @@ TEST_F(EventLoopTest, TimersFireInOrderAndOnce) {
   end->set(milliseconds(20));
   second->set(milliseconds(2));
   first->set(milliseconds(1));
-  loop_.run();
-  EXPECT_EQ(fired_, (std::vector<std::string>{"first", "second", "end"}));
+  loop.run();
+  EXPECT_EQ(fired, (std::vector<std::string>{"first", "second", "end"}));
   EXPECT_FALSE(first->isSet());
 }
 
@@ -54,52 +54,52 @@ TEST_F(EventLoopTest, SettingReplacesAndCancels) {
   replaced->set(std::chrono::hours(24 * 365 * 50));
   EXPECT_TRUE(replaced->isSet());
   end->set(milliseconds(10));
-  loop_.run();
-  EXPECT_EQ(fired_, (std::vector<std::string>{"end"}));
+  loop.run();
+  EXPECT_EQ(fired, (std::vector<std::string>{"end"}));
 }
 
 TEST_F(EventLoopTest, ATimeThatHasPassedIsNow) {
   const auto end = timer("end");
   end->set(milliseconds(-5));
-  loop_.run();
-  EXPECT_EQ(fired_.size(), 1U);
+  loop.run();
+  EXPECT_EQ(fired.size(), 1U);
 }
 
 TEST_F(EventLoopTest, ATimerMayBeSetAnewWhenItFires) {
   int count = 0;
   std::unique_ptr<LoopTimer> again;
-  again = std::make_unique<LoopTimer>(loop_, CLOCK_BOOTTIME, microseconds(1), [&] {
+  again = std::make_unique<LoopTimer>(loop, CLOCK_BOOTTIME, microseconds(1), [&] {
     if (++count == 3) {
-      loop_.end();
+      loop.end();
     } else {
       again->set(milliseconds(1));
     }
   });
   again->set(milliseconds(1));
-  loop_.run();
+  loop.run();
   EXPECT_EQ(count, 3);
 }
 
 TEST_F(EventLoopTest, AnExceptionEndsTheLoopAndComesOutOfIt) {
-  LoopTimer failing(loop_, CLOCK_MONOTONIC, microseconds(1),
+  LoopTimer failing(loop, CLOCK_MONOTONIC, microseconds(1),
                     [] { throw std::runtime_error("it broke"); });
   const auto later = timer("later");
   failing.set(milliseconds(1));
   later->set(std::chrono::hours(1));
   try {
-    loop_.run();
+    loop.run();
     FAIL() << "the loop ended without the error";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "it broke");
   }
-  EXPECT_TRUE(fired_.empty());
+  EXPECT_TRUE(fired.empty());
 }
 
 TEST_F(EventLoopTest, TheFirstOfTwoErrorsCounts) {
-  loop_.fail(std::make_exception_ptr(std::runtime_error("first")));
-  loop_.fail(std::make_exception_ptr(std::runtime_error("second")));
+  loop.fail(std::make_exception_ptr(std::runtime_error("first")));
+  loop.fail(std::make_exception_ptr(std::runtime_error("second")));
   try {
-    loop_.run();
+    loop.run();
     FAIL() << "the loop ended without the error";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "first");
