@@ -44,8 +44,9 @@ class World:
     """Everything lies in a folder that is gone afterwards, and every process of it is ended."""
 
     def __init__(self, nodoctl, nodod):
-        if shutil.which("dbus-daemon") is None:
-            skip("dbus-daemon is not installed")
+        for program in ["dbus-daemon", "busctl"]:
+            if shutil.which(program) is None:
+                skip(f"{program} is not installed")
         self.nodoctl = nodoctl
         self.nodod = nodod
         self.folder = tempfile.mkdtemp(prefix="nodo-tool-")
@@ -112,6 +113,7 @@ class Terminal:
 
     def __init__(self, world, command, columns=80, rows=24):
         self.output = b""
+        self.usage = None  # of the processor, once it has ended
         self.pid, self.master = pty.fork()
         if self.pid == 0:
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
@@ -147,7 +149,8 @@ class Terminal:
         end = time.monotonic() + PATIENCE
         while self.read(0.1):
             check(time.monotonic() < end, f"never ends: {self.output!r}")
-        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+        _, status, self.usage = os.wait4(self.pid, 0)
+        return os.waitstatus_to_exitcode(status)
 
 
 def main(*tests):
