@@ -19,16 +19,24 @@ bool reachedCommand(const CaughtSignal& signal, const CommandProcess& command) {
   return !signal.sender || *signal.sender == command.pid();
 }
 
+// Both stop, and whoever started this process sees that. What stopped the group is continued as a
+// group; to pass that on as well would wake the command if it had been stopped again meanwhile.
+void stopWith(const CaughtSignal& signal, const CommandProcess& command) {
+  const bool isForBoth = reachedCommand(signal, command);
+  if (!isForBoth) {
+    command.send(SIGTSTP);
+  }
+  sufferSignal(SIGTSTP);
+  if (!isForBoth) {
+    command.send(SIGCONT);
+  }
+}
+
 void passOn(const CaughtSignal& signal, const CommandProcess& command) {
-  if (signal.number == SIGCHLD) {
-    return;
-  }
-  if (signal.number == SIGCONT || !reachedCommand(signal, command)) {
-    command.send(signal.number);
-  }
-  // Both stop, and whoever started this process sees that.
   if (signal.number == SIGTSTP) {
-    sufferSignal(SIGTSTP);
+    stopWith(signal, command);
+  } else if (signal.number != SIGCHLD && !reachedCommand(signal, command)) {
+    command.send(signal.number);
   }
 }
 
@@ -44,7 +52,7 @@ int keepAwakeDuring(const Invocation& invocation, const ToolContext& context) {
               std::filesystem::path(name).filename().string(), context);
   lease.begin();
   const auto signals = context.catchSignals(
-      {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH, SIGUSR1, SIGUSR2});
+      {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH, SIGUSR1, SIGUSR2});
   CommandProcess command(invocation.words);
   while (!command.hasEnded()) {
     if (const auto signal = signals->next(lease.timeToWait())) {
