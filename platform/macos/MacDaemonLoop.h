@@ -1,0 +1,38 @@
+#pragma once
+
+#include <NODOCore/helper/CodeSigning.h>
+#include <platform/DaemonMachine.h>
+
+#include <memory>
+
+namespace nodo {
+
+/// The daemon's loop on the main run loop of its process, which serves the main dispatch queue too.
+/// For the main thread only; one at a time.
+class MacDaemonLoop : public DaemonLoop {
+ public:
+  explicit MacDaemonLoop(std::shared_ptr<const CodeSigning> codeSigning);
+
+  MacDaemonLoop(const MacDaemonLoop&) = delete;
+  MacDaemonLoop& operator=(const MacDaemonLoop&) = delete;
+
+  ~MacDaemonLoop() override;
+
+  /// launchd keeps the name, so that it is taken shows only in the system's log.
+  void serve(NODOHelperXPCProtocol& service) override;
+
+  void setTimer(std::optional<Seconds> fromNow) override;
+
+  /// launchd asks for no proof of life.
+  void setLockHeld(bool held) override;
+
+  /// Errors of handlers end the loop and are thrown from here.
+  void run(const DaemonHandlers& handlers) override;
+
+ private:
+  class Parts;
+
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace nodo

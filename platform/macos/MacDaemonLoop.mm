@@ -1,0 +1,202 @@
+#include <NODOCore/helper/NODOServiceConstants.h>
+#include <platform/macos/MacDaemonLoop.h>
+#include <platform/macos/MachineNews.h>
+#include <platform/macos/XPCHelperListener.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#import <CoreFoundation/CoreFoundation.h>
+#import <Foundation/Foundation.h>
+#import <dispatch/dispatch.h>
+
+namespace nodo {
+namespace {
+
+// What happens within this time is one change: the last message of a burst may be the one that
+// matters, and each look at the machine runs several tools.
+constexpr Seconds settleTime(0.1);
+// Far enough to be never, near enough for the clock.
+constexpr Seconds longestTimer(366.0 * 24 * 3600);
+
+/// A source of events on the main queue, under way until it is destroyed.
+class MainQueueSource {
+ public:
+  MainQueueSource(dispatch_source_type_t type, uintptr_t handle, std::function<void()> event)
+      : source_(dispatch_source_create(type, handle, 0, dispatch_get_main_queue())) {
+    if (source_ == nullptr) {
+      throw std::runtime_error("the system makes no dispatch source");
+    }
+    dispatch_source_set_event_handler(source_, ^{
+      event();
+    });
+  }
+
+  MainQueueSource(const MainQueueSource&) = delete;
+  MainQueueSource& operator=(const MainQueueSource&) = delete;
+
+  ~MainQueueSource() {
+    dispatch_source_cancel(source_);
+    dispatch_release(source_);
+  }
+
+ protected:
+  dispatch_source_t source() const { return source_; }
+
+ private:
+  dispatch_source_t source_;
+};
+
+/// A timer that fires once, by the civil clock: it goes on while the machine sleeps, and what the
+/// daemon waits for are civil times.
+class Timer : public MainQueueSource {
+ public:
+  explicit Timer(std::function<void()> fired)
+      : MainQueueSource(DISPATCH_SOURCE_TYPE_TIMER, 0, std::move(fired)) {
+    set(std::nullopt);
+    dispatch_resume(source());
+  }
+
+  void set(std::optional<Seconds> fromNow) {
+    constexpr uint64_t tolerance = 50 * NSEC_PER_MSEC;
+    dispatch_time_t start = DISPATCH_TIME_FOREVER;
+    if (fromNow) {
+      const Seconds bounded = *fromNow > Seconds(0) ? std::min(*fromNow, longestTimer) : Seconds(0);
+      start = dispatch_walltime(nullptr, static_cast<int64_t>(bounded.count() * NSEC_PER_SEC));
+    }
+    dispatch_source_set_timer(source(), start, DISPATCH_TIME_FOREVER, tolerance);
+  }
+};
+
+/// Turns a signal into an event, and keeps it from ending the process: by a handler, as children
+/// would inherit that it is ignored.
+class Signal : public MainQueueSource {
+ public:
+  Signal(int number, std::function<void()> received)
+      : MainQueueSource(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number),
+                        std::move(received)),
+        number_(number) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    sigaction(number, &action, &before_);
+    dispatch_resume(source());
+  }
+
+  Signal(const Signal&) = delete;
+  Signal& operator=(const Signal&) = delete;
+
+  ~Signal() { sigaction(number_, &before_, nullptr); }
+
+ private:
+  int number_;
+  struct sigaction before_ = {};
+};
+
+}  // namespace
+
+class MacDaemonLoop::Parts {
+ public:
+  explicit Parts(std::shared_ptr<const CodeSigning> codeSigning)
+      : codeSigning_(std::move(codeSigning)) {}
+
+  void serve(NODOHelperXPCProtocol& service) {
+    listener_ = std::make_unique<XPCHelperListener>(
+        std::string(NODOServiceConstants::helperMachServiceName), service, codeSigning_, stderr);
+  }
+
+  void setTimer(std::optional<Seconds> fromNow) { timer_.set(fromNow); }
+
+  void run(const DaemonHandlers& handlers) {
+    handlers_ = &handlers;
+    ended_ = false;
+    CFRunLoopRun();
+    handlers_ = nullptr;
+    if (failure_) {
+      std::rethrow_exception(std::exchange(failure_, nullptr));
+    }
+    if (!ended_) {
+      throw std::runtime_error("the main run loop ended by itself");
+    }
+  }
+
+ private:
+  /// Does `work` with the handlers. What it throws must not pass through the system's frames.
+  template <class Work>
+  void handle(const Work& work) {
+    if (handlers_ == nullptr || ended_) {
+      return;
+    }
+    @autoreleasepool {
+      try {
+        work(*handlers_);
+      } catch (...) {
+        failure_ = std::current_exception();
+        end();
+      }
+    }
+  }
+
+  void terminate() {
+    handle([this](const DaemonHandlers& handlers) {
+      handlers.terminate();
+      end();
+    });
+  }
+
+  void end() {
+    ended_ = true;
+    CFRunLoopStop(CFRunLoopGetMain());
+  }
+
+  void machineChanged(const std::string& what) {
+    if (changes_.empty()) {
+      settled_.set(settleTime);
+    }
+    if (std::find(changes_.begin(), changes_.end(), what) == changes_.end()) {
+      changes_.push_back(what);
+    }
+  }
+
+  void reportChanges() {
+    std::string what;
+    for (const std::string& change : std::exchange(changes_, {})) {
+      what += (what.empty() ? "" : ", ") + change;
+    }
+    handle([&](const DaemonHandlers& handlers) { handlers.machineChanged(what); });
+  }
+
+  std::shared_ptr<const CodeSigning> codeSigning_;
+  const DaemonHandlers* handlers_ = nullptr;
+  bool ended_ = false;
+  std::exception_ptr failure_;
+  std::vector<std::string> changes_;  // since the last report
+  Timer timer_{[this] { handle([](const DaemonHandlers& handlers) { handlers.timerFired(); }); }};
+  Timer settled_{[this] { reportChanges(); }};
+  Signal terminated_{SIGTERM, [this] { terminate(); }};
+  Signal interrupted_{SIGINT, [this] { terminate(); }};
+  MachineNews news_{[this](const char* what) { machineChanged(what); }};
+  std::unique_ptr<XPCHelperListener> listener_;
+};
+
+MacDaemonLoop::MacDaemonLoop(std::shared_ptr<const CodeSigning> codeSigning)
+    : parts_(std::make_unique<Parts>(std::move(codeSigning))) {}
+
+MacDaemonLoop::~MacDaemonLoop() = default;
+
+void MacDaemonLoop::serve(NODOHelperXPCProtocol& service) { parts_->serve(service); }
+
+void MacDaemonLoop::setTimer(std::optional<Seconds> fromNow) { parts_->setTimer(fromNow); }
+
+void MacDaemonLoop::setLockHeld([[maybe_unused]] bool held) {}
+
+void MacDaemonLoop::run(const DaemonHandlers& handlers) { parts_->run(handlers); }
+
+}  // namespace nodo

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+namespace nodo {
+
+/// Tells when the power supply, the lid or the network changed or the machine woke up, on the main
+/// thread while its run loop runs. To be made and destroyed there.
+///
+/// What the system does not offer is one line on standard error: the daemon looks at the machine
+/// itself while it holds the lock, only later.
+class MachineNews {
+ public:
+  /// `changed` is given the name of what changed. It may be called when nothing did.
+  explicit MachineNews(std::function<void(const char* what)> changed);
+
+  MachineNews(const MachineNews&) = delete;
+  MachineNews& operator=(const MachineNews&) = delete;
+
+  ~MachineNews();
+
+ private:
+  class Power;
+  class Lid;
+  class Sleep;
+  class Route;
+
+  std::function<void(const char* what)> changed_;
+  std::unique_ptr<Power> power_;
+  std::unique_ptr<Lid> lid_;
+  std::unique_ptr<Sleep> sleep_;
+  std::unique_ptr<Route> route_;
+};
+
+}  // namespace nodo

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <NODOCore/power/CommandRunning.h>
+#include <platform/DaemonMachine.h>
+
+#include <memory>
+
+namespace nodo {
+
+/// The machine-wide lock that `/usr/bin/pmset` switches, which outlives this process.
+SleepLock pmsetSleepLock(std::shared_ptr<const CommandRunning> runner);
+
+}  // namespace nodo

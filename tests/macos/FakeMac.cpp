@@ -1,0 +1,114 @@
+#include <NODOCore/base/ProgrammingFault.h>
+
+#include <csignal>
+#include <utility>
+
+#include <tests/macos/FakeMac.h>
+
+namespace nodo::testing {
+namespace {
+
+constexpr std::chrono::seconds longTime(30);
+
+}  // namespace
+
+FakeMac& FakeMac::instance() {
+  static FakeMac mac;
+  return mac;
+}
+
+void FakeMac::reset() {
+  offersPowerNews = offersLidService = offersLidNews = offersSleepNews = true;
+  offersPathMonitor = offersSources = true;
+  runLoopEndsByItself = false;
+  powerSource = nullptr;
+  lid = nullptr;
+  sleep = nullptr;
+  path = nullptr;
+  allowedChanges.clear();
+  {
+    const std::lock_guard guard(mutex_);
+    work_.clear();
+  }
+  idleWork_.clear();
+  stopped_ = false;
+  now_ = 1'000'000'000;
+  sources_.clear();
+  handles_.clear();
+}
+
+void FakeMac::post(Work work) {
+  const std::lock_guard guard(mutex_);
+  work_.push_back(std::move(work));
+  posted_.notify_one();
+}
+
+bool FakeMac::nextWork(Work& work) {
+  std::unique_lock guard(mutex_);
+  if (work_.empty() && !idleWork_.empty()) {
+    work = std::move(idleWork_.front());
+    idleWork_.pop_front();
+    return true;
+  }
+  if (!posted_.wait_for(guard, longTime, [this] { return !work_.empty(); })) {
+    return false;
+  }
+  work = std::move(work_.front());
+  work_.pop_front();
+  return true;
+}
+
+void FakeMac::run() {
+  if (runLoopEndsByItself) {
+    return;
+  }
+  for (stopped_ = false; !stopped_;) {
+    Work work;
+    if (!nextWork(work)) {
+      programmingFault("nothing happens on the main run loop");
+    }
+    work();
+  }
+}
+
+void FakeMac::pass(double seconds) {
+  now_ += static_cast<std::int64_t>(seconds * 1e9);
+  for (auto& [key, source] : sources_) {
+    if (source.isTimer && source.isResumed && source.due <= now_) {
+      source.due = never;
+      post([this, key = key] {
+        if (const auto found = sources_.find(key); found != sources_.end()) {
+          found->second.handler();
+        }
+      });
+    }
+  }
+}
+
+void FakeMac::raise(int number) {
+  std::raise(number);
+  for (const auto& [key, source] : sources_) {
+    if (source.signal == number && source.isResumed) {
+      post(source.handler);
+    }
+  }
+}
+
+std::uint32_t FakeMac::open(const std::string& what) {
+  handles_[++lastHandle_] = what;
+  return lastHandle_;
+}
+
+bool FakeMac::close(std::uint32_t handle) {
+  return handles_.erase(handle) == 1;
+}
+
+std::multiset<std::string> FakeMac::openHandles() const {
+  std::multiset<std::string> open;
+  for (const auto& [handle, what] : handles_) {
+    open.insert(what);
+  }
+  return open;
+}
+
+}  // namespace nodo::testing

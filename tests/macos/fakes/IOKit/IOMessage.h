@@ -1,0 +1,6 @@
+#pragma once
+
+#define kIOMessageCanSystemSleep 0xe0000270u
+#define kIOMessageSystemWillSleep 0xe0000280u
+#define kIOMessageSystemWillPowerOn 0xe0000320u
+#define kIOMessageSystemHasPoweredOn 0xe0000300u

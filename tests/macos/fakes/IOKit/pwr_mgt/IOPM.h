@@ -1,0 +1,3 @@
+#pragma once
+
+#define kIOPMMessageClamshellStateChange 0xe0034100u
