@@ -1,0 +1,7 @@
+#import <platform/macos/NODOHelperXPCProtocol.h>
+
+Protocol* wireProtocol(void);
+
+Protocol* wireProtocol(void) {
+  return @protocol(NODOHelperXPCProtocol);
+}
