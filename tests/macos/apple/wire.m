@@ -2,6 +2,4 @@
 
 Protocol* wireProtocol(void);
 
-Protocol* wireProtocol(void) {
-  return @protocol(NODOHelperXPCProtocol);
-}
+Protocol* wireProtocol(void) { return @protocol(NODOHelperXPCProtocol); }

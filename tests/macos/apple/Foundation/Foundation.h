@@ -1,7 +1,7 @@
 #pragma once
 
-// As much of Foundation as the wire's declaration takes, for a compiler that aims at macOS without having
-// its headers.
+// As much of Foundation as the wire's declaration takes, for a compiler that aims at macOS without
+// having its headers.
 
 #include <stdbool.h>
 #include <stdint.h>
