@@ -25,7 +25,7 @@ std::optional<bool> liveSleepDisabled(const CommandRunning& runner) {
 
 }  // namespace
 
-SleepLock pmsetSleepLock(std::shared_ptr<const CommandRunning> runner) {
+SleepLock pmsetSleepLock(const std::shared_ptr<const CommandRunning>& runner) {
   return {.manager = std::make_unique<PMSetPowerManager>(runner, /*dryRun=*/false),
           .isHeld = [runner] { return liveSleepDisabled(*runner); },
           .diesWithProcess = false,

@@ -8,6 +8,6 @@
 namespace nodo {
 
 /// The machine-wide lock that `/usr/bin/pmset` switches, which outlives this process.
-SleepLock pmsetSleepLock(std::shared_ptr<const CommandRunning> runner);
+SleepLock pmsetSleepLock(const std::shared_ptr<const CommandRunning>& runner);
 
 }  // namespace nodo

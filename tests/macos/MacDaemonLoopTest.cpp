@@ -42,7 +42,7 @@ class MacDaemonLoopTest : public ::testing::Test {
     makeLoop();
   }
 
-  ~MacDaemonLoopTest() override {
+  void TearDown() override {
     loop.reset();
     EXPECT_EQ(mac.openHandles(), std::multiset<std::string>{});
     EXPECT_EQ(mac.sources(), 0U);

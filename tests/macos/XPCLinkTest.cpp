@@ -99,7 +99,7 @@ class XPCLinkTest : public ::testing::Test {
     replyWith({.status = report});
   }
 
-  ~XPCLinkTest() override {
+  void TearDown() override {
     if (listener) {
       EXPECT_EQ(ownInstances(), 2) << "the delegate and what it exports";
     }
