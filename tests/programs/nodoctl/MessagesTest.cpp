@@ -2,15 +2,16 @@
 #include <testing/UnprivilegedUser.h>
 
 #include <gmock/gmock.h>
+
 #include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
 namespace {
 
 using ::testing::EndsWith;
+using testing::FakeHelperRequest;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing::FakeHelperRequest;
 using Texts = std::vector<std::string>;
 
 // Every message that a person may meet: it says what is wrong, where, and what can be done; on the
@@ -82,21 +83,19 @@ TEST_F(MessagesTest, MinutesThatNoPolicyAllows) {
     if (daemon) {
       startDaemon();
     }
-    expectMessages({{{"manual", "--minutes", "0"},
-                     1,
-                     {"Invalid duration: minutes must be greater than 0\n"}},
-                    {{"run", "--minutes", "-5", "--", "true"},
-                     1,
-                     {"Invalid duration: minutes must be greater than 0\n"}}});
+    expectMessages(
+        {{{"manual", "--minutes", "0"}, 1, {"Invalid duration: minutes must be greater than 0\n"}},
+         {{"run", "--minutes", "-5", "--", "true"},
+          1,
+          {"Invalid duration: minutes must be greater than 0\n"}}});
   }
 }
 
 TEST_F(MessagesTest, NoPlaceForTheState) {
   environment.erase("HOME");
-  expectMessages({{{"status"},
-                   1,
-                   {"Unable to resolve nodo state directory", "set HOME or NODO_STATE_DIR\n"}},
-                  {{"hooks", "inspect"}, 1, {"HOME is not set", "use --home DIR"}}});
+  expectMessages(
+      {{{"status"}, 1, {"Unable to resolve nodo state directory", "set HOME or NODO_STATE_DIR\n"}},
+       {{"hooks", "inspect"}, 1, {"HOME is not set", "use --home DIR"}}});
 }
 
 TEST_F(MessagesTest, AStateThatCannotBeRead) {
@@ -128,6 +127,7 @@ TEST_F(MessagesTest, AFolderThatCannotBeWrittenTo) {
 
 TEST_F(MessagesTest, TheDaemonDoesNotDo) {
   startDaemon();
+
   const struct {
     std::function<void(const FakeHelperRequest&)> answer;
     std::string reason;
@@ -141,8 +141,8 @@ TEST_F(MessagesTest, TheDaemonDoesNotDo) {
        "its answer cannot be read: "}};
 
   for (const auto& each : cases) {
-    for (const char* request : {"status", "stop", "repair", "enableManual", "enableManualV2",
-                                "reconcile"}) {
+    for (const char* request :
+         {"status", "stop", "repair", "enableManual", "enableManualV2", "reconcile"}) {
       helper->answer(request, each.answer);
     }
     const std::string says = "helper unavailable (" + each.reason;
@@ -173,14 +173,15 @@ TEST_F(MessagesTest, AnOutputThatIsClosed) {
   startDaemon();
   std::ostringstream error;
   std::ostream closed(nullptr);
-  const ToolContext context{.environment = environment,
-                            .machine = {.processListing = machine,
-                                        .snapshotProvider = machine,
-                                        .sleepDiagnostics = [this](Date at) { return diagnose(at); }},
-                            .helperConnecting = [this](const auto&) { return helper; },
-                            .now = [this] { return now; },
-                            .output = closed,
-                            .error = error};
+  const ToolContext context{
+      .environment = environment,
+      .machine = {.processListing = machine,
+                  .snapshotProvider = machine,
+                  .sleepDiagnostics = [this](Date at) { return diagnose(at); }},
+      .helperConnecting = [this](const auto&) { return helper; },
+      .now = [this] { return now; },
+      .output = closed,
+      .error = error};
   for (const char* command : {"status", "doctor", "watch"}) {
     error.str("");
     EXPECT_EQ(runTool({command}, context), 1) << command;
