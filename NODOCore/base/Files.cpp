@@ -93,9 +93,15 @@ class TemporaryFile {
   }
 
   void keepRightsOf(const struct stat& old) {
+    struct stat made {};
+
+    if (::fstat(file_.get(), &made) != 0) {
+      throwErrno("Unable to keep the mode of", target_.string());
+    }
     const bool mayGiveAway = ::geteuid() == 0;
+    const bool isAnothers = made.st_uid != old.st_uid || made.st_gid != old.st_gid;
     // The mode last: giving a file away, like writing to it, clears its set-id bits.
-    if ((mayGiveAway && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
+    if ((mayGiveAway && isAnothers && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
         copyFileAttributes(target_, file_.get()) != 0 ||
         ::fchmod(file_.get(), old.st_mode & 07777U) != 0) {
       throwErrno("Unable to keep the mode of", target_.string());

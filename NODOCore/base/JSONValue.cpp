@@ -28,6 +28,16 @@ std::string shortened(std::string_view text, std::size_t longest) {
                                   escapedForDisplay(shortened(reason, 200))));
 }
 
+// The parser hands out a number as the C library has to read it: with the decimal point of the
+// program's locale in place of the text's own.
+std::string withDecimalPoint(std::string digits) {
+  const auto point = digits.find_first_not_of("0123456789+-eE");
+  if (point != std::string::npos) {
+    digits[point] = '.';
+  }
+  return digits;
+}
+
 // Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so
 // only the tree's depth has to be bounded.
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
@@ -50,7 +60,7 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   }
 
   bool number_float(number_float_t, const string_t& digits) override {
-    return add(JSONValue(JSONValue::Number{digits}));
+    return add(JSONValue(JSONValue::Number{withDecimalPoint(digits)}));
   }
 
   bool string(string_t& value) override { return add(JSONValue(std::move(value))); }

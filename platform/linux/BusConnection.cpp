@@ -84,15 +84,14 @@ void checkBus(int result, const std::string& action) {
   }
 }
 
-BusConnection::BusConnection(std::unique_ptr<sd_bus, BusCloser> bus,
-                             std::chrono::milliseconds callLimit)
+BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
     : bus_(std::move(bus)), callLimit_(callLimit) {}
 
 BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
                                         std::chrono::milliseconds callLimit) {
   sd_bus* opened = nullptr;
   checkBus(SdBusLibrary::shared().openSystem(&opened), "connect to the system bus");
-  std::unique_ptr<sd_bus, BusCloser> bus(opened);
+  BusHandle bus(opened);
   waitUntilReady(bus.get(), connectLimit);
   return {std::move(bus), callLimit};
 }

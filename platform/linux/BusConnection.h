@@ -12,10 +12,12 @@ struct BusMessageDeleter {
   void operator()(sd_bus_message* message) const;
 };
 
+/// Closes a bus without sending what is left, since that would wait for a bus that hangs.
 struct BusCloser {
   void operator()(sd_bus* bus) const;
 };
 
+using BusHandle = std::unique_ptr<sd_bus, BusCloser>;
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
 /// A connection to the system bus with a time limit on every step, so that no hung service or bus
@@ -37,9 +39,9 @@ class BusConnection {
   BusMessage send(const BusMessage& call) const;
 
  private:
-  BusConnection(std::unique_ptr<sd_bus, BusCloser> bus, std::chrono::milliseconds callLimit);
+  BusConnection(BusHandle bus, std::chrono::milliseconds callLimit);
 
-  std::unique_ptr<sd_bus, BusCloser> bus_;
+  BusHandle bus_;
   std::chrono::milliseconds callLimit_;
 };
 

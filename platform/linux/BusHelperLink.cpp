@@ -26,23 +26,23 @@ std::string commandToStartDaemon(const std::string& bus) {
   return bus == "system" ? "systemctl start nodod" : "nodod --bus " + bus;
 }
 
-UnflushedBus startAt(const std::string& address, const std::string& action) {
+BusHandle startAt(const std::string& address, const std::string& action) {
   const SdBusLibrary& library = SdBusLibrary::shared();
   sd_bus* made = nullptr;
   checkBus(library.newBus(&made), action);
-  UnflushedBus bus(made);
+  BusHandle bus(made);
   checkBus(library.setAddress(made, address.c_str()), action);
   checkBus(library.setBusClient(made, 1), action);
   checkBus(library.start(made), action);
   return bus;
 }
 
-UnflushedBus start(const std::string& bus, const std::string& action) {
+BusHandle start(const std::string& bus, const std::string& action) {
   const SdBusLibrary& library = SdBusLibrary::shared();
   sd_bus* made = nullptr;
   if (bus == "system") {
     checkBus(library.openSystem(&made), action);
-    return UnflushedBus(made);
+    return BusHandle(made);
   }
   if (bus == "session") {
     const int opened = library.openUser(&made);
@@ -50,7 +50,7 @@ UnflushedBus start(const std::string& bus, const std::string& action) {
       throw BusError("there is no session bus for this user");
     }
     checkBus(opened, action);
-    return UnflushedBus(made);
+    return BusHandle(made);
   }
   return startAt(bus, action);
 }
@@ -85,10 +85,6 @@ struct BusHelperLink::Pending {
   BusHelperLink& link;
   BusHelperRequest request;
 };
-
-void UnflushedBusCloser::operator()(sd_bus* bus) const {
-  SdBusLibrary::shared().closeUnref(bus);
-}
 
 std::string helperBusPath(const std::string& serviceName) {
   std::string path = "/" + serviceName;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <platform/linux/BusConnection.h>
 #include <platform/linux/BusHelperMailbox.h>
 
 #include <list>
@@ -10,13 +11,6 @@
 #include <systemd/sd-bus.h>
 
 namespace nodo {
-
-/// Closes a bus without sending what is left, since that would wait for a bus that hangs.
-struct UnflushedBusCloser {
-  void operator()(sd_bus* bus) const;
-};
-
-using UnflushedBus = std::unique_ptr<sd_bus, UnflushedBusCloser>;
 
 /// The daemon's methods on the bus.
 inline constexpr char helperBusInterface[] = "com.quintavel.nodo.Helper1";
@@ -61,7 +55,7 @@ class BusHelperLink {
   std::string busName_;       // of the one connected to, for people
   std::string startCommand_;  // which starts the daemon there
   std::list<Pending> pending_;
-  UnflushedBus bus_;  // goes first: it knows addresses of `pending_`
+  BusHandle bus_;  // goes first: it knows addresses of `pending_`
 };
 
 }  // namespace nodo

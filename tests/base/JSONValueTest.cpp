@@ -1,6 +1,7 @@
 #include <NODOCore/base/DecodingError.h>
 #include <NODOCore/base/JSONValue.h>
 
+#include <clocale>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -75,6 +76,17 @@ TEST(JSONValueTest, NumbersKeepTheirDigits) {
     const JSONValue value = JSONValue::parse("[" + digits + "]");
     EXPECT_EQ(jsonText(value, JSONLayout::compact), "[" + digits + "]");
   }
+}
+
+// A program that uses the library may speak its user's language.
+TEST(JSONValueTest, NumbersKeepTheirPointWhereAProgramWritesCommas) {
+  const std::string before = std::setlocale(LC_NUMERIC, nullptr);
+  if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) {
+    GTEST_SKIP() << "this machine has no locale with a comma";
+  }
+  const std::string text = jsonText(JSONValue::parse("[1.5,-2.25e3]"), JSONLayout::compact);
+  std::setlocale(LC_NUMERIC, before.c_str());
+  EXPECT_EQ(text, "[1.5,-2.25e3]");
 }
 
 TEST(JSONValueTest, NegativeZeroKeepsItsSign) {
