@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include <dirent.h>
@@ -120,17 +121,36 @@ std::optional<RunningProcess> readProcess(ProcFiles& files, std::string_view pid
     return std::nullopt;
   }
   process.ppid = stat->ppid;
-  // A kernel thread has no command line, and there may be hundreds of them.
-  if (!stat->isKernelThread && !readCommandLine(files, pid, process)) {
+  if (stat->isKernelThread || !readCommandLine(files, pid, process)) {
     return std::nullopt;
   }
-  if (process.executable.empty()) {  // a kernel thread, or one that has ended but is still listed
+  if (process.executable.empty()) {  // one that has ended but is still listed
     process.executable = repaired(stat->name);
   }
   if (process.command.empty()) {
     process.command = process.executable;
   }
   return process;
+}
+
+using Names = std::unordered_set<std::string>;
+
+// The kernel threads as far as the kernel tells them in one go: there may be hundreds, and looking
+// at each takes most of the time of a listing.
+Names knownKernelThreads(ProcFiles& files) {
+  constexpr char parent[] = "2";  // unless this is a namespace where the number is a program's
+  Names threads;
+  const auto text = files.read(parent, "stat");
+  const auto stat = text ? parseStat(*text) : std::nullopt;
+  if (!stat || !stat->isKernelThread) {
+    return threads;
+  }
+  if (const auto children = files.read(parent, "task/2/children")) {
+    for (const std::string_view pid : splitFields(trimmed(*children))) {
+      threads.emplace(pid);
+    }
+  }
+  return threads;
 }
 
 bool isNumber(std::string_view name) {
@@ -148,10 +168,11 @@ std::vector<RunningProcess> ProcProcessListing::listProcesses() const {
     throw NODOError::processListingFailed(procFolder_.string() + ": " + std::strerror(errno));
   }
   ProcFiles files(::dirfd(folder.get()));
+  const Names kernelThreads = knownKernelThreads(files);
   std::vector<RunningProcess> processes;
   while (const dirent* entry = ::readdir(folder.get())) {
-    const std::string_view name(entry->d_name);
-    if (!isNumber(name)) {
+    const std::string name(entry->d_name);
+    if (!isNumber(name) || kernelThreads.contains(name)) {
       continue;
     }
     if (auto process = readProcess(files, name)) {

@@ -58,12 +58,27 @@ TEST_F(ProcProcessListingTest, NamesAProcessWithoutCommandLineAsTheKernelDoes) {
                         {.pid = 2, .ppid = 0, .executable = "kthreadd", .command = "kthreadd"}}));
 }
 
-TEST_F(ProcProcessListingTest, AKernelThreadIsNotAskedForACommandLine) {
-  proc.write("2/stat", "2 (kworker/0:1 (odd)) I 0 0 0 0 -1 69238880 0 0\n");
-  EXPECT_EQ(list(), (std::vector<RunningProcess>{{.pid = 2,
-                                                  .ppid = 0,
-                                                  .executable = "kworker/0:1 (odd)",
-                                                  .command = "kworker/0:1 (odd)"}}));
+TEST_F(ProcProcessListingTest, KernelThreadsAreLeftOut) {
+  addProcess(9, 2, "program", "program\0"s);
+  proc.write("8/stat", "8 (kworker/0:1 (odd)) I 2 0 0 0 -1 69238880 0 0\n");
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().pid, 9);
+}
+
+TEST_F(ProcProcessListingTest, KernelThreadsThatTheirParentNamesAreNotEvenLookedAt) {
+  proc.write("2/stat", "2 (kthreadd) S 0 0 0 0 -1 2129984 0 0\n");
+  proc.write("2/task/2/children", "3 14 ");
+  addProcess(3, 2, "would-be-read", "would-be-read\0"s);
+  addProcess(4, 2, "program", "program\0"s);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().pid, 4);
+}
+
+TEST_F(ProcProcessListingTest, ChildrenOfAProgramWithTheNumberTwoAreListed) {
+  addProcess(2, 1, "sh", "sh\0"s);
+  proc.write("2/task/2/children", "3 ");
+  addProcess(3, 2, "claude", "claude\0"s);
+  EXPECT_EQ(list().size(), 2U);
 }
 
 TEST_F(ProcProcessListingTest, ACommandLineThatJustFillsABufferIsReadToItsEnd) {
