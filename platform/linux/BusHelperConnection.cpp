@@ -103,7 +103,7 @@ BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::st
       mailbox_(std::make_shared<BusHelperMailbox>()) {}
 
 BusHelperConnection::~BusHelperConnection() {
-  invalidate();
+  BusHelperConnection::invalidate();
 }
 
 void BusHelperConnection::setInvalidationHandler(Handler handler) {

@@ -255,7 +255,7 @@ void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* mess
 }
 
 std::string BusHelperLink::explained(const sd_bus_error& error) const {
-  const std::string text =
+  std::string text =
       error.message != nullptr && *error.message != '\0' ? error.message : error.name;
   if (isOneOf(error.name, {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER})) {
     return "the daemon nodod is not running on " + busName_ + "; start it with '" + startCommand_ +

@@ -75,7 +75,7 @@ std::string takeLine(std::string_view& rest, std::size_t columns) {
   }
   const auto blank = rest.substr(0, most.size() + 1).rfind(' ');
   const bool breaksWord = blank == std::string_view::npos || blank == 0;
-  const std::string line(breaksWord ? most : rest.substr(0, blank));
+  std::string line(breaksWord ? most : rest.substr(0, blank));
   rest.remove_prefix(line.size());
   rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
   return line;

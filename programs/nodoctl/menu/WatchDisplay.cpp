@@ -27,12 +27,12 @@ bool tellsTheSame(const WatchView& one, const WatchView& other) {
 
 FrameDisplay::FrameDisplay(std::shared_ptr<Terminal> terminal, TextStyle style)
     : terminal_(std::move(terminal)), style_(style) {
-  resume();
+  FrameDisplay::resume();
 }
 
 FrameDisplay::~FrameDisplay() {
   try {
-    suspend();
+    FrameDisplay::suspend();
   } catch (const std::exception&) {
     // The terminal is gone, and there is nobody left to tell.
   }
@@ -46,7 +46,7 @@ void FrameDisplay::suspend() {
 void FrameDisplay::resume() {
   terminal_->setEcho(false);
   terminal_->write(beginScreen);
-  forget();
+  last_.clear();
 }
 
 void FrameDisplay::show(const WatchView& view) {

@@ -105,6 +105,7 @@ void checkCommand(const std::string& command, const std::string& searchPath) {
 
 CommandProcess::CommandProcess(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }

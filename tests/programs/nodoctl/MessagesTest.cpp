@@ -10,7 +10,6 @@ namespace {
 
 using ::testing::EndsWith;
 using testing::FakeHelperRequest;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
 

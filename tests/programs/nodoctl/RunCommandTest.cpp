@@ -1,6 +1,8 @@
 #include <NODOCore/base/FileDescriptor.h>
 #include <programs/nodoctl/run/CommandProcess.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <deque>
 
@@ -13,7 +15,6 @@
 namespace nodo::nodoctl {
 namespace {
 
-using testing::FakeHelperRequest;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
@@ -249,12 +250,13 @@ TEST_F(RunCommandTest, ASignalOfTheCommandItselfIsNotSentBack) {
 }
 
 TEST_F(RunCommandTest, ACommandThatIsLetGoOfEnds) {
+  ASSERT_EQ(::mkfifo(file("gate").c_str(), S_IRWXU), 0);
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);
   const FileDescriptor output(ends[0]);
   {
     FileDescriptor input(ends[1]);
-    CommandProcess command({"sh", "-c", "exec cat"});
+    CommandProcess command({"sh", "-c", "read line < '" + file("gate") + "'"});
     EXPECT_FALSE(command.hasEnded());
     input.reset();
   }
