@@ -2,11 +2,11 @@
 #include <programs/nodoctl/run/EndWithParent.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ namespace {
 
 TEST(EndWithParentTest, AChildEndsWhenItsParentIsKilled) {
   std::array<int, 2> ends{};
-  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe(ends.data()), 0);
   const FileDescriptor output(ends[0]);
   FileDescriptor input(ends[1]);
   const pid_t parent = ::fork();
