@@ -10,8 +10,8 @@
 
 #include <bench/SampleState.h>
 
-// A pass of the daemon on the machine that this runs on, and what it is made of. With a logind of one's
-// own: tests/e2e/with-logind nodo_bench --benchmark_filter=OnThisMachine
+// A pass of the daemon on the machine that this runs on, and what it is made of. With a logind of
+// one's own: tests/e2e/with-logind nodo_bench --benchmark_filter=OnThisMachine
 namespace nodo::bench {
 namespace {
 

@@ -96,17 +96,21 @@ UsageError usageError(const CLI::App& app, const std::string& message) {
           .hint = "Try '" + fullName(reached(app)) + " --help' for more information."};
 }
 
-}  // namespace
-
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
-  Invocation invocation;
-  const auto app = makeCommandTree(invocation, TreeExtent::usedCommand);
+// Throws what the parser throws when the line asks for help or makes no sense.
+void parse(CLI::App& app, const std::vector<std::string>& arguments) {
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
+  app.parse(reversed);
+  if (app.get_subcommands().empty() || hasCommands(reached(app))) {
+    throw CLI::RequiredError("A command");
+  }
+}
+
+// What the whole tree makes of a line that another one did not understand.
+ParsedCommandLine explain(const std::vector<std::string>& arguments) {
+  Invocation invocation;
+  const auto app = makeCommandTree(invocation);
   try {
-    app->parse(reversed);
-    if (hasCommands(reached(*app))) {
-      throw CLI::RequiredError("A command");
-    }
+    parse(*app, arguments);
     return invocation;
   } catch (const CLI::CallForHelp&) {
     const CLI::App& command = reached(*app);
@@ -117,6 +121,21 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     return usageError(*app, unexpectedText(*app, error));
   } catch (const CLI::ParseError& error) {
     return usageError(*app, error.what());
+  }
+}
+
+}  // namespace
+
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+  Invocation invocation;
+  const auto app = makeCommandTreeFor(arguments, invocation);
+  try {
+    parse(*app, arguments);
+    return invocation;
+  } catch (const CLI::CallForVersion& version) {
+    return HelpText{std::string(version.what()) + "\n"};
+  } catch (const CLI::ParseError&) {
+    return explain(arguments);
   }
 }
 

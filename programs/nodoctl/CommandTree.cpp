@@ -3,11 +3,13 @@
 #include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/CommandTree.h>
 
+#include <algorithm>
 #include <locale>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -17,8 +19,9 @@ namespace {
 
 class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
  public:
-  TreeBuilder(Invocation& invocation, TreeExtent extent)
-      : invocation_(invocation), extent_(extent) {}
+  // Without `words` the whole tree.
+  TreeBuilder(Invocation& invocation, std::optional<std::vector<std::string>> words)
+      : invocation_(invocation), words_(std::move(words)) {}
 
   std::shared_ptr<CLI::App> build() {
     auto app = std::make_shared<CLI::App>(
@@ -78,11 +81,15 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
   // Without `command` it is one only together with a further word.
   void add(CLI::App& parent, std::optional<Command> command, const std::string& name,
            const std::string& description, AddOptions addOptions) {
+    const bool isOnTop = parent.get_parent() == nullptr;
+    if (words_ && isOnTop && std::find(words_->begin(), words_->end(), name) == words_->end()) {
+      return;
+    }
     CLI::App* added = parent.add_subcommand(name, description);
     if (command) {
       added->callback([&into = invocation_, command] { into.command = *command; });
     }
-    if (extent_ == TreeExtent::allCommands) {
+    if (!words_) {
       describe(*added);
       (this->*addOptions)(*added);
       return;
@@ -264,13 +271,18 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
   }
 
   Invocation& invocation_;
-  TreeExtent extent_;
+  std::optional<std::vector<std::string>> words_;
 };
 
 }  // namespace
 
-std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation, TreeExtent extent) {
-  return std::make_shared<TreeBuilder>(invocation, extent)->build();
+std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation) {
+  return std::make_shared<TreeBuilder>(invocation, std::nullopt)->build();
+}
+
+std::shared_ptr<CLI::App> makeCommandTreeFor(const std::vector<std::string>& words,
+                                             Invocation& invocation) {
+  return std::make_shared<TreeBuilder>(invocation, words)->build();
 }
 
 }  // namespace nodo::nodoctl

@@ -3,6 +3,8 @@
 #include <programs/nodoctl/Invocation.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -10,16 +12,15 @@ class App;
 
 namespace nodo::nodoctl {
 
-/// Which commands of a tree have their options from the start.
-enum class TreeExtent {
-  usedCommand,  ///< none: a command gets its own when it is parsed, since agents wait for each
-                ///< start
-  allCommands
-};
-
 /// nodoctl's commands and options. Parsing a command line with the tree fills in `invocation`,
 /// which must outlive it. The one description that parsing, help and shell completion are made
 /// from.
-std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation, TreeExtent extent);
+std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation);
+
+/// The same without the commands whose names are not among `words`, and with options only for those
+/// that are parsed: agents wait for each start, and the whole tree takes a good part of it. A line
+/// that it cannot parse has to be shown to the whole tree.
+std::shared_ptr<CLI::App> makeCommandTreeFor(const std::vector<std::string>& words,
+                                             Invocation& invocation);
 
 }  // namespace nodo::nodoctl

@@ -72,7 +72,7 @@ CommandEntry describe(const CLI::App& app) {
 
 CommandEntry describeProgram() {
   Invocation unused;
-  return describe(*makeCommandTree(unused, TreeExtent::allCommands));
+  return describe(*makeCommandTree(unused));
 }
 
 std::string names(const CommandEntry& command) {
