@@ -18,6 +18,8 @@ import time
 import dbus
 import dbus.bus
 
+from expectations import check, skip, wait_until
+
 NAME = "com.quintavel.nodo.helper"
 OBJECT = "/com/quintavel/nodo/helper"
 INTERFACE = "com.quintavel.nodo.Helper1"
@@ -35,31 +37,6 @@ def enter():
     os.environ.pop("LD_PRELOAD", None)  # umockdev's devices are for logind alone
     command = ["unshare", "--net", "--mount", "--propagation", "private", "/usr/bin/python3", "-B"]
     os.execvp("unshare", command + sys.argv)
-
-
-def skip(reason):
-    print(f"skipped: {reason}", file=sys.stderr)
-    sys.exit(77)
-
-
-def check(condition, what):
-    if not condition:
-        raise AssertionError(what)
-
-
-def equal(actual, expected, what):
-    check(actual == expected, f"{what}: expected {expected!r}, got {actual!r}")
-
-
-def wait_until(condition, what, limit=10.0):
-    """Returns what `condition` gives once that is true."""
-    end = time.monotonic() + limit
-    while True:
-        value = condition()
-        if value:
-            return value
-        check(time.monotonic() < end, f"not within {limit} s: {what}")
-        time.sleep(0.005)
 
 
 def run(*command):

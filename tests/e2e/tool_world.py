@@ -16,28 +16,9 @@ import tempfile
 import termios
 import time
 
+from expectations import check, skip, wait_until
+
 PATIENCE = 30  # seconds for what must happen at all
-
-
-def skip(reason):
-    print(f"skipped: {reason}", file=sys.stderr)
-    sys.exit(77)
-
-
-def check(condition, what):
-    if not condition:
-        raise AssertionError(what)
-
-
-def equal(found, expected, what):
-    check(found == expected, f"{what}: {found!r} instead of {expected!r}")
-
-
-def wait_until(condition, what):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        check(time.monotonic() < end, f"never: {what}")
-        time.sleep(0.005)
 
 
 class World:

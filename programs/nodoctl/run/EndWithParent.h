@@ -28,7 +28,7 @@ class EndWithParent {
  private:
   pid_t parent_;
   FileDescriptor guarded_;  // where the system has no means of its own: the guard sees its end
-  pid_t guard_ = -1;
+  [[maybe_unused]] pid_t guard_ = -1;  // only where the kernel does not see to it
 };
 
 }  // namespace nodo::nodoctl
