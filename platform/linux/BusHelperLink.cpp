@@ -102,7 +102,7 @@ BusHelperLink::BusHelperLink(std::optional<std::string> bus, std::string service
 BusHelperLink::~BusHelperLink() = default;
 
 void BusHelperLink::run() {
-  std::string reason;
+  std::string reason = "the connection to the daemon has had its answer";
   try {
     connect();
     serveOrInterrupt();
@@ -165,6 +165,11 @@ void BusHelperLink::serve() {
     }
     const int processed = SdBusLibrary::shared().process(bus_.get(), nullptr);
     checkBus(processed, "stay connected to " + busName_);
+    // The bus is let go of while the caller is still busy with its answer, not when it waits for
+    // this thread.
+    if (answers_ > 0 && answers_ == pending_.size()) {
+      return;
+    }
     if (processed == 0) {
       wait();
     }
@@ -239,11 +244,14 @@ int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error
 
 void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* message) {
   const SdBusLibrary& library = SdBusLibrary::shared();
-  if (library.messageIsMethodError(message, nullptr) > 0) {
-    // A bus that went away leaves such an answer, too; that is for the interruption handler.
-    if (library.isOpen(bus_.get()) > 0) {
-      fail(request, explained(*library.messageGetError(message)));
-    }
+  const bool isError = library.messageIsMethodError(message, nullptr) > 0;
+  // A bus that went away leaves such an answer, too; that is for the interruption handler.
+  if (isError && library.isOpen(bus_.get()) <= 0) {
+    return;
+  }
+  ++answers_;
+  if (isError) {
+    fail(request, explained(*library.messageGetError(message)));
     return;
   }
   const char* text = nullptr;

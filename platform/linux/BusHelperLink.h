@@ -3,6 +3,7 @@
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusHelperMailbox.h>
 
+#include <cstddef>
 #include <list>
 #include <memory>
 #include <optional>
@@ -52,10 +53,11 @@ class BusHelperLink {
   std::string serviceName_;
   BusHelperMailbox& mailbox_;
   HelperConnection::Handler interrupted_;
-  std::string busName_;       // of the one connected to, for people
-  std::string startCommand_;  // which starts the daemon there
-  std::list<Pending> pending_;
-  BusHandle bus_;  // goes first: it knows addresses of `pending_`
+  std::string busName_;         // of the one connected to, for people
+  std::string startCommand_;    // which starts the daemon there
+  std::list<Pending> pending_;  // all that were sent
+  std::size_t answers_ = 0;     // how many of them have been answered
+  BusHandle bus_;               // goes first: it knows addresses of `pending_`
 };
 
 }  // namespace nodo
