@@ -1,3 +1,4 @@
+#include <NODOCore/control/LockRules.h>
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/ReasonWords.h>
 
@@ -6,8 +7,6 @@
 
 namespace nodo {
 namespace {
-
-constexpr std::size_t mostPowerOperations = 20;
 
 // Whether nodo was ever in use here, so that a lock which it does not remember may still be its
 // own.
@@ -73,12 +72,6 @@ PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
     }
   }
   return result;
-}
-
-// With the lid closed nobody would put the machine to sleep again, and on battery it would run
-// empty in its bag.
-bool mustSleepAfterRelease(const SystemSnapshot& snapshot) {
-  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/HookCommand.h>
+#include <NODOCore/hooks/ShellQuoting.h>
 
 #include <cstdint>
 
@@ -11,18 +12,6 @@ constexpr std::string_view earlierScriptName = "claude-hook.sh";
 
 // The agents kill a hook that takes longer.
 constexpr std::int64_t timeoutSeconds = 5;
-
-std::string shellQuoted(std::string_view text) {
-  std::string quoted = "'";
-  for (const char character : text) {
-    if (character == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += character;
-    }
-  }
-  return quoted + "'";
-}
 
 const std::string* commandOf(const JSONValue& entry) {
   const JSONValue* command = entry.member("command");

@@ -2,23 +2,9 @@
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/hooks/HookScriptStartedPath.h>
 #include <NODOCore/hooks/HookScriptText.h>
+#include <NODOCore/hooks/ShellQuoting.h>
 
 namespace nodo {
-namespace {
-
-std::string singleQuoted(std::string_view text) {
-  std::string quoted = "'";
-  for (const char character : text) {
-    if (character == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += character;
-    }
-  }
-  return quoted + "'";
-}
-
-}  // namespace
 
 std::string hookScriptText(const std::optional<std::string>& nodoctlPath) {
   std::string text(hookScriptHeader);
@@ -27,7 +13,7 @@ std::string hookScriptText(const std::optional<std::string>& nodoctlPath) {
   const std::string configured = nodoctlPath ? *nodoctlPath : startedPath();
   const std::string_view path = trimmed(configured);
   if (!path.empty()) {
-    text += "\n    " + singleQuoted(path);
+    text += "\n    " + shellQuoted(path);
   }
   text += hookScriptFooter;
   return text;

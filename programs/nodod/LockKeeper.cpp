@@ -1,3 +1,4 @@
+#include <NODOCore/control/LockRules.h>
 #include <NODOCore/control/ReasonWords.h>
 #include <NODOCore/control/ReconcileSchedule.h>
 #include <NODOCore/state/NODOError.h>
@@ -11,8 +12,6 @@
 namespace nodo::nodod {
 namespace {
 
-constexpr std::size_t mostPowerOperations = 20;
-
 // Why the lock was released outside of a pass.
 constexpr char daemonStopping[] = "daemon_stopping";
 constexpr char unconfirmed[] = "unconfirmed";
@@ -25,10 +24,6 @@ bool isRefusal(const std::exception& error) {
 
 bool hasNothingToWaitFor(const StatusReport& report) {
   return !report.state.manualUntil && !report.noRouteGraceRemainingSeconds;
-}
-
-bool isLidClosedOnBattery(const SystemSnapshot& snapshot) {
-  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
 }
 
 }  // namespace
@@ -226,7 +221,7 @@ bool LockKeeper::release(Date now, const char* detail) noexcept {
 }
 
 void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
-  if (!isLidClosedOnBattery(lastSnapshot(now))) {
+  if (!mustSleepAfterRelease(lastSnapshot(now))) {
     return;
   }
   const PowerOperationResult result = lock_.requestSleepNow();
