@@ -13,10 +13,6 @@
 namespace nodo::nodoctl {
 namespace {
 
-constexpr int success = 0;
-constexpr int failure = 1;
-constexpr int wrongUse = 2;
-
 // A full disk shows itself only when the buffer is written out.
 void write(std::ostream& output, const std::string& text) {
   errno = 0;
@@ -35,7 +31,7 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
   if (!answer.output.empty()) {
     write(context.output, answer.output);
   }
-  return answer.exitStatus.value_or(answer.failed ? failure : success);
+  return answer.exitStatus.value_or(answer.failed ? exitFailure : exitSuccess);
 }
 
 }  // namespace
@@ -50,16 +46,16 @@ int runTool(const std::vector<std::string>& arguments, const ToolContext& contex
     if (const auto* usage = std::get_if<UsageError>(&parsed)) {
       complain(context.error, usage->message);
       context.error << usage->hint << '\n';
-      return wrongUse;
+      return exitWrongUse;
     }
     if (const auto* help = std::get_if<HelpText>(&parsed)) {
       write(context.output, help->text);
-      return success;
+      return exitSuccess;
     }
     return performAndPrint(std::get<Invocation>(parsed), context);
   } catch (const std::exception& error) {
     complain(context.error, error.what());
-    return failure;
+    return exitFailure;
   }
 }
 

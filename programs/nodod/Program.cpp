@@ -15,10 +15,6 @@
 namespace nodo::nodod {
 namespace {
 
-constexpr int success = 0;
-constexpr int failure = 1;
-constexpr int wrongUse = 2;
-
 void complain(std::ostream& error, const std::string& line) {
   error << "nodod: " + escapedForDisplay(line) + "\n" << std::flush;
 }
@@ -89,17 +85,17 @@ int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& co
     if (const auto* usage = std::get_if<UsageError>(&parsed)) {
       complain(context.error, usage->message);
       context.error << usage->hint << '\n';
-      return wrongUse;
+      return exitWrongUse;
     }
     if (const auto* help = std::get_if<HelpText>(&parsed)) {
       write(context.output, help->text);
-      return success;
+      return exitSuccess;
     }
     run(std::get<Options>(parsed), context);
-    return success;
+    return exitSuccess;
   } catch (const std::exception& error) {
     complain(context.error, error.what());
-    return failure;
+    return exitFailure;
   }
 }
 
