@@ -78,11 +78,12 @@ if(NOT NODO_SANITIZE AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
   target_compile_options(nodo_options INTERFACE -ffunction-sections -fdata-sections)
 endif()
 
-# Programs start faster, and run on more machines, with the C++ runtime inside.
+# Programs start faster, and run on more machines, with the C++ runtime inside and without libraries
+# that only the compiler asks for.
 add_library(nodo_program_options INTERFACE)
 if(NOT NODO_SANITIZE AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
   target_link_options(nodo_program_options INTERFACE -static-libstdc++ -static-libgcc
-                                                     -Wl,--gc-sections)
+                                                     -Wl,--gc-sections -Wl,--as-needed)
 endif()
 
 # For nodocore.pc: the way from its folder back to the prefix, so that an installed tree can be moved.

@@ -60,9 +60,10 @@ std::string restOf(toml::table config) {
       config.erase("features");
     }
   }
-  // As text, because a value that is no number does not equal itself.
+  // As text, because a value that is no number does not equal itself. As JSON, because the library
+  // takes logarithms of all numbers to lay out TOML, even of those that are none.
   std::ostringstream text;
-  text << toml::toml_formatter(config);
+  text << toml::json_formatter(config);
   return text.str();
 }
 
