@@ -1,6 +1,5 @@
 #pragma once
 
-#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,8 +14,5 @@ struct Answer {
   /// The exit status, where it is another's.
   std::optional<int> exitStatus = {};
 };
-
-/// Writes `message` as a line of this tool, foreign control characters escaped.
-void complain(std::ostream& error, const std::string& message);
 
 }  // namespace nodo::nodoctl

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <programs/nodoctl/Invocation.h>
-#include <programs/shared/CommandLineAnswers.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <string>
 #include <variant>

@@ -6,6 +6,7 @@
 #include <platform/HostMachine.h>
 #include <programs/nodoctl/terminal/SignalQueue.h>
 #include <programs/nodoctl/terminal/Terminal.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <functional>
 #include <iosfwd>
@@ -31,6 +32,8 @@ struct ToolContext {
   std::function<std::unique_ptr<SignalQueue>(const std::vector<int>& signals)> catchSignals =
       nodoctl::catchSignals;
   std::string startedAs = {};  ///< the program's name on the command line
+
+  Console console() const { return {.program = "nodoctl", .output = output, .error = error}; }
 };
 
 /// Runs nodoctl with `arguments` (without the program's name) and returns its exit status: 0 for

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <programs/nodod/Options.h>
-#include <programs/shared/CommandLineAnswers.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <string>
 #include <variant>

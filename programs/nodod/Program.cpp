@@ -1,5 +1,4 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/base/Text.h>
 #include <programs/nodod/CommandLine.h>
 #include <programs/nodod/Daemon.h>
 #include <programs/nodod/LockKeeper.h>
@@ -7,24 +6,10 @@
 #include <programs/nodod/StateFolderLock.h>
 
 #include <exception>
-#include <ostream>
-#include <stdexcept>
 #include <utility>
-#include <variant>
 
 namespace nodo::nodod {
 namespace {
-
-void complain(std::ostream& error, const std::string& line) {
-  error << "nodod: " + escapedForDisplay(line) + "\n" << std::flush;
-}
-
-void write(std::ostream& output, const std::string& text) {
-  output << text << std::flush;
-  if (!output) {
-    throw std::runtime_error("the output cannot be written");
-  }
-}
 
 std::filesystem::path stateFolder(const Options& options, const DaemonContext& context) {
   return options.stateFolder ? std::filesystem::path(*options.stateFolder)
@@ -53,7 +38,7 @@ SleepLock makeSleepLock(const Options& options, const DaemonContext& context, co
 void passOnce(LockKeeper& keeper, const DaemonContext& context) {
   try {
     const DaemonRunReport run = keeper.pass(context.now());
-    write(context.output, encodeJSON(run, JSONLayout::pretty) + "\n");
+    context.console().print(encodeJSON(run, JSONLayout::pretty) + "\n");
   } catch (const std::exception&) {
     keeper.shutDown(context.now());
     throw;
@@ -64,7 +49,9 @@ void passOnce(LockKeeper& keeper, const DaemonContext& context) {
 }
 
 void run(const Options& options, const DaemonContext& context) {
-  const Log log = [&context](const std::string& line) { complain(context.error, line); };
+  const Log log = [console = context.console()](const std::string& line) {
+    console.complain(line);
+  };
   const std::filesystem::path folder = stateFolder(options, context);
   const StateFolderLock folderLock(folder);
   LockKeeper keeper(controllerFor(options, folder, context.machine),
@@ -80,23 +67,11 @@ void run(const Options& options, const DaemonContext& context) {
 }  // namespace
 
 int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context) {
-  try {
-    const ParsedCommandLine parsed = parseCommandLine(arguments);
-    if (const auto* usage = std::get_if<UsageError>(&parsed)) {
-      complain(context.error, usage->message);
-      context.error << usage->hint << '\n';
-      return exitWrongUse;
-    }
-    if (const auto* help = std::get_if<HelpText>(&parsed)) {
-      write(context.output, help->text);
-      return exitSuccess;
-    }
-    run(std::get<Options>(parsed), context);
-    return exitSuccess;
-  } catch (const std::exception& error) {
-    complain(context.error, error.what());
-    return exitFailure;
-  }
+  return runProgram<Options>(context.console(), arguments, parseCommandLine,
+                             [&context](const Options& options) {
+                               run(options, context);
+                               return exitSuccess;
+                             });
 }
 
 }  // namespace nodo::nodod

@@ -4,6 +4,7 @@
 #include <NODOCore/base/Environment.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <filesystem>
 #include <functional>
@@ -27,6 +28,8 @@ struct DaemonContext {
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;
+
+  Console console() const { return {.program = "nodod", .output = output, .error = error}; }
 };
 
 /// Runs nodod with `arguments` (without the program's name) and returns its exit status: 0 after a

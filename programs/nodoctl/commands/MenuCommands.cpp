@@ -6,7 +6,6 @@
 #include <programs/nodoctl/terminal/SignalQueue.h>
 
 #include <csignal>
-#include <stdexcept>
 
 namespace nodo::nodoctl {
 namespace {
@@ -34,13 +33,6 @@ WatchView look(const Invocation& invocation, const ToolContext& context) {
   return view;
 }
 
-void writeLine(std::ostream& output, const std::string& line) {
-  output << line << '\n' << std::flush;
-  if (!output) {
-    throw std::runtime_error("the answer cannot be written: the output is closed");
-  }
-}
-
 std::unique_ptr<WatchDisplay> makeDisplay(const Invocation& invocation,
                                           const ToolContext& context) {
   const bool isTerminal = writesToTerminal(context);
@@ -50,10 +42,11 @@ std::unique_ptr<WatchDisplay> makeDisplay(const Invocation& invocation,
   }
   return std::make_unique<LineDisplay>(
       [&invocation, &context, style](const MenuReport& report) {
-        writeLine(context.output, invocation.json ? encodeJSON(report, JSONLayout::compact)
-                                                  : menuSummary(report, style));
+        const std::string line =
+            invocation.json ? encodeJSON(report, JSONLayout::compact) : menuSummary(report, style);
+        context.console().print(line + "\n");
       },
-      [&context](const std::string& hint) { complain(context.error, hint); });
+      [&context](const std::string& hint) { context.console().complain(hint); });
 }
 
 // What a signal does to the display. True when it is to end.

@@ -28,8 +28,8 @@ Answer repair(const Invocation& invocation, StateAccess& state) {
 StateAccess stateAccess(const Invocation& invocation, const ToolContext& context) {
   return {{.bus = invocation.bus, .timeout = invocation.helperTimeout},
           context,
-          [&error = context.error](const std::string& reason) {
-            complain(error, localStateNotice(reason));
+          [console = context.console()](const std::string& reason) {
+            console.complain(localStateNotice(reason));
           }};
 }
 

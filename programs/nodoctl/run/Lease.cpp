@@ -71,7 +71,7 @@ void Lease::extend() {
 
 void Lease::warnOnce(bool& warned, const std::string& message) {
   if (!std::exchange(warned, true)) {
-    complain(context_.error, message);
+    context_.console().complain(message);
   }
 }
 
