@@ -18,4 +18,12 @@ Environment processEnvironment() {
   return environment;
 }
 
+std::optional<std::string> nonEmptyValue(const Environment& environment, const std::string& name) {
+  const auto entry = environment.find(name);
+  if (entry == environment.end() || entry->second.empty()) {
+    return std::nullopt;
+  }
+  return entry->second;
+}
+
 }  // namespace nodo

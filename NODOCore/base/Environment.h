@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 namespace nodo {
@@ -11,5 +12,9 @@ using Environment = std::map<std::string, std::string>;
 /// The environment of this process. Entries without "=" are left out. Not safe while another thread
 /// changes the environment.
 Environment processEnvironment();
+
+/// What the variable `name` holds. Nothing when it is not set or empty, which mostly means the
+/// same.
+std::optional<std::string> nonEmptyValue(const Environment& environment, const std::string& name);
 
 }  // namespace nodo

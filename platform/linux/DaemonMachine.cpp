@@ -17,14 +17,6 @@ namespace {
 
 constexpr std::chrono::seconds systemBusLimit(2);
 
-std::optional<std::string> nonEmpty(const Environment& environment, const std::string& name) {
-  const auto entry = environment.find(name);
-  if (entry == environment.end() || entry->second.empty()) {
-    return std::nullopt;
-  }
-  return entry->second;
-}
-
 SleepLock logindLock() {
   auto manager = std::make_unique<LogindPowerManager>();
   manager->requireLogind();
@@ -79,17 +71,18 @@ std::filesystem::path daemonStateFolder(const Environment& environment,
                                         const std::optional<std::string>& bus) {
   std::filesystem::path usual = StateStore::daemon(environment).directory;
   std::error_code ignored;
-  if (nonEmpty(environment, "NODO_STATE_DIR") || std::filesystem::is_directory(usual, ignored)) {
+  if (nonEmptyValue(environment, "NODO_STATE_DIR") ||
+      std::filesystem::is_directory(usual, ignored)) {
     return usual;
   }
-  if (const auto given = nonEmpty(environment, "STATE_DIRECTORY")) {
+  if (const auto given = nonEmptyValue(environment, "STATE_DIRECTORY")) {
     // A list when the unit names several.
     return given->substr(0, given->find(':'));
   }
   if (!isSessionBus(bus)) {
     return "/var/lib/nodo";
   }
-  const auto home = nonEmpty(environment, "HOME");
+  const auto home = nonEmptyValue(environment, "HOME");
   if (!home) {
     throw std::runtime_error("no folder for the state: neither NODO_STATE_DIR nor HOME is set");
   }

@@ -27,13 +27,13 @@ fs::path homeFolder(const Invocation& invocation, const Environment& environment
     }
     return absolutePath(*invocation.home);
   }
-  const auto home = environment.find("HOME");
-  if (home == environment.end() || home->second.empty()) {
+  const auto home = nonEmptyValue(environment, "HOME");
+  if (!home) {
     throw std::runtime_error(
         "HOME is not set, so it is not known where the agents' configuration lies; "
         "use --home DIR");
   }
-  return absolutePath(home->second);
+  return absolutePath(*home);
 }
 
 std::string nodoctlPath(const Invocation& invocation, const ToolContext& context) {

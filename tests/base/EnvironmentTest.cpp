@@ -18,5 +18,12 @@ TEST(EnvironmentTest, HoldsTheProcessesVariables) {
   EXPECT_FALSE(processEnvironment().contains("NODO_TEST_VARIABLE"));
 }
 
+TEST(EnvironmentTest, AnEmptyVariableIsAsGoodAsNone) {
+  const Environment environment{{"SET", " "}, {"EMPTY", ""}};
+  EXPECT_EQ(nonEmptyValue(environment, "SET"), " ");
+  EXPECT_EQ(nonEmptyValue(environment, "EMPTY"), std::nullopt);
+  EXPECT_EQ(nonEmptyValue(environment, "MISSING"), std::nullopt);
+}
+
 }  // namespace
 }  // namespace nodo

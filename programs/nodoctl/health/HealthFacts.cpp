@@ -13,13 +13,12 @@ namespace nodo::nodoctl {
 namespace {
 
 AgentHookSetupInspection inspectHooks(const ToolContext& context) {
-  const auto home = context.environment.find("HOME");
-  if (home == context.environment.end() || home->second.empty()) {
+  const auto home = nonEmptyValue(context.environment, "HOME");
+  if (!home) {
     throw std::runtime_error("HOME is not set");
   }
   const auto tool = toolPath(context.startedAs, context.environment);
-  const AgentHookInstaller installer(absolutePath(home->second), std::nullopt,
-                                     tool ? tool->string() : "");
+  const AgentHookInstaller installer(absolutePath(*home), std::nullopt, tool ? tool->string() : "");
   return installer.inspect(allCases<AgentHookTarget>());
 }
 
