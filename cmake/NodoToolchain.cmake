@@ -44,7 +44,8 @@ if(NODO_WARNINGS_AS_ERRORS)
 endif()
 
 if(NODO_SANITIZE)
-  target_compile_options(nodo_options INTERFACE -fsanitize=${NODO_SANITIZE}
+  # A report names lines, not variables: leaving these out saves a quarter of the compilation.
+  target_compile_options(nodo_options INTERFACE -fsanitize=${NODO_SANITIZE} -g1
                                                 -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(nodo_options INTERFACE -fsanitize=${NODO_SANITIZE})
   # This check reads memory through a pipe, and takes every object for a broken one once a test has used
