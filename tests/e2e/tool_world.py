@@ -9,6 +9,7 @@ import pty
 import select
 import shutil
 import signal
+import socket
 import struct
 import subprocess
 import sys
@@ -19,6 +20,12 @@ import time
 from expectations import check, skip, wait_until
 
 PATIENCE = 30  # seconds for what must happen at all
+
+
+def accepts(path):
+    """Whether somebody listens there: a socket's file is there a moment earlier."""
+    with socket.socket(socket.AF_UNIX) as client:
+        return client.connect_ex(path) == 0
 
 
 class World:
@@ -46,7 +53,7 @@ class World:
         self.bus = self.start(
             ["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--address={self.address}"]
         )
-        wait_until(lambda: os.path.exists(f"{self.folder}/bus"), "the bus is there")
+        wait_until(lambda: accepts(f"{self.folder}/bus"), "the bus answers")
 
     def start(self, command, **options):
         log = open(f"{self.folder}/log", "ab")
