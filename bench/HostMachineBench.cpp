@@ -1,6 +1,7 @@
 #include <NODOCore/control/NODOController.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
+#include <programs/shared/DefaultPolicy.h>
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>
 
@@ -19,14 +20,13 @@ constexpr Date now = dateFromSeconds(1769847300);
 
 NODOController controllerOn(const testing::TemporaryFolder& folder) {
   const HostMachine machine = hostMachine();
+  SafetyPolicy policy = defaultPolicy;
+  policy.minimumBatteryPercent = 0;  // whatever battery this machine has
   return {.store = {folder.path()},
           .detector = {},
           .processListing = machine.processListing,
           .snapshotProvider = machine.snapshotProvider,
-          .decisionEngine = {SafetyPolicy{.minimumBatteryPercent = 0,
-                                          .maxManualDurationMinutes = 720,
-                                          .lidOpenGraceSeconds = 60,
-                                          .noRouteGraceSeconds = 300}}};
+          .decisionEngine = {policy}};
 }
 
 // As once a minute while the lock is held: the lock is asked for, nothing changes.

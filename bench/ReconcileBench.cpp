@@ -1,6 +1,7 @@
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/sensing/MacSystemSnapshotProvider.h>
 #include <NODOCore/sensing/StaticProcessListing.h>
+#include <programs/shared/DefaultPolicy.h>
 #include <testing/FakePowerManager.h>
 #include <testing/ScriptedCommandRunner.h>
 #include <testing/TemporaryFolder.h>
@@ -35,10 +36,7 @@ NODOController controllerOn(const testing::TemporaryFolder& folder) {
           .detector = {},
           .processListing = std::make_shared<StaticProcessListing>(CommandLines(3).take(processes)),
           .snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(toolsOnMains()),
-          .decisionEngine = {SafetyPolicy{.minimumBatteryPercent = 20,
-                                          .maxManualDurationMinutes = 720,
-                                          .lidOpenGraceSeconds = 60,
-                                          .noRouteGraceSeconds = 300}}};
+          .decisionEngine = {defaultPolicy}};
 }
 
 // What the daemon does once a minute while it holds the lock: nothing changes, nothing is written.

@@ -57,16 +57,11 @@ class PosixTerminal : public Terminal {
   int descriptor_;
 };
 
-std::string valueOf(const Environment& environment, const std::string& name) {
-  const auto found = environment.find(name);
-  return found == environment.end() ? "" : found->second;
-}
-
 // Of the variables that name the locale the first that is not empty counts.
 bool isUTF8Locale(const Environment& environment) {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-    const std::string locale = lowercased(valueOf(environment, name));
-    if (!locale.empty()) {
+    if (const auto value = nonEmptyValue(environment, name)) {
+      const std::string locale = lowercased(*value);
       return locale.find("utf-8") != std::string::npos || locale.find("utf8") != std::string::npos;
     }
   }
@@ -80,12 +75,12 @@ std::shared_ptr<Terminal> terminalAt(int descriptor) {
 }
 
 bool canRedraw(const Environment& environment, bool isTerminal) {
-  const std::string kind = valueOf(environment, "TERM");
-  return isTerminal && !kind.empty() && kind != "dumb";
+  const auto kind = nonEmptyValue(environment, "TERM");
+  return isTerminal && kind && *kind != "dumb";
 }
 
 TextStyle textStyle(const Environment& environment, bool isTerminal) {
-  return {.colour = canRedraw(environment, isTerminal) && valueOf(environment, "NO_COLOR").empty(),
+  return {.colour = canRedraw(environment, isTerminal) && !nonEmptyValue(environment, "NO_COLOR"),
           .utf8 = isUTF8Locale(environment)};
 }
 
