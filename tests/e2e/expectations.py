@@ -18,7 +18,7 @@ def equal(actual, expected, what):
     check(actual == expected, f"{what}: expected {expected!r}, got {actual!r}")
 
 
-def wait_until(condition, what, limit=30.0):
+def wait_until(condition, what, limit=10.0):
     """Returns what `condition` gives once that is true."""
     end = time.monotonic() + limit
     while True:
