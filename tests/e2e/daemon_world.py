@@ -163,6 +163,7 @@ class Daemon:
         self.bus = bus
         self.state_folder = folder / f"state.{os.getpid()}"
         self.log_file = folder / f"nodod.{os.getpid()}.log"
+        self.environment = {}  # beside this script's own
         self.process = None
 
     def start(self, *options):
@@ -173,7 +174,8 @@ class Daemon:
         with open(self.log_file, "ab") as log:
             self.process = subprocess.Popen(
                 [self.program, "--bus", "system", "--power", "logind", "--state-dir",
-                 self.state_folder, *options], stdout=log, stderr=log)
+                 self.state_folder, *options], stdout=log, stderr=log,
+                env={**os.environ, **self.environment})
 
     def is_serving(self):
         check(self.process.poll() is None, "nodod ended by itself")
