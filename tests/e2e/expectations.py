@@ -1,5 +1,6 @@
-"""What the scripts of this folder expect, and how they say so."""
+"""What the end-to-end tests expect, and how they say so. with-logind lets its scripts import it."""
 
+import socket
 import sys
 import time
 
@@ -16,6 +17,16 @@ def check(condition, what):
 
 def equal(actual, expected, what):
     check(actual == expected, f"{what}: expected {expected!r}, got {actual!r}")
+
+
+def contains(text, part, what):
+    check(part in text, f"{what}: no {part!r} in {text!r}")
+
+
+def listens(path):
+    """Whether somebody listens at a socket, whose file is there a moment earlier."""
+    with socket.socket(socket.AF_UNIX) as client:
+        return client.connect_ex(path) == 0
 
 
 def wait_until(condition, what, limit=10.0):

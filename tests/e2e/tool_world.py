@@ -9,7 +9,6 @@ import pty
 import select
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import sys
@@ -17,15 +16,9 @@ import tempfile
 import termios
 import time
 
-from expectations import check, skip, wait_until
+from expectations import check, listens, skip, wait_until
 
 PATIENCE = 30  # seconds for what must happen at all
-
-
-def accepts(path):
-    """Whether somebody listens there: a socket's file is there a moment earlier."""
-    with socket.socket(socket.AF_UNIX) as client:
-        return client.connect_ex(path) == 0
 
 
 class World:
@@ -53,7 +46,7 @@ class World:
         self.bus = self.start(
             ["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--address={self.address}"]
         )
-        wait_until(lambda: accepts(f"{self.folder}/bus"), "the bus answers")
+        wait_until(lambda: listens(f"{self.folder}/bus"), "the bus listens")
 
     def start(self, command, **options):
         log = open(f"{self.folder}/log", "ab")

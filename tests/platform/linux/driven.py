@@ -4,40 +4,13 @@ import os
 import queue
 import signal
 import subprocess
-import sys
 import threading
-import time
+
+from expectations import equal
 
 LOGIND = ("org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager")
 HELPER = ("com.quintavel.nodo.helper", "/com/quintavel/nodo/helper", "com.quintavel.nodo.Helper1")
 PATIENCE = 20  # seconds, for machines that have much else to do
-
-
-def fail(message):
-    raise AssertionError(message)
-
-
-def skip(reason):
-    print("skipped:", reason, file=sys.stderr)
-    sys.exit(77)
-
-
-def equal(what, actual, expected):
-    if actual != expected:
-        fail(f"{what}: expected {expected!r}, got {actual!r}")
-
-
-def contains(what, text, part):
-    if part not in text:
-        fail(f"{what}: no {part!r} in {text!r}")
-
-
-def await_that(what, condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > deadline:
-            fail(f"never: {what}")
-        time.sleep(0.01)
 
 
 class Driven:
@@ -68,7 +41,7 @@ class Driven:
         try:
             return lines.get(timeout=PATIENCE)
         except queue.Empty:
-            return fail(f"no line came: {what}")
+            raise AssertionError(f"no line came: {what}") from None
 
     def next_line(self, what="output"):
         return self._next(self.lines, what)
@@ -78,7 +51,7 @@ class Driven:
 
     def expect(self, *expected):
         for line in expected:
-            equal("the next line", self.next_line(line), line)
+            equal(self.next_line(line), line, "the next line")
 
     def ask(self, command):
         self.process.stdin.write(command + "\n")
@@ -96,7 +69,7 @@ class Driven:
             for line in status:
                 if line.startswith("voluntary_ctxt_switches"):
                     return int(line.split()[1])
-        return fail("the kernel counts no context switches")
+        raise AssertionError("the kernel counts no context switches")
 
 
 def busctl(*arguments, user=None, bus=None):
@@ -113,8 +86,7 @@ def call(target, member, *arguments, **options):
 
 
 def reply_of(result):
-    if result.returncode != 0:
-        fail(f"the call failed: {result.stderr}")
+    equal(result.returncode, 0, f"the call's exit status ({result.stderr})")
     data = json.loads(result.stdout)["data"]
     return data[0] if len(data) == 1 else data
 
