@@ -38,7 +38,7 @@ struct DaemonHandlers {
   /// Power supply, lid or route changed, or the machine woke up; `what` names it for the log.
   std::function<void(const std::string& what)> machineChanged;
   std::function<void()> timerFired;
-  /// SIGTERM or SIGINT; the loop ends when the handler returns.
+  /// SIGTERM or SIGINT; the loop ends when the handler returns, and serves no request any more.
   std::function<void()> terminate;
 };
 

@@ -58,6 +58,16 @@ bool FakeMac::nextWork(Work& work) {
   return true;
 }
 
+bool FakeMac::nextPosted(Work& work) {
+  const std::lock_guard guard(mutex_);
+  if (work_.empty()) {
+    return false;
+  }
+  work = std::move(work_.front());
+  work_.pop_front();
+  return true;
+}
+
 void FakeMac::run() {
   if (runLoopEndsByItself) {
     return;
@@ -67,6 +77,9 @@ void FakeMac::run() {
     if (!nextWork(work)) {
       programmingFault("nothing happens on the main run loop");
     }
+    work();
+  }
+  for (Work work; nextPosted(work);) {
     work();
   }
 }

@@ -44,7 +44,8 @@ class FakeMac {
   /// Done by the run loop. Safe from any thread.
   void post(Work work);
 
-  /// Runs until `stop`. Stops the process when nothing happens for a long time.
+  /// Runs until `stop`, and does what was posted by then, as emptying the main queue is one step of
+  /// the run loop. Stops the process when nothing happens for a long time.
   void run();
 
   void stop() { stopped_ = true; }
@@ -97,6 +98,7 @@ class FakeMac {
 
  private:
   bool nextWork(Work& work);
+  bool nextPosted(Work& work);
 
   std::mutex mutex_;
   std::condition_variable posted_;

@@ -3,12 +3,15 @@
 #include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
+#include <NODOCore/helper/NODOServiceConstants.h>
 #include <platform/HelperMachine.h>
+#include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/XPCError.h>
 #include <platform/macos/XPCHelperListener.h>
 #include <testing/FakeCodeSigning.h>
 
 #include <bit>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -311,6 +314,36 @@ TEST_F(XPCLinkTest, NoRequestReachesTheServiceAfterTheListener) {
   });
   mac.run();
   caller.join();
+  EXPECT_EQ(outcome, "the reply block was released");
+  EXPECT_EQ(service.requests, Texts{});
+}
+
+TEST_F(XPCLinkTest, ARequestBehindTheSignalThatEndsTheDaemonIsNotServed) {
+  listener.reset();
+  MacDaemonLoop loop(codeSigning);
+  loop.serve(service);
+  client.machServiceName = NODOServiceConstants::helperMachServiceName;
+  std::thread caller;
+  std::string outcome;
+  mac.whenIdle([&] {
+    mac.raise(SIGTERM);
+    caller = std::thread([&] {
+      try {
+        client.status();
+      } catch (const std::exception& error) {
+        outcome = error.what();
+      }
+    });
+    // The request waits for the main thread, behind the signal.
+    while (xpc.listenerSteps().size() < 3) {
+      std::this_thread::yield();
+    }
+    xpc.drain();
+  });
+  int ends = 0;
+  loop.run({.machineChanged = {}, .timerFired = {}, .terminate = [&] { ++ends; }});
+  caller.join();
+  EXPECT_EQ(ends, 1);
   EXPECT_EQ(outcome, "the reply block was released");
   EXPECT_EQ(service.requests, Texts{});
 }
