@@ -3,6 +3,7 @@
 #include <platform/linux/BusHelperConnection.h>
 #include <platform/linux/BusHelperLink.h>
 #include <platform/linux/BusHelperMailbox.h>
+#include <platform/linux/Noncharacters.h>
 #include <platform/linux/SdBusLibrary.h>
 
 #include <csignal>
@@ -17,7 +18,8 @@ using Arguments = std::function<void(sd_bus_message*)>;
 void appendRequesterPart(sd_bus_message* call, const char* key,
                          const std::optional<std::string>& value, const std::string& action) {
   if (value) {
-    checkBus(SdBusLibrary::shared().messageAppend(call, "{sv}", key, "s", value->c_str()), action);
+    const std::string text = withoutNoncharacters(*value);
+    checkBus(SdBusLibrary::shared().messageAppend(call, "{sv}", key, "s", text.c_str()), action);
   }
 }
 

@@ -1,4 +1,6 @@
+#include <NODOCore/base/Text.h>
 #include <platform/linux/HelperRequest.h>
+#include <platform/linux/Noncharacters.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -117,8 +119,9 @@ void HelperRequest::serveEnableManualV2(NODOHelperXPCProtocol& service,
 }
 
 void HelperRequest::refuse(const char* name, const std::string& reason) const {
+  const std::string text = withoutNoncharacters(repairedUTF8(reason));
   // Fails when the connection is gone, and the caller's answer with it.
-  sd_bus_reply_method_errorf(call_.get(), name, "%s", reason.c_str());
+  sd_bus_reply_method_errorf(call_.get(), name, "%s", text.c_str());
 }
 
 void HelperRequest::answer(const std::optional<std::string>& text) const {
@@ -126,7 +129,9 @@ void HelperRequest::answer(const std::optional<std::string>& text) const {
     refuse(SD_BUS_ERROR_FAILED, "the answer has no form as text");
     return;
   }
-  const int sent = sd_bus_reply_method_return(call_.get(), "s", text->c_str());
+  // Anybody can start a process whose arguments, which a status may show, hold one.
+  const std::string sendable = withEscapedNoncharacters(*text);
+  const int sent = sd_bus_reply_method_return(call_.get(), "s", sendable.c_str());
   if (sent == -EINVAL) {
     refuse(SD_BUS_ERROR_FAILED, "the answer cannot be sent as text");
   }

@@ -153,8 +153,8 @@ class MacDaemonLoop::Parts {
 
   void end() {
     ended_ = true;
-    // Once stopped, the run loop still does all that is queued by now. A request among that must not
-    // take the lock that was just released.
+    // Once stopped, the run loop still does all that is queued by now. A request among that must
+    // not take the lock that was just released.
     listener_.reset();
     CFRunLoopStop(CFRunLoopGetMain());
   }

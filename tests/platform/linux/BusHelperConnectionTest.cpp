@@ -235,6 +235,15 @@ TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
   EXPECT_TRUE(says(neither, "cannot connect to the session bus")) << neither;
 }
 
+TEST_F(BusHelperConnectionTest, NoncharactersInARequesterAreReplaced) {
+  const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("here")));
+  const Date now = dateFromSeconds(1769847300);
+  const ActivationRequester requester("pi\uFFFF", "\U0010FFFE", "\uFDD0Stop", now);
+  EXPECT_EQ(client().enableManual(20, true, requester, now).state.lastStopReason, "here");
+  EXPECT_EQ(daemon.requests().front(),
+            "EnableManualV2(xba{sv}) 20 true name=pi\uFFFD context=\uFFFD event=\uFFFDStop");
+}
+
 TEST_F(BusHelperConnectionTest, ATextThatTheBusCannotCarryFailsItsRequestAlone) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("here")));
   const auto connection =

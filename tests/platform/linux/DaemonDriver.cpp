@@ -50,6 +50,11 @@ class Service : public nodo::NODOHelperXPCProtocol {
       case -5:
         kept_ = reply;
         break;
+      case -6:
+        reply("\"\uFFFF\"");
+        break;
+      case -7:
+        throw std::runtime_error("no \xff, no \uFFFF");
       default:
         answer("enableManual " + std::to_string(minutes), reply);
     }
