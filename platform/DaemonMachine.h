@@ -57,8 +57,8 @@ class DaemonLoop {
   /// Sets the one timer to fire that long from now, time asleep included; absent for never.
   virtual void setTimer(std::optional<Seconds> fromNow) = 0;
 
-  /// Tells the service manager, where there is one, whether the lock is held: while it is, the
-  /// daemon must prove at each timer that it lives, or be restarted.
+  /// Tells the service manager, where there is one, whether the lock is held. To be called after
+  /// every pass: while the lock is held this proves that the daemon lives, which else is restarted.
   virtual void setLockHeld(bool held) = 0;
 
   /// Serves until `terminate` was handled. Throws std::runtime_error when it cannot go on, e.g.

@@ -75,6 +75,7 @@ void LinuxDaemonLoop::setTimer(std::optional<Seconds> fromNow) {
 
 void LinuxDaemonLoop::setLockHeld(bool held) {
   serviceManager_.tellLockHeld(held);
+  watch_.repair();
 }
 
 void LinuxDaemonLoop::run(const DaemonHandlers& handlers) {
@@ -104,8 +105,6 @@ int LinuxDaemonLoop::onBusLost(sd_bus_message* /*message*/, void* loop, sd_bus_e
 
 void LinuxDaemonLoop::timerFired() {
   handlers_.timerFired();
-  watch_.repair();
-  serviceManager_.tellAlive();
 }
 
 }  // namespace nodo

@@ -33,6 +33,9 @@ void ServiceManager::tellStopping() {
 
 void ServiceManager::tellLockHeld(bool held) {
   if (held == lockHeld_) {
+    if (held && !loopFeedsWatchdog_) {
+      tell("WATCHDOG=1");
+    }
     return;
   }
   lockHeld_ = held;
@@ -43,12 +46,6 @@ void ServiceManager::tellLockHeld(bool held) {
                   : "\nWATCHDOG_USEC=0";
   }
   tell(state);
-}
-
-void ServiceManager::tellAlive() {
-  if (lockHeld_ && !loopFeedsWatchdog_) {
-    tell("WATCHDOG=1");
-  }
 }
 
 void ServiceManager::tell(const std::string& state) {

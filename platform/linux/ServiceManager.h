@@ -16,10 +16,9 @@ class ServiceManager {
 
   void tellReady();
   void tellStopping();
-  void tellLockHeld(bool held);
 
-  /// To be called regularly while the lock is held, at least every three minutes.
-  void tellAlive();
+  /// While the lock is held this is also the proof of life, needed every three minutes.
+  void tellLockHeld(bool held);
 
  private:
   void tell(const std::string& state);

@@ -68,7 +68,8 @@ class Service : public nodo::NODOHelperXPCProtocol {
       loop_.setTimer(minutes < 0 ? std::nullopt
                                  : std::optional(Seconds(0.001 * static_cast<double>(minutes))));
     } else if (requesterName == "lock") {
-      loop_.setLockHeld(minutes != 0);
+      isLockHeld_ = minutes != 0;
+      loop_.setLockHeld(isLockHeld_);
     }
     answer("enableManualV2 " + std::to_string(minutes) + (extendOnly ? " extend " : " replace ") +
                textOr(requesterName) + " " + textOr(requesterContext) + " " +
@@ -85,6 +86,11 @@ class Service : public nodo::NODOHelperXPCProtocol {
 
   void reconcile(HelperReply reply) override { answer("reconcile", reply); }
 
+  void timerFired() {
+    say("timer");
+    loop_.setLockHeld(isLockHeld_);
+  }
+
   void repair(HelperReply reply) override { answer("repair", reply); }
 
  private:
@@ -95,6 +101,7 @@ class Service : public nodo::NODOHelperXPCProtocol {
 
   nodo::DaemonLoop& loop_;
   HelperReply kept_;
+  bool isLockHeld_ = false;
   int count_ = 0;
 };
 
@@ -104,7 +111,7 @@ void runLoop(const std::optional<std::string>& bus) {
   loop->serve(service);
   say("serving");
   loop->run({.machineChanged = [](const std::string& what) { say("changed " + what); },
-             .timerFired = [] { say("timer"); },
+             .timerFired = [&] { service.timerFired(); },
              .terminate = [] { say("terminate"); }});
   say("over");
 }
