@@ -23,7 +23,8 @@ bool isRefusal(const std::exception& error) {
 }
 
 bool hasNothingToWaitFor(const StatusReport& report) {
-  return !report.state.manualUntil && !report.noRouteGraceRemainingSeconds;
+  return report.noRouteGraceRemainingSeconds ? *report.noRouteGraceRemainingSeconds == 0
+                                             : !report.state.manualUntil;
 }
 
 }  // namespace
@@ -115,9 +116,28 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
     isChanged = true;
   }
   DaemonRunReport run = controller_.reconcile(lock_, live, now);
+  if (isUnknownToState(run)) {
+    rememberOwnership(now);
+    isChanged = true;
+    run = controller_.reconcile(lock_, live, now);
+  }
   run.stateChanged = run.stateChanged || isChanged;
   confirm(run);
   return run;
+}
+
+// The state was replaced behind our back. Nothing in it says that the lock is nodo's, so that the
+// controller leaves it alone for ever.
+bool LockKeeper::isUnknownToState(const DaemonRunReport& run) const {
+  const bool isOurs = lock_.wasTaken() || lock_.diesWithProcess();
+  return isOurs && lock_.isHeld() == true && !run.status.state.ownsSleepDisable;
+}
+
+void LockKeeper::rememberOwnership(Date now) {
+  NODOState state = controller_.store.load();
+  state.ownsSleepDisable = true;
+  state.updatedAt = now;
+  controller_.store.save(state);
 }
 
 bool LockKeeper::forgetLostOwnership(std::optional<bool> live, Date now) {

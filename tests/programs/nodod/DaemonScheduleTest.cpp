@@ -119,6 +119,27 @@ TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingIsTriedEveryMinuteAndNotWith
   EXPECT_FALSE(loop.timer);
 }
 
+TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingWithoutANetworkIsTriedEveryMinute) {
+  for (const double grace : {0.0, 1.0}) {
+    releaseGrace = Seconds(grace);
+    start();
+    askManual(60);
+    machine->defaultRouteAvailable = false;
+    machineChanged();
+    power.behaviour = Behaviour::fails;
+    wait(310);
+    power.operations.clear();
+    wait(600);
+    EXPECT_GE(power.operations.size(), 10U);
+    EXPECT_LE(power.operations.size(), 11U);
+    power.behaviour = Behaviour::works;
+    wait(60);
+    EXPECT_FALSE(power.isSleepDisabled);
+    machine->defaultRouteAvailable = true;
+    terminate();
+  }
+}
+
 TEST_F(DaemonScheduleTest, WithoutAReleaseGraceNoPassFollowsAnotherWithoutEnd) {
   releaseGrace = Seconds(0);
   start();
@@ -168,6 +189,48 @@ TEST_F(DaemonScheduleTest, ALockThatIsGoneIsTakenAgain) {
   wait(60);
   EXPECT_TRUE(power.isSleepDisabled);
   EXPECT_TRUE(stored().ownsSleepDisable);
+}
+
+TEST_F(DaemonScheduleTest, ALockWhoseStateVanishedIsReleased) {
+  for (const bool dies : {true, false}) {
+    lockDiesWithProcess = dies;
+    start();
+    askManual(20);
+    std::filesystem::remove(store().stateURL());
+    wait(60);
+    EXPECT_FALSE(power.isSleepDisabled);
+    EXPECT_FALSE(stored().ownsSleepDisable);
+    EXPECT_THAT(auditReasons(), ElementsAre("release:not_armed"));
+    EXPECT_FALSE(loop.timer);
+    terminate();
+  }
+}
+
+TEST_F(DaemonScheduleTest, AStopReleasesTheLockWhoseStateVanished) {
+  start();
+  askManual(20);
+  put(NODOState::fresh(now));
+  EXPECT_FALSE(askStop().status->state.ownsSleepDisable);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ALockWhoseStateVanishedServesTheNextTimer) {
+  start();
+  askManual(20);
+  std::filesystem::remove(store().stateURL());
+  EXPECT_TRUE(askManual(20).status->state.ownsSleepDisable);
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(1202);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, ALockOfSomebodyElseIsNotTakenForOursWhenTheStateVanished) {
+  lockDiesWithProcess = false;
+  power.isSleepDisabled = true;
+  start();
+  machineChanged();
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_THAT(power.operations, IsEmpty());
 }
 
 TEST_F(DaemonScheduleTest, ALockOfUnknownStateIsLeftAlone) {
