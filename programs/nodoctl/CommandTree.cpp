@@ -158,14 +158,14 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
   void addDoctorOptions(CLI::App& doctor) {
     doctor.add_flag("--verbose", invocation_.verbose,
                     "Add what else helps to find a reason, e.g. who else holds up sleep");
-    doctor.footer("The exit status is 0 when the last line begins with \"Ready:\", else 1.");
+    doctor.footer("The exit status is 0 when the verdict begins with \"Ready:\", else 1.");
     addStateOptions(doctor);
   }
 
   void addHooksCommands(CLI::App& hooks) {
     hooks.require_subcommand(0, 1);
     add(hooks, Command::hooksInstall, "install",
-        "Write the hook script, and make agents run it on every event",
+        "Write the hook script, and make agents run it when they start, get a prompt or use a tool",
         &TreeBuilder::addHooksOptions);
     add(hooks, Command::hooksUninstall, "uninstall",
         "Take the hooks out of the agents' configuration again; for all four agents the hook "

@@ -79,7 +79,8 @@ void describe(CLI::App& app, Options& into) {
   app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
   app.add_option_function<std::string>(
          "--state-dir", [&into](const std::string& text) { into.stateFolder = folder(text); },
-         "Where the state is kept; otherwise NODO_STATE_DIR or the system's folder")
+         "Where the state is kept; otherwise NODO_STATE_DIR, else on Linux STATE_DIRECTORY, "
+         "else the system's folder, or .nodo/daemon under HOME on a session bus")
       ->type_name("DIR");
   app.add_option_function<std::string>(
          "--bus", [&into](const std::string& text) { into.bus = bus(text); },
@@ -92,9 +93,9 @@ void describe(CLI::App& app, Options& into) {
   addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
                  "On battery, never keep awake at or below this charge");
   addWholeNumber(app, "--max-minutes", into.policy.maxManualDurationMinutes, 1, largest, "N",
-                 "The longest timer that one request may set");
+                 "The longest timer that one request may set, in minutes");
   addWholeNumber(app, "--lid-open-grace", into.policy.lidOpenGraceSeconds, 0, largest, "S",
-                 "How long an opened lid counts as a reason of its own, in seconds");
+                 "How long an opened lid is named as a reason beside the timer, in seconds");
   addWholeNumber(app, "--no-route-grace", into.policy.noRouteGraceSeconds, 0, largest, "S",
                  "How long the network may be missing, in seconds");
   app.add_option_function<std::string>(
