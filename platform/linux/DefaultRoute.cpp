@@ -26,8 +26,9 @@ bool isZero(std::string_view digits) {
 
 bool leadsOut(std::string_view interfaceName, std::string_view flagsText) {
   const auto flags = hexadecimal(flagsText);
+  // A row that discards what it matches names no interface: "*" for IPv4, "lo" for IPv6.
   return flags && (*flags & routeIsUp) != 0 && (*flags & routeRejects) == 0 &&
-         interfaceName != "lo";
+         interfaceName != "lo" && interfaceName != "*";
 }
 
 // interface destination gateway flags refcnt use metric mask ...

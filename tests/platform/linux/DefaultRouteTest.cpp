@@ -64,6 +64,20 @@ TEST(DefaultRouteTest, OtherRoutesOverIPv6AreNone) {
   }
 }
 
+// As Linux 6.18 lists them after "ip route add TYPE default" and "ip -6 route add TYPE default" for
+// the types blackhole, unreachable, prohibit and throw.
+TEST(DefaultRouteTest, ARouteThatDiscardsWhatItMatchesIsNone) {
+  for (const std::string row : {"*\t00000000\t00000000\t0001\t0\t0\t0\t00000000\t0\t0\t0  \n",
+                                "*\t00000000\t00000000\t0201\t0\t0\t5\t00000000\t0\t0\t0  \n"}) {
+    EXPECT_FALSE(hasDefaultRouteIPv4(header4 + row)) << row;
+    EXPECT_TRUE(hasDefaultRouteIPv4(header4 + row + row4("eth0", "00000000", "0003", "00000000")));
+  }
+  const std::string row =
+      zero6 + " 00 " + zero6 + " 00 " + zero6 + " 00000400 00000001 00000000 00200200       lo\n";
+  EXPECT_FALSE(hasDefaultRouteIPv6(row));
+  EXPECT_TRUE(hasDefaultRouteIPv6(row + row6(zero6, "00", "00000003", "eth0")));
+}
+
 TEST(DefaultRouteTest, EitherProtocolSuffices) {
   const testing::TemporaryFolder net;
   net.write("route", header4);
