@@ -1,7 +1,9 @@
 #include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/state/NODOError.h>
+#include <platform/linux/BoundedRows.h>
 #include <platform/linux/ProcProcessListing.h>
+#include <platform/linux/ProcTexts.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,19 +27,21 @@ class ProcFiles {
  public:
   explicit ProcFiles(int folder) : folder_(folder) {}
 
-  // The content of `pid`/`name`, valid until the next call; nothing when the process is gone.
-  std::optional<std::string_view> read(std::string_view pid, const char* name) {
+  // The first `most` bytes of `pid`/`name`, valid until the next call; nothing when the process is
+  // gone.
+  std::optional<std::string_view> read(std::string_view pid, const char* name,
+                                       std::size_t most = std::string_view::npos) {
     path_.assign(pid).append("/").append(name);
     const FileDescriptor file(::openat(folder_, path_.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) {
       return std::nullopt;
     }
     std::size_t size = 0;
-    for (;;) {
+    while (size < most) {
       if (size == buffer_.size()) {
         buffer_.resize(buffer_.size() * 2);
       }
-      const std::size_t room = buffer_.size() - size;
+      const std::size_t room = std::min(buffer_.size(), most) - size;
       const ssize_t count = ::read(file.get(), buffer_.data() + size, room);
       if (count < 0 && errno != EINTR) {
         return std::nullopt;  // ESRCH: the process ended meanwhile
@@ -46,9 +50,10 @@ class ProcFiles {
       // These files are never short of what they could give, so that a look for the end, which
       // would be one more call for each file, is saved.
       if (count >= 0 && static_cast<std::size_t>(count) < room) {
-        return std::string_view(buffer_).substr(0, size);
+        break;
       }
     }
+    return std::string_view(buffer_).substr(0, size);
   }
 
  private:
@@ -57,75 +62,30 @@ class ProcFiles {
   std::string buffer_ = std::string(4096, '\0');
 };
 
-struct Stat {
-  std::string name;
-  std::int32_t ppid = 0;
-  bool isKernelThread = false;
-};
-
-// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", proc(5): the name may itself hold
-// parentheses, so the last one ends it.
-std::optional<Stat> parseStat(std::string_view text) {
-  constexpr std::int64_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD
-  const auto nameBegin = text.find('(');
-  const auto nameEnd = text.rfind(')');
-  if (nameBegin == std::string_view::npos || nameEnd == std::string_view::npos ||
-      nameEnd < nameBegin) {
-    return std::nullopt;
-  }
-  std::string_view rest = text.substr(nameEnd + 1);
-  takeField(rest);
-  const auto parent = takeField(rest);
-  const auto ppid = parent ? integerFromText<std::int32_t>(*parent) : std::nullopt;
-  if (!ppid) {
-    return std::nullopt;
-  }
-  for (int skipped = 0; skipped < 4; ++skipped) {
-    takeField(rest);
-  }
-  const auto flags = integerFromText<std::int64_t>(takeField(rest).value_or(""));
-  return Stat{.name = std::string(text.substr(nameBegin + 1, nameEnd - nameBegin - 1)),
-              .ppid = *ppid,
-              .isKernelThread = (flags.value_or(0) & kernelThreadFlag) != 0};
-}
-
-std::string repaired(std::string_view text) {
-  return isValidUTF8(text) ? std::string(text) : repairedUTF8(text);
-}
-
-std::string_view withoutTrailing(std::string_view text, char character) {
-  const auto last = text.find_last_not_of(character);
-  return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
-}
-
-// Fills in the executable and the command; false when the process is gone.
-bool readCommandLine(ProcFiles& files, std::string_view pid, RunningProcess& process) {
-  const auto arguments = files.read(pid, "cmdline");
-  if (!arguments) {
-    return false;
-  }
-  // Each argument ends with a NUL; a process that renamed itself leaves a run of them.
-  std::string command(withoutTrailing(*arguments, '\0'));
-  process.executable = repaired(std::string_view(command).substr(0, command.find('\0')));
-  std::replace(command.begin(), command.end(), '\0', ' ');
-  process.command = repaired(command);
-  return true;
+// A process may show a command line of gigabytes, prctl(PR_SET_MM_MAP). Nothing when it is gone.
+std::optional<ProcCommandLine> readCommandLine(ProcFiles& files, std::string_view pid) {
+  constexpr std::size_t most = BoundedRows::mostBytesOfAText;
+  // One byte more tells whether the last one that counts ends within a code point.
+  const auto text = files.read(pid, "cmdline", most + 1);
+  return text ? std::optional(parseProcCommandLine(firstBytes(*text, most))) : std::nullopt;
 }
 
 std::optional<RunningProcess> readProcess(ProcFiles& files, std::string_view pid) {
-  RunningProcess process;
-  process.pid = integerFromText<std::int32_t>(pid).value_or(0);
   const auto text = files.read(pid, "stat");
-  const auto stat = text ? parseStat(*text) : std::nullopt;
-  if (!stat) {
+  auto stat = text ? parseProcStat(*text) : std::nullopt;
+  if (!stat || stat->isKernelThread) {
     return std::nullopt;
   }
-  process.ppid = stat->ppid;
-  if (stat->isKernelThread || !readCommandLine(files, pid, process)) {
+  auto line = readCommandLine(files, pid);
+  if (!line) {
     return std::nullopt;
   }
+  RunningProcess process{.pid = integerFromText<std::int32_t>(pid).value_or(0),
+                         .ppid = stat->ppid,
+                         .executable = std::move(line->executable),
+                         .command = std::move(line->command)};
   if (process.executable.empty()) {  // one that has ended but is still listed
-    process.executable = repaired(stat->name);
+    process.executable = std::move(stat->name);
   }
   if (process.command.empty()) {
     process.command = process.executable;
@@ -141,7 +101,7 @@ Names knownKernelThreads(ProcFiles& files) {
   constexpr char parent[] = "2";  // unless this is a namespace where the number is a program's
   Names threads;
   const auto text = files.read(parent, "stat");
-  const auto stat = text ? parseStat(*text) : std::nullopt;
+  const auto stat = text ? parseProcStat(*text) : std::nullopt;
   if (!stat || !stat->isKernelThread) {
     return threads;
   }
@@ -169,19 +129,17 @@ std::vector<RunningProcess> ProcProcessListing::listProcesses() const {
   }
   ProcFiles files(::dirfd(folder.get()));
   const Names kernelThreads = knownKernelThreads(files);
-  std::vector<RunningProcess> processes;
+  BoundedRows processes;
   while (const dirent* entry = ::readdir(folder.get())) {
     const std::string name(entry->d_name);
     if (!isNumber(name) || kernelThreads.contains(name)) {
       continue;
     }
     if (auto process = readProcess(files, name)) {
-      processes.push_back(std::move(*process));
+      processes.add(std::move(*process));
     }
   }
-  std::sort(processes.begin(), processes.end(),
-            [](const auto& left, const auto& right) { return left.pid < right.pid; });
-  return processes;
+  return processes.takeSorted();
 }
 
 }  // namespace nodo

@@ -1,17 +1,26 @@
+#include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/state/NODOError.h>
+#include <platform/linux/BoundedRows.h>
 #include <platform/linux/ProcProcessListing.h>
 #include <testing/TemporaryFolder.h>
 #include <testing/TestData.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <filesystem>
 #include <string>
-#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -35,6 +44,8 @@ class ProcProcessListingTest : public ::testing::Test {
 
   testing::TemporaryFolder proc;
 };
+
+constexpr std::size_t mostOfAText = BoundedRows::mostBytesOfAText;
 
 std::string joinedWithNULs(const std::vector<std::string>& words) {
   std::string cmdline;
@@ -82,7 +93,7 @@ TEST_F(ProcProcessListingTest, ChildrenOfAProgramWithTheNumberTwoAreListed) {
 }
 
 TEST_F(ProcProcessListingTest, ACommandLineThatJustFillsABufferIsReadToItsEnd) {
-  for (const std::size_t size : {4095U, 4096U, 4097U, 8192U}) {
+  for (const std::size_t size : {4095U, 4096U, 4097U, 8192U, 16383U, 16384U}) {
     addProcess(9, 1, "long", std::string(size, 'x'));
     EXPECT_EQ(list().front().command.size(), size);
   }
@@ -143,11 +154,67 @@ TEST_F(ProcProcessListingTest, HostileNamesAndArgumentsHarmNoOtherRow) {
   EXPECT_EQ(rows[3].command, "/bin/fine");
 }
 
-TEST_F(ProcProcessListingTest, ACommandLineOfAnyLengthIsReadWhole) {
-  const std::string longWord(1'000'000, 'x');
-  addProcess(20, 1, "long", joinedWithNULs({"/bin/long", longWord, "@earendil-works/end"}));
+TEST_F(ProcProcessListingTest, AnAgentWithAPromptOfAnyLengthIsRecognised) {
+  const std::string prompt(1'000'000, 'x');
+  addProcess(20, 1, "node", joinedWithNULs({"/usr/bin/node", "/opt/claude-code/cli.js", prompt}));
+  const auto rows = list();
+  ASSERT_EQ(rows.size(), 1U);
+  const std::string beginning = "/usr/bin/node /opt/claude-code/cli.js ";
+  EXPECT_EQ(rows.front().command, beginning + prompt.substr(0, mostOfAText - beginning.size()));
+  EXPECT_EQ(AgentDetector().classify(rows.front()), AgentKind::claudeCode);
+}
+
+TEST_F(ProcProcessListingTest, ALongCommandLineIsCutBetweenCharacters) {
+  const std::string letter = "\u20AC";  // three bytes
+  for (std::size_t before = 0; before < letter.size(); ++before) {
+    std::string line(before, 'x');
+    while (line.size() < mostOfAText + 10) {
+      line += letter;
+    }
+    addProcess(20, 1, "long", line);
+    const std::size_t size = before + (mostOfAText - before) / letter.size() * letter.size();
+    EXPECT_EQ(list().front().command, line.substr(0, size));
+    EXPECT_EQ(list().front().executable, line.substr(0, size));
+  }
+}
+
+TEST_F(ProcProcessListingTest, ALongCommandLineOfInvalidBytesGrowsNoLongerByItsRepair) {
+  for (const char byte : {'\xFF', '\x80', '\xE2'}) {
+    addProcess(20, 1, "long", std::string(mostOfAText + 10, byte));
+    const std::string command = list().front().command;
+    EXPECT_TRUE(isValidUTF8(command));
+    EXPECT_EQ(command.size(), mostOfAText / 3 * 3);
+  }
+}
+
+TEST_F(ProcProcessListingTest, ACommandLineOfGigabytesIsNotReadToItsEnd) {
+  addProcess(20, 1, "claude", "claude\0"s);
+  std::filesystem::resize_file(proc / "20/cmdline", std::uintmax_t{3} << 30U);
   ASSERT_EQ(list().size(), 1U);
-  EXPECT_EQ(list().front().command, "/bin/long " + longWord + " @earendil-works/end");
+  EXPECT_EQ(list().front().command, "claude");
+}
+
+TEST_F(ProcProcessListingTest, AFloodOfLongCommandLinesLeavesTheShortOnesAsTheyAre) {
+  const std::string agent = "/home/someone/.grok/bin/grok --resume --model " + std::string(80, 'x');
+  addProcess(9000, 1, "grok", agent);
+  addProcess(1000, 1, "claude", "claude\0"s + std::string(mostOfAText, '\1'));
+  for (int pid = 1001; pid < 3000; ++pid) {
+    proc.write(std::to_string(pid) + "/stat", proc.read("1000/stat"));
+    std::filesystem::create_hard_link(proc / "1000/cmdline",
+                                      proc / std::to_string(pid) / "cmdline");
+  }
+  addProcess(1, 0, "init", agent);
+  const auto rows = list();
+  ASSERT_EQ(rows.size(), 2002U);
+  EXPECT_EQ(rows.front().command, agent);
+  EXPECT_EQ(rows.back().command, agent);
+  std::size_t total = 0;
+  for (const RunningProcess& row : rows) {
+    total += row.executable.size() + row.command.size();
+  }
+  EXPECT_LE(total, BoundedRows::mostBytes);
+  EXPECT_GT(total, BoundedRows::mostBytes / 3) << "no more is cut than has to be";
+  EXPECT_EQ(AgentDetector().detect(rows).size(), 2002U);
 }
 
 TEST_F(ProcProcessListingTest, AProcessThatVanishesWhileItIsReadIsLeftOut) {
@@ -197,6 +264,58 @@ TEST(RealProcTest, ListsThisProcessWithItsParentAndCommandLine) {
   EXPECT_EQ(self->ppid, ::getppid());
   EXPECT_NE(self->executable.find("nodo_tests"), std::string::npos);
   EXPECT_TRUE(self->command.starts_with(self->executable));
+}
+
+// A shell that waits for its input to end.
+class WaitingShell {
+ public:
+  explicit WaitingShell(const std::string& argument) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+      throwErrno("Unable to make", "a pipe");
+    }
+    const FileDescriptor input(ends[0]);
+    end_ = FileDescriptor(ends[1]);
+    std::array<std::string, 5> words{"sh", "-c", "read line", "claude", argument};
+    std::array<char*, 30> arguments{};  // the last ones all alike
+    for (std::size_t index = 0; index + 1 < arguments.size(); ++index) {
+      arguments[index] = words[std::min(index, words.size() - 1)].data();
+    }
+    posix_spawn_file_actions_t actions{};
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDIN_FILENO);
+    const int failure =
+        ::posix_spawn(&pid_, "/bin/sh", &actions, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0) {
+      throw std::system_error(failure, std::generic_category(), "posix_spawn");
+    }
+  }
+
+  WaitingShell(const WaitingShell&) = delete;
+  WaitingShell& operator=(const WaitingShell&) = delete;
+
+  ~WaitingShell() {
+    end_.reset();
+    ::waitpid(pid_, nullptr, 0);
+  }
+
+  pid_t pid() const { return pid_; }
+
+ private:
+  FileDescriptor end_;
+  pid_t pid_ = 0;
+};
+
+TEST(RealProcTest, HugeArgumentsAreCut) {
+  const WaitingShell shell(std::string(60'000, '\1'));
+  const auto rows = ProcProcessListing().listProcesses();
+  const auto row = std::find_if(rows.begin(), rows.end(),
+                                [&](const auto& each) { return each.pid == shell.pid(); });
+  ASSERT_NE(row, rows.end());
+  EXPECT_EQ(row->executable, "sh");
+  EXPECT_EQ(row->command.size(), mostOfAText);
+  EXPECT_TRUE(row->command.starts_with("sh -c read line claude \1"));
 }
 
 }  // namespace
