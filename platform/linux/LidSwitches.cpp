@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <span>
 #include <utility>
@@ -19,23 +20,40 @@ namespace {
 
 constexpr char action[] = "list the input devices";
 
-// Keeps the kernel from waking us up for what the device has besides a lid. One that does not know
-// how (before Linux 4.4) costs wake-ups, no more.
-void muteAllButTheLid(int descriptor) {
-  const std::uint32_t types = (1U << EV_SYN) | (1U << EV_SW);
-  const std::uint32_t switches = 1U << SW_LID;
-  const auto address = [](const std::uint32_t& bits) {
-    return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(&bits));
-  };
-  const input_mask typeMask{
-      .type = EV_SYN, .codes_size = sizeof types, .codes_ptr = address(types)};
-  const input_mask switchMask{
-      .type = EV_SW, .codes_size = sizeof switches, .codes_ptr = address(switches)};
-  ::ioctl(descriptor, EVIOCSMASK, &typeMask);
-  ::ioctl(descriptor, EVIOCSMASK, &switchMask);
+// As many bits as the kernel has for one type of events. In words, as it refuses (EINVAL) a size
+// that is no multiple of theirs.
+template <std::size_t bits>
+using Bits = std::array<unsigned long, (bits + CHAR_BIT * sizeof(unsigned long) - 1) /
+                                           (CHAR_BIT * sizeof(unsigned long))>;
+
+template <class Words>
+int setBits(const std::function<int(const input_mask&)>& setMask, std::uint32_t type,
+            const Words& words) {
+  return setMask({.type = type,
+                  .codes_size = sizeof words,
+                  .codes_ptr = reinterpret_cast<std::uintptr_t>(words.data())});
+}
+
+// A failure costs wake-ups, no more.
+void muteDevice(int descriptor, const std::string& path) {
+  const int failure = muteAllButTheLid([descriptor](const input_mask& mask) {
+    return ::ioctl(descriptor, EVIOCSMASK, &mask) == 0 ? 0 : errno;
+  });
+  // Linux before 4.4 answers with the first, a program that plays the device with one of the
+  // others.
+  if (failure != 0 && failure != EINVAL && failure != ENOTTY && failure != ENOENT) {
+    logLine("nodod: more news of " + path + " than of its lid: " + std::strerror(failure));
+  }
 }
 
 }  // namespace
+
+int muteAllButTheLid(const std::function<int(const input_mask&)>& setMask) {
+  constexpr Bits<EV_CNT> types{(1UL << EV_SYN) | (1UL << EV_SW)};
+  constexpr Bits<SW_CNT> switches{1UL << SW_LID};
+  const int failure = setBits(setMask, EV_SYN, types);  // EV_SYN stands for the types
+  return failure != 0 ? failure : setBits(setMask, EV_SW, switches);
+}
 
 bool hasLidSwitch(std::string_view capabilities) {
   while (!capabilities.empty() && (capabilities.back() == '\n' || capabilities.back() == ' ')) {
@@ -83,8 +101,9 @@ void LidSwitches::listen(const std::string& path) {
     logLine("nodod: no news of the lid: cannot open " + path + ": " + std::strerror(errno));
     return;
   }
-  muteAllButTheLid(opened.get());
-  // The same path again is another device: the one before it is gone.
+  muteDevice(opened.get(), path);
+  // The same path again is another device, and the one before it is gone; or it came while the
+  // devices were listed, and is the same.
   switches_.remove_if([&path](const Switch& old) { return old.path == path; });
   Switch& added = switches_.emplace_back(
       Switch{.owner = *this, .descriptor = std::move(opened), .source = nullptr, .path = path});

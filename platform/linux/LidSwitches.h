@@ -9,11 +9,17 @@
 #include <string>
 #include <string_view>
 
+struct input_mask;  // of <linux/input.h>
+
 namespace nodo {
 
 /// Whether the "capabilities/sw" of an input device in sysfs, words of hexadecimal digits, the
 /// last one lowest, contain the lid's switch. Pure.
 bool hasLidSwitch(std::string_view capabilities);
+
+/// Keeps an input device from waking us up for what it has besides a lid. `setMask` is EVIOCSMASK
+/// on it, and answers with 0 or an errno; the first one that is not 0 is returned.
+int muteAllButTheLid(const std::function<int(const input_mask&)>& setMask);
 
 /// Listens to the machine's lid switches. Exists because logind, which knows the lid, announces no
 /// change of it.
