@@ -39,7 +39,6 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
                      {.lidChanged = [this] { suspect(&Suspicions::lid); },
                       .resumed = [this] { suspect(&Suspicions::resume); }}) {
   const auto lid = [this] { suspect(&Suspicions::lid); };
-  open(lidSwitches_, "the lid switch", loop, lid);
   open(supplyMessages_, "the power supplies", loop,
        SupplyMessages::Listener{.supplyChanged = [this] { suspect(&Suspicions::power); },
                                 .inputAdded =
@@ -48,6 +47,9 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
                                         lidSwitches_->consider(device);
                                       }
                                     }});
+  // After udev's messages, so that no lid comes between the two. One that comes meanwhile is told
+  // of in the loop, thus not before it can be considered.
+  open(lidSwitches_, "the lid switch", loop, lid);
   open(routeMessages_, "the network", loop, [this] { suspect(&Suspicions::route); });
   // Read after the sources are open, so that no change can fall in between.
   power_ = readPowerSupplies(supplies);
