@@ -53,6 +53,19 @@ void removeAbandoned(const fs::path& path) {
   }
 }
 
+// What becomes of the owner of a file that is replaced by a root who may not give files away.
+enum class Owner { mustStay, mayChange };
+
+// The rights that a file of another owner or group gives with `mode`, for one of this process's
+// own. Members of the one group may have been among the others before, and the other way round; the
+// old owner is now one of them. With an access-control list the group's rights limit all its
+// entries.
+mode_t narrowed(mode_t mode) {
+  const mode_t owner = mode >> 6U & 07U;
+  const mode_t shared = mode & mode >> 3U & owner;
+  return (owner << 6U) | (shared << 3U) | shared;
+}
+
 // The new content on its way: removes itself unless it has been renamed into place.
 class TemporaryFile {
  public:
@@ -92,18 +105,15 @@ class TemporaryFile {
     }
   }
 
-  void keepRightsOf(const struct stat& old) {
-    struct stat made {};
-
-    if (::fstat(file_.get(), &made) != 0) {
-      throwErrno("Unable to keep the mode of", target_.string());
+  void keepRightsOf(const struct stat& old, Owner owner) {
+    const bool hasOwner = keepsOwnerOf(old);
+    if (!hasOwner && owner == Owner::mustStay) {
+      throwErrno("Unable to keep the owner of", target_.string());
     }
-    const bool mayGiveAway = ::geteuid() == 0;
-    const bool isAnothers = made.st_uid != old.st_uid || made.st_gid != old.st_gid;
+    const mode_t mode = old.st_mode & 07777U;
     // The mode last: giving a file away, like writing to it, clears its set-id bits.
-    if ((mayGiveAway && isAnothers && ::fchown(file_.get(), old.st_uid, old.st_gid) != 0) ||
-        copyFileAttributes(target_, file_.get()) != 0 ||
-        ::fchmod(file_.get(), old.st_mode & 07777U) != 0) {
+    if (copyFileAttributes(target_, file_.get()) != 0 ||
+        ::fchmod(file_.get(), hasOwner ? mode : narrowed(mode)) != 0) {
       throwErrno("Unable to keep the mode of", target_.string());
     }
   }
@@ -133,6 +143,20 @@ class TemporaryFile {
   }
 
  private:
+  // Root gives the file to whom the old one belongs. Others cannot, and their own file it is.
+  bool keepsOwnerOf(const struct stat& old) {
+    struct stat made {};
+
+    if (::geteuid() != 0) {
+      return true;
+    }
+    if (::fstat(file_.get(), &made) != 0) {
+      return false;
+    }
+    return (made.st_uid == old.st_uid && made.st_gid == old.st_gid) ||
+           ::fchown(file_.get(), old.st_uid, old.st_gid) == 0;
+  }
+
   const fs::path& target_;
   fs::path path_;
   FileDescriptor file_;
@@ -150,7 +174,7 @@ void syncFolder(const fs::path& folder) {
 // Replaces `target` and returns true, unless `isObsolete` says, at the last moment, that the new
 // content has been overtaken.
 bool replaceUnless(const fs::path& target, std::string_view content, std::optional<fs::perms> mode,
-                   const std::function<bool()>& isObsolete) {
+                   Owner owner, const std::function<bool()>& isObsolete) {
   removeAbandoned(target);
 
   struct stat old {};
@@ -160,7 +184,7 @@ bool replaceUnless(const fs::path& target, std::string_view content, std::option
   TemporaryFile temporary(target, exists ? 0600 : 0666);
   temporary.write(content);
   if (exists) {
-    temporary.keepRightsOf(old);
+    temporary.keepRightsOf(old, owner);
   }
   if (mode) {
     temporary.setMode(*mode);
@@ -227,7 +251,7 @@ std::optional<std::string> readFile(const fs::path& path) {
 }
 
 void replaceFile(const fs::path& path, std::string_view content, std::optional<fs::perms> mode) {
-  replaceUnless(fs::absolute(path), content, mode, [] { return false; });
+  replaceUnless(fs::absolute(path), content, mode, Owner::mayChange, [] { return false; });
 }
 
 void makeFolder(const fs::path& path) {
@@ -247,7 +271,8 @@ bool updateFileThroughLinks(const fs::path& path,
       return false;
     }
     const auto hasChanged = [&] { return readFile(path) != before; };
-    if (after ? replaceUnless(finalTarget(fs::absolute(path)), *after, std::nullopt, hasChanged)
+    if (after ? replaceUnless(finalTarget(fs::absolute(path)), *after, std::nullopt,
+                              Owner::mustStay, hasChanged)
               : removeUnless(path, hasChanged)) {
       return true;
     }

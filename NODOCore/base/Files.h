@@ -18,10 +18,12 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 /// whole, also after a crash or a power cut: a temporary file in the same folder is written, synced
 /// to disk, renamed over the old one, and the folder synced.
 ///
-/// An existing file's mode and access-control list are kept, its owner when this process may give
-/// files away (root), and its extended attributes as far as the system allows; a new one gets the
-/// process's default mode. A symbolic link at `path` is itself replaced:
-/// privileged programs must not be led elsewhere by a planted link.
+/// An existing file's mode and access-control list are kept, its owner and group when this process
+/// is root, and its extended attributes as far as the system allows; a new one gets the process's
+/// default mode. Where root may not give files away (a daemon without capabilities) the owner and
+/// the group change, and the rights of groups and others are narrowed so that nobody else gains
+/// any. A symbolic link at `path` is itself replaced: privileged programs must not be led elsewhere
+/// by a planted link.
 ///
 /// Throws std::system_error, with the path in its text; the old file is then as it was and no
 /// temporary file is left. One that a killed process left behind is removed by the next call for
@@ -41,11 +43,11 @@ using FileContent = std::optional<std::string>;
 /// Brings the file at `path`, which belongs to somebody else, from the content that it has to the
 /// one that `edit` makes of it, and returns whether that changed anything.
 ///
-/// Replaces as replaceFile does, but follows symbolic links: they stay, and the file to which the
-/// last one leads is replaced, or made. When `edit` answers with nothing, what stands at `path`
-/// itself is removed. A file that somebody else changes meanwhile is read, and `edit` asked, again;
-/// after ten times it fails with EAGAIN. What remains is the instant between a last look at the
-/// file and its exchange.
+/// Replaces as replaceFile does, but fails where root may not keep the owner, and follows symbolic
+/// links: they stay, and the file to which the last one leads is replaced, or made. When `edit`
+/// answers with nothing, what stands at `path` itself is removed. A file that somebody else changes
+/// meanwhile is read, and `edit` asked, again; after ten times it fails with EAGAIN. What remains
+/// is the instant between a last look at the file and its exchange.
 ///
 /// Throws std::system_error, with the path in its text, and what `edit` throws; the file is then as
 /// it was.

@@ -10,8 +10,8 @@ namespace nodo {
 /// Gathers the rows of a process table, whose texts are together never larger than a bound: anybody
 /// may start thousands of processes with arguments of any size, and what is gathered is sent on.
 ///
-/// Beyond the bound the longest texts of all rows are cut first, so that a flood leaves ordinary rows
-/// whole. A cut text is valid UTF-8 if it was before.
+/// Beyond the bound the longest texts of all rows are cut first, so that a flood leaves ordinary
+/// rows whole. A cut text is valid UTF-8 if it was before.
 class BoundedRows {
  public:
   /// As JSON a byte becomes up to six ("\u0001"), hence 12 MiB of the 32 MiB for which a bus
