@@ -12,12 +12,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::optional<std::string> attribute(const fs::path& supply, const char* name) {
-  const auto content = readSmallFile(supply / name);
+std::optional<std::string> attribute(const SupplyAttributes& supply, const char* name) {
+  const auto content = supply(name);
   return content ? std::optional(std::string(trimmed(*content))) : std::nullopt;
 }
 
-std::optional<std::int64_t> number(const fs::path& supply, const char* name) {
+std::optional<std::int64_t> number(const SupplyAttributes& supply, const char* name) {
   const auto text = attribute(supply, name);
   return text ? integerFromText<std::int64_t>(*text) : std::nullopt;
 }
@@ -33,7 +33,8 @@ struct Battery {
   std::optional<std::int64_t> capacity;
 };
 
-std::optional<Fill> fill(const fs::path& supply, const char* nowName, const char* fullName) {
+std::optional<Fill> fill(const SupplyAttributes& supply, const char* nowName,
+                         const char* fullName) {
   const auto now = number(supply, nowName);
   const auto full = number(supply, fullName);
   if (!now || !full || *full <= 0) {
@@ -42,7 +43,7 @@ std::optional<Fill> fill(const fs::path& supply, const char* nowName, const char
   return Fill{.now = static_cast<double>(*now), .full = static_cast<double>(*full)};
 }
 
-Battery readBattery(const fs::path& supply) {
+Battery readBattery(const SupplyAttributes& supply) {
   Battery battery{.energy = fill(supply, "energy_now", "energy_full"),
                   .charge = fill(supply, "charge_now", "charge_full"),
                   .capacity = number(supply, "capacity")};
@@ -77,7 +78,7 @@ std::optional<std::int64_t> meanCapacity(const std::vector<Battery>& batteries) 
   std::int64_t sum = 0;
   std::int64_t known = 0;
   for (const Battery& battery : batteries) {
-    sum += battery.capacity.value_or(0);
+    sum += std::clamp<std::int64_t>(battery.capacity.value_or(0), 0, 100);
     known += battery.capacity ? 1 : 0;
   }
   return known > 0 ? std::optional(sum / known) : std::nullopt;
@@ -98,13 +99,10 @@ std::optional<std::int64_t> chargeOf(const std::vector<Battery>& batteries) {
 
 }  // namespace
 
-PowerReading readPowerSupplies(const fs::path& classFolder) {
+PowerReading powerReadingOf(const std::vector<SupplyAttributes>& supplies) {
   std::vector<Battery> batteries;
   bool onMains = false;
-  std::error_code ended;
-  for (fs::directory_iterator entry(classFolder, ended), end; !ended && entry != end;
-       entry.increment(ended)) {
-    const fs::path& supply = entry->path();
+  for (const SupplyAttributes& supply : supplies) {
     const auto type = attribute(supply, "type");
     if (!type || attribute(supply, "scope") == "Device") {  // a mouse's or a headset's battery
       continue;
@@ -119,6 +117,17 @@ PowerReading readPowerSupplies(const fs::path& classFolder) {
                     : batteries.empty() ? PowerSource::unknown
                                         : PowerSource::battery,
           .batteryPercent = chargeOf(batteries)};
+}
+
+PowerReading readPowerSupplies(const fs::path& classFolder) {
+  std::vector<SupplyAttributes> supplies;
+  std::error_code ended;
+  for (fs::directory_iterator entry(classFolder, ended), end; !ended && entry != end;
+       entry.increment(ended)) {
+    supplies.emplace_back(
+        [supply = entry->path()](const char* name) { return readSmallFile(supply / name); });
+  }
+  return powerReadingOf(supplies);
 }
 
 }  // namespace nodo

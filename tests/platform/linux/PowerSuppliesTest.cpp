@@ -118,6 +118,13 @@ TEST_F(PowerSuppliesTest, WithoutComparableMeasuresTheMeanCapacityCounts) {
   EXPECT_EQ(read(), battery(60));
 }
 
+TEST_F(PowerSuppliesTest, AnImpossibleCapacityCountsInTheMeanAsFull) {
+  for (const char* name : {"BAT0", "BAT1"}) {
+    add(name, {{"type", "Battery"}, {"capacity", "9223372036854775807"}});
+  }
+  EXPECT_EQ(read(), battery(100));
+}
+
 TEST_F(PowerSuppliesTest, ABatteryThatTellsNothingLeavesTheChargeAbsent) {
   add("BAT0", {{"type", "Battery"}, {"capacity", "many"}});
   EXPECT_EQ(read(), (PowerReading{.source = PowerSource::battery}));
