@@ -1,9 +1,10 @@
 #include <platform/linux/DaemonBus.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 
 namespace nodo {
 namespace {
@@ -15,27 +16,67 @@ constexpr std::chrono::seconds connectLimit(2);
 // The daemon asks only the bus itself and polkit.
 constexpr microseconds callLimit(std::chrono::seconds(2));
 
-SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
-                            const std::string& action) {
-  sd_bus* made = nullptr;
-  if (kind == DaemonBus::Kind::system) {
-    checkSystemd(sd_bus_open_system(&made), action);
-    return SystemdHandle<sd_bus>(made);
-  }
-  if (kind == DaemonBus::Kind::session) {
-    const int opened = sd_bus_open_user(&made);
-    if (opened == -ENOMEDIUM) {
-      throw std::runtime_error("cannot " + action + ": this user has none");
+// As the library itself escapes a value in an address.
+std::string escapedForAddress(std::string_view value) {
+  constexpr std::string_view plain =
+      "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_-/.";
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string escaped;
+  for (const char character : value) {
+    if (plain.find(character) != std::string_view::npos) {
+      escaped += character;
+      continue;
     }
-    checkSystemd(opened, action);
-    return SystemdHandle<sd_bus>(made);
+    const auto byte = static_cast<unsigned char>(character);
+    escaped += '%';
+    escaped += digits[byte / 16];
+    escaped += digits[byte % 16];
   }
+  return escaped;
+}
+
+std::string systemAddress() {
+  const char* given = ::secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  return given != nullptr ? given : "unix:path=/run/dbus/system_bus_socket";
+}
+
+std::optional<std::string> sessionAddress() {
+  if (const char* given = ::secure_getenv("DBUS_SESSION_BUS_ADDRESS")) {
+    return given;
+  }
+  if (const char* folder = ::secure_getenv("XDG_RUNTIME_DIR")) {
+    return "unix:path=" + escapedForAddress(folder) + "/bus";
+  }
+  return std::nullopt;
+}
+
+SystemdHandle<sd_bus> startAt(const std::string& address, const std::string& action) {
+  sd_bus* made = nullptr;
   checkSystemd(sd_bus_new(&made), action);
   SystemdHandle<sd_bus> bus(made);
   checkSystemd(sd_bus_set_address(made, address.c_str()), action);
   checkSystemd(sd_bus_set_bus_client(made, 1), action);
+  // No request needs a descriptor, and those of others would count as this process's: whoever may
+  // send a message could use up all that it may have, and with them the lock. The library's own
+  // ways to a bus, which would look up its address, start it before this could be said.
+  checkSystemd(sd_bus_negotiate_fds(made, 0), action);
   checkSystemd(sd_bus_start(made), action);
   return bus;
+}
+
+SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
+                            const std::string& action) {
+  if (kind == DaemonBus::Kind::system) {
+    return startAt(systemAddress(), action);
+  }
+  if (kind == DaemonBus::Kind::session) {
+    const std::optional<std::string> session = sessionAddress();
+    if (!session) {
+      throw std::runtime_error("cannot " + action + ": this user has none");
+    }
+    return startAt(*session, action);
+  }
+  return startAt(address, action);
 }
 
 // The library would sign in without such a limit.

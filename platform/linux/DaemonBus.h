@@ -17,7 +17,8 @@ struct DaemonBus {
 };
 
 /// Connects, within two seconds, to `choice`: "system", "session", a bus address, or nothing for
-/// the system bus when it can be reached and else the session bus. Throws std::runtime_error.
+/// the system bus when it can be reached and else the session bus. The bus passes it no file
+/// descriptors. Throws std::runtime_error.
 DaemonBus openDaemonBus(const std::optional<std::string>& choice);
 
 }  // namespace nodo
