@@ -1,6 +1,7 @@
 #include <NODOCore/helper/NODOServiceConstants.h>
 #include <platform/linux/DaemonLog.h>
 #include <platform/linux/HelperListener.h>
+#include <platform/linux/MessageSize.h>
 #include <platform/linux/PolkitQuestion.h>
 
 #include <algorithm>
@@ -133,8 +134,13 @@ void HelperListener::receive(const HelperRequest& request) {
 }
 
 void HelperListener::askAuthority(const HelperRequest& request, std::uint32_t user) {
-  if (waiting_.size() >= mostWaiting) {
-    refuse(request, user, SD_BUS_ERROR_LIMITS_EXCEEDED, "too many requests wait for polkit");
+  try {
+    if (const std::optional<std::string> reason = reasonNotToWait(request, user)) {
+      refuse(request, user, SD_BUS_ERROR_LIMITS_EXCEEDED, *reason);
+      return;
+    }
+  } catch (const std::runtime_error& unreadable) {
+    refuse(request, user, SD_BUS_ERROR_INVALID_ARGS, unreadable.what());
     return;
   }
   Waiting& waiting = waiting_.emplace_back(
@@ -146,6 +152,23 @@ void HelperListener::askAuthority(const HelperRequest& request, std::uint32_t us
     refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED,
            CallerPolicy::judge(AuthorityAnswer{.failure = error.what()}).reason);
   }
+}
+
+std::optional<std::string> HelperListener::reasonNotToWait(const HelperRequest& request,
+                                                           std::uint32_t user) const {
+  if (waiting_.size() >= mostWaiting) {
+    return "too many requests wait for polkit";
+  }
+  const auto ofThisUser =
+      std::count_if(waiting_.begin(), waiting_.end(),
+                    [user](const Waiting& waiting) { return waiting.user == user; });
+  if (static_cast<std::size_t>(ofThisUser) >= mostWaitingOfOneUser) {
+    return "too many requests of this user wait for polkit";
+  }
+  if (isLargerThan(request.message(), mostWaitingBytes)) {
+    return "its arguments take more than " + std::to_string(mostWaitingBytes) + " bytes";
+  }
+  return std::nullopt;
 }
 
 int HelperListener::onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* /*error*/) {

@@ -23,6 +23,11 @@ class HelperListener {
   /// More requests than these do not wait for polkit at a time. The bus itself usually lets a peer
   /// wait for 128 answers; the daemon must always have some left to ask who calls.
   static constexpr std::size_t mostWaiting = 100;
+  /// Nor more than these of one user, so that none keeps the others out.
+  static constexpr std::size_t mostWaitingOfOneUser = mostWaiting / 4;
+  /// Nor one whose arguments take more bytes. All that wait are kept in memory; a requester's texts
+  /// are cut to some hundred characters each anyway.
+  static constexpr std::size_t mostWaitingBytes = 16 * std::size_t{1024};
 
   /// Takes the helper's name. From then on requests reach `service` while the loop runs. Throws
   /// std::runtime_error when the name is taken or the bus does not give it.
@@ -46,6 +51,9 @@ class HelperListener {
 
   void receive(const HelperRequest& request);
   void askAuthority(const HelperRequest& request, std::uint32_t user);
+  // Throws std::runtime_error for arguments that cannot be read.
+  std::optional<std::string> reasonNotToWait(const HelperRequest& request,
+                                             std::uint32_t user) const;
   void hearAuthority(const Waiting& asked, sd_bus_message* reply);
   void serve(const HelperRequest& request);
   void refuse(const HelperRequest& request, std::optional<std::uint32_t> user, const char* error,
