@@ -3,6 +3,7 @@
 #include <platform/linux/Noncharacters.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string_view>
@@ -12,6 +13,10 @@ namespace nodo {
 namespace {
 
 constexpr char action[] = "read the arguments";
+// The system's dbus-daemon takes messages of 32 MiB (its max_message_size) and disconnects whoever
+// sends a larger one; the daemon would end, and its lock with it. Far less is still far more than
+// any answer of use.
+constexpr std::size_t mostAnswerBytes = 4 * std::size_t{1024} * 1024;
 
 // The caller's own texts about who asks.
 struct RequesterTexts {
@@ -119,7 +124,8 @@ void HelperRequest::serveEnableManualV2(NODOHelperXPCProtocol& service,
 }
 
 void HelperRequest::refuse(const char* name, const std::string& reason) const {
-  const std::string text = withoutNoncharacters(repairedUTF8(reason));
+  const std::string text = withoutNoncharacters(repairedUTF8(
+      reason.size() <= mostAnswerBytes ? reason : "the reason is too long for the bus"));
   // Fails when the connection is gone, and the caller's answer with it.
   sd_bus_reply_method_errorf(call_.get(), name, "%s", text.c_str());
 }
@@ -131,6 +137,11 @@ void HelperRequest::answer(const std::optional<std::string>& text) const {
   }
   // Anybody can start a process whose arguments, which a status may show, hold one.
   const std::string sendable = withEscapedNoncharacters(*text);
+  if (sendable.size() > mostAnswerBytes) {
+    refuse(SD_BUS_ERROR_LIMITS_EXCEEDED, "the answer is too long for the bus, it takes " +
+                                             std::to_string(sendable.size()) + " bytes");
+    return;
+  }
   const int sent = sd_bus_reply_method_return(call_.get(), "s", sendable.c_str());
   if (sent == -EINVAL) {
     refuse(SD_BUS_ERROR_FAILED, "the answer cannot be sent as text");

@@ -9,6 +9,7 @@
 #include <platform/DaemonMachine.h>
 
 #include <csignal>
+#include <cstddef>
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -18,6 +19,8 @@ namespace {
 
 using nodo::HelperReply;
 using nodo::Seconds;
+
+constexpr std::size_t moreThanABusTakes = 40 * std::size_t{1024} * 1024;
 
 void say(const std::string& line) {
   std::cout << line << std::endl;
@@ -55,6 +58,11 @@ class Service : public nodo::NODOHelperXPCProtocol {
         break;
       case -7:
         throw std::runtime_error("no \xff, no \uFFFF");
+      case -8:
+        reply(std::string(moreThanABusTakes, 'a'));
+        break;
+      case -9:
+        throw std::runtime_error(std::string(moreThanABusTakes, 'e'));
       default:
         answer("enableManual " + std::to_string(minutes), reply);
     }
