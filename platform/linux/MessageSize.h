@@ -6,7 +6,8 @@
 
 namespace nodo {
 
-/// Whether the arguments of `message` take more than about `limit` bytes; the library does not tell.
+/// Whether the arguments of `message` take more than about `limit` bytes; the library does not
+/// tell.
 ///
 /// Walks through them, no further than that, and leaves them to be read from their start. Throws
 /// std::runtime_error for those that the library cannot read.
