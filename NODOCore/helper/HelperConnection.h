@@ -5,9 +5,24 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace nodo {
+
+/// What a connection says of a request that was not delivered or not answered. The text is for
+/// people.
+class HelperConnectionError : public std::runtime_error {
+ public:
+  HelperConnectionError(const std::string& message, bool helperIsThere)
+      : std::runtime_error(message), helperIsThere_(helperIsThere) {}
+
+  /// Whether there is a daemon, which then does not do as it should. Otherwise none was found.
+  bool helperIsThere() const noexcept { return helperIsThere_; }
+
+ private:
+  bool helperIsThere_;
+};
 
 /// One connection to the daemon, as the client uses it: the handlers are set, then it is resumed, a
 /// proxy is taken and one request sent, and it is invalidated in the end.
@@ -32,7 +47,8 @@ class HelperConnection {
   virtual void resume() = 0;
 
   /// The daemon's requests, each a message to it; `errorHandler` is told of one that cannot be
-  /// delivered or answered, never with a null error. Null when the other end does not offer them.
+  /// delivered or answered, never with a null error: as a rule a HelperConnectionError. Null when
+  /// the other end does not offer them.
   virtual std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) = 0;
 
   /// Ends the connection, whether or not it was resumed. Must not throw; safe to repeat.

@@ -1,5 +1,4 @@
 #include <platform/linux/BusConnection.h>
-#include <platform/linux/BusError.h>
 #include <platform/linux/BusHelperConnection.h>
 #include <platform/linux/BusHelperLink.h>
 #include <platform/linux/BusHelperMailbox.h>
@@ -71,7 +70,8 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
                          .arguments = std::move(arguments),
                          .reply = std::move(reply),
                          .failed = failed_})) {
-      failed_(std::make_exception_ptr(BusError("the connection to the daemon has ended")));
+      failed_(std::make_exception_ptr(
+          HelperConnectionError("the connection to the daemon has ended", false)));
     }
   }
 

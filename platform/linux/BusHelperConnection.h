@@ -16,8 +16,8 @@ class BusHelperMailbox;
 /// The caller blocks until its reply, so the bus is served by a thread that lives from `resume` to
 /// `invalidate`: all handlers and replies run on it. It waits for the bus and for its owner at
 /// once, so that `invalidate` ends it whatever the bus or the daemon does. A request that cannot be
-/// delivered is told to its error handler as a BusError; a bus that goes away during a request, to
-/// the interruption handler.
+/// delivered is told to its error handler as a HelperConnectionError; a bus that goes away during a
+/// request, to the interruption handler.
 class BusHelperConnection : public HelperConnection {
  public:
   /// `bus` as in `helperConnecting`; `serviceName` is the name that the daemon owns there.

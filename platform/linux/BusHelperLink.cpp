@@ -71,12 +71,16 @@ std::optional<timespec> timeUntil(std::uint64_t instant) {
 }
 
 // Each error is made for its receiver alone, who may look at it on another thread.
-void fail(const BusHelperRequest& request, const std::string& reason) {
-  request.failed(std::make_exception_ptr(BusError(reason)));
+void fail(const BusHelperRequest& request, const std::string& reason, bool daemonIsThere) {
+  request.failed(std::make_exception_ptr(HelperConnectionError(reason, daemonIsThere)));
 }
 
 bool isOneOf(const char* name, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool saysThatNobodyIsThere(const sd_bus_error& error) {
+  return isOneOf(error.name, {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER});
 }
 
 }  // namespace
@@ -180,7 +184,7 @@ void BusHelperLink::refuse(const std::string& reason) {
   bus_.reset();
   while (!mailbox_.isClosed()) {
     for (const BusHelperRequest& request : mailbox_.take()) {
-      fail(request, reason);
+      fail(request, reason, false);
     }
     wait();
   }
@@ -216,7 +220,7 @@ void BusHelperLink::send(const BusHelperRequest& request) {
   } catch (const BusError& error) {
     reason = error.what();
   }
-  fail(request, reason);
+  fail(request, reason, false);
 }
 
 void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
@@ -251,12 +255,14 @@ void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* mess
   }
   ++answers_;
   if (isError) {
-    fail(request, explained(*library.messageGetError(message)));
+    const sd_bus_error& error = *library.messageGetError(message);
+    fail(request, explained(error), !saysThatNobodyIsThere(error));
     return;
   }
   const char* text = nullptr;
   if (library.messageRead(message, "s", &text) < 0 || text == nullptr) {
-    fail(request, "the daemon nodod gave an answer without a text; it may be of another version");
+    fail(request, "the daemon nodod gave an answer without a text; it may be of another version",
+         true);
     return;
   }
   request.reply(std::string(text));
@@ -265,7 +271,7 @@ void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* mess
 std::string BusHelperLink::explained(const sd_bus_error& error) const {
   std::string text =
       error.message != nullptr && *error.message != '\0' ? error.message : error.name;
-  if (isOneOf(error.name, {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER})) {
+  if (saysThatNobodyIsThere(error)) {
     return "the daemon nodod is not running on " + busName_ + "; start it with '" + startCommand_ +
            "'";
   }

@@ -1,32 +1,38 @@
 #pragma once
 
+#include <NODOCore/helper/HelperConnection.h>
+
 #include <cstdint>
-#include <exception>
 #include <string>
 #include <utility>
 
 namespace nodo {
 
 /// An error of the XPC system, as it stands.
-class XPCError : public std::exception {
+class XPCError : public HelperConnectionError {
  public:
-  XPCError(std::string domain, std::int64_t code, std::string description)
-      : domain_(std::move(domain)), code_(code), description_(std::move(description)) {}
-
-  const char* what() const noexcept override { return description_.c_str(); }
+  XPCError(std::string domain, std::int64_t code, const std::string& description)
+      : HelperConnectionError(description, !saysThatNothingIsThere(domain, code)),
+        domain_(std::move(domain)),
+        code_(code) {}
 
   const std::string& domain() const { return domain_; }
 
   std::int64_t code() const { return code_; }
 
   bool operator==(const XPCError& other) const {
-    return domain_ == other.domain_ && code_ == other.code_ && description_ == other.description_;
+    return domain_ == other.domain_ && code_ == other.code_ && std::string(what()) == other.what();
   }
 
  private:
+  // NSXPCConnectionInvalid: there is no such service. The others tell of one that ended, or whose
+  // answer cannot be used.
+  static bool saysThatNothingIsThere(const std::string& domain, std::int64_t code) {
+    return domain == "NSCocoaErrorDomain" && code == 4099;
+  }
+
   std::string domain_;
   std::int64_t code_;
-  std::string description_;
 };
 
 }  // namespace nodo

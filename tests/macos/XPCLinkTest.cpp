@@ -12,6 +12,7 @@
 
 #include <bit>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -256,6 +257,16 @@ TEST_F(XPCLinkTest, AnErrorOfTheSystemArrivesAsItIs) {
             }),
             "ok");
   EXPECT_EQ(found, XPCError("NSCocoaErrorDomain", 4864, "the message could not be delivered"));
+}
+
+TEST_F(XPCLinkTest, OnlyAnInvalidConnectionSaysThatNothingIsThere) {
+  const std::int64_t interrupted = 4097;
+  const std::int64_t invalid = 4099;
+  const std::int64_t replyInvalid = 4101;
+  EXPECT_TRUE(XPCError("NSCocoaErrorDomain", interrupted, "").helperIsThere());
+  EXPECT_FALSE(XPCError("NSCocoaErrorDomain", invalid, "").helperIsThere());
+  EXPECT_TRUE(XPCError("NSCocoaErrorDomain", replyInvalid, "").helperIsThere());
+  EXPECT_TRUE(XPCError("another", invalid, "").helperIsThere());
 }
 
 TEST_F(XPCLinkTest, AReplyWithoutAUTF8FormIsInvalid) {

@@ -1,4 +1,5 @@
 #include <NODOCore/base/DecodingError.h>
+#include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOServiceConstants.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
@@ -79,7 +80,8 @@ Unavailability Unavailability::from(const std::exception& error) {
   if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
     return {.reason = std::string("its answer cannot be read: ") + error.what(), .isBroken = true};
   }
-  return {.reason = error.what(), .isBroken = false};
+  const auto* connection = dynamic_cast<const HelperConnectionError*>(&error);
+  return {.reason = error.what(), .isBroken = connection != nullptr && connection->helperIsThere()};
 }
 
 StateAccess::StateAccess(const HelperOptions& options, const ToolContext& context,

@@ -1,4 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
@@ -81,6 +82,18 @@ class BusHelperConnectionTest : public ::testing::Test {
     }
   }
 
+  // The same, and whether the error says that there is a daemon.
+  static std::string failureOf(const NODOHelperXPCClient& client) {
+    try {
+      client.status();
+      return "none";
+    } catch (const HelperConnectionError& error) {
+      return (error.helperIsThere() ? "there: " : "not there: ") + std::string(error.what());
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+  }
+
   static bool says(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
   }
@@ -112,8 +125,9 @@ TEST_F(BusHelperConnectionTest, EveryRequestReachesTheDaemonAndItsAnswerComesBac
 }
 
 TEST_F(BusHelperConnectionTest, WithoutADaemonItIsSaidWhatToStart) {
-  EXPECT_EQ(statusOf(client()), "the daemon nodod is not running on the bus at " + bus->address() +
-                                    "; start it with 'nodod --bus " + bus->address() + "'");
+  EXPECT_EQ(failureOf(client()), "not there: the daemon nodod is not running on the bus at " +
+                                     bus->address() + "; start it with 'nodod --bus " +
+                                     bus->address() + "'");
 }
 
 TEST_F(BusHelperConnectionTest, ADaemonThatHangsIsGivenUpInTime) {
@@ -127,17 +141,17 @@ TEST_F(BusHelperConnectionTest, ARefusalIsPassedOnInItsOwnWords) {
   const ScriptedDaemon daemon(
       bus->address(),
       ScriptedDaemon::error("org.freedesktop.DBus.Error.AccessDenied", "not for uid 7"));
-  EXPECT_EQ(statusOf(client()), "not for uid 7");
+  EXPECT_EQ(failureOf(client()), "there: not for uid 7");
 }
 
 TEST_F(BusHelperConnectionTest, ARefusalWithoutWordsIsNamed) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::error("com.example.Odd", ""));
-  EXPECT_EQ(statusOf(client()), "com.example.Odd");
+  EXPECT_EQ(failureOf(client()), "there: com.example.Odd");
 }
 
 TEST_F(BusHelperConnectionTest, AnAnswerThatIsNoTextIsAnError) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::number());
-  EXPECT_TRUE(says(statusOf(client()), "an answer without a text"));
+  EXPECT_TRUE(failureOf(client()).starts_with("there: the daemon nodod gave an answer without a "));
 }
 
 TEST_F(BusHelperConnectionTest, AnAnswerThatIsNoEnvelopeIsAnError) {
@@ -149,12 +163,12 @@ TEST_F(BusHelperConnectionTest, ADaemonThatKnowsNoSuchRequestIsAnError) {
   const ScriptedDaemon daemon(
       bus->address(),
       ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Status"));
-  EXPECT_TRUE(says(statusOf(client()), "does not know the request"));
+  EXPECT_TRUE(failureOf(client()).starts_with("there: the daemon nodod does not know the request"));
 }
 
 TEST_F(BusHelperConnectionTest, ADaemonThatDiesDuringARequestIsNoticedAtOnce) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::death());
-  EXPECT_EQ(statusOf(client()), "the daemon nodod ended before it answered");
+  EXPECT_EQ(failureOf(client()), "there: the daemon nodod ended before it answered");
 }
 
 TEST_F(BusHelperConnectionTest, ABusThatDiesDuringARequestInterruptsIt) {
@@ -203,8 +217,8 @@ TEST_F(BusHelperConnectionTest, AConnectionEndsWithoutWaitingWhateverItDoes) {
 TEST_F(BusHelperConnectionTest, ABusThatCannotBeReachedIsNamed) {
   const testing::TemporaryFolder folder;
   const std::string address = "unix:path=" + (folder / "nothing").string();
-  EXPECT_EQ(statusOf(clientAt(address, patience)),
-            "cannot connect to the bus at " + address + ": No such file or directory");
+  EXPECT_EQ(failureOf(clientAt(address, patience)),
+            "not there: cannot connect to the bus at " + address + ": No such file or directory");
   EXPECT_TRUE(says(statusOf(clientAt("no:address", patience)), "the bus at no:address"));
 }
 
@@ -230,8 +244,8 @@ TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("session")));
   EXPECT_EQ(statusOf(clientAt(std::nullopt, patience)), "session");
   bus->kill();
-  const std::string neither = statusOf(clientAt(std::nullopt, patience));
-  EXPECT_TRUE(says(neither, "cannot connect to the system bus")) << neither;
+  const std::string neither = failureOf(clientAt(std::nullopt, patience));
+  EXPECT_TRUE(neither.starts_with("not there: cannot connect to the system bus")) << neither;
   EXPECT_TRUE(says(neither, "cannot connect to the session bus")) << neither;
 }
 
