@@ -8,11 +8,17 @@ namespace {
 
 using Flag = std::shared_ptr<std::atomic<bool>>;
 
+// How far one connection's request has come.
+struct Progress {
+  std::atomic<bool> wasSent = false;
+  std::atomic<bool> hasEnded = false;
+};
+
 // Notes every answer of the daemon on its way to the client.
 class NotingProxy : public NODOHelperXPCProtocol {
  public:
-  NotingProxy(std::shared_ptr<NODOHelperXPCProtocol> daemon, Flag answered)
-      : daemon_(std::move(daemon)), answered_(std::move(answered)) {}
+  NotingProxy(std::shared_ptr<NODOHelperXPCProtocol> daemon, std::shared_ptr<Progress> progress)
+      : daemon_(std::move(daemon)), progress_(std::move(progress)) {}
 
   void status(HelperReply reply) override { daemon_->status(noting(std::move(reply))); }
 
@@ -37,14 +43,15 @@ class NotingProxy : public NODOHelperXPCProtocol {
 
  private:
   HelperReply noting(HelperReply reply) const {
-    return [reply = std::move(reply), answered = answered_](std::optional<std::string> text) {
-      *answered = true;
+    progress_->wasSent = true;
+    return [reply = std::move(reply), progress = progress_](std::optional<std::string> text) {
+      progress->hasEnded = true;
       reply(std::move(text));
     };
   }
 
   std::shared_ptr<NODOHelperXPCProtocol> daemon_;
-  Flag answered_;
+  std::shared_ptr<Progress> progress_;
 };
 
 class NotingConnection : public HelperConnection {
@@ -64,21 +71,17 @@ class NotingConnection : public HelperConnection {
 
   std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) override {
     auto daemon = connection_->remoteProxy(
-        [errorHandler = std::move(errorHandler), answered = answered_](std::exception_ptr error) {
-          *answered = true;
+        [errorHandler = std::move(errorHandler), progress = progress_](std::exception_ptr error) {
+          progress->hasEnded = true;
           errorHandler(std::move(error));
         });
-    if (!daemon) {
-      *answered_ = true;
-      return nullptr;
-    }
-    return std::make_shared<NotingProxy>(std::move(daemon), answered_);
+    return daemon ? std::make_shared<NotingProxy>(std::move(daemon), progress_) : nullptr;
   }
 
-  // Whoever has not answered by now was waited for in vain. Looked at first, as ending the
-  // connection tells the handlers.
+  // Whoever was asked and has not answered by now was waited for in vain. Looked at first, as
+  // ending the connection tells the handlers.
   void invalidate() override {
-    if (!*answered_) {
+    if (progress_->wasSent && !progress_->hasEnded) {
       *gaveUp_ = true;
     }
     connection_->invalidate();
@@ -86,8 +89,8 @@ class NotingConnection : public HelperConnection {
 
  private:
   Handler noting(Handler handler) const {
-    return [handler = std::move(handler), answered = answered_] {
-      *answered = true;
+    return [handler = std::move(handler), progress = progress_] {
+      progress->hasEnded = true;
       if (handler) {
         handler();
       }
@@ -96,7 +99,7 @@ class NotingConnection : public HelperConnection {
 
   std::unique_ptr<HelperConnection> connection_;
   Flag gaveUp_;
-  Flag answered_ = std::make_shared<std::atomic<bool>>(false);
+  std::shared_ptr<Progress> progress_ = std::make_shared<Progress>();
 };
 
 }  // namespace
