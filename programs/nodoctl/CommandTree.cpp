@@ -4,11 +4,13 @@
 #include <programs/nodoctl/CommandTree.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <locale>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -259,7 +261,27 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
                                               "\" is neither system nor session nor a bus address "
                                               "such as unix:path=/run/bus");
     }
+    if (isInANetwork(text)) {
+      throw CLI::ValidationError("--bus", "\"" + text +
+                                              "\" is in a network; the daemon that matters is on a "
+                                              "bus of this computer");
+    }
     return text;
+  }
+
+  // The library would look up such an address's host for as long as that takes, whatever the time
+  // limit. It may be one of several addresses, which are tried in turn.
+  static bool isInANetwork(const std::string& busAddress) {
+    for (std::string_view left = busAddress;;) {
+      const std::size_t end = left.find(';');
+      if (left.starts_with("tcp:") || left.starts_with("nonce-tcp:")) {
+        return true;
+      }
+      if (end == std::string_view::npos) {
+        return false;
+      }
+      left.remove_prefix(end + 1);
+    }
   }
 
   static AgentHookTarget hookTarget(const std::string& text) {

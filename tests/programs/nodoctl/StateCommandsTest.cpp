@@ -217,15 +217,26 @@ TEST_F(StateCommandsTest, TheBusIsAsTheCommandLineSays) {
     EXPECT_EQ(run(arguments).exitStatus, 0);
     EXPECT_EQ(bus, "session");
   }
-  run({"stop", "--bus=unix:path=/run/a,guid=7"});
-  EXPECT_EQ(bus, "unix:path=/run/a,guid=7");
+  for (const std::string address :
+       {"unix:path=/run/a,guid=7", "unix:path=/run/tcp:a;unix:path=b"}) {
+    run({"stop", "--bus=" + address});
+    EXPECT_EQ(bus, address);
+  }
 }
 
 TEST_F(StateCommandsTest, OptionsForTheDaemonThatMakeNoSenseAreAWrongUse) {
-  const Texts cases[] = {
-      {"--helper-timeout", "0"},     {"--helper-timeout", "-1"},  {"--helper-timeout", "1s"},
-      {"--helper-timeout", "."},     {"--helper-timeout", "nan"}, {"--helper-timeout", ""},
-      {"--helper-timeout", "1.2.3"}, {"--bus", "sessions"},       {"--bus", ""}};
+  const Texts cases[] = {{"--helper-timeout", "0"},
+                         {"--helper-timeout", "-1"},
+                         {"--helper-timeout", "1s"},
+                         {"--helper-timeout", "."},
+                         {"--helper-timeout", "nan"},
+                         {"--helper-timeout", ""},
+                         {"--helper-timeout", "1.2.3"},
+                         {"--bus", "sessions"},
+                         {"--bus", ""},
+                         {"--bus", "tcp:host=a,port=1"},
+                         {"--bus", "nonce-tcp:host=a"},
+                         {"--bus", "unix:path=/run/a;tcp:host=a"}};
 
   for (const Texts& each : cases) {
     const Outcome outcome = run({"status", each[0], each[1]});
