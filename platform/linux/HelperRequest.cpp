@@ -14,9 +14,9 @@ namespace {
 
 constexpr char action[] = "read the arguments";
 // The system's dbus-daemon takes messages of 32 MiB (its max_message_size) and disconnects whoever
-// sends a larger one; the daemon would end, and its lock with it. Far less is still far more than
-// any answer of use.
-constexpr std::size_t mostAnswerBytes = 4 * std::size_t{1024} * 1024;
+// sends a larger one; the daemon would end, and its lock with it. This leaves room for every answer
+// that the bounds of the process table allow.
+constexpr std::size_t mostAnswerBytes = 24 * std::size_t{1024} * 1024;
 
 // The caller's own texts about who asks.
 struct RequesterTexts {
