@@ -14,9 +14,9 @@ namespace nodo {
 /// rows whole. A cut text is valid UTF-8 if it was before.
 class BoundedRows {
  public:
-  /// As JSON a byte becomes up to six ("\u0001"), hence 12 MiB of the 32 MiB for which a bus
-  /// disconnects who sends them. The rest is left for what a row takes beside its texts: some 100
-  /// bytes, and a person can start some 100,000 processes. Usual tables have less than 0.2 MiB.
+  /// As JSON a byte becomes up to six ("\u0001"), hence half of the 24 MiB that an answer of the
+  /// daemon may have. The other half is for what a row takes beside its texts: some 100 bytes, and
+  /// a person can start some 100,000 processes. Usual tables have less than 0.2 MiB.
   static constexpr std::size_t mostBytes = std::size_t{2} * 1024 * 1024;
 
   /// Of one text. Agents are known by what stands at the beginning of a command: the paths of a
