@@ -1,3 +1,4 @@
+#include <platform/linux/BusAddress.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusError.h>
 #include <platform/linux/SdBusLibrary.h>
@@ -88,10 +89,17 @@ BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
     : bus_(std::move(bus)), callLimit_(callLimit) {}
 
 BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
-                                        std::chrono::milliseconds callLimit) {
-  sd_bus* opened = nullptr;
-  checkBus(SdBusLibrary::shared().openSystem(&opened), "connect to the system bus");
-  BusHandle bus(opened);
+                                        std::chrono::milliseconds callLimit,
+                                        Descriptors descriptors) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const std::string action = "connect to the system bus";
+  sd_bus* made = nullptr;
+  checkBus(library.newBus(&made), action);
+  BusHandle bus(made);
+  checkBus(library.setAddress(made, systemBusAddress().c_str()), action);
+  checkBus(library.setBusClient(made, 1), action);
+  checkBus(library.negotiateFds(made, descriptors == Descriptors::taken ? 1 : 0), action);
+  checkBus(library.start(made), action);
   waitUntilReady(bus.get(), connectLimit);
   return {std::move(bus), callLimit};
 }
@@ -114,14 +122,22 @@ BusMessage BusConnection::send(const BusMessage& call) const {
   const SdBusLibrary& library = SdBusLibrary::shared();
   const int result =
       library.call(bus_.get(), call.get(), microseconds(callLimit_), error.get(), &reply);
+  const bool answered = result >= 0 || (library.isReady(bus_.get()) > 0 && !error.isSilence());
+  dropWhatOthersSent();
   if (result < 0) {
-    const bool answered = library.isReady(bus_.get()) > 0 && !error.isSilence();
     if (answered) {
       throw BusRefusal(error.text(result));
     }
     throw BusError(error.text(result));
   }
   return BusMessage(reply);
+}
+
+void BusConnection::dropWhatOthersSent() const {
+  const auto deadline = std::chrono::steady_clock::now() + callLimit_;
+  while (SdBusLibrary::shared().process(bus_.get(), nullptr) > 0 &&
+         std::chrono::steady_clock::now() < deadline) {
+  }
 }
 
 }  // namespace nodo

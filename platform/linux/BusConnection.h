@@ -24,10 +24,15 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 /// can hold up its caller. Not thread-safe.
 class BusConnection {
  public:
+  /// Whether messages may bring file descriptors. Everybody on the bus may send some, in signals,
+  /// which count as this process's until the next call is over.
+  enum class Descriptors { refused, taken };
+
   /// Connects and signs in within `connectLimit`; `callLimit` bounds each later call. Throws
   /// BusError.
   static BusConnection openSystem(std::chrono::milliseconds connectLimit,
-                                  std::chrono::milliseconds callLimit);
+                                  std::chrono::milliseconds callLimit,
+                                  Descriptors descriptors = Descriptors::refused);
 
   /// A call of `interface`.`member` on `path` of `service`, ready for its arguments.
   BusMessage newCall(const std::string& service, const std::string& path,
@@ -40,6 +45,9 @@ class BusConnection {
 
  private:
   BusConnection(BusHandle bus, std::chrono::milliseconds callLimit);
+
+  // The library keeps whatever comes before a reply until somebody asks for it.
+  void dropWhatOthersSent() const;
 
   BusHandle bus_;
   std::chrono::milliseconds callLimit_;

@@ -1,10 +1,9 @@
+#include <platform/linux/BusAddress.h>
 #include <platform/linux/DaemonBus.h>
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
-#include <string_view>
 
 namespace nodo {
 namespace {
@@ -16,40 +15,6 @@ constexpr std::chrono::seconds connectLimit(2);
 // The daemon asks only the bus itself and polkit.
 constexpr microseconds callLimit(std::chrono::seconds(2));
 
-// As the library itself escapes a value in an address.
-std::string escapedForAddress(std::string_view value) {
-  constexpr std::string_view plain =
-      "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_-/.";
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string escaped;
-  for (const char character : value) {
-    if (plain.find(character) != std::string_view::npos) {
-      escaped += character;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(character);
-    escaped += '%';
-    escaped += digits[byte / 16];
-    escaped += digits[byte % 16];
-  }
-  return escaped;
-}
-
-std::string systemAddress() {
-  const char* given = ::secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  return given != nullptr ? given : "unix:path=/run/dbus/system_bus_socket";
-}
-
-std::optional<std::string> sessionAddress() {
-  if (const char* given = ::secure_getenv("DBUS_SESSION_BUS_ADDRESS")) {
-    return given;
-  }
-  if (const char* folder = ::secure_getenv("XDG_RUNTIME_DIR")) {
-    return "unix:path=" + escapedForAddress(folder) + "/bus";
-  }
-  return std::nullopt;
-}
-
 SystemdHandle<sd_bus> startAt(const std::string& address, const std::string& action) {
   sd_bus* made = nullptr;
   checkSystemd(sd_bus_new(&made), action);
@@ -57,8 +22,7 @@ SystemdHandle<sd_bus> startAt(const std::string& address, const std::string& act
   checkSystemd(sd_bus_set_address(made, address.c_str()), action);
   checkSystemd(sd_bus_set_bus_client(made, 1), action);
   // No request needs a descriptor, and those of others would count as this process's: whoever may
-  // send a message could use up all that it may have, and with them the lock. The library's own
-  // ways to a bus, which would look up its address, start it before this could be said.
+  // send a message could use up all that it may have, and with them the lock.
   checkSystemd(sd_bus_negotiate_fds(made, 0), action);
   checkSystemd(sd_bus_start(made), action);
   return bus;
@@ -67,10 +31,10 @@ SystemdHandle<sd_bus> startAt(const std::string& address, const std::string& act
 SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
                             const std::string& action) {
   if (kind == DaemonBus::Kind::system) {
-    return startAt(systemAddress(), action);
+    return startAt(systemBusAddress(), action);
   }
   if (kind == DaemonBus::Kind::session) {
-    const std::optional<std::string> session = sessionAddress();
+    const std::optional<std::string> session = sessionBusAddress();
     if (!session) {
       throw std::runtime_error("cannot " + action + ": this user has none");
     }

@@ -53,11 +53,14 @@ BusMessage Logind::send(const BusMessage& call) {
 FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
                                const std::string& why, const std::string& mode) {
   const SdBusLibrary& library = SdBusLibrary::shared();
-  const BusMessage call = connection().newCall(service, path, managerInterface, "Inhibit");
+  // Another's descriptors cannot get in the way on a connection that nobody knows yet.
+  const BusConnection ownConnection =
+      BusConnection::openSystem(connectLimit_, callLimit_, BusConnection::Descriptors::taken);
+  const BusMessage call = ownConnection.newCall(service, path, managerInterface, "Inhibit");
   checkBus(library.messageAppend(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
                                  mode.c_str()),
            "ask logind for an inhibitor");
-  const BusMessage reply = send(call);
+  const BusMessage reply = ownConnection.send(call);
   int lent = -1;
   checkBus(library.messageRead(reply.get(), "h", &lent), "read logind's inhibitor");
   // The message closes its own.

@@ -29,9 +29,9 @@ bool holdsUp(std::string_view what, std::string_view kind);
 
 /// systemd-logind, which decides about sleep on Linux, over the system bus.
 ///
-/// Connects at the first question and again after a failure. Every question takes at most the
-/// limit for connecting and the one for the answer. Not thread-safe. All questions throw BusRefusal
-/// when logind says no, BusError when it cannot be asked.
+/// Connects at the first question and again after a failure; for each inhibitor anew. Every
+/// question takes at most the limit for connecting and the one for the answer. Not thread-safe. All
+/// questions throw BusRefusal when logind says no, BusError when it cannot be asked.
 class Logind {
  public:
   explicit Logind(std::chrono::milliseconds timeLimit) : Logind(timeLimit, timeLimit) {}

@@ -27,6 +27,7 @@ SdBusLibrary load() {
   find(library, bus.newBus, "sd_bus_new");
   find(library, bus.setAddress, "sd_bus_set_address");
   find(library, bus.setBusClient, "sd_bus_set_bus_client");
+  find(library, bus.negotiateFds, "sd_bus_negotiate_fds");
   find(library, bus.start, "sd_bus_start");
   find(library, bus.closeUnref, "sd_bus_close_unref");
   find(library, bus.isOpen, "sd_bus_is_open");

@@ -15,6 +15,7 @@ struct SdBusLibrary {
   decltype(&::sd_bus_new) newBus = nullptr;
   decltype(&::sd_bus_set_address) setAddress = nullptr;
   decltype(&::sd_bus_set_bus_client) setBusClient = nullptr;
+  decltype(&::sd_bus_negotiate_fds) negotiateFds = nullptr;
   decltype(&::sd_bus_start) start = nullptr;
   decltype(&::sd_bus_close_unref) closeUnref = nullptr;
   decltype(&::sd_bus_is_open) isOpen = nullptr;
