@@ -1,4 +1,5 @@
 """What the scripts share that drive nodo_daemon_driver: processes whose lines are awaited."""
+import atexit
 import json
 import os
 import queue
@@ -14,12 +15,14 @@ PATIENCE = 20  # seconds, for machines that have much else to do
 
 
 class Driven:
-    """A process whose lines of standard output and standard error are taken one by one."""
+    """A process whose lines of standard output and standard error are taken one by one. It ends with
+    the script at the latest, also with one that fails."""
 
     def __init__(self, *command, **options):
         self.process = subprocess.Popen(
             command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             text=True, bufsize=1, **options)
+        atexit.register(self.process.kill)
         self.pid = self.process.pid
         self.lines = self._read(self.process.stdout)
         self.errors = self._read(self.process.stderr)
