@@ -266,44 +266,59 @@ TEST(RealProcTest, ListsThisProcessWithItsParentAndCommandLine) {
   EXPECT_TRUE(self->command.starts_with(self->executable));
 }
 
-// A shell that waits for its input to end.
-class WaitingShell {
+class Pipe {
  public:
-  explicit WaitingShell(const std::string& argument) {
+  Pipe() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
       throwErrno("Unable to make", "a pipe");
     }
-    const FileDescriptor input(ends[0]);
-    end_ = FileDescriptor(ends[1]);
-    std::array<std::string, 5> words{"sh", "-c", "read line", "claude", argument};
+    output = FileDescriptor(ends[0]);
+    input = FileDescriptor(ends[1]);
+  }
+
+  FileDescriptor output;
+  FileDescriptor input;
+};
+
+// A shell that waits for its input to end. It has begun: the kernel tells a new program's arguments
+// only some time after it was started.
+class WaitingShell {
+ public:
+  explicit WaitingShell(const std::string& argument) {
+    Pipe begun;
+    std::array<std::string, 5> words{"sh", "-c", "echo; read line", "claude", argument};
     std::array<char*, 30> arguments{};  // the last ones all alike
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index) {
       arguments[index] = words[std::min(index, words.size() - 1)].data();
     }
     posix_spawn_file_actions_t actions{};
     ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, end_.output.get(), STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, begun.input.get(), STDOUT_FILENO);
     const int failure =
         ::posix_spawn(&pid_, "/bin/sh", &actions, nullptr, arguments.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     if (failure != 0) {
       throw std::system_error(failure, std::generic_category(), "posix_spawn");
     }
+    begun.input.reset();
+    char line = 0;
+    EXPECT_EQ(::read(begun.output.get(), &line, 1), 1);
   }
 
   WaitingShell(const WaitingShell&) = delete;
   WaitingShell& operator=(const WaitingShell&) = delete;
 
   ~WaitingShell() {
-    end_.reset();
+    end_.input.reset();
     ::waitpid(pid_, nullptr, 0);
   }
 
   pid_t pid() const { return pid_; }
 
  private:
-  FileDescriptor end_;
+  Pipe end_;
   pid_t pid_ = 0;
 };
 
@@ -315,7 +330,7 @@ TEST(RealProcTest, HugeArgumentsAreCut) {
   ASSERT_NE(row, rows.end());
   EXPECT_EQ(row->executable, "sh");
   EXPECT_EQ(row->command.size(), mostOfAText);
-  EXPECT_TRUE(row->command.starts_with("sh -c read line claude \1"));
+  EXPECT_TRUE(row->command.starts_with("sh -c echo; read line claude \1"));
 }
 
 }  // namespace
