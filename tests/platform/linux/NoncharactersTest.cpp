@@ -1,5 +1,6 @@
 #include <NODOCore/base/JSONValue.h>
 #include <platform/linux/Noncharacters.h>
+#include <testing/CodePoints.h>
 
 #include <cstdint>
 #include <set>
@@ -11,20 +12,7 @@
 namespace nodo {
 namespace {
 
-std::string utf8(std::uint32_t point) {
-  const auto byte = [](std::uint32_t value) { return static_cast<char>(value); };
-  const auto rest = [&](unsigned shift) { return byte(0x80U | ((point >> shift) & 0x3FU)); };
-  if (point < 0x80) {
-    return {byte(point)};
-  }
-  if (point < 0x800) {
-    return {byte(0xC0U | point >> 6U), rest(0)};
-  }
-  if (point < 0x10000) {
-    return {byte(0xE0U | point >> 12U), rest(6), rest(0)};
-  }
-  return {byte(0xF0U | point >> 18U), rest(12), rest(6), rest(0)};
-}
+using testing::utf8;
 
 // By Unicode's own list, section 23.7: 32 in the Arabic Presentation Forms, 2 at the end of each of
 // the 17 planes.
