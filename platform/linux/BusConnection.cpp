@@ -85,21 +85,26 @@ void checkBus(int result, const std::string& action) {
   }
 }
 
+BusHandle startBus(const std::string& address, BusDescriptors descriptors,
+                   const std::string& action) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  sd_bus* made = nullptr;
+  checkBus(library.newBus(&made), action);
+  BusHandle bus(made);
+  checkBus(library.setAddress(made, address.c_str()), action);
+  checkBus(library.setBusClient(made, 1), action);
+  checkBus(library.negotiateFds(made, descriptors == BusDescriptors::taken ? 1 : 0), action);
+  checkBus(library.start(made), action);
+  return bus;
+}
+
 BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
     : bus_(std::move(bus)), callLimit_(callLimit) {}
 
 BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
                                         std::chrono::milliseconds callLimit,
-                                        Descriptors descriptors) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  const std::string action = "connect to the system bus";
-  sd_bus* made = nullptr;
-  checkBus(library.newBus(&made), action);
-  BusHandle bus(made);
-  checkBus(library.setAddress(made, systemBusAddress().c_str()), action);
-  checkBus(library.setBusClient(made, 1), action);
-  checkBus(library.negotiateFds(made, descriptors == Descriptors::taken ? 1 : 0), action);
-  checkBus(library.start(made), action);
+                                        BusDescriptors descriptors) {
+  BusHandle bus = startBus(systemBusAddress(), descriptors, "connect to the system bus");
   waitUntilReady(bus.get(), connectLimit);
   return {std::move(bus), callLimit};
 }

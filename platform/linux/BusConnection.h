@@ -20,19 +20,24 @@ struct BusCloser {
 using BusHandle = std::unique_ptr<sd_bus, BusCloser>;
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
+/// Whether messages may bring file descriptors. Everybody on the bus may send some, in signals, and
+/// they count as this process's until the messages are dropped.
+enum class BusDescriptors { refused, taken };
+
+/// Begins to connect to the bus at `address`, as a client; the rest is done while it is processed.
+/// `action` says what is tried. Throws BusError.
+BusHandle startBus(const std::string& address, BusDescriptors descriptors,
+                   const std::string& action);
+
 /// A connection to the system bus with a time limit on every step, so that no hung service or bus
 /// can hold up its caller. Not thread-safe.
 class BusConnection {
  public:
-  /// Whether messages may bring file descriptors. Everybody on the bus may send some, in signals,
-  /// which count as this process's until the next call is over.
-  enum class Descriptors { refused, taken };
-
   /// Connects and signs in within `connectLimit`; `callLimit` bounds each later call. Throws
   /// BusError.
   static BusConnection openSystem(std::chrono::milliseconds connectLimit,
                                   std::chrono::milliseconds callLimit,
-                                  Descriptors descriptors = Descriptors::refused);
+                                  BusDescriptors descriptors = BusDescriptors::refused);
 
   /// A call of `interface`.`member` on `path` of `service`, ready for its arguments.
   BusMessage newCall(const std::string& service, const std::string& path,

@@ -1,3 +1,4 @@
+#include <platform/linux/BusAddress.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusError.h>
 #include <platform/linux/BusHelperLink.h>
@@ -5,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <string_view>
@@ -26,33 +26,18 @@ std::string commandToStartDaemon(const std::string& bus) {
   return bus == "system" ? "systemctl start nodod" : "nodod --bus " + bus;
 }
 
-BusHandle startAt(const std::string& address, const std::string& action) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  sd_bus* made = nullptr;
-  checkBus(library.newBus(&made), action);
-  BusHandle bus(made);
-  checkBus(library.setAddress(made, address.c_str()), action);
-  checkBus(library.setBusClient(made, 1), action);
-  checkBus(library.start(made), action);
-  return bus;
-}
-
-BusHandle start(const std::string& bus, const std::string& action) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  sd_bus* made = nullptr;
+std::string addressOf(const std::string& bus) {
   if (bus == "system") {
-    checkBus(library.openSystem(&made), action);
-    return BusHandle(made);
+    return systemBusAddress();
   }
-  if (bus == "session") {
-    const int opened = library.openUser(&made);
-    if (opened == -ENOMEDIUM) {
-      throw BusError("there is no session bus for this user");
-    }
-    checkBus(opened, action);
-    return BusHandle(made);
+  if (bus != "session") {
+    return bus;
   }
-  return startAt(bus, action);
+  const std::optional<std::string> session = sessionBusAddress();
+  if (!session) {
+    throw BusError("there is no session bus for this user");
+  }
+  return *session;
 }
 
 // What is left until an instant of the monotonic clock in microseconds.
@@ -136,7 +121,7 @@ void BusHelperLink::connectTo(const std::string& bus) {
   busName_ = nameForPeople(bus);
   startCommand_ = commandToStartDaemon(bus);
   const std::string action = "connect to " + busName_;
-  bus_ = start(bus, action);
+  bus_ = startBus(addressOf(bus), BusDescriptors::refused, action);
   while (!mailbox_.isClosed()) {
     const int ready = SdBusLibrary::shared().isReady(bus_.get());
     checkBus(ready, action);

@@ -1,4 +1,5 @@
 #include <platform/linux/BusAddress.h>
+#include <platform/linux/BusConnection.h>
 #include <platform/linux/DaemonBus.h>
 
 #include <chrono>
@@ -15,32 +16,24 @@ constexpr std::chrono::seconds connectLimit(2);
 // The daemon asks only the bus itself and polkit.
 constexpr microseconds callLimit(std::chrono::seconds(2));
 
-SystemdHandle<sd_bus> startAt(const std::string& address, const std::string& action) {
-  sd_bus* made = nullptr;
-  checkSystemd(sd_bus_new(&made), action);
-  SystemdHandle<sd_bus> bus(made);
-  checkSystemd(sd_bus_set_address(made, address.c_str()), action);
-  checkSystemd(sd_bus_set_bus_client(made, 1), action);
-  // No request needs a descriptor, and those of others would count as this process's: whoever may
-  // send a message could use up all that it may have, and with them the lock.
-  checkSystemd(sd_bus_negotiate_fds(made, 0), action);
-  checkSystemd(sd_bus_start(made), action);
-  return bus;
+std::string addressOf(DaemonBus::Kind kind, const std::string& given, const std::string& action) {
+  if (kind == DaemonBus::Kind::system) {
+    return systemBusAddress();
+  }
+  if (kind == DaemonBus::Kind::address) {
+    return given;
+  }
+  const std::optional<std::string> session = sessionBusAddress();
+  if (!session) {
+    throw std::runtime_error("cannot " + action + ": this user has none");
+  }
+  return *session;
 }
 
-SystemdHandle<sd_bus> start(DaemonBus::Kind kind, const std::string& address,
-                            const std::string& action) {
-  if (kind == DaemonBus::Kind::system) {
-    return startAt(systemBusAddress(), action);
-  }
-  if (kind == DaemonBus::Kind::session) {
-    const std::optional<std::string> session = sessionBusAddress();
-    if (!session) {
-      throw std::runtime_error("cannot " + action + ": this user has none");
-    }
-    return startAt(*session, action);
-  }
-  return startAt(address, action);
+// No request needs a descriptor, and whoever may send a message could use up all that this process
+// may have, and with them the lock.
+SystemdHandle<sd_bus> start(const std::string& address, const std::string& action) {
+  return SystemdHandle<sd_bus>(startBus(address, BusDescriptors::refused, action).release());
 }
 
 // The library would sign in without such a limit.
@@ -68,7 +61,8 @@ void waitUntilReady(sd_bus* bus, const std::string& action) {
 
 DaemonBus open(DaemonBus::Kind kind, const std::string& name, const std::string& address = "") {
   const std::string action = "connect to " + name;
-  DaemonBus bus{.connection = start(kind, address, action), .kind = kind, .name = name};
+  DaemonBus bus{
+      .connection = start(addressOf(kind, address, action), action), .kind = kind, .name = name};
   waitUntilReady(bus.connection.get(), action);
   checkSystemd(sd_bus_set_method_call_timeout(bus.connection.get(),
                                               static_cast<std::uint64_t>(callLimit.count())),

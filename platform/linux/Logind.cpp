@@ -55,7 +55,7 @@ FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
   const SdBusLibrary& library = SdBusLibrary::shared();
   // Another's descriptors cannot get in the way on a connection that nobody knows yet.
   const BusConnection ownConnection =
-      BusConnection::openSystem(connectLimit_, callLimit_, BusConnection::Descriptors::taken);
+      BusConnection::openSystem(connectLimit_, callLimit_, BusDescriptors::taken);
   const BusMessage call = ownConnection.newCall(service, path, managerInterface, "Inhibit");
   checkBus(library.messageAppend(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
                                  mode.c_str()),

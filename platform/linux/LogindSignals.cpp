@@ -1,3 +1,5 @@
+#include <platform/linux/BusAddress.h>
+#include <platform/linux/BusConnection.h>
 #include <platform/linux/DaemonLog.h>
 #include <platform/linux/LogindSignals.h>
 
@@ -64,9 +66,10 @@ void LogindSignals::repair() {
 void LogindSignals::connect() {
   connection_ = {};
   try {
-    sd_bus* made = nullptr;
-    checkSystemd(sd_bus_open_system(&made), "connect to the system bus");
-    connection_.own.reset(made);
+    connection_.own.reset(
+        startBus(systemBusAddress(), BusDescriptors::refused, "connect to the system bus")
+            .release());
+    sd_bus* const made = connection_.own.get();
     checkSystemd(sd_bus_attach_event(made, loop_.get(), SD_EVENT_PRIORITY_NORMAL), action);
     sd_bus_slot* lost = nullptr;
     checkSystemd(sd_bus_match_signal(made, &lost, nullptr, nullptr, "org.freedesktop.DBus.Local",

@@ -22,8 +22,6 @@ SdBusLibrary load() {
     throw BusError(std::string("no D-Bus client library: ") + ::dlerror());
   }
   SdBusLibrary bus;
-  find(library, bus.openSystem, "sd_bus_open_system");
-  find(library, bus.openUser, "sd_bus_open_user");
   find(library, bus.newBus, "sd_bus_new");
   find(library, bus.setAddress, "sd_bus_set_address");
   find(library, bus.setBusClient, "sd_bus_set_bus_client");

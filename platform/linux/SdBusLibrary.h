@@ -10,8 +10,6 @@ namespace nodo {
 /// than all the rest of its start, and most of its runs ask no bus. The member names are the
 /// library's without "sd_bus_", but `newBus`.
 struct SdBusLibrary {
-  decltype(&::sd_bus_open_system) openSystem = nullptr;
-  decltype(&::sd_bus_open_user) openUser = nullptr;
   decltype(&::sd_bus_new) newBus = nullptr;
   decltype(&::sd_bus_set_address) setAddress = nullptr;
   decltype(&::sd_bus_set_bus_client) setBusClient = nullptr;
