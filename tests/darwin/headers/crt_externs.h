@@ -2,6 +2,5 @@
 
 // What nodo's sources for Darwin use of its header of this name; see DarwinNames.h.
 
-// NOLINTNEXTLINE(readability-identifier-naming, bugprone-reserved-identifier): the system's own
-// name
-extern "C" char*** _NSGetArgv();
+// The system's own name, which no rule of ours can change.
+extern "C" char*** _NSGetArgv();  // NOLINT(readability-identifier-naming)
