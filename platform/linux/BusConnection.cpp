@@ -46,29 +46,6 @@ std::uint64_t microseconds(std::chrono::steady_clock::duration duration) {
   return count > 0 ? static_cast<std::uint64_t>(count) : 0;
 }
 
-// Signing in needs a few exchanges, which the library would otherwise do without a time limit.
-void waitUntilReady(sd_bus* bus, std::chrono::milliseconds timeLimit) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  const auto deadline = std::chrono::steady_clock::now() + timeLimit;
-  for (;;) {
-    const int ready = library.isReady(bus);
-    checkBus(ready, "connect to the system bus");
-    if (ready > 0) {
-      return;
-    }
-    const int processed = library.process(bus, nullptr);
-    checkBus(processed, "connect to the system bus");
-    if (processed > 0) {
-      continue;
-    }
-    const std::uint64_t left = microseconds(deadline - std::chrono::steady_clock::now());
-    if (left == 0) {
-      throw BusError("the system bus does not answer");
-    }
-    checkBus(library.wait(bus, left), "connect to the system bus");
-  }
-}
-
 }  // namespace
 
 void BusMessageDeleter::operator()(sd_bus_message* message) const {
@@ -98,15 +75,39 @@ BusHandle startBus(const std::string& address, BusDescriptors descriptors,
   return bus;
 }
 
+BusHandle openBus(const std::string& address, BusDescriptors descriptors,
+                  std::chrono::milliseconds timeLimit, const std::string& action) {
+  const SdBusLibrary& library = SdBusLibrary::shared();
+  const auto deadline = std::chrono::steady_clock::now() + timeLimit;
+  BusHandle bus = startBus(address, descriptors, action);
+  // Signing in needs a few exchanges, which the library would otherwise do without a time limit.
+  for (;;) {
+    const int ready = library.isReady(bus.get());
+    checkBus(ready, action);
+    if (ready > 0) {
+      return bus;
+    }
+    const int processed = library.process(bus.get(), nullptr);
+    checkBus(processed, action);
+    if (processed > 0) {
+      continue;
+    }
+    const std::uint64_t left = microseconds(deadline - std::chrono::steady_clock::now());
+    if (left == 0) {
+      throw BusError("cannot " + action + ": it does not answer");
+    }
+    checkBus(library.wait(bus.get(), left), action);
+  }
+}
+
 BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
     : bus_(std::move(bus)), callLimit_(callLimit) {}
 
 BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
                                         std::chrono::milliseconds callLimit,
                                         BusDescriptors descriptors) {
-  BusHandle bus = startBus(systemBusAddress(), descriptors, "connect to the system bus");
-  waitUntilReady(bus.get(), connectLimit);
-  return {std::move(bus), callLimit};
+  return {openBus(systemBusAddress(), descriptors, connectLimit, "connect to the system bus"),
+          callLimit};
 }
 
 BusMessage BusConnection::newCall(const std::string& service, const std::string& path,

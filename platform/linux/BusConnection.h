@@ -29,6 +29,11 @@ enum class BusDescriptors { refused, taken };
 BusHandle startBus(const std::string& address, BusDescriptors descriptors,
                    const std::string& action);
 
+/// Connects to the bus at `address` and signs in, within `timeLimit`. `action` says what is tried.
+/// Throws BusError.
+BusHandle openBus(const std::string& address, BusDescriptors descriptors,
+                  std::chrono::milliseconds timeLimit, const std::string& action);
+
 /// A connection to the system bus with a time limit on every step, so that no hung service or bus
 /// can hold up its caller. Not thread-safe.
 class BusConnection {

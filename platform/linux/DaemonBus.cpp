@@ -10,7 +10,6 @@ namespace nodo {
 namespace {
 
 using std::chrono::microseconds;
-using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds connectLimit(2);
 // The daemon asks only the bus itself and polkit.
@@ -30,40 +29,14 @@ std::string addressOf(DaemonBus::Kind kind, const std::string& given, const std:
   return *session;
 }
 
-// No request needs a descriptor, and whoever may send a message could use up all that this process
-// may have, and with them the lock.
-SystemdHandle<sd_bus> start(const std::string& address, const std::string& action) {
-  return SystemdHandle<sd_bus>(startBus(address, BusDescriptors::refused, action).release());
-}
-
-// The library would sign in without such a limit.
-void waitUntilReady(sd_bus* bus, const std::string& action) {
-  const auto deadline = steady_clock::now() + connectLimit;
-  for (;;) {
-    const int ready = sd_bus_is_ready(bus);
-    checkSystemd(ready, action);
-    if (ready > 0) {
-      return;
-    }
-    const int processed = sd_bus_process(bus, nullptr);
-    checkSystemd(processed, action);
-    if (processed > 0) {
-      continue;
-    }
-    const auto left =
-        std::chrono::duration_cast<microseconds>(deadline - steady_clock::now()).count();
-    if (left <= 0) {
-      throw std::runtime_error("cannot " + action + ": it does not answer");
-    }
-    checkSystemd(sd_bus_wait(bus, static_cast<std::uint64_t>(left)), action);
-  }
-}
-
 DaemonBus open(DaemonBus::Kind kind, const std::string& name, const std::string& address = "") {
   const std::string action = "connect to " + name;
+  // No request needs a descriptor, and whoever may send a message could use up all that this
+  // process may have, and with them the lock.
+  BusHandle connection =
+      openBus(addressOf(kind, address, action), BusDescriptors::refused, connectLimit, action);
   DaemonBus bus{
-      .connection = start(addressOf(kind, address, action), action), .kind = kind, .name = name};
-  waitUntilReady(bus.connection.get(), action);
+      .connection = SystemdHandle<sd_bus>(connection.release()), .kind = kind, .name = name};
   checkSystemd(sd_bus_set_method_call_timeout(bus.connection.get(),
                                               static_cast<std::uint64_t>(callLimit.count())),
                action);
