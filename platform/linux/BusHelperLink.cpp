@@ -178,11 +178,11 @@ void BusHelperLink::refuse(const std::string& reason) {
 // Until the bus or the mailbox has something, or the bus library wants to look after its own time
 // limits.
 void BusHelperLink::wait() {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   std::array<pollfd, 2> sources{{{.fd = mailbox_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = -1, .events = 0, .revents = 0}}};
   std::uint64_t instant = noTimeLimit;
   if (bus_) {
+    const SdBusLibrary& library = SdBusLibrary::shared();
     const int events = library.getEvents(bus_.get());
     checkBus(events, "wait for " + busName_);
     sources[1].fd = library.getFd(bus_.get());
