@@ -5,6 +5,7 @@
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshotProviding.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,14 +13,16 @@
 
 namespace nodo {
 
-/// A report on what affects sleep and, where the system had nothing to say, what to tell the
-/// person.
+/// A report on what affects sleep, and what is known beside it.
 struct SleepDiagnosticsReading {
   SleepDiagnosticsReport report;
-  std::optional<std::string> hint;
+  /// The process that holds nodo's own lock, where locks are among the blockers: on Linux.
+  std::optional<std::int64_t> lockHolder;
+  std::optional<std::string> hint;  ///< what to tell a person when the system had nothing to say
 };
 
-/// The senses of a machine, as programs use them.
+/// The senses of a machine, as programs use them. Some share a connection: they are asked by one
+/// thread at a time.
 struct HostMachine {
   std::shared_ptr<const ProcessListing> processListing;
   std::shared_ptr<const SystemSnapshotProviding> snapshotProvider;

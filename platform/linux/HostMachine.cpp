@@ -4,6 +4,7 @@
 #include <platform/linux/Logind.h>
 #include <platform/linux/LogindDiagnostics.h>
 #include <platform/linux/ProcProcessListing.h>
+#include <platform/linux/SleepLockInhibitor.h>
 
 namespace nodo {
 namespace {
@@ -23,6 +24,7 @@ SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
   try {
     const auto inhibitors = logind.inhibitors();
     return {.report = logindDiagnostics(inhibitors, logind.blockInhibited(), now),
+            .lockHolder = sleepLockHolder(inhibitors),
             .hint = std::nullopt};
   } catch (const BusError& error) {
     SleepDiagnosticsReading reading;

@@ -1,6 +1,6 @@
 #include <platform/linux/LogindDiagnostics.h>
+#include <platform/linux/SleepLockInhibitor.h>
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -33,18 +33,13 @@ SleepBlocker blockerFrom(const Inhibitor& inhibitor) {
                              inhibitor.uid, inhibitor.mode, inhibitor.what, inhibitor.why)};
 }
 
-bool isSleepLock(const Inhibitor& inhibitor) {
-  return inhibitor.who == "nodo" && inhibitor.uid == 0 && inhibitor.mode == "block" &&
-         holdsUp(inhibitor.what, "sleep") && holdsUp(inhibitor.what, "handle-lid-switch");
-}
-
 }  // namespace
 
 SleepDiagnosticsReport logindDiagnostics(const std::vector<Inhibitor>& inhibitors,
                                          const std::string& blockInhibited, Date generatedAt) {
   SleepDiagnosticsReport report;
   report.generatedAt = generatedAt;
-  report.sleepDisabled = std::any_of(inhibitors.begin(), inhibitors.end(), isSleepLock);
+  report.sleepDisabled = sleepLockHolder(inhibitors).has_value();
   for (const std::string_view kind : kinds) {
     report.assertionStatuses.emplace(kind, holdsUp(blockInhibited, kind));
   }

@@ -14,8 +14,8 @@ namespace nodo {
 /// Each inhibitor becomes a blocker: its type is what it holds up ("sleep:idle"), its name why. The
 /// scope is systemSleep when "sleep" or "idle" is among it and the mode is "block"; a "delay" holds
 /// nothing up for longer than a few seconds, so it is listed as other. The flags are logind's kinds
-/// of inhibition and whether somebody blocks them. The sleep lock is on while root holds an
-/// inhibitor that is named "nodo" and blocks both sleep and the lid switch.
+/// of inhibition and whether somebody blocks them. The sleep lock is on while sleepLockHolder()
+/// finds somebody.
 SleepDiagnosticsReport logindDiagnostics(const std::vector<Inhibitor>& inhibitors,
                                          const std::string& blockInhibited, Date generatedAt);
 

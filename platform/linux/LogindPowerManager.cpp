@@ -1,5 +1,6 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/LogindPowerManager.h>
+#include <platform/linux/SleepLockInhibitor.h>
 
 #include <algorithm>
 #include <chrono>
@@ -22,15 +23,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds connectLimit(500);
 constexpr milliseconds callLimit(1500);
 
-constexpr char what[] = "sleep:idle:handle-lid-switch";
-constexpr char who[] = "nodo";
-constexpr char why[] = "coding agents are working";
-constexpr char mode[] = "block";
-
 bool isOurs(const Inhibitor& inhibitor) {
-  return inhibitor.pid == static_cast<std::uint32_t>(::getpid()) && inhibitor.who == who &&
-         inhibitor.mode == mode && holdsUp(inhibitor.what, "sleep") &&
-         holdsUp(inhibitor.what, "handle-lid-switch");
+  return inhibitor.pid == static_cast<std::uint32_t>(::getpid()) && looksLikeSleepLock(inhibitor);
 }
 
 PowerOperationResult refusal(PowerOperationResult result, const BusRefusal& error) {
@@ -48,6 +42,7 @@ PowerOperationResult LogindPowerManager::setSleepDisabled(bool disabled) {
 }
 
 PowerOperationResult LogindPowerManager::take() {
+  using namespace sleep_lock_inhibitor;
   PowerOperationResult result(
       true, false,
       fmt::format("logind Inhibit(\"{}\", \"{}\", \"{}\", \"{}\")", what, who, why, mode), 0, "",

@@ -12,7 +12,8 @@ HostMachine hostMachine() {
   return {.processListing = std::make_shared<PSProcessListing>(),
           .snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(runner),
           .sleepDiagnostics = [inspector](Date now) {
-            return SleepDiagnosticsReading{.report = inspector.report(now), .hint = std::nullopt};
+            return SleepDiagnosticsReading{
+                .report = inspector.report(now), .lockHolder = std::nullopt, .hint = std::nullopt};
           }};
 }
 

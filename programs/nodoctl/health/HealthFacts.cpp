@@ -31,6 +31,7 @@ HealthFacts lookAtMachine(const ToolContext& context) {
   try {
     SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(now);
     facts.diagnostics = std::move(reading.report);
+    facts.lockHolder = reading.lockHolder;
     if (reading.hint) {
       facts.problems.push_back(*std::move(reading.hint));
     }

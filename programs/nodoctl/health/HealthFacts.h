@@ -7,6 +7,7 @@
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,7 @@ struct HealthFacts {
   SourcedStatus status;
   std::optional<Unavailability> unavailable;  ///< why the status is a local one
   SleepDiagnosticsReport diagnostics;         ///< empty when they cannot be had
+  std::optional<std::int64_t> lockHolder;     ///< the process of it that holds nodo's own lock
   AgentHookFallbackStatus hookFallback;
   std::optional<AgentHookSetupInspection> hookInspection;
   std::vector<std::string> problems;  ///< the sources that failed, with the reason

@@ -10,16 +10,10 @@
 namespace nodo::nodoctl {
 namespace {
 
-// The daemon's own lock on Linux stands in the system's list like any other.
-bool isOwnLock(const SleepBlocker& blocker) {
-  return blocker.processName == "nodo" &&
-         blocker.assertionType.find("handle-lid-switch") != std::string::npos;
-}
-
-std::string foreignHolders(const SleepDiagnosticsReport& diagnostics) {
+std::string foreignHolders(const HealthFacts& facts) {
   std::string lines;
-  for (const SleepBlocker& blocker : diagnostics.blockers) {
-    if (blocker.scope == SleepBlockerScope::systemSleep && !isOwnLock(blocker)) {
+  for (const SleepBlocker& blocker : facts.diagnostics.blockers) {
+    if (blocker.scope == SleepBlockerScope::systemSleep && blocker.pid != facts.lockHolder) {
       lines += fmt::format("- {} pid={}: {} ({})\n", escapedForDisplay(blocker.processName),
                            blocker.pid, escapedForDisplay(blocker.assertionName),
                            escapedForDisplay(blocker.assertionType));
@@ -28,7 +22,7 @@ std::string foreignHolders(const SleepDiagnosticsReport& diagnostics) {
   if (!lines.empty()) {
     return "Others that hold up sleep:\n" + lines;
   }
-  const bool isKnown = diagnostics.sleepDisabled.has_value();
+  const bool isKnown = facts.diagnostics.sleepDisabled.has_value();
   return fmt::format("Others that hold up sleep: {}\n", isKnown ? "none" : "unknown");
 }
 
@@ -43,12 +37,11 @@ std::string statePath(const Environment& environment) {
 }  // namespace
 
 std::string verboseText(const HealthFacts& facts, const Environment& environment) {
-  std::string text = "\n" + foreignHolders(facts.diagnostics);
+  std::string text = "\n" + foreignHolders(facts);
   text += machineText(facts.status.report);
   text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
   text += fmt::format("Hook log:   {}\n", escapedForDisplay(facts.hookFallback.logPath));
   text += fmt::format("nodoctl:    version {}\n", version());
-  text += "nodod:      version unknown, as it does not tell\n";
   return text;
 }
 

@@ -1,4 +1,5 @@
 #include <platform/linux/LogindDiagnostics.h>
+#include <platform/linux/SleepLockInhibitor.h>
 
 #include <gtest/gtest.h>
 
@@ -76,6 +77,7 @@ TEST(LogindDiagnosticsTest, TheScopeFollowsWhatIsHeldUpAndHow) {
 
 TEST(LogindDiagnosticsTest, NodosOwnLockIsTheSleepLock) {
   EXPECT_EQ(diagnose({nodosLock}).sleepDisabled, true);
+  EXPECT_EQ(sleepLockHolder({nodosLock}), 77);
 }
 
 TEST(LogindDiagnosticsTest, NothingElsePassesForNodosLock) {
@@ -88,6 +90,7 @@ TEST(LogindDiagnosticsTest, NothingElsePassesForNodosLock) {
   Inhibitor lidLeftOut = nodosLock;
   lidLeftOut.what = "sleep:idle";
   EXPECT_EQ(diagnose({another, ofAUser, delaying, lidLeftOut}).sleepDisabled, false);
+  EXPECT_EQ(sleepLockHolder({another, ofAUser, delaying, lidLeftOut}), std::nullopt);
 }
 
 }  // namespace

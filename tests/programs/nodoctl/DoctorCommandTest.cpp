@@ -30,8 +30,8 @@ class DoctorCommandTest : public ToolFixture {
   }
 
   static SleepBlocker holder(const std::string& name, const std::string& type,
-                             SleepBlockerScope scope) {
-    return {.pid = 412,
+                             SleepBlockerScope scope, std::int64_t pid = 412) {
+    return {.pid = pid,
             .processName = name,
             .assertionType = type,
             .assertionName = "because\x1b[1m",
@@ -144,8 +144,9 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
   helper->status.snapshot.lidClosed = true;
   diagnostics.report.blockers = {
       holder("player", "PreventUserIdleSystemSleep", SleepBlockerScope::systemSleep),
-      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep),
+      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep, 77),
       holder("screen", "PreventUserIdleDisplaySleep", SleepBlockerScope::displaySleep)};
+  diagnostics.lockHolder = 77;
   const std::string plain = run({"doctor"}).output;
   const std::string verbose = run({"doctor", "--verbose"}).output;
   ASSERT_THAT(verbose, StartsWith(plain));
@@ -159,7 +160,17 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
             "Own state:  " +
                 (folder / ".nodo/state.json").string() +
                 "\nHook log:   " + (folder / "hook.log").string() + "\nnodoctl:    version " +
-                std::string(version()) + "\nnodod:      version unknown, as it does not tell\n");
+                std::string(version()) + "\n");
+}
+
+TEST_F(DoctorCommandTest, WhoeverOnlyBearsTheNameIsNoLessAnother) {
+  startBusyDaemon();
+  diagnostics.report.blockers = {
+      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep)};
+  diagnostics.lockHolder = 77;
+  EXPECT_THAT(run({"doctor", "--verbose"}).output, HasSubstr("\n- nodo pid=412: "));
+  diagnostics.lockHolder.reset();
+  EXPECT_THAT(run({"doctor", "--verbose"}).output, HasSubstr("\n- nodo pid=412: "));
 }
 
 TEST_F(DoctorCommandTest, VerboseTellsNobodyFromNothingKnown) {
