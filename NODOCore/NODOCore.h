@@ -4,9 +4,11 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/DurationText.h>
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/base/Version.h>
@@ -53,7 +55,6 @@
 #include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/power/PowerOperationResult.h>
 #include <NODOCore/power/ProcessCommandRunner.h>
-#include <NODOCore/presentation/DurationText.h>
 #include <NODOCore/presentation/MenuBarCountdownFormatter.h>
 #include <NODOCore/presentation/MenuBarIconState.h>
 #include <NODOCore/presentation/MenuReport.h>
@@ -70,7 +71,6 @@
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/sensing/SystemSnapshotProviding.h>
 #include <NODOCore/state/ActivationRequester.h>
-#include <NODOCore/state/NODOError.h>
 #include <NODOCore/state/NODOState.h>
 #include <NODOCore/state/PowerOperationAudit.h>
 #include <NODOCore/state/StateStore.h>

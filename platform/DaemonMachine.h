@@ -33,6 +33,9 @@ struct SleepLock {
 /// std::runtime_error for means that this system does not have, with what it has instead.
 SleepLock makeSleepLock(PowerChoice choice);
 
+/// A lock that switches nothing and never stands, for machines and tests without one.
+SleepLock simulatedSleepLock();
+
 /// What the daemon's loop calls, all of it on the loop's own thread and one after another.
 struct DaemonHandlers {
   /// Power supply, lid or route changed, or the machine woke up; `what` names it for the log.

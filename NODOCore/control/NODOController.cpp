@@ -1,6 +1,6 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/ReasonWords.h>
-#include <NODOCore/state/NODOError.h>
 
 #include <string>
 #include <utility>

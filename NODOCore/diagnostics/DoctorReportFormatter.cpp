@@ -1,7 +1,7 @@
+#include <NODOCore/base/DurationText.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/diagnostics/DoctorReportFormatter.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/presentation/DurationText.h>
 
 #include <algorithm>
 

@@ -17,7 +17,7 @@ class HelperConnectionError : public std::runtime_error {
   HelperConnectionError(const std::string& message, bool helperIsThere)
       : std::runtime_error(message), helperIsThere_(helperIsThere) {}
 
-  /// Whether there is a daemon, which then does not do as it should. Otherwise none was found.
+  /// Whether there is a daemon, which then does not work as it should. Otherwise none was found.
   bool helperIsThere() const noexcept { return helperIsThere_; }
 
  private:

@@ -45,6 +45,7 @@ class XPCRequestCompletion {
 
   void complete(Outcome outcome);
 
+  // Not private, so that a test can signal without an outcome.
   std::mutex lock;
   Semaphore semaphore;
   std::optional<Outcome> result;

@@ -1,6 +1,6 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
 #include <NODOCore/sensing/AgentProcess.h>
-#include <NODOCore/state/NODOError.h>
 
 #include <string>
 

@@ -29,7 +29,8 @@ class ChildProcess {
   std::string readStandardOutput();
   std::string readStandardError();
 
-  /// Waits for the child's end: its exit status, or the number of the signal that ended it.
+  /// Waits for the child's end: its exit status, or the number of the signal that ended it. Once:
+  /// afterwards the number may be another process's.
   std::int32_t wait();
 
  private:

@@ -1,7 +1,7 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/power/ChildProcess.h>
 #include <NODOCore/sensing/PSProcessListing.h>
-#include <NODOCore/state/NODOError.h>
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/state/NODOError.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/state/StateStore.h>
 
 namespace nodo {

@@ -2,6 +2,7 @@
 #include <platform/linux/BusHelperConnection.h>
 #include <platform/linux/BusHelperLink.h>
 #include <platform/linux/BusHelperMailbox.h>
+#include <platform/linux/HelperBusNames.h>
 #include <platform/linux/Noncharacters.h>
 #include <platform/linux/SdBusLibrary.h>
 
@@ -28,11 +29,11 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
   BusHelperProxy(std::shared_ptr<BusHelperMailbox> mailbox, HelperConnection::ErrorHandler failed)
       : mailbox_(std::move(mailbox)), failed_(std::move(failed)) {}
 
-  void status(HelperReply reply) override { post("Status", {}, std::move(reply)); }
+  void status(HelperReply reply) override { post(helper_bus::status, {}, std::move(reply)); }
 
   void enableManual(std::int64_t minutes, HelperReply reply) override {
     post(
-        "EnableManual",
+        helper_bus::enableManual,
         [minutes](sd_bus_message* call) {
           checkBus(SdBusLibrary::shared().messageAppend(call, "x", minutes), "send the minutes");
         },
@@ -44,7 +45,7 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
                       std::optional<std::string> requesterContext,
                       std::optional<std::string> requesterEvent, HelperReply reply) override {
     post(
-        "EnableManualV2",
+        helper_bus::enableManualV2,
         [=](sd_bus_message* call) {
           const SdBusLibrary& library = SdBusLibrary::shared();
           const std::string action = "send who asks";
@@ -58,11 +59,11 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
         std::move(reply));
   }
 
-  void stop(HelperReply reply) override { post("Stop", {}, std::move(reply)); }
+  void stop(HelperReply reply) override { post(helper_bus::stop, {}, std::move(reply)); }
 
-  void reconcile(HelperReply reply) override { post("Reconcile", {}, std::move(reply)); }
+  void reconcile(HelperReply reply) override { post(helper_bus::reconcile, {}, std::move(reply)); }
 
-  void repair(HelperReply reply) override { post("Repair", {}, std::move(reply)); }
+  void repair(HelperReply reply) override { post(helper_bus::repair, {}, std::move(reply)); }
 
  private:
   void post(const std::string& member, Arguments arguments, HelperReply reply) {

@@ -1,7 +1,8 @@
-#include <platform/linux/BusAddress.h>
+#include <platform/linux/BusChoice.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusError.h>
 #include <platform/linux/BusHelperLink.h>
+#include <platform/linux/HelperBusNames.h>
 #include <platform/linux/SdBusLibrary.h>
 
 #include <algorithm>
@@ -18,26 +19,8 @@ namespace {
 
 constexpr std::uint64_t noTimeLimit = UINT64_MAX;  // the client's own ends the request
 
-std::string nameForPeople(const std::string& bus) {
-  return bus == "system" || bus == "session" ? "the " + bus + " bus" : "the bus at " + bus;
-}
-
 std::string commandToStartDaemon(const std::string& bus) {
   return bus == "system" ? "systemctl start nodod" : "nodod --bus " + bus;
-}
-
-std::string addressOf(const std::string& bus) {
-  if (bus == "system") {
-    return systemBusAddress();
-  }
-  if (bus != "session") {
-    return bus;
-  }
-  const std::optional<std::string> session = sessionBusAddress();
-  if (!session) {
-    throw BusError("there is no session bus for this user");
-  }
-  return *session;
 }
 
 // What is left until an instant of the monotonic clock in microseconds.
@@ -75,12 +58,6 @@ struct BusHelperLink::Pending {
   BusHelperRequest request;
 };
 
-std::string helperBusPath(const std::string& serviceName) {
-  std::string path = "/" + serviceName;
-  std::replace(path.begin(), path.end(), '.', '/');
-  return path;
-}
-
 BusHelperLink::BusHelperLink(std::optional<std::string> bus, std::string serviceName,
                              BusHelperMailbox& mailbox, HelperConnection::Handler interrupted)
     : choice_(std::move(bus)),
@@ -93,7 +70,7 @@ BusHelperLink::~BusHelperLink() = default;
 void BusHelperLink::run() {
   std::string reason = "the connection to the daemon has had its answer";
   try {
-    connect();
+    connectToChosenBus(choice_, [this](const std::string& bus) { connectTo(bus); });
     serveOrInterrupt();
   } catch (const std::exception& error) {
     reason = error.what();
@@ -101,27 +78,11 @@ void BusHelperLink::run() {
   refuse(reason);
 }
 
-void BusHelperLink::connect() {
-  if (choice_) {
-    connectTo(*choice_);
-    return;
-  }
-  try {
-    connectTo("system");
-  } catch (const BusError& noSystemBus) {
-    try {
-      connectTo("session");
-    } catch (const BusError& noSessionBus) {
-      throw BusError(std::string(noSystemBus.what()) + ", and " + noSessionBus.what());
-    }
-  }
-}
-
 void BusHelperLink::connectTo(const std::string& bus) {
-  busName_ = nameForPeople(bus);
+  busName_ = busName(bus);
   startCommand_ = commandToStartDaemon(bus);
   const std::string action = "connect to " + busName_;
-  bus_ = startBus(addressOf(bus), BusDescriptors::refused, action);
+  bus_ = startBus(busAddress(bus), BusDescriptors::refused, action);
   while (!mailbox_.isClosed()) {
     const int ready = SdBusLibrary::shared().isReady(bus_.get());
     checkBus(ready, action);
@@ -213,8 +174,8 @@ void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
   const std::string action = "ask the daemon nodod";
   sd_bus_message* made = nullptr;
   checkBus(library.messageNewMethodCall(bus_.get(), &made, serviceName_.c_str(),
-                                        helperBusPath(serviceName_).c_str(), helperBusInterface,
-                                        request.member.c_str()),
+                                        helper_bus::objectPath(serviceName_).c_str(),
+                                        helper_bus::interface, request.member.c_str()),
            action);
   const BusMessage call(made);
   if (request.arguments) {

@@ -13,12 +13,6 @@
 
 namespace nodo {
 
-/// The daemon's methods on the bus.
-inline constexpr char helperBusInterface[] = "com.quintavel.nodo.Helper1";
-
-/// The object's path that belongs to a service's name: "/com/example" to "com.example".
-std::string helperBusPath(const std::string& serviceName);
-
 /// What the thread of a BusHelperConnection does: connects, sends what comes into the mailbox, and
 /// passes on what comes back, until the mailbox is closed. For one thread.
 class BusHelperLink {
@@ -36,7 +30,6 @@ class BusHelperLink {
  private:
   struct Pending;
 
-  void connect();
   void connectTo(const std::string& bus);
   void serve();
   void serveOrInterrupt();

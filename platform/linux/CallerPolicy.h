@@ -29,8 +29,8 @@ struct CallerVerdict {
 /// Decides whose requests the daemon serves on a bus. Closed when in doubt. Pure.
 ///
 /// Anyone on the bus may look. Changes are for root, on a bus of the daemon's own user for that
-/// user, and for those whom polkit allows the action. Whose a caller is says the bus, never a
-/// process id, which may be another's by the time it is looked at.
+/// user, and for those whom polkit allows the action. The bus says which user a caller is;
+/// a process id never does, as it may be another's by the time it is looked at.
 struct CallerPolicy {
   static constexpr char action[] = "com.quintavel.nodo.keep-awake";
 

@@ -18,7 +18,7 @@ struct DaemonBus {
 
 /// Connects, within two seconds, to `choice`: "system", "session", a bus address, or nothing for
 /// the system bus when it can be reached and else the session bus. The bus passes it no file
-/// descriptors. Throws std::runtime_error.
+/// descriptors. Throws BusError.
 DaemonBus openDaemonBus(const std::optional<std::string>& choice);
 
 }  // namespace nodo

@@ -1,5 +1,4 @@
 #include <NODOCore/base/Environment.h>
-#include <NODOCore/power/NoopPowerManager.h>
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/linux/BusConnection.h>
@@ -27,13 +26,6 @@ SleepLock logindLock() {
           .isSimulated = false};
 }
 
-SleepLock simulatedLock() {
-  return {.manager = std::make_unique<NoopPowerManager>(),
-          .isHeld = [] { return std::optional(false); },
-          .diesWithProcess = true,
-          .isSimulated = true};
-}
-
 bool hasSystemBus() {
   try {
     BusConnection::openSystem(systemBusLimit, systemBusLimit);
@@ -55,12 +47,12 @@ SleepLock makeSleepLock(PowerChoice choice) {
       try {
         return logindLock();
       } catch (const BusError&) {
-        return simulatedLock();
+        return simulatedSleepLock();
       }
     case PowerChoice::logind:
       return logindLock();
     case PowerChoice::simulated:
-      return simulatedLock();
+      return simulatedSleepLock();
     case PowerChoice::pmset:
       break;
   }

@@ -1,5 +1,6 @@
 #include <NODOCore/helper/NODOServiceConstants.h>
 #include <platform/linux/DaemonLog.h>
+#include <platform/linux/HelperBusNames.h>
 #include <platform/linux/HelperListener.h>
 #include <platform/linux/MessageSize.h>
 #include <platform/linux/PolkitQuestion.h>
@@ -14,9 +15,6 @@
 
 namespace nodo {
 namespace {
-
-constexpr char objectPath[] = "/com/quintavel/nodo/helper";
-constexpr char interfaceName[] = "com.quintavel.nodo.Helper1";
 
 // Who sent a message: the user by the bus's word, nothing when it does not tell, or that the sender
 // has left.
@@ -54,9 +52,12 @@ std::string refusalText(const std::string& reason) {
 HelperListener::HelperListener(EventLoop& loop, const DaemonBus& bus,
                                NODOHelperXPCProtocol& service)
     : loop_(loop), bus_(bus.connection.get()), service_(service), policy_(policyOf(bus)) {
+  const std::string path =
+      helper_bus::objectPath(std::string(NODOServiceConstants::helperMachServiceName));
   sd_bus_slot* object = nullptr;
-  checkSystemd(sd_bus_add_object_vtable(bus_, &object, objectPath, interfaceName, methods(), this),
-               "offer the requests on " + bus.name);
+  checkSystemd(
+      sd_bus_add_object_vtable(bus_, &object, path.c_str(), helper_bus::interface, methods(), this),
+      "offer the requests on " + bus.name);
   object_.reset(object);
   takeName(bus.name);
 }
@@ -85,19 +86,19 @@ const sd_bus_vtable* HelperListener::methods() {
   // would look into /proc.
   static const sd_bus_vtable table[] = {
       SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("Status", "", "", "s", SD_BUS_PARAM(reply), onCall,
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::status, "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("EnableManual", "x", SD_BUS_PARAM(minutes), "s", SD_BUS_PARAM(reply),
-                               onCall, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("EnableManualV2", "xba{sv}",
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::enableManual, "x", SD_BUS_PARAM(minutes), "s",
+                               SD_BUS_PARAM(reply), onCall, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::enableManualV2, "xba{sv}",
                                SD_BUS_PARAM(minutes) SD_BUS_PARAM(extendOnly)
                                    SD_BUS_PARAM(requester),
                                "s", SD_BUS_PARAM(reply), onCall, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("Stop", "", "", "s", SD_BUS_PARAM(reply), onCall,
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::stop, "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("Reconcile", "", "", "s", SD_BUS_PARAM(reply), onCall,
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::reconcile, "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES("Repair", "", "", "s", SD_BUS_PARAM(reply), onCall,
+      SD_BUS_METHOD_WITH_NAMES(helper_bus::repair, "", "", "s", SD_BUS_PARAM(reply), onCall,
                                SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
   return table;

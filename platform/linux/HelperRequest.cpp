@@ -1,4 +1,5 @@
 #include <NODOCore/base/Text.h>
+#include <platform/linux/HelperBusNames.h>
 #include <platform/linux/HelperRequest.h>
 #include <platform/linux/Noncharacters.h>
 
@@ -73,8 +74,9 @@ HelperRequest::HelperRequest(sd_bus_message* call)
     : call_(sd_bus_message_ref(call), SystemdUnref()) {}
 
 RequestKind HelperRequest::kind() const {
-  return std::string_view(sd_bus_message_get_member(call_.get())) == "Status" ? RequestKind::look
-                                                                              : RequestKind::change;
+  return std::string_view(sd_bus_message_get_member(call_.get())) == helper_bus::status
+             ? RequestKind::look
+             : RequestKind::change;
 }
 
 std::string HelperRequest::caller() const {
@@ -88,15 +90,15 @@ void HelperRequest::serve(NODOHelperXPCProtocol& service) const {
     request.answer(text);
   };
   try {
-    if (member == "Status") {
+    if (member == helper_bus::status) {
       service.status(reply);
-    } else if (member == "EnableManual") {
+    } else if (member == helper_bus::enableManual) {
       serveEnableManual(service, reply);
-    } else if (member == "EnableManualV2") {
+    } else if (member == helper_bus::enableManualV2) {
       serveEnableManualV2(service, reply);
-    } else if (member == "Stop") {
+    } else if (member == helper_bus::stop) {
       service.stop(reply);
-    } else if (member == "Reconcile") {
+    } else if (member == helper_bus::reconcile) {
       service.reconcile(reply);
     } else {
       service.repair(reply);
@@ -132,7 +134,7 @@ void HelperRequest::refuse(const char* name, const std::string& reason) const {
 
 void HelperRequest::answer(const std::optional<std::string>& text) const {
   if (!text) {
-    refuse(SD_BUS_ERROR_FAILED, "the answer has no form as text");
+    refuse(SD_BUS_ERROR_FAILED, "the answer is not valid UTF-8");
     return;
   }
   // Anybody can start a process whose arguments, which a status may show, hold one.

@@ -42,7 +42,7 @@ void muteDevice(int descriptor, const std::string& path) {
   // Linux before 4.4 answers with the first, a program that plays the device with one of the
   // others.
   if (failure != 0 && failure != EINVAL && failure != ENOTTY && failure != ENOENT) {
-    logLine("nodod: more news of " + path + " than of its lid: " + std::strerror(failure));
+    logLine("nodod: cannot mute the other events of " + path + ": " + std::strerror(failure));
   }
 }
 

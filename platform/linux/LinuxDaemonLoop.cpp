@@ -75,6 +75,7 @@ void LinuxDaemonLoop::setTimer(std::optional<Seconds> fromNow) {
 
 void LinuxDaemonLoop::setLockHeld(bool held) {
   serviceManager_.tellLockHeld(held);
+  // Follows every pass, so while the lock is held what got lost is sought within a minute.
   watch_.repair();
 }
 

@@ -1,5 +1,6 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/Logind.h>
+#include <platform/linux/LogindNames.h>
 #include <platform/linux/SdBusLibrary.h>
 
 #include <cerrno>
@@ -10,10 +11,6 @@
 
 namespace nodo {
 namespace {
-
-constexpr char service[] = "org.freedesktop.login1";
-constexpr char path[] = "/org/freedesktop/login1";
-constexpr char managerInterface[] = "org.freedesktop.login1.Manager";
 
 std::string text(const char* value) {
   return value == nullptr ? "" : value;
@@ -56,7 +53,8 @@ FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
   // Another's descriptors cannot get in the way on a connection that nobody knows yet.
   const BusConnection ownConnection =
       BusConnection::openSystem(connectLimit_, callLimit_, BusDescriptors::taken);
-  const BusMessage call = ownConnection.newCall(service, path, managerInterface, "Inhibit");
+  const BusMessage call =
+      ownConnection.newCall(logind::service, logind::path, logind::managerInterface, "Inhibit");
   checkBus(library.messageAppend(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
                                  mode.c_str()),
            "ask logind for an inhibitor");
@@ -72,7 +70,8 @@ FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
 }
 
 void Logind::suspend() {
-  const BusMessage call = connection().newCall(service, path, managerInterface, "Suspend");
+  const BusMessage call =
+      connection().newCall(logind::service, logind::path, logind::managerInterface, "Suspend");
   const int interactive = 0;
   checkBus(SdBusLibrary::shared().messageAppend(call.get(), "b", interactive),
            "ask logind to suspend");
@@ -81,8 +80,9 @@ void Logind::suspend() {
 
 BusMessage Logind::askProperty(const std::string& name) {
   const BusMessage call =
-      connection().newCall(service, path, "org.freedesktop.DBus.Properties", "Get");
-  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "ss", managerInterface, name.c_str()),
+      connection().newCall(logind::service, logind::path, "org.freedesktop.DBus.Properties", "Get");
+  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "ss", logind::managerInterface,
+                                                name.c_str()),
            "ask logind for " + name);
   return send(call);
 }
@@ -105,8 +105,8 @@ std::string Logind::blockInhibited() {
 
 std::vector<Inhibitor> Logind::inhibitors() {
   const SdBusLibrary& library = SdBusLibrary::shared();
-  const BusMessage reply =
-      send(connection().newCall(service, path, managerInterface, "ListInhibitors"));
+  const BusMessage reply = send(connection().newCall(logind::service, logind::path,
+                                                     logind::managerInterface, "ListInhibitors"));
   const std::string action = "read logind's inhibitors";
   checkBus(library.messageEnterContainer(reply.get(), 'a', "(ssssuu)"), action);
   std::vector<Inhibitor> inhibitors;

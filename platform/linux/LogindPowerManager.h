@@ -22,7 +22,9 @@ class LogindPowerManager : public PowerManaging {
   /// Takes one inhibitor "sleep:idle:handle-lid-switch" in mode "block", or lets go of it and waits
   /// until logind knows that. A refusal by logind is a result with exit code 1 and its words in
   /// `standardError`. Throws BusError when there is no system bus or no logind on it, unless there
-  /// was a lock to let go of: that needs neither. Taking it again renews it.
+  /// was a lock to let go of: that needs neither. Taking it again renews it. A list that still
+  /// holds the inhibitor after some two seconds is exit code 1, too, although the descriptor is
+  /// closed by then.
   PowerOperationResult setSleepDisabled(bool disabled) override;
 
   /// Lets go of the lock, then asks logind to suspend; same failures.

@@ -1,6 +1,7 @@
 #include <platform/linux/BusAddress.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/DaemonLog.h>
+#include <platform/linux/LogindNames.h>
 #include <platform/linux/LogindSignals.h>
 
 #include <exception>
@@ -10,9 +11,6 @@
 namespace nodo {
 namespace {
 
-constexpr char service[] = "org.freedesktop.login1";
-constexpr char path[] = "/org/freedesktop/login1";
-constexpr char managerInterface[] = "org.freedesktop.login1.Manager";
 constexpr char action[] = "listen to logind";
 
 // Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One
@@ -20,7 +18,7 @@ constexpr char action[] = "listen to logind";
 bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
   const char* interface = nullptr;
   if (sd_bus_message_read(message, "s", &interface) < 0 ||
-      std::string_view(interface) != managerInterface) {
+      std::string_view(interface) != logind::managerInterface) {
     return false;
   }
   if (sd_bus_message_enter_container(message, 'a', "{sv}") < 0) {
@@ -88,15 +86,16 @@ void LogindSignals::connect() {
 void LogindSignals::subscribe(sd_bus* bus) {
   // Without waiting for the bus's agreement: one that hangs must not hold up the daemon.
   sd_bus_slot* sleep = nullptr;
-  checkSystemd(sd_bus_match_signal_async(bus, &sleep, service, path, managerInterface,
-                                         "PrepareForSleep", onSleep, nullptr, this),
+  checkSystemd(sd_bus_match_signal_async(bus, &sleep, logind::service, logind::path,
+                                         logind::managerInterface, "PrepareForSleep", onSleep,
+                                         nullptr, this),
                action);
   connection_.sleep.reset(sleep);
   sd_bus_slot* properties = nullptr;
-  checkSystemd(
-      sd_bus_match_signal_async(bus, &properties, service, path, "org.freedesktop.DBus.Properties",
-                                "PropertiesChanged", onProperties, nullptr, this),
-      action);
+  checkSystemd(sd_bus_match_signal_async(bus, &properties, logind::service, logind::path,
+                                         "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                         onProperties, nullptr, this),
+               action);
   connection_.properties.reset(properties);
 }
 

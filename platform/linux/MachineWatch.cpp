@@ -1,3 +1,4 @@
+#include <platform/ChangeNames.h>
 #include <platform/linux/DaemonLog.h>
 #include <platform/linux/DefaultRoute.h>
 #include <platform/linux/MachineWatch.h>
@@ -69,25 +70,21 @@ void MachineWatch::suspect(bool Suspicions::*what) {
 
 void MachineWatch::look() {
   const Suspicions suspicions = std::exchange(suspicions_, {});
-  std::string what;
-  const auto add = [&what](const char* name) {
-    what += what.empty() ? "" : ", ";
-    what += name;
-  };
+  ChangeNames changes;
   if (suspicions.resume) {
-    add("resume");
+    changes.add("resume");
   }
   if (suspicions.lid) {
-    add("lid");
+    changes.add("lid");
   }
   if (suspicions.power && std::exchange(power_, readPowerSupplies(supplies)) != power_) {
-    add("power supply");
+    changes.add("power supply");
   }
   if (suspicions.route && std::exchange(hasRoute_, readDefaultRoute(procNet)) != hasRoute_) {
-    add("route");
+    changes.add("route");
   }
-  if (!what.empty()) {
-    changed_(what);
+  if (!changes.isEmpty()) {
+    changed_(changes.take());
   }
 }
 

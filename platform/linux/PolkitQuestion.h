@@ -8,8 +8,8 @@
 namespace nodo {
 
 /// Asks polkit on `bus` whether the peer called `caller` there may do `CallerPolicy::action`,
-/// without asking a person. `answered` gets the reply, or an error in its place after `timeLimit`
-/// at the latest, and `userData`; letting go of the result forgets the question. Throws
+/// without asking a person. `answered` gets the reply, or an error in its place after two
+/// seconds at the latest, and `userData`; letting go of the result forgets the question. Throws
 /// std::runtime_error when it cannot be sent.
 SystemdHandle<sd_bus_slot> askPolkit(sd_bus* bus, const std::string& caller,
                                      sd_bus_message_handler_t answered, void* userData);

@@ -1,6 +1,6 @@
 #include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/state/NODOError.h>
 #include <platform/linux/BoundedRows.h>
 #include <platform/linux/ProcProcessListing.h>
 #include <platform/linux/ProcTexts.h>

@@ -1,5 +1,4 @@
 #include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
-#include <NODOCore/power/NoopPowerManager.h>
 #include <NODOCore/power/PMSetPowerManager.h>
 #include <NODOCore/power/ProcessCommandRunner.h>
 #include <NODOCore/state/StateStore.h>
@@ -38,10 +37,7 @@ SleepLock makeSleepLock(PowerChoice choice) {
     case PowerChoice::pmset:
       return pmsetSleepLock(std::make_shared<ProcessCommandRunner>());
     case PowerChoice::simulated:
-      return {.manager = std::make_unique<NoopPowerManager>(),
-              .isHeld = [] { return std::optional(false); },
-              .diesWithProcess = true,
-              .isSimulated = true};
+      return simulatedSleepLock();
     case PowerChoice::logind:
       break;
   }

@@ -1,4 +1,5 @@
 #include <NODOCore/helper/NODOServiceConstants.h>
+#include <platform/ChangeNames.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/MachineNews.h>
 #include <platform/macos/XPCHelperListener.h>
@@ -11,7 +12,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
@@ -160,27 +160,22 @@ class MacDaemonLoop::Parts {
   }
 
   void machineChanged(const std::string& what) {
-    if (changes_.empty()) {
+    if (changes_.isEmpty()) {
       settled_.set(settleTime);
     }
-    if (std::find(changes_.begin(), changes_.end(), what) == changes_.end()) {
-      changes_.push_back(what);
-    }
+    changes_.add(what);
   }
 
   void reportChanges() {
-    std::string what;
-    for (const std::string& change : std::exchange(changes_, {})) {
-      what += (what.empty() ? "" : ", ") + change;
-    }
-    handle([&](const DaemonHandlers& handlers) { handlers.machineChanged(what); });
+    const std::string what = changes_.take();
+    handle([&what](const DaemonHandlers& handlers) { handlers.machineChanged(what); });
   }
 
   std::shared_ptr<const CodeSigning> codeSigning_;
   const DaemonHandlers* handlers_ = nullptr;
   bool ended_ = false;
   std::exception_ptr failure_;
-  std::vector<std::string> changes_;  // since the last report
+  ChangeNames changes_;
   Timer timer_{[this] { handle([](const DaemonHandlers& handlers) { handlers.timerFired(); }); }};
   Timer settled_{[this] { reportChanges(); }};
   Signal terminated_{SIGTERM, [this] { terminate(); }};

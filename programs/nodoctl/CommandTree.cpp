@@ -1,14 +1,13 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/Version.h>
-#include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/CommandTree.h>
+#include <programs/shared/OptionValues.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <locale>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -115,12 +114,12 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
             [&into = invocation_](const std::string& text) {
               into.helperTimeout = seconds("--helper-timeout", text);
             },
-            "How long the daemon may take for one answer; 1 otherwise")
+            "How long the daemon may take for one answer, in seconds (default: 1)")
         ->type_name("SECONDS");
     command
         .add_option_function<std::string>(
-            "--bus", [&into = invocation_](const std::string& text) { into.bus = bus(text); },
-            "The D-Bus bus that the daemon is on; the system's, else the session's, otherwise")
+            "--bus", [&into = invocation_](const std::string& text) { into.bus = busChoice(text); },
+            "The D-Bus bus that the daemon is on (default: the system's, else the session's)")
         ->type_name("system|session|ADDRESS");
   }
 
@@ -195,11 +194,11 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
         ->type_name("claude|codex|grok|pi");
     command
         .add_option("--home", invocation_.home,
-                    "The home folder that the agents' configuration lies in; HOME otherwise")
+                    "The home folder that the agents' configuration lies in (default: HOME)")
         ->type_name("DIR");
     command
         .add_option("--nodoctl", invocation_.nodoctl,
-                    "The nodoctl that the hooks are to run; this one, as it was found, otherwise")
+                    "The nodoctl that the hooks are to run (default: this one, as it was found)")
         ->type_name("PATH");
     addJSON(command);
   }
@@ -211,13 +210,13 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
             [&into = invocation_](const std::string& text) {
               into.interval = seconds("--interval", text);
             },
-            "How often to look, in seconds; 0.5 otherwise")
+            "How often to look, in seconds (default: 0.5)")
         ->type_name("S");
     addStateOptions(watch);
   }
 
   void addRunOptions(CLI::App& run) {
-    addMinutes(run, "How far ahead of the present the timer is kept; 20 otherwise");
+    addMinutes(run, "How far ahead of the present the timer is kept (default: 20)");
     addHelperOptions(run);
     run.add_option("command", invocation_.words, "What to run, behind \"--\"")
         ->type_name("COMMAND [ARG ...]")
@@ -243,45 +242,12 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
     return *number;
   }
 
-  // Digits and at most one point, whatever the locale.
   static double seconds(const std::string& option, const std::string& text) {
-    double value = 0;
-    std::istringstream stream(text);
-    stream.imbue(std::locale::classic());
-    if (text.find_first_not_of("0123456789.") != std::string::npos || !(stream >> value) ||
-        !stream.eof() || !(value > 0)) {
+    const auto value = decimalNumber(text);
+    if (!value || !(*value > 0)) {
       throw CLI::ValidationError(option, "\"" + text + "\" is not a number of seconds above 0");
     }
-    return value;
-  }
-
-  static std::string bus(const std::string& text) {
-    if (text != "system" && text != "session" && text.find(':') == std::string::npos) {
-      throw CLI::ValidationError("--bus", "\"" + text +
-                                              "\" is neither system nor session nor a bus address "
-                                              "such as unix:path=/run/bus");
-    }
-    if (isInANetwork(text)) {
-      throw CLI::ValidationError("--bus", "\"" + text +
-                                              "\" is in a network; the daemon that matters is on a "
-                                              "bus of this computer");
-    }
-    return text;
-  }
-
-  // The library would look up such an address's host for as long as that takes, whatever the time
-  // limit. It may be one of several addresses, which are tried in turn.
-  static bool isInANetwork(const std::string& busAddress) {
-    for (std::string_view left = busAddress;;) {
-      const std::size_t end = left.find(';');
-      if (left.starts_with("tcp:") || left.starts_with("nonce-tcp:")) {
-        return true;
-      }
-      if (end == std::string_view::npos) {
-        return false;
-      }
-      left.remove_prefix(end + 1);
-    }
+    return *value;
   }
 
   static AgentHookTarget hookTarget(const std::string& text) {

@@ -1,6 +1,6 @@
+#include <NODOCore/base/DurationText.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/control/ReasonWords.h>
-#include <NODOCore/presentation/DurationText.h>
 #include <programs/nodoctl/ReportText.h>
 
 #include <array>

@@ -1,8 +1,8 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/Version.h>
 #include <programs/nodod/CommandLine.h>
+#include <programs/shared/OptionValues.h>
 
-#include <algorithm>
 #include <cstdint>
 
 #include <CLI/CLI.hpp>
@@ -26,16 +26,12 @@ std::int64_t wholeNumber(const std::string& option, const std::string& text, std
 }
 
 double seconds(const std::string& option, const std::string& text) {
-  const bool isDecimal = text.find_first_not_of("0123456789.") == std::string::npos &&
-                         std::count(text.begin(), text.end(), '.') <= 1 &&
-                         text.find_first_of("0123456789") != std::string::npos;
-  const auto dot = std::min(text.find('.'), text.size());
-  if (!isDecimal || !integerFromText<std::int64_t>("0" + text.substr(0, dot)) ||
-      std::stod(text) > static_cast<double>(largest)) {
+  const auto value = decimalNumber(text);
+  if (!value || *value > static_cast<double>(largest)) {
     throw CLI::ValidationError(
         option, fmt::format("\"{}\" is not a number of seconds from 0 to {}", text, largest));
   }
-  return std::stod(text);
+  return *value;
 }
 
 PowerChoice powerChoice(const std::string& text) {
@@ -54,7 +50,7 @@ void addWholeNumber(CLI::App& app, const std::string& option, std::int64_t& into
          [&into, option, from, to](const std::string& text) {
            into = wholeNumber(option, text, from, to);
          },
-         fmt::format("{} ({})", description, into))
+         fmt::format("{} (default: {})", description, into))
       ->type_name(type);
 }
 
@@ -65,30 +61,21 @@ std::string folder(const std::string& text) {
   return text;
 }
 
-std::string bus(const std::string& text) {
-  if (text != "system" && text != "session" && text.find(':') == std::string::npos) {
-    throw CLI::ValidationError("--bus", "\"" + text +
-                                            "\" is neither system nor session nor a bus address "
-                                            "such as unix:path=/run/bus");
-  }
-  return text;
-}
-
 void describe(CLI::App& app, Options& into) {
   app.set_help_flag("-h,--help", "Show this help and exit");
   app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
   app.add_option_function<std::string>(
          "--state-dir", [&into](const std::string& text) { into.stateFolder = folder(text); },
-         "Where the state is kept; otherwise NODO_STATE_DIR, else on Linux STATE_DIRECTORY, "
-         "else the system's folder, or .nodo/daemon under HOME on a session bus")
+         "Where the state is kept (default: NODO_STATE_DIR, else on Linux STATE_DIRECTORY, "
+         "else the system's folder, or .nodo/daemon under HOME on a session bus)")
       ->type_name("DIR");
   app.add_option_function<std::string>(
-         "--bus", [&into](const std::string& text) { into.bus = bus(text); },
-         "Which bus to answer on; otherwise the system's if it can be reached, else the session's")
+         "--bus", [&into](const std::string& text) { into.bus = busChoice(text); },
+         "Which bus to answer on (default: the system's if it can be reached, else the session's)")
       ->type_name("system|session|ADDRESS");
   app.add_option_function<std::string>(
          "--power", [&into](const std::string& text) { into.power = powerChoice(text); },
-         "By which means to switch the sleep lock (auto: what this computer has)")
+         "By which means to switch the sleep lock (default: auto, what this computer has)")
       ->type_name("auto|pmset|logind|simulated");
   addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
                  "On battery, never keep awake at or below this charge");
@@ -103,7 +90,7 @@ void describe(CLI::App& app, Options& into) {
          [&into](const std::string& text) {
            into.releaseGrace = Seconds(seconds("--release-grace", text));
          },
-         "How long after a timer's end the lock is released, in seconds (1)")
+         "How long after a timer's end the lock is released, in seconds (default: 1)")
       ->type_name("S");
   app.add_flag("--once", into.once, "Run one pass, print its report as JSON and exit");
 }

@@ -1,7 +1,7 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/control/LockRules.h>
 #include <NODOCore/control/ReasonWords.h>
 #include <NODOCore/control/ReconcileSchedule.h>
-#include <NODOCore/state/NODOError.h>
 #include <programs/nodod/LockKeeper.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #include <NODOCore/base/DecodingError.h>
-#include <NODOCore/state/NODOError.h>
+#include <NODOCore/base/NODOError.h>
 #include <testing/DiskFull.h>
 
 #include <chrono>

@@ -127,8 +127,8 @@ std::multiset<std::string> FakeMac::openHandles() const {
 }  // namespace nodo::testing
 
 // What the runtime and GNUstep keep to the end of the process is no leak of ours. Objects are
-// counted by the tests themselves. NOLINTBEGIN(readability-identifier-naming): the sanitizer's own
-// names
+// counted by the tests themselves. The names are the sanitizer's own.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" {
 const char* __lsan_default_suppressions();
 const char* __lsan_default_options();

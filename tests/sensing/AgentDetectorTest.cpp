@@ -1,6 +1,6 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/sensing/StaticProcessListing.h>
-#include <NODOCore/state/NODOError.h>
 #include <testing/FakeMachine.h>
 #include <testing/JSONRows.h>
 

@@ -1,6 +1,6 @@
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/power/ProcessCommandRunner.h>
 #include <NODOCore/sensing/PSProcessListing.h>
-#include <NODOCore/state/NODOError.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/JSONRows.h>
 #include <testing/OpenDescriptors.h>

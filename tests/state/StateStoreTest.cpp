@@ -1,6 +1,6 @@
 #include <NODOCore/base/DecodingError.h>
 #include <NODOCore/base/JSONValue.h>
-#include <NODOCore/state/NODOError.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/state/StateStore.h>
 #include <testing/DiskFull.h>
 #include <testing/TemporaryFolder.h>

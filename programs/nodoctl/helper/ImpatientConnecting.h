@@ -8,7 +8,8 @@
 
 namespace nodo::nodoctl {
 
-/// Makes connections until one of them was given up without an answer, and none after that.
+/// A circuit breaker: makes connections until one of them was given up without an answer, and none
+/// after that.
 ///
 /// One command may take several requests, e.g. the detour for a daemon of the first generation. A
 /// daemon that hangs is to cost the time limit once, not once a request: a person and an agent's

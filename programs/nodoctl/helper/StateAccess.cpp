@@ -1,10 +1,10 @@
 #include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOServiceConstants.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/power/NoopPowerManager.h>
-#include <NODOCore/state/NODOError.h>
 #include <programs/nodoctl/helper/ImpatientConnecting.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 #include <programs/shared/DefaultPolicy.h>

@@ -35,7 +35,7 @@ struct SourcedStatus {
   DoctorStatusSource source = DoctorStatusSource::helper;
 };
 
-/// Why the daemon did not do.
+/// Why the daemon could not serve a request.
 struct Unavailability {
   std::string reason;     ///< in words that fit behind "helper unavailable"
   bool isBroken = false;  ///< whether something is there that does not work; else nothing is
@@ -51,7 +51,7 @@ struct Unavailability {
 /// thread-safe. What fails locally as well is thrown with a message for people.
 class StateAccess {
  public:
-  /// `unavailable` is told the reason why the daemon did not do, before the own state is used.
+  /// `unavailable` is told the reason why the daemon could not serve, before the own state is used.
   StateAccess(const HelperOptions& options, const ToolContext& context,
               std::function<void(const std::string& reason)> unavailable);
 
@@ -67,7 +67,7 @@ class StateAccess {
   SourcedStatus stop();
   SourcedStatus repair();
 
-  /// The daemon's alone. Throws when it does not do.
+  /// The daemon's alone. Throws when it cannot serve.
   DaemonRunReport reconcile();
 
   /// The same on the user's own state, switching nothing.

@@ -1,4 +1,4 @@
-#include <NODOCore/state/NODOError.h>
+#include <NODOCore/base/NODOError.h>
 #include <programs/nodoctl/Answer.h>
 #include <programs/nodoctl/run/Lease.h>
 

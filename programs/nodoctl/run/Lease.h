@@ -11,8 +11,8 @@ namespace nodo::nodoctl {
 
 /// Keeps the timer ahead of the present while a command runs.
 ///
-/// The timer is extended when half of the time is used up, and where the daemon did not do, soon
-/// again, as it may come back. What goes wrong is said once. Not thread-safe.
+/// The timer is extended when half of the time is used up, and where the daemon could not serve,
+/// soon again, as it may come back. What goes wrong is said once. Not thread-safe.
 class Lease {
  public:
   /// For the command called `requester`. `context` must outlive it.
@@ -25,7 +25,7 @@ class Lease {
   /// Extends the timer when it is time to.
   void keep();
 
-  /// Until it is time; at most some seconds, as the civil clock may jump, e.g. over a sleep.
+  /// Until it is time; at most a minute, as the civil clock may jump, e.g. over a sleep.
   Seconds timeToWait() const;
 
  private:

@@ -1,8 +1,8 @@
 #include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
-#include <NODOCore/state/NODOError.h>
 #include <platform/linux/BoundedRows.h>
 #include <platform/linux/ProcProcessListing.h>
 #include <testing/TemporaryFolder.h>

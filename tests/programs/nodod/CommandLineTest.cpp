@@ -96,6 +96,7 @@ TEST(NododCommandLineTest, AWrongUseNamesTheOptionAndHelps) {
       {{"--state-dir", ""}, "--state-dir"},
       {{"--state-dir"}, "--state-dir"},
       {{"--bus", ""}, "--bus"},
+      {{"--bus", "unix:path=/run/a;tcp:host=b"}, "is in a network"},
       {{"--bus", "sytem"}, "\"sytem\" is neither system nor session nor a bus address"},
       {{"--unknown"}, "--unknown"},
       {{"word"}, "word"},

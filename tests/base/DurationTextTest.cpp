@@ -1,4 +1,4 @@
-#include <NODOCore/presentation/DurationText.h>
+#include <NODOCore/base/DurationText.h>
 #include <testing/TestData.h>
 
 #include <string>

@@ -1,4 +1,4 @@
-#include <NODOCore/state/NODOError.h>
+#include <NODOCore/base/NODOError.h>
 
 #include <gtest/gtest.h>
 

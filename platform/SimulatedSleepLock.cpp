@@ -1,0 +1,13 @@
+#include <NODOCore/power/NoopPowerManager.h>
+#include <platform/DaemonMachine.h>
+
+namespace nodo {
+
+SleepLock simulatedSleepLock() {
+  return {.manager = std::make_unique<NoopPowerManager>(),
+          .isHeld = [] { return std::optional(false); },
+          .diesWithProcess = true,
+          .isSimulated = true};
+}
+
+}  // namespace nodo
