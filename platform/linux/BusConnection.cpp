@@ -103,6 +103,13 @@ BusHandle openBus(const std::string& address, BusDescriptors descriptors,
 BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
     : bus_(std::move(bus)), callLimit_(callLimit) {}
 
+BusConnection BusConnection::open(const std::string& address,
+                                  std::chrono::milliseconds connectLimit,
+                                  std::chrono::milliseconds callLimit, BusDescriptors descriptors) {
+  return {openBus(address, descriptors, connectLimit, "connect to the bus at " + address),
+          callLimit};
+}
+
 BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
                                         std::chrono::milliseconds callLimit,
                                         BusDescriptors descriptors) {

@@ -34,12 +34,17 @@ BusHandle startBus(const std::string& address, BusDescriptors descriptors,
 BusHandle openBus(const std::string& address, BusDescriptors descriptors,
                   std::chrono::milliseconds timeLimit, const std::string& action);
 
-/// A connection to the system bus with a time limit on every step, so that no hung service or bus
+/// A connection to a bus with a time limit on every step, so that no hung service or bus
 /// can hold up its caller. Not thread-safe.
 class BusConnection {
  public:
-  /// Connects and signs in within `connectLimit`; `callLimit` bounds each later call. Throws
-  /// BusError.
+  /// Connects to the bus at `address` and signs in within `connectLimit`; `callLimit` bounds each
+  /// later call. Throws BusError.
+  static BusConnection open(const std::string& address, std::chrono::milliseconds connectLimit,
+                            std::chrono::milliseconds callLimit,
+                            BusDescriptors descriptors = BusDescriptors::refused);
+
+  /// The same to the system bus.
   static BusConnection openSystem(std::chrono::milliseconds connectLimit,
                                   std::chrono::milliseconds callLimit,
                                   BusDescriptors descriptors = BusDescriptors::refused);

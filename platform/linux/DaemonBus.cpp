@@ -24,9 +24,11 @@ DaemonBus open(const std::string& choice) {
   const std::string action = "connect to " + busName(choice);
   // No request needs a descriptor, and whoever may send a message could use up all that this
   // process may have, and with them the lock.
-  BusHandle connection = openBus(busAddress(choice), BusDescriptors::refused, connectLimit, action);
+  const std::string address = busAddress(choice);
+  BusHandle connection = openBus(address, BusDescriptors::refused, connectLimit, action);
   DaemonBus bus{.connection = SystemdHandle<sd_bus>(connection.release()),
                 .kind = kindOf(choice),
+                .address = address,
                 .name = busName(choice)};
   checkBus(sd_bus_set_method_call_timeout(bus.connection.get(),
                                           static_cast<std::uint64_t>(callLimit.count())),

@@ -13,6 +13,7 @@ struct DaemonBus {
 
   SystemdHandle<sd_bus> connection;
   Kind kind = Kind::system;
+  std::string address;
   std::string name;  ///< for people: "the system bus"
 };
 

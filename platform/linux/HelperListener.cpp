@@ -16,24 +16,6 @@
 namespace nodo {
 namespace {
 
-// Who sent a message: the user by the bus's word, nothing when it does not tell, or that the sender
-// has left.
-struct Sender {
-  bool isGone = false;
-  std::optional<std::uint32_t> user;
-};
-
-Sender senderOf(sd_bus_message* message) {
-  sd_bus_creds* made = nullptr;
-  const int result = sd_bus_query_sender_creds(message, SD_BUS_CREDS_EUID, &made);
-  const SystemdHandle<sd_bus_creds> credentials(made);
-  uid_t user = 0;
-  if (result >= 0 && sd_bus_creds_get_euid(made, &user) >= 0) {
-    return {.isGone = false, .user = user};
-  }
-  return {.isGone = result == -ENXIO, .user = std::nullopt};
-}
-
 // A bus that this process's own user runs: whoever that user is there, it is the same person.
 bool isOwnUsersBus(sd_bus* bus) {
   sd_bus_creds* made = nullptr;
@@ -51,7 +33,12 @@ std::string refusalText(const std::string& reason) {
 
 HelperListener::HelperListener(EventLoop& loop, const DaemonBus& bus,
                                NODOHelperXPCProtocol& service)
-    : loop_(loop), bus_(bus.connection.get()), service_(service), policy_(policyOf(bus)) {
+    : loop_(loop),
+      bus_(bus.connection.get()),
+      service_(service),
+      policy_(policyOf(bus)),
+      callers_(bus.address),
+      statusRequests_(loop, bus_, service) {
   const std::string path =
       helper_bus::objectPath(std::string(NODOServiceConstants::helperMachServiceName));
   sd_bus_slot* object = nullptr;
@@ -113,11 +100,11 @@ int HelperListener::onCall(sd_bus_message* call, void* listener, sd_bus_error* /
 void HelperListener::receive(const HelperRequest& request) {
   // Who calls takes a question to the bus, which is not put when it makes no difference.
   if (policy_.judge(request.kind(), std::nullopt).kind == CallerVerdict::Kind::serve) {
-    serve(request);
+    statusRequests_.add(request);
     return;
   }
-  const Sender sender = senderOf(request.message());
-  if (sender.isGone) {
+  const BusPeer sender = callers_.find(request.caller());
+  if (!sender.isThere) {
     return;  // no one to answer, and what it wanted is for those who stay
   }
   const CallerVerdict verdict = policy_.judge(request.kind(), sender.user);
@@ -183,7 +170,7 @@ void HelperListener::hearAuthority(const Waiting& asked, sd_bus_message* reply) 
   const HelperRequest request = asked.request;
   const std::uint32_t user = asked.user;
   waiting_.remove_if([&asked](const Waiting& each) { return &each == &asked; });
-  if (!isStillThere(request.caller())) {
+  if (!callers_.isThere(request.caller())) {
     return;
   }
   const CallerVerdict verdict = CallerPolicy::judge(readPolkitAnswer(reply));
@@ -195,6 +182,7 @@ void HelperListener::hearAuthority(const Waiting& asked, sd_bus_message* reply) 
 }
 
 void HelperListener::serve(const HelperRequest& request) {
+  statusRequests_.answer();
   try {
     request.serve(service_);
   } catch (const std::exception& error) {
@@ -207,11 +195,6 @@ void HelperListener::refuse(const HelperRequest& request, std::optional<std::uin
                             const char* error, const std::string& reason) {
   logLine(rejectionLogMessage(request.caller(), user, reason));
   request.refuse(error, refusalText(reason));
-}
-
-bool HelperListener::isStillThere(const std::string& caller) const {
-  // An error other than that it is gone is no proof that it is.
-  return sd_bus_get_name_creds(bus_, caller.c_str(), 0, nullptr) != -ENXIO;
 }
 
 }  // namespace nodo

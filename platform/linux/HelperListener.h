@@ -1,10 +1,12 @@
 #pragma once
 
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <platform/linux/CallerDirectory.h>
 #include <platform/linux/CallerPolicy.h>
 #include <platform/linux/DaemonBus.h>
 #include <platform/linux/EventLoop.h>
 #include <platform/linux/HelperRequest.h>
+#include <platform/linux/StatusRequests.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -16,12 +18,13 @@ namespace nodo {
 
 /// Offers the daemon's requests on a bus, to those who may make them.
 ///
-/// A request waits only for polkit's word about its own caller, never for that about another's.
-/// One whose caller has left meanwhile is dropped. Not thread-safe: all in the loop's thread.
+/// A change waits only for polkit's word about its own caller, never for that about another's. One
+/// whose caller has left meanwhile is dropped. A look at the status is answered as StatusRequests
+/// says, and before any later change. Not thread-safe: all in the loop's thread.
 class HelperListener {
  public:
   /// More requests than these do not wait for polkit at a time. The bus itself usually lets a peer
-  /// wait for 128 answers; the daemon must always have some left to ask who calls.
+  /// wait for 128 answers.
   static constexpr std::size_t mostWaiting = 100;
   /// Nor more than these of one user, so that none keeps the others out.
   static constexpr std::size_t mostWaitingOfOneUser = mostWaiting / 4;
@@ -58,7 +61,6 @@ class HelperListener {
   void serve(const HelperRequest& request);
   void refuse(const HelperRequest& request, std::optional<std::uint32_t> user, const char* error,
               const std::string& reason);
-  bool isStillThere(const std::string& caller) const;
   CallerPolicy policyOf(const DaemonBus& bus) const;
   void takeName(const std::string& busName);
 
@@ -66,6 +68,8 @@ class HelperListener {
   sd_bus* bus_;
   NODOHelperXPCProtocol& service_;
   CallerPolicy policy_;
+  CallerDirectory callers_;
+  StatusRequests statusRequests_;
   std::list<Waiting> waiting_;
   SystemdHandle<sd_bus_slot> object_;
 };

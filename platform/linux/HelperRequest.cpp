@@ -79,6 +79,10 @@ RequestKind HelperRequest::kind() const {
              : RequestKind::change;
 }
 
+bool HelperRequest::wantsAnswer() const {
+  return sd_bus_message_get_expect_reply(call_.get()) > 0;
+}
+
 std::string HelperRequest::caller() const {
   const char* sender = sd_bus_message_get_sender(call_.get());
   return sender == nullptr ? "" : sender;

@@ -20,11 +20,17 @@ class HelperRequest {
   /// The caller's unique name on the bus.
   std::string caller() const;
 
+  /// Whether the caller waits for what comes of it.
+  bool wantsAnswer() const;
+
   sd_bus_message* message() const { return call_.get(); }
 
   /// Hands it to `service`, whose reply becomes the answer. Arguments that make no sense are
   /// answered with an error.
   void serve(NODOHelperXPCProtocol& service) const;
+
+  /// Answers with `text`, or with an error when there is none or it cannot be sent.
+  void answer(const std::optional<std::string>& text) const;
 
   /// Answers with the D-Bus error `name`.
   void refuse(const char* name, const std::string& reason) const;
@@ -32,7 +38,6 @@ class HelperRequest {
  private:
   void serveEnableManual(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
   void serveEnableManualV2(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
-  void answer(const std::optional<std::string>& text) const;
 
   std::shared_ptr<sd_bus_message> call_;
 };
