@@ -1,9 +1,11 @@
+#include <NODOCore/base/ProgrammingFault.h>
 #include <NODOCore/power/ChildProcess.h>
 #include <NODOCore/power/SpawnIsolation.h>
 
 #include <cerrno>
 #include <csignal>
 #include <system_error>
+#include <utility>
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -119,8 +121,10 @@ std::string ChildProcess::readStandardError() {
 }
 
 std::int32_t ChildProcess::wait() {
-  const pid_t pid = pid_;
-  pid_ = -1;
+  if (pid_ < 0) {
+    programmingFault("a child process that is waited for twice");
+  }
+  const pid_t pid = std::exchange(pid_, -1);
   return waitFor(pid, executable_);
 }
 

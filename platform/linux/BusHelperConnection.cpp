@@ -1,3 +1,4 @@
+#include <NODOCore/base/SignalsBlocked.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusHelperConnection.h>
 #include <platform/linux/BusHelperLink.h>
@@ -6,7 +7,6 @@
 #include <platform/linux/Noncharacters.h>
 #include <platform/linux/SdBusLibrary.h>
 
-#include <csignal>
 #include <cstdint>
 #include <utility>
 
@@ -80,24 +80,6 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
   HelperConnection::ErrorHandler failed_;
 };
 
-// Signals are for the threads of the program; this one is not to be disturbed.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-  ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
-
 }  // namespace
 
 BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::string serviceName)
@@ -121,6 +103,7 @@ void BusHelperConnection::resume() {
   if (thread_.joinable()) {
     return;
   }
+  // Signals are for the threads of the program; this one is not to be disturbed.
   const SignalsBlocked inherited;
   thread_ = std::thread([bus = bus_, serviceName = serviceName_, mailbox = mailbox_,
                          interrupted = interrupted_, invalidated = invalidated_] {

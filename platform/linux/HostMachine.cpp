@@ -6,6 +6,8 @@
 #include <platform/linux/ProcProcessListing.h>
 #include <platform/linux/SleepLockInhibitor.h>
 
+#include <unistd.h>
+
 namespace nodo {
 namespace {
 
@@ -23,8 +25,9 @@ std::optional<bool> readLid(Logind& logind) {
 SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
   try {
     const auto inhibitors = logind.inhibitors();
-    return {.report = logindDiagnostics(inhibitors, logind.blockInhibited(), now),
-            .lockHolder = sleepLockHolder(inhibitors),
+    const std::uint32_t ownUser = ::geteuid();
+    return {.report = logindDiagnostics(inhibitors, logind.blockInhibited(), ownUser, now),
+            .lockHolder = sleepLockHolder(inhibitors, ownUser),
             .hint = std::nullopt};
   } catch (const BusError& error) {
     SleepDiagnosticsReading reading;

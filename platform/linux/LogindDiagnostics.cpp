@@ -36,10 +36,11 @@ SleepBlocker blockerFrom(const Inhibitor& inhibitor) {
 }  // namespace
 
 SleepDiagnosticsReport logindDiagnostics(const std::vector<Inhibitor>& inhibitors,
-                                         const std::string& blockInhibited, Date generatedAt) {
+                                         const std::string& blockInhibited, std::uint32_t ownUser,
+                                         Date generatedAt) {
   SleepDiagnosticsReport report;
   report.generatedAt = generatedAt;
-  report.sleepDisabled = sleepLockHolder(inhibitors).has_value();
+  report.sleepDisabled = sleepLockHolder(inhibitors, ownUser).has_value();
   for (const std::string_view kind : kinds) {
     report.assertionStatuses.emplace(kind, holdsUp(blockInhibited, kind));
   }

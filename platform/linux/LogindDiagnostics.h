@@ -4,6 +4,7 @@
 #include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
 #include <platform/linux/Logind.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,9 @@ namespace nodo {
 /// scope is systemSleep when "sleep" or "idle" is among it and the mode is "block"; a "delay" holds
 /// nothing up for longer than a few seconds, so it is listed as other. The flags are logind's kinds
 /// of inhibition and whether somebody blocks them. The sleep lock is on while sleepLockHolder()
-/// finds somebody.
+/// finds somebody for `ownUser`.
 SleepDiagnosticsReport logindDiagnostics(const std::vector<Inhibitor>& inhibitors,
-                                         const std::string& blockInhibited, Date generatedAt);
+                                         const std::string& blockInhibited, std::uint32_t ownUser,
+                                         Date generatedAt);
 
 }  // namespace nodo

@@ -10,10 +10,12 @@ bool looksLikeSleepLock(const Inhibitor& inhibitor) {
          holdsUp(inhibitor.what, "handle-lid-switch");
 }
 
-std::optional<std::int64_t> sleepLockHolder(const std::vector<Inhibitor>& inhibitors) {
+std::optional<std::int64_t> sleepLockHolder(const std::vector<Inhibitor>& inhibitors,
+                                            std::uint32_t ownUser) {
+  constexpr std::uint32_t root = 0;
   const auto lock =
-      std::find_if(inhibitors.begin(), inhibitors.end(), [](const Inhibitor& inhibitor) {
-        return inhibitor.uid == 0 && looksLikeSleepLock(inhibitor);
+      std::find_if(inhibitors.begin(), inhibitors.end(), [ownUser](const Inhibitor& inhibitor) {
+        return (inhibitor.uid == root || inhibitor.uid == ownUser) && looksLikeSleepLock(inhibitor);
       });
   return lock != inhibitors.end() ? std::optional<std::int64_t>(lock->pid) : std::nullopt;
 }

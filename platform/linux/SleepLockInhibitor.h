@@ -22,7 +22,9 @@ inline constexpr char mode[] = "block";
 /// take one that does, so this alone decides nothing: see whose it is.
 bool looksLikeSleepLock(const Inhibitor& inhibitor);
 
-/// The process of root's that holds nodo's lock, if one does.
-std::optional<std::int64_t> sleepLockHolder(const std::vector<Inhibitor>& inhibitors);
+/// The process that holds nodo's lock, if one does: of root's, or of `ownUser`'s, whose daemon may
+/// be on a session bus.
+std::optional<std::int64_t> sleepLockHolder(const std::vector<Inhibitor>& inhibitors,
+                                            std::uint32_t ownUser);
 
 }  // namespace nodo

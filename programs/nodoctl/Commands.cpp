@@ -1,9 +1,10 @@
+#include <NODOCore/base/ProgrammingFault.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <programs/nodoctl/Commands.h>
 #include <programs/nodoctl/Completion.h>
-#include <programs/nodoctl/HooksCommand.h>
 #include <programs/nodoctl/ReportAnswer.h>
 #include <programs/nodoctl/commands/DoctorCommand.h>
+#include <programs/nodoctl/commands/HooksCommand.h>
 #include <programs/nodoctl/commands/MenuCommands.h>
 #include <programs/nodoctl/commands/RunCommand.h>
 #include <programs/nodoctl/commands/StateCommands.h>
@@ -42,9 +43,14 @@ Answer perform(const Invocation& invocation, const ToolContext& context) {
       return performWatch(invocation, context);
     case Command::run:
       return performRun(invocation, context);
-    default:
+    case Command::status:
+    case Command::manual:
+    case Command::stop:
+    case Command::repair:
+    case Command::reconcile:
       return performOnState(invocation, context);
   }
+  programmingFault("a command that nobody performs");
 }
 
 }  // namespace nodo::nodoctl

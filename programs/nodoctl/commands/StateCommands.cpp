@@ -1,3 +1,4 @@
+#include <NODOCore/base/ProgrammingFault.h>
 #include <NODOCore/diagnostics/DoctorReportFormatter.h>
 #include <programs/nodoctl/ReportAnswer.h>
 #include <programs/nodoctl/commands/StateCommands.h>
@@ -49,8 +50,10 @@ Answer performOnState(const Invocation& invocation, const ToolContext& context) 
     case Command::reconcile:
       return answer(invocation,
                     invocation.simulate ? state.simulatedReconcile() : state.reconcile());
-    default:
+    case Command::status:
       return answer(invocation, state.status().report);
+    default:
+      programmingFault("a command that is not about the state");
   }
 }
 

@@ -6,6 +6,8 @@
 namespace nodo {
 namespace {
 
+constexpr std::uint32_t someUser = 1001;
+
 const Inhibitor nodosLock{.what = "sleep:idle:handle-lid-switch",
                           .who = "nodo",
                           .why = "manual_timer",
@@ -15,7 +17,7 @@ const Inhibitor nodosLock{.what = "sleep:idle:handle-lid-switch",
 
 SleepDiagnosticsReport diagnose(const std::vector<Inhibitor>& inhibitors,
                                 const std::string& blocked = "") {
-  return logindDiagnostics(inhibitors, blocked, dateFromSeconds(1769847300));
+  return logindDiagnostics(inhibitors, blocked, someUser, dateFromSeconds(1769847300));
 }
 
 TEST(LogindDiagnosticsTest, WithoutInhibitorsEverythingIsOff) {
@@ -77,7 +79,15 @@ TEST(LogindDiagnosticsTest, TheScopeFollowsWhatIsHeldUpAndHow) {
 
 TEST(LogindDiagnosticsTest, NodosOwnLockIsTheSleepLock) {
   EXPECT_EQ(diagnose({nodosLock}).sleepDisabled, true);
-  EXPECT_EQ(sleepLockHolder({nodosLock}), 77);
+  EXPECT_EQ(sleepLockHolder({nodosLock}, someUser), 77);
+}
+
+TEST(LogindDiagnosticsTest, TheLockOfTheUsersOwnDaemonIsTheSleepLockToThatUser) {
+  Inhibitor own = nodosLock;
+  own.uid = someUser;
+  EXPECT_EQ(diagnose({own}).sleepDisabled, true);
+  EXPECT_EQ(sleepLockHolder({own}, someUser), 77);
+  EXPECT_EQ(sleepLockHolder({own}, someUser + 1), std::nullopt);
 }
 
 TEST(LogindDiagnosticsTest, NothingElsePassesForNodosLock) {
@@ -90,7 +100,7 @@ TEST(LogindDiagnosticsTest, NothingElsePassesForNodosLock) {
   Inhibitor lidLeftOut = nodosLock;
   lidLeftOut.what = "sleep:idle";
   EXPECT_EQ(diagnose({another, ofAUser, delaying, lidLeftOut}).sleepDisabled, false);
-  EXPECT_EQ(sleepLockHolder({another, ofAUser, delaying, lidLeftOut}), std::nullopt);
+  EXPECT_EQ(sleepLockHolder({another, ofAUser, delaying, lidLeftOut}, someUser), std::nullopt);
 }
 
 }  // namespace

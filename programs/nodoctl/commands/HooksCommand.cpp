@@ -1,9 +1,9 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookTargetFacts.h>
-#include <programs/nodoctl/HooksCommand.h>
 #include <programs/nodoctl/HooksText.h>
 #include <programs/nodoctl/ToolPath.h>
+#include <programs/nodoctl/commands/HooksCommand.h>
 
 #include <algorithm>
 #include <exception>
