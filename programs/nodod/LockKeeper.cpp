@@ -54,8 +54,10 @@ DaemonRunReport LockKeeper::pass(Date now) {
 StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
                                       const std::optional<ActivationRequester>& requester,
                                       Date now) {
-  guarded(now, [&] { return controller_.enableManual(minutes, now, extendOnly, requester); });
-  stopIsPending_ = false;
+  guarded(now, [&] {
+    endTimerIfPending(now);
+    return controller_.enableManual(minutes, now, extendOnly, requester);
+  });
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -65,7 +67,7 @@ StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
 }
 
 StatusReport LockKeeper::stop(Date now) {
-  stopIsPending_ = true;
+  timerEndIsPending_ = true;
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -81,7 +83,7 @@ StatusReport LockKeeper::repair(Date now) {
     return guarded(now, [&] {
       DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
       releaseIsUnrecorded_ = false;
-      stopIsPending_ = false;
+      timerEndIsPending_ = false;
       confirm(run);
       return run.status;
     });
@@ -110,11 +112,7 @@ std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
 DaemonRunReport LockKeeper::reconcile(Date now) {
   const std::optional<bool> live = lock_.askMachine();
   bool isChanged = forgetLostOwnership(live, now);
-  if (stopIsPending_) {
-    controller_.stop(now);
-    stopIsPending_ = false;
-    isChanged = true;
-  }
+  isChanged = endTimerIfPending(now) || isChanged;
   DaemonRunReport run = controller_.reconcile(lock_, live, now);
   if (isUnknownToState(run)) {
     rememberOwnership(now);
@@ -124,6 +122,16 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
   run.stateChanged = run.stateChanged || isChanged;
   confirm(run);
   return run;
+}
+
+// Makes up for a stop, and tells whether there was one.
+bool LockKeeper::endTimerIfPending(Date now) {
+  if (!timerEndIsPending_) {
+    return false;
+  }
+  controller_.stop(now);
+  timerEndIsPending_ = false;
+  return true;
 }
 
 // The state was replaced behind our back. Nothing in it says that the lock is nodo's, so that the
@@ -192,7 +200,7 @@ void LockKeeper::fail(Date now) noexcept {
       }
     }
     if (!mayStand(now) && answersForLock(state) &&
-        release(now, stopIsPending_ ? reason::userStop : unconfirmed)) {
+        release(now, timerEndIsPending_ ? reason::userStop : unconfirmed)) {
       sleepIfLidIsClosedOnBattery(now);
     }
   } catch (const std::exception& error) {
@@ -218,7 +226,7 @@ bool LockKeeper::answersForLock(const std::optional<NODOState>& state) const {
 bool LockKeeper::mayStand(Date now) const {
   const bool wasConfirmedLately = now >= confirmedAt_ && now < confirmedAt_ + patience;
   const bool isTimerOver = timerEnd_ && *timerEnd_ <= now;
-  return wasConfirmedLately && !isTimerOver && !stopIsPending_;
+  return wasConfirmedLately && !isTimerOver && !timerEndIsPending_;
 }
 
 bool LockKeeper::release(Date now, const char* detail) noexcept {

@@ -46,7 +46,8 @@ class LockKeeper {
   DaemonRunReport pass(Date now);
 
   /// Sets the timer, then a pass. When only the pass fails that is an error, too: the timer is set
-  /// and the next pass tries again, but who asked must not believe that the machine stays awake.
+  /// and the next pass tries again, but who asked must not believe that the machine stays awake. A
+  /// timer whose end could not be written yet is ended first, so that no extension keeps it.
   StatusReport enableManual(std::int64_t minutes, bool extendOnly,
                             const std::optional<ActivationRequester>& requester, Date now);
 
@@ -76,6 +77,7 @@ class LockKeeper {
 
   // A pass that may fail anywhere.
   DaemonRunReport reconcile(Date now);
+  bool endTimerIfPending(Date now);
   bool forgetLostOwnership(std::optional<bool> live, Date now);
   bool isUnknownToState(const DaemonRunReport& run) const;
   void rememberOwnership(Date now);
@@ -104,7 +106,7 @@ class LockKeeper {
   bool isEarlyRecheckDone_ = false;
   bool ownershipIsOfEarlierProcess_ = true;
   bool releaseIsUnrecorded_ = false;  // the lock was released, and the state does not know
-  bool stopIsPending_ = false;        // asked for, and not yet written
+  bool timerEndIsPending_ = false;    // asked for by a stop, and not yet written
 };
 
 }  // namespace nodo::nodod

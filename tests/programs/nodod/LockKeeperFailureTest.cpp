@@ -254,6 +254,45 @@ TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedStopCounts) {
   EXPECT_TRUE(power.isSleepDisabled);
 }
 
+TEST_F(LockKeeperFailureTest, AnExtensionAfterAFailedStopDoesNotBringTheOldTimerBack) {
+  askManual(700);
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askStop().error);
+  }
+  wait(30);
+  const auto response = askManualV2(20, true, "Codex");
+  ASSERT_TRUE(response.status);
+  EXPECT_EQ(response.status->manualRemainingSeconds, 1200);
+  EXPECT_EQ(stored().manualUntil, now + Seconds(1200));
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(1202);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(LockKeeperFailureTest, ARefusedDurationDoesNotMakeAFailedStopForgotten) {
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askStop().error);
+  }
+  EXPECT_TRUE(askManualV2(721, true, "Codex").error);
+  wait(61);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().manualUntil);
+}
+
+TEST_F(LockKeeperFailureTest, AnExtensionThatCannotBeWrittenDoesNotMakeAFailedStopForgotten) {
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askStop().error);
+    EXPECT_TRUE(askManualV2(20, true, "Codex").error);
+    EXPECT_FALSE(power.isSleepDisabled);
+  }
+  wait(61);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().manualUntil);
+}
+
 TEST_F(LockKeeperFailureTest, AStopWithoutASightOfTheMachineReleasesTheLock) {
   machine->snapshotFails = true;
   EXPECT_TRUE(askStop().error);
