@@ -67,7 +67,7 @@ StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
 }
 
 StatusReport LockKeeper::stop(Date now) {
-  timerEndIsPending_ = true;
+  pendingTimerEnd_ = reason::userStop;
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -79,20 +79,14 @@ StatusReport LockKeeper::stop(Date now) {
 }
 
 StatusReport LockKeeper::repair(Date now) {
-  try {
-    return guarded(now, [&] {
-      DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
-      releaseIsUnrecorded_ = false;
-      timerEndIsPending_ = false;
-      confirm(run);
-      return run.status;
-    });
-  } catch (const std::exception&) {
-    if (answersForLock(readableState())) {
-      release(now, reason::repair);
-    }
-    throw;
-  }
+  pendingTimerEnd_ = reason::repair;
+  return guarded(now, [&] {
+    DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
+    releaseIsUnrecorded_ = false;
+    pendingTimerEnd_ = nullptr;
+    confirm(run);
+    return run.status;
+  });
 }
 
 void LockKeeper::shutDown(Date now) noexcept {
@@ -124,13 +118,13 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
   return run;
 }
 
-// Makes up for a stop, and tells whether there was one.
+// Makes up for a stop or a repair, and tells whether there was one.
 bool LockKeeper::endTimerIfPending(Date now) {
-  if (!timerEndIsPending_) {
+  if (pendingTimerEnd_ == nullptr) {
     return false;
   }
   controller_.stop(now);
-  timerEndIsPending_ = false;
+  pendingTimerEnd_ = nullptr;
   return true;
 }
 
@@ -200,7 +194,7 @@ void LockKeeper::fail(Date now) noexcept {
       }
     }
     if (!mayStand(now) && answersForLock(state) &&
-        release(now, timerEndIsPending_ ? reason::userStop : unconfirmed)) {
+        release(now, pendingTimerEnd_ != nullptr ? pendingTimerEnd_ : unconfirmed)) {
       sleepIfLidIsClosedOnBattery(now);
     }
   } catch (const std::exception& error) {
@@ -226,7 +220,7 @@ bool LockKeeper::answersForLock(const std::optional<NODOState>& state) const {
 bool LockKeeper::mayStand(Date now) const {
   const bool wasConfirmedLately = now >= confirmedAt_ && now < confirmedAt_ + patience;
   const bool isTimerOver = timerEnd_ && *timerEnd_ <= now;
-  return wasConfirmedLately && !isTimerOver && !timerEndIsPending_;
+  return wasConfirmedLately && !isTimerOver && pendingTimerEnd_ == nullptr;
 }
 
 bool LockKeeper::release(Date now, const char* detail) noexcept {

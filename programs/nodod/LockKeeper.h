@@ -56,7 +56,7 @@ class LockKeeper {
   StatusReport stop(Date now);
 
   /// Releases the lock, resets the state and reconciles. When that fails the lock is released all
-  /// the same.
+  /// the same, and the timer is ended by the first pass that can.
   StatusReport repair(Date now);
 
   /// Releases the lock because this process ends, and keeps the timer for the next one. Throws
@@ -105,8 +105,8 @@ class LockKeeper {
   bool isFailing_ = false;
   bool isEarlyRecheckDone_ = false;
   bool ownershipIsOfEarlierProcess_ = true;
-  bool releaseIsUnrecorded_ = false;  // the lock was released, and the state does not know
-  bool timerEndIsPending_ = false;    // asked for by a stop, and not yet written
+  bool releaseIsUnrecorded_ = false;       // the lock was released, and the state does not know
+  const char* pendingTimerEnd_ = nullptr;  // why it was asked for; null: nothing left to write
 };
 
 }  // namespace nodo::nodod

@@ -5,6 +5,7 @@
 namespace nodo::nodod {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Behaviour = testing::FakePowerManager::Behaviour;
@@ -304,6 +305,43 @@ TEST_F(LockKeeperFailureTest, ARepairReleasesTheLockOfAnUnreadableState) {
   breakState();
   EXPECT_TRUE(askRepair().error);
   EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_THAT(lines, Contains("sleep lock switched off (release:repair)"));
+}
+
+TEST_F(LockKeeperFailureTest, ARepairThatCouldNotBeWrittenIsMadeUpFor) {
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askRepair().error);
+    EXPECT_FALSE(power.isSleepDisabled);
+    wait(61);
+    EXPECT_FALSE(power.isSleepDisabled);
+    EXPECT_TRUE(stored().manualUntil);
+  }
+  wait(61);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().manualUntil);
+}
+
+TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedRepairCounts) {
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askRepair().error);
+  }
+  const auto response = askManualV2(10, true, "Codex");
+  ASSERT_TRUE(response.status);
+  EXPECT_EQ(response.status->manualRemainingSeconds, 600);
+  wait(61);
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(LockKeeperFailureTest, ARepairThatSucceedsAfterAFailedOneLeavesNothingToBeMadeUpFor) {
+  {
+    const testing::DiskFull full;
+    EXPECT_TRUE(askRepair().error);
+  }
+  EXPECT_TRUE(askRepair().status);
+  EXPECT_TRUE(askReconcile().run);
+  EXPECT_EQ(stored().lastStopReason, "repair");
 }
 
 TEST_F(LockKeeperFailureTest, ATimerOfAStateThatCannotBeServedAtTheStartIsTriedEveryMinute) {

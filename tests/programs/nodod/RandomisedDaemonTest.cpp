@@ -30,9 +30,8 @@ class RandomisedDaemonTest : public DaemonFixture, public ::testing::WithParamIn
         stop();
         break;
       case 1:
-        if (askRepair().status) {
-          end = now;
-        }
+        askRepair();
+        end = now;
         break;
       case 2:
         askReconcile();
@@ -53,7 +52,9 @@ class RandomisedDaemonTest : public DaemonFixture, public ::testing::WithParamIn
   void extend(std::int64_t minutes) {
     const Date asked = now + Seconds(static_cast<double>(60 * minutes));
     const auto response = askManualV2(minutes, upTo(1) == 0, "Pi");
-    end = response.status ? response.status->state.manualUntil.value_or(now) : std::max(end, asked);
+    const Date latest = std::max(end, asked);
+    end = response.status ? response.status->state.manualUntil.value_or(now) : latest;
+    EXPECT_LE(end, latest) << "a timer that was ended is back";
   }
 
   void trouble() {
@@ -122,6 +123,7 @@ class RandomisedDaemonTest : public DaemonFixture, public ::testing::WithParamIn
     if (!lockDiesWithProcess) {
       wait(61);  // a lock of this kind is known by the state alone
     }
+    end = std::max(end, stored().manualUntil.value_or(end));  // an unwritten stop dies as well
     start();
   }
 
