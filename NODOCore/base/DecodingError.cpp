@@ -11,8 +11,12 @@ DecodingError::DecodingError(std::string path, const std::string& expected,
                ", found " + found) {}
 
 DecodingError DecodingError::inFile(const std::string& file) const {
+  return saying(file + ": " + message_);
+}
+
+DecodingError DecodingError::saying(std::string message) const {
   DecodingError error = *this;
-  error.message_ = file + ": " + message_;
+  error.message_ = std::move(message);
   return error;
 }
 

@@ -16,6 +16,9 @@ class DecodingError : public std::exception {
   /// This error in a document that was read from `file`, which then begins the message.
   DecodingError inFile(const std::string& file) const;
 
+  /// This error with a message of its reader's own.
+  DecodingError saying(std::string message) const;
+
   const char* what() const noexcept override { return message_.c_str(); }
 
   bool operator==(const DecodingError& other) const { return message_ == other.message_; }

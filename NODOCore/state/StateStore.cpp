@@ -1,3 +1,4 @@
+#include <NODOCore/base/DecodingError.h>
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/NODOError.h>
@@ -26,7 +27,16 @@ std::filesystem::path StateStore::stateURL() const {
 
 NODOState StateStore::load() const {
   const auto content = readFile(stateURL());
-  return content ? decodeJSON<NODOState>(*content) : NODOState::fresh(currentDate());
+  if (!content) {
+    return NODOState::fresh(currentDate());
+  }
+  try {
+    return decodeJSON<NODOState>(*content);
+  } catch (const DecodingError& error) {
+    throw error.saying("the state file " + stateURL().string() +
+                       " cannot be read: " + error.what() +
+                       ". It was left as it is; move it away to begin with a fresh state");
+  }
 }
 
 void StateStore::save(const NODOState& state) const {

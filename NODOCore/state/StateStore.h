@@ -27,7 +27,8 @@ struct StateStore {
 
   /// The stored state, or a fresh one (dated with the current time) when there is no file; nothing
   /// is written. Throws DecodingError for a file that holds something else, std::system_error for
-  /// one that cannot be read; a bad file is neither repaired nor replaced.
+  /// one that cannot be read, both with the path in their texts; a bad file is neither repaired nor
+  /// replaced, and the first says so to people.
   NODOState load() const;
 
   /// Writes `state`, dates in whole seconds, making the folder with its parents if need be. Throws

@@ -18,6 +18,12 @@ TEST(DecodingErrorTest, ItCanNameTheFile) {
   EXPECT_EQ(error.path(), "a.b");
 }
 
+TEST(DecodingErrorTest, AReaderCanSayItInItsOwnWords) {
+  const DecodingError error = DecodingError("a.b", "a date", "number 5").saying("no good");
+  EXPECT_STREQ(error.what(), "no good");
+  EXPECT_EQ(error.path(), "a.b");
+}
+
 TEST(DecodingErrorTest, ErrorsAreEqualByWhatTheySay) {
   EXPECT_EQ(DecodingError("a", "b", "c"), DecodingError("a", "b", "c"));
   EXPECT_FALSE(DecodingError("a", "b", "c") == DecodingError("x", "b", "c"));

@@ -155,6 +155,20 @@ TEST_F(StateStoreTest, AFileThatHoldsNoStateFailsToLoadAndStaysAsItIs) {
   }
 }
 
+TEST_F(StateStoreTest, AFileThatHoldsNoStateIsNamedWithWhatCanBeDone) {
+  folder.write("state/state.json", "{\"ownsSleepDisable\":1}");
+  try {
+    store.load();
+    FAIL() << "it was loaded";
+  } catch (const DecodingError& error) {
+    EXPECT_EQ(error.what(), "the state file " + store.stateURL().string() +
+                                " cannot be read: ownsSleepDisable: expected true or false, found "
+                                "number 1. It was left as it is; move it away to begin with a "
+                                "fresh state");
+    EXPECT_EQ(error.path(), "ownsSleepDisable");
+  }
+}
+
 TEST_F(StateStoreTest, AFileThatMayNotBeReadFailsToLoad) {
   folder.write("state/state.json", "{}");
   fs::permissions(folder.path(), fs::perms(0755));

@@ -1,4 +1,3 @@
-#include <NODOCore/base/DecodingError.h>
 #include <programs/nodoctl/health/LocalStatus.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 #include <programs/shared/DefaultPolicy.h>
@@ -73,11 +72,7 @@ StatusReport localStatusAtAnyRate(const ToolContext& context, Problems& problems
     NODOController controller = localController(context);
     controller.processListing = machine.processListing;
     controller.snapshotProvider = machine.snapshotProvider;
-    try {
-      return controller.status(now);
-    } catch (const DecodingError& error) {
-      problems.push_back(unreadableState(controller.store, error));
-    }
+    return controller.status(now);
   } catch (const std::exception& error) {
     problems.emplace_back(error.what());
   }

@@ -24,16 +24,6 @@ StateStore userStore(const Environment& environment) {
   }
 }
 
-template <class Work>
-auto workLocally(const ToolContext& context, const Work& work) {
-  const NODOController controller = localController(context);
-  try {
-    return work(controller);
-  } catch (const DecodingError& error) {
-    throw std::runtime_error(unreadableState(controller.store, error));
-  }
-}
-
 // Minutes whose seconds a whole number cannot hold are none that any policy allows.
 bool canBeAllowed(std::int64_t minutes) {
   return minutes > 0 && minutes <= std::numeric_limits<std::int64_t>::max() / 60;
@@ -61,11 +51,6 @@ NODOController localController(const ToolContext& context) {
 
 std::string localStateNotice(const std::string& reason) {
   return "helper unavailable (" + reason + "); using the local state";
-}
-
-std::string unreadableState(const StateStore& store, const std::exception& error) {
-  return "the state file " + store.stateURL().string() + " cannot be read: " + error.what() +
-         ". It was left as it is; move it away to begin with a fresh state";
 }
 
 Unavailability Unavailability::from(const std::exception& error) {
@@ -99,7 +84,7 @@ SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
   } catch (const std::exception& error) {
     unavailable_(Unavailability::from(error).reason);
   }
-  return {.report = workLocally(context_, work), .source = DoctorStatusSource::local};
+  return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
 }
 
 SourcedStatus StateAccess::status() {
@@ -114,7 +99,7 @@ SourcedStatus StateAccess::manual(const ManualRequest& request) {
                                    request.requester);
   };
   if (!canBeAllowed(request.minutes)) {
-    return {.report = workLocally(context_, work), .source = DoctorStatusSource::local};
+    return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
   }
   SourcedStatus outcome = askOrWork(
       [&](const NODOHelperXPCClient& daemon) {
@@ -151,10 +136,8 @@ DaemonRunReport StateAccess::reconcile() {
 }
 
 DaemonRunReport StateAccess::simulatedReconcile() {
-  return workLocally(context_, [this](const NODOController& controller) {
-    NoopPowerManager nobody;
-    return controller.reconcile(nobody, std::nullopt, context_.now());
-  });
+  NoopPowerManager nobody;
+  return localController(context_).reconcile(nobody, std::nullopt, context_.now());
 }
 
 }  // namespace nodo::nodoctl

@@ -91,7 +91,4 @@ std::string localStateNotice(const std::string& reason);
 /// has no place.
 NODOController localController(const ToolContext& context);
 
-/// `error` in words that say which file is meant and what can be done about it.
-std::string unreadableState(const StateStore& store, const std::exception& error);
-
 }  // namespace nodo::nodoctl

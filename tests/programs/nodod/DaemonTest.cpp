@@ -6,7 +6,9 @@
 namespace nodo::nodod {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
@@ -117,6 +119,22 @@ TEST_F(DaemonRequestTest, AnUnreadableStateFailsEveryRequestAndIsLeftAsItIs) {
   terminate();
   EXPECT_EQ(folder.read("state/state.json"), "{");
   EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonRequestTest, AnUnreadableStateIsNamedInTheAnswerAndInTheLog) {
+  breakState();
+  const std::string begin = "the state file " + store().stateURL().string() + " cannot be read: ";
+  const std::string end = "; move it away to begin with a fresh state";
+  const auto names = [&](const std::string& before) {
+    return AllOf(StartsWith(before + begin + "expected JSON, found an error at line 1, column "),
+                 EndsWith(end));
+  };
+  EXPECT_THAT(askStatus().error.value_or(""), names(""));
+  EXPECT_THAT(askManualV2(20, true, "Pi").error.value_or(""), names(""));
+  machineChanged();
+  EXPECT_THAT(
+      lines, ElementsAre(names("request failed: status: "), names("request failed: manual of Pi: "),
+                         names("pass failed (power): ")));
 }
 
 TEST_F(DaemonRequestTest, RequestsSucceedAgainOnceTheStateCanBeRead) {
