@@ -38,9 +38,11 @@ void Daemon::run() {
 // ---- requests
 
 void Daemon::status(HelperReply reply) {
-  reply(text(answer("status", [this](Date now) {
-    return NODOHelperCommandResponse::success(keeper_.status(now));
-  })));
+  reply(text(
+      answer([this](Date now) { return NODOHelperCommandResponse::success(keeper_.status(now)); },
+             [this](const std::string& reason) {
+               logOnce(lastLookFailure_, "request failed: status", reason);
+             })));
 }
 
 void Daemon::enableManual(std::int64_t minutes, HelperReply reply) {
@@ -90,16 +92,19 @@ void Daemon::repair(HelperReply reply) {
 }
 
 void Daemon::change(const std::string& request, const Work& work, const HelperReply& reply) {
-  const NODOHelperCommandResponse response = answer(request, work);
+  const NODOHelperCommandResponse response = answer(
+      work, [&](const std::string& reason) { log_("request failed: " + request + ": " + reason); });
   schedule();
   reply(text(response));
 }
 
-NODOHelperCommandResponse Daemon::answer(const std::string& request, const Work& work) {
+NODOHelperCommandResponse Daemon::answer(const Work& work, const Tell& logFailure) {
   try {
-    return work(now_());
+    NODOHelperCommandResponse response = work(now_());
+    lastLookFailure_.clear();
+    return response;
   } catch (const std::exception& error) {
-    log_("request failed: " + request + ": " + error.what());
+    logFailure(error.what());
     return NODOHelperCommandResponse::failure(error);
   }
 }
@@ -109,14 +114,19 @@ NODOHelperCommandResponse Daemon::answer(const std::string& request, const Work&
 void Daemon::passByItself(const std::string& occasion) {
   try {
     keeper_.pass(now_());
-    lastFailure_.clear();
+    lastPassFailure_.clear();
+    lastLookFailure_.clear();
   } catch (const std::exception& error) {
-    if (lastFailure_ != error.what()) {
-      lastFailure_ = error.what();
-      log_("pass failed (" + occasion + "): " + lastFailure_);
-    }
+    logOnce(lastPassFailure_, "pass failed (" + occasion + ")", error.what());
   }
   schedule();
+}
+
+void Daemon::logOnce(std::string& last, const std::string& what, const std::string& reason) {
+  if (last != reason) {
+    last = reason;
+    log_(what + ": " + reason);
+  }
 }
 
 void Daemon::schedule() {

@@ -19,8 +19,9 @@ namespace nodo::nodod {
 /// A pass is due at the start, after every request that changes the state, when the machine's news
 /// say so, when something can end by itself, and every minute while the lock is held or wanted.
 /// Otherwise no timer is set and nothing wakes the process. All on the loop's thread. A failed
-/// request is answered with its reason and logged; a pass that fails outside of a request is logged
-/// once for as long as the reason stays the same.
+/// request is answered with its reason and logged. What is repeated without anybody's will, a pass
+/// outside of a request and a request that only looks, is logged once for as long as it fails for
+/// the same reason.
 class Daemon : public NODOHelperXPCProtocol {
  public:
   Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Date()> now, Log log,
@@ -43,10 +44,12 @@ class Daemon : public NODOHelperXPCProtocol {
 
  private:
   using Work = std::function<NODOHelperCommandResponse(Date now)>;
+  using Tell = std::function<void(const std::string& reason)>;
 
   void passByItself(const std::string& occasion);
   void change(const std::string& request, const Work& work, const HelperReply& reply);
-  NODOHelperCommandResponse answer(const std::string& request, const Work& work);
+  NODOHelperCommandResponse answer(const Work& work, const Tell& logFailure);
+  void logOnce(std::string& last, const std::string& what, const std::string& reason);
   void schedule();
 
   LockKeeper& keeper_;
@@ -54,7 +57,9 @@ class Daemon : public NODOHelperXPCProtocol {
   std::function<Date()> now_;
   Log log_;
   Seconds releaseGrace_;
-  std::string lastFailure_;
+  // Each empty after a success. Apart, for a look may succeed all the time that passes fail.
+  std::string lastPassFailure_;
+  std::string lastLookFailure_;
 };
 
 }  // namespace nodo::nodod

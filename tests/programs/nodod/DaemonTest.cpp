@@ -137,6 +137,67 @@ TEST_F(DaemonRequestTest, AnUnreadableStateIsNamedInTheAnswerAndInTheLog) {
                          names("pass failed (power): ")));
 }
 
+TEST_F(DaemonRequestTest, AFailingLookIsLoggedOnce) {
+  breakState();
+  for (int look = 0; look < 5; ++look) {
+    EXPECT_TRUE(askStatus().error);
+  }
+  EXPECT_THAT(lines, ElementsAre(StartsWith("request failed: status: the state file ")));
+}
+
+TEST_F(DaemonRequestTest, AFailingLookIsLoggedAgainForAnotherReason) {
+  machine->snapshotFails = true;
+  askStatus();
+  askStatus();
+  machine->snapshotFails = false;
+  machine->listingFails = true;
+  askStatus();
+  askStatus();
+  EXPECT_THAT(lines, ElementsAre("request failed: status: Unable to run fake: "
+                                 "No such file or directory",
+                                 "request failed: status: Unable to list processes: broken"));
+}
+
+TEST_F(DaemonRequestTest, AFailingLookIsLoggedAgainAfterASuccess) {
+  const std::function<void()> successes[] = {[this] { EXPECT_TRUE(askStatus().status); },
+                                             [this] { EXPECT_TRUE(askManual(20).status); },
+                                             [this] { machineChanged(); }};
+  for (const auto& succeed : successes) {
+    succeed();
+    lines.clear();
+    machine->listingFails = true;
+    askStatus();
+    askStatus();
+    machine->listingFails = false;
+    EXPECT_THAT(lines, ElementsAre("request failed: status: Unable to list processes: broken"));
+  }
+}
+
+TEST_F(DaemonRequestTest, AFailingChangeIsLoggedEachTime) {
+  breakState();
+  askStop();
+  lines.clear();
+  askManual(20);
+  askStatus();
+  askManual(20);
+  askStatus();
+  EXPECT_THAT(lines, ElementsAre(StartsWith("request failed: manual: "),
+                                 StartsWith("request failed: status: "),
+                                 StartsWith("request failed: manual: ")));
+}
+
+TEST_F(DaemonRequestTest, ASuccessfulLookDoesNotRepeatTheFailureOfPasses) {
+  askManual(20);
+  lines.clear();
+  const testing::DiskFull full;
+  machine->lidClosed = true;  // a change that every pass wants to save
+  for (int minute = 0; minute < 5; ++minute) {
+    EXPECT_TRUE(askStatus().status);
+    machineChanged();
+  }
+  EXPECT_THAT(lines, ElementsAre(StartsWith("pass failed (power): Unable to write ")));
+}
+
 TEST_F(DaemonRequestTest, RequestsSucceedAgainOnceTheStateCanBeRead) {
   breakState();
   EXPECT_TRUE(askManual(20).error);
