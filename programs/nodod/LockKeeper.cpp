@@ -33,6 +33,7 @@ LockKeeper::LockKeeper(NODOController controller, SleepLock lock, Log log, Date 
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(std::move(log)),
+      attemptedAt_(now),
       confirmedAt_(now) {}
 
 template <class Work>
@@ -48,6 +49,7 @@ auto LockKeeper::guarded(Date now, const Work& work) {
 }
 
 DaemonRunReport LockKeeper::pass(Date now) {
+  attemptedAt_ = now;
   return guarded(now, [&] { return reconcile(now); });
 }
 
@@ -98,7 +100,7 @@ void LockKeeper::shutDown(Date now) noexcept {
 
 std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
   const std::optional<Date> due = isFailing_ ? nextAttempt(now) : nextRelease(now, releaseGrace);
-  return due ? std::optional(std::min(*due, now + pollInterval)) : std::nullopt;
+  return due ? std::optional(std::min(*due, nextPoll(now))) : std::nullopt;
 }
 
 // ---- a pass
@@ -276,11 +278,11 @@ void LockKeeper::record(const PowerOperationResult& operation, const std::string
 std::optional<Date> LockKeeper::nextAttempt(Date now) const {
   const bool isWanted = timerEnd_ && *timerEnd_ > now;
   if (lock_.isHeld() == false) {
-    return isWanted ? std::optional(now + pollInterval) : std::nullopt;
+    return isWanted ? std::optional(nextPoll(now)) : std::nullopt;
   }
   const Date end = confirmedAt_ + patience;
   const Date due = timerEnd_ ? std::min(*timerEnd_, end) : end;
-  return due > now ? due : now + pollInterval;
+  return due > now ? due : nextPoll(now);
 }
 
 std::optional<Date> LockKeeper::nextRelease(Date now, Seconds releaseGrace) const {
@@ -290,7 +292,12 @@ std::optional<Date> LockKeeper::nextRelease(Date now, Seconds releaseGrace) cons
   const auto deadline =
       ReconcileSchedule::sleepReleaseDeadline(*last_, releaseGrace.count()).deadline;
   // A release that goes on failing is tried again early once, and then as often as anything else.
-  return deadline && isEarlyRecheckDone_ ? now + pollInterval : deadline;
+  return deadline && isEarlyRecheckDone_ ? nextPoll(now) : deadline;
+}
+
+// From the last pass, since a request that is refused makes none and must not put off the next one.
+Date LockKeeper::nextPoll(Date now) const {
+  return std::min(attemptedAt_, now) + pollInterval;
 }
 
 }  // namespace nodo::nodod

@@ -95,10 +95,12 @@ class LockKeeper {
 
   std::optional<Date> nextAttempt(Date now) const;
   std::optional<Date> nextRelease(Date now, Seconds releaseGrace) const;
+  Date nextPoll(Date now) const;
 
   NODOController controller_;
   WatchedLock lock_;
   OperationLog operationLog_;
+  Date attemptedAt_;                  // the last pass, or the start
   Date confirmedAt_;                  // the last pass that succeeded, or the start
   std::optional<Date> timerEnd_;      // as last read, long past without a timer; absent: unread
   std::optional<StatusReport> last_;  // of the last pass that succeeded

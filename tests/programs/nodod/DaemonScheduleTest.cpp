@@ -75,6 +75,19 @@ TEST_F(DaemonScheduleTest, ABatteryThatRunsDownIsNoticedWithoutNews) {
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
+TEST_F(DaemonScheduleTest, RequestsThatAreRefusedDoNotPutOffTheNextLook) {
+  start();
+  askManual(20);
+  machine->powerSource = PowerSource::battery;
+  machine->batteryPercent = 20;
+  for (int refused = 0; refused < 3; ++refused) {
+    EXPECT_TRUE(power.isSleepDisabled);
+    wait(20);
+    EXPECT_TRUE(askManual(721).error);
+  }
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
 TEST_F(DaemonScheduleTest, ALostRouteReleasesTheLockAfterTheGrace) {
   start();
   askManual(60);
