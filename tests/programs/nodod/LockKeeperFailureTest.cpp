@@ -8,6 +8,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using Behaviour = testing::FakePowerManager::Behaviour;
 
 /// A daemon that holds the lock for twenty minutes when things begin to fail.
@@ -101,6 +102,17 @@ TEST_F(LockKeeperFailureTest, ADifferentFailureIsToldOfAndTheSameOneIsNot) {
                                  "pass failed (power): Unable to list processes: broken"));
 }
 
+TEST_F(LockKeeperFailureTest, AFailureThatComesBackIsToldOfAgain) {
+  const std::string failure = "pass failed (power): Unable to run fake: No such file or directory";
+  for (int time = 0; time < 2; ++time) {
+    machine->snapshotFails = true;
+    machineChanged();
+    machine->snapshotFails = false;
+    machineChanged();
+  }
+  EXPECT_THAT(lines, ElementsAre(failure, failure));
+}
+
 TEST_F(LockKeeperFailureTest, AClockThatStepsBackGivesAFailingLockNoMoreTime) {
   now -= Seconds(36000);
   machine->snapshotFails = true;
@@ -130,6 +142,19 @@ TEST_F(LockKeeperFailureTest, AFullDiskDoesNotKeepTheMachineFromSleep) {
   wait(1199);
   const testing::DiskFull full;
   wait(3);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(power.sleepRequests, 1);
+}
+
+TEST_F(LockKeeperFailureTest, AMachineThatWasSentToSleepIsNotSentThereTwice) {
+  closeLidOnBattery();
+  std::optional<testing::DiskFull> full;
+  power.beforeOperation = [&](PowerOperationAction action) {
+    if (action == PowerOperationAction::sleepNow) {
+      full.emplace();
+    }
+  };
+  wait(1202);
   EXPECT_FALSE(power.isSleepDisabled);
   EXPECT_EQ(power.sleepRequests, 1);
 }
@@ -226,10 +251,25 @@ TEST_F(LockKeeperFailureTest, AReleaseThatFailsIsTriedAgain) {
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
+TEST_F(LockKeeperFailureTest, ALockThatFailsAgainAfterItWorkedIsToldOfAgain) {
+  const auto failToStop = [this] {
+    power.behaviour = Behaviour::fails;
+    askStop();
+    wait(120);
+    power.behaviour = Behaviour::works;
+    wait(60);
+  };
+  failToStop();
+  askManual(20);
+  failToStop();
+  EXPECT_THAT(lines, Contains(StartsWith("switching the sleep lock off failed")).Times(2));
+}
+
 TEST_F(LockKeeperFailureTest, AStopReleasesTheLockWhateverFails) {
   breakState();
   EXPECT_TRUE(askStop().error);
   EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_THAT(lines, Contains("sleep lock switched off (release:user_stop)"));
 }
 
 TEST_F(LockKeeperFailureTest, AStopThatCouldNotBeWrittenIsMadeUpFor) {

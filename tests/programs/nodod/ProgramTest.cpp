@@ -1,6 +1,7 @@
 #include <NODOCore/base/JSONValue.h>
 #include <programs/nodod/Program.h>
 #include <programs/nodod/StateFolderLock.h>
+#include <testing/DiskFull.h>
 
 #include <memory>
 #include <sstream>
@@ -12,6 +13,7 @@
 namespace nodo::nodod {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -109,6 +111,14 @@ TEST_F(ProgramTest, TheOptionsLimitsAreKept) {
   };
   run({"--max-minutes", "5"});
   EXPECT_THAT(reply, HasSubstr("minutes must be <= 5"));
+}
+
+TEST_F(ProgramTest, TheReleaseWaitsAsLongAsTheOptionSays) {
+  putTimer(20, false);
+  std::optional<Seconds> nextPass;
+  loop.onRun = [&] { nextPass = loop.timer; };
+  run({"--release-grace", "30"});
+  EXPECT_EQ(nextPass, Seconds(50));
 }
 
 TEST_F(ProgramTest, AStateFolderOfItsOwnIsUsed) {
@@ -210,6 +220,21 @@ TEST_F(ProgramTest, OnceThatFailsExitsWith1AndPrintsNothing) {
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.output, "");
   EXPECT_THAT(outcome.error, HasSubstr("nodod: "));
+}
+
+TEST_F(ProgramTest, OnceThatFailsLeavesNoLockThatNobodyKnowsOf) {
+  lockDiesWithProcess = false;
+  putTimer(600, false);
+  std::optional<testing::DiskFull> full;
+  power.beforeOperation = [&](PowerOperationAction action) {
+    if (action == PowerOperationAction::disableSleep) {
+      full.emplace();
+    }
+  };
+  EXPECT_EQ(run({"--once"}).exitStatus, 1);
+  EXPECT_THAT(power.operations,
+              ElementsAre(PowerOperationAction::disableSleep, PowerOperationAction::enableSleep));
+  EXPECT_FALSE(power.isSleepDisabled);
 }
 
 // ---- the folder's lock
