@@ -159,6 +159,9 @@ NSXPCConnection* nodo::testing::acceptedEnd(const std::string& name) {
   NSXPCConnection* end = [[[ofListener alloc] init] autorelease];
   end->state_->isOfListener = true;
   const BOOL accepted = [found->delegate listener:found->listener shouldAcceptNewConnection:end];
+  if (accepted) {
+    xpc().noteListener("accepted");
+  }
   return accepted && end->state_->isResumed ? end : nil;
 }
 

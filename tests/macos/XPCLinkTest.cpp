@@ -199,8 +199,8 @@ TEST_F(XPCLinkTest, TheClientTakesItsStepsInOrderOnAPrivilegedConnection) {
 
 TEST_F(XPCLinkTest, AnAcceptedConnectionGetsTheServiceAndIsResumed) {
   EXPECT_EQ(outcomeOfStatus(), "ok");
-  EXPECT_EQ(xpc.listenerSteps(),
-            (Texts{"exported interface NODOHelperXPCProtocol", "exported object", "resume"}));
+  EXPECT_EQ(xpc.listenerSteps(), (Texts{"exported interface NODOHelperXPCProtocol",
+                                        "exported object", "resume", "accepted"}));
 }
 
 TEST_F(XPCLinkTest, ARefusedConnectionGetsNothingAndOneLineInTheLog) {
