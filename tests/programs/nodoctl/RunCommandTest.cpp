@@ -5,6 +5,7 @@
 #include <array>
 #include <csignal>
 #include <deque>
+#include <map>
 
 #include <gmock/gmock.h>
 
@@ -18,6 +19,32 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
+
+// As a shell starts a program that a person waits for. Whoever runs the tests in the background may
+// have signals ignored, which the tool leaves ignored.
+class SignalsOfTheForeground {
+ public:
+  SignalsOfTheForeground() {
+    struct sigaction plain {};
+
+    plain.sa_handler = SIG_DFL;
+    for (auto& [signal, before] : before_) {
+      ::sigaction(signal, &plain, &before);
+    }
+  }
+
+  SignalsOfTheForeground(const SignalsOfTheForeground&) = delete;
+  SignalsOfTheForeground& operator=(const SignalsOfTheForeground&) = delete;
+
+  ~SignalsOfTheForeground() {
+    for (const auto& [signal, before] : before_) {
+      ::sigaction(signal, &before, nullptr);
+    }
+  }
+
+ private:
+  std::map<int, struct sigaction> before_{{SIGHUP, {}}, {SIGINT, {}}, {SIGQUIT, {}}};
+};
 
 class RunCommandTest : public ToolFixture {
  protected:
@@ -76,6 +103,7 @@ class RunCommandTest : public ToolFixture {
 
   std::deque<std::function<void()>> steps;
   std::vector<double> waits;
+  const SignalsOfTheForeground signalsOfTheForeground;
 
  private:
   bool released_ = false;
