@@ -2,6 +2,7 @@
 
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -28,8 +29,9 @@ class HelperConnectionError : public std::runtime_error {
 /// proxy is taken and one request sent, and it is invalidated in the end.
 ///
 /// Exists so that the client's rules are portable and can be tested without a daemon. Handlers and
-/// replies run on the system's own threads, possibly at the same time, also after `invalidate`. All
-/// members are called from one thread; none of them blocks for longer than local work takes.
+/// replies run on the system's own threads, possibly at the same time, also after `invalidate`, or
+/// inside `serve`. All members are called from one thread; none but `serve` blocks for longer than
+/// local work takes.
 class HelperConnection {
  public:
   using Handler = std::function<void()>;
@@ -50,6 +52,10 @@ class HelperConnection {
   /// delivered or answered, never with a null error: as a rule a HelperConnectionError. Null when
   /// the other end does not offer them.
   virtual std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) = 0;
+
+  /// Does the connection's work on the caller's thread, if the system has no threads of its own for
+  /// it: until what was sent is answered or has failed, or until `deadline`.
+  virtual void serve([[maybe_unused]] std::chrono::steady_clock::time_point deadline) {}
 
   /// Ends the connection, whether or not it was resumed. Must not throw; safe to repeat.
   virtual void invalidate() = 0;

@@ -91,7 +91,9 @@ NODOHelperCommandResponse NODOHelperXPCClient::request(const Send& send) const {
     throw NODOHelperClientError::unavailable("unable to create XPC proxy");
   }
   send(*daemon, replyTo(completion));
-  return completion->wait(deadlineAfter(timeout));
+  const Clock::time_point deadline = deadlineAfter(timeout);
+  connection->serve(deadline);
+  return completion->wait(deadline);
 }
 
 StatusReport NODOHelperXPCClient::statusOf(const Send& send) const {

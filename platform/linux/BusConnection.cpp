@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -75,29 +76,42 @@ BusHandle startBus(const std::string& address, BusDescriptors descriptors,
   return bus;
 }
 
-BusHandle openBus(const std::string& address, BusDescriptors descriptors,
-                  std::chrono::milliseconds timeLimit, const std::string& action) {
+bool processBus(sd_bus* bus, std::chrono::steady_clock::time_point deadline,
+                const std::string& action) {
   const SdBusLibrary& library = SdBusLibrary::shared();
-  const auto deadline = std::chrono::steady_clock::now() + timeLimit;
+  const int processed = library.process(bus, nullptr);
+  checkBus(processed, action);
+  if (processed > 0) {
+    return true;
+  }
+  const std::uint64_t left = microseconds(deadline - std::chrono::steady_clock::now());
+  if (left == 0) {
+    return false;
+  }
+  const int waited = library.wait(bus, left);
+  checkBus(waited == -EINTR ? 0 : waited, action);  // a signal ends the wait, no more
+  return true;
+}
+
+BusHandle openBus(const std::string& address, BusDescriptors descriptors,
+                  std::chrono::steady_clock::time_point deadline, const std::string& action) {
   BusHandle bus = startBus(address, descriptors, action);
   // Signing in needs a few exchanges, which the library would otherwise do without a time limit.
   for (;;) {
-    const int ready = library.isReady(bus.get());
+    const int ready = SdBusLibrary::shared().isReady(bus.get());
     checkBus(ready, action);
     if (ready > 0) {
       return bus;
     }
-    const int processed = library.process(bus.get(), nullptr);
-    checkBus(processed, action);
-    if (processed > 0) {
-      continue;
+    if (!processBus(bus.get(), deadline, action)) {
+      throw BusTimeout("cannot " + action + ": it does not answer");
     }
-    const std::uint64_t left = microseconds(deadline - std::chrono::steady_clock::now());
-    if (left == 0) {
-      throw BusError("cannot " + action + ": it does not answer");
-    }
-    checkBus(library.wait(bus.get(), left), action);
   }
+}
+
+BusHandle openBus(const std::string& address, BusDescriptors descriptors,
+                  std::chrono::milliseconds timeLimit, const std::string& action) {
+  return openBus(address, descriptors, std::chrono::steady_clock::now() + timeLimit, action);
 }
 
 BusConnection::BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)

@@ -29,8 +29,16 @@ enum class BusDescriptors { refused, taken };
 BusHandle startBus(const std::string& address, BusDescriptors descriptors,
                    const std::string& action);
 
-/// Connects to the bus at `address` and signs in, within `timeLimit`. `action` says what is tried.
-/// Throws BusError.
+/// Does one step of what there is to do on `bus`, or waits for something until `deadline`, which
+/// has passed when it returns false. `action` says what is done. Throws BusError when the bus is
+/// lost.
+bool processBus(sd_bus* bus, std::chrono::steady_clock::time_point deadline,
+                const std::string& action);
+
+/// Connects to the bus at `address` and signs in, by `deadline` or within `timeLimit`. `action`
+/// says what is tried. Throws BusTimeout, and BusError for other failures.
+BusHandle openBus(const std::string& address, BusDescriptors descriptors,
+                  std::chrono::steady_clock::time_point deadline, const std::string& action);
 BusHandle openBus(const std::string& address, BusDescriptors descriptors,
                   std::chrono::milliseconds timeLimit, const std::string& action);
 

@@ -12,6 +12,12 @@ class BusError : public std::runtime_error {
   explicit BusError(const std::string& message) : std::runtime_error(message) {}
 };
 
+/// The bus did not answer in time while it was connected to.
+class BusTimeout : public BusError {
+ public:
+  explicit BusTimeout(const std::string& message) : BusError(message) {}
+};
+
 /// A service on the bus, or the bus by its policy, answered "no". The text is its own.
 class BusRefusal : public BusError {
  public:

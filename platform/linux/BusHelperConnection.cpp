@@ -1,8 +1,6 @@
-#include <NODOCore/base/SignalsBlocked.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusHelperConnection.h>
 #include <platform/linux/BusHelperLink.h>
-#include <platform/linux/BusHelperMailbox.h>
 #include <platform/linux/HelperBusNames.h>
 #include <platform/linux/Noncharacters.h>
 #include <platform/linux/SdBusLibrary.h>
@@ -26,8 +24,8 @@ void appendRequesterPart(sd_bus_message* call, const char* key,
 // A request that the bus carries: see NODOHelperXPCProtocol for what each means.
 class BusHelperProxy : public NODOHelperXPCProtocol {
  public:
-  BusHelperProxy(std::shared_ptr<BusHelperMailbox> mailbox, HelperConnection::ErrorHandler failed)
-      : mailbox_(std::move(mailbox)), failed_(std::move(failed)) {}
+  BusHelperProxy(std::shared_ptr<BusHelperLink> link, HelperConnection::ErrorHandler failed)
+      : link_(std::move(link)), failed_(std::move(failed)) {}
 
   void status(HelperReply reply) override { post(helper_bus::status, {}, std::move(reply)); }
 
@@ -67,28 +65,23 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
 
  private:
   void post(const std::string& member, Arguments arguments, HelperReply reply) {
-    if (!mailbox_->post({.member = member,
-                         .arguments = std::move(arguments),
-                         .reply = std::move(reply),
-                         .failed = failed_})) {
-      failed_(std::make_exception_ptr(
-          HelperConnectionError("the connection to the daemon has ended", false)));
-    }
+    link_->post({.member = member,
+                 .arguments = std::move(arguments),
+                 .reply = std::move(reply),
+                 .failed = failed_});
   }
 
-  std::shared_ptr<BusHelperMailbox> mailbox_;
+  std::shared_ptr<BusHelperLink> link_;
   HelperConnection::ErrorHandler failed_;
 };
 
 }  // namespace
 
 BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::string serviceName)
-    : bus_(std::move(bus)),
-      serviceName_(std::move(serviceName)),
-      mailbox_(std::make_shared<BusHelperMailbox>()) {}
+    : link_(std::make_shared<BusHelperLink>(std::move(bus), std::move(serviceName))) {}
 
 BusHelperConnection::~BusHelperConnection() {
-  BusHelperConnection::invalidate();
+  link_->end();
 }
 
 void BusHelperConnection::setInvalidationHandler(Handler handler) {
@@ -96,32 +89,21 @@ void BusHelperConnection::setInvalidationHandler(Handler handler) {
 }
 
 void BusHelperConnection::setInterruptionHandler(Handler handler) {
-  interrupted_ = std::move(handler);
-}
-
-void BusHelperConnection::resume() {
-  if (thread_.joinable()) {
-    return;
-  }
-  // Signals are for the threads of the program; this one is not to be disturbed.
-  const SignalsBlocked inherited;
-  thread_ = std::thread([bus = bus_, serviceName = serviceName_, mailbox = mailbox_,
-                         interrupted = interrupted_, invalidated = invalidated_] {
-    BusHelperLink(bus, serviceName, *mailbox, interrupted).run();
-    if (invalidated) {
-      invalidated();
-    }
-  });
+  link_->setInterruptionHandler(std::move(handler));
 }
 
 std::shared_ptr<NODOHelperXPCProtocol> BusHelperConnection::remoteProxy(ErrorHandler errorHandler) {
-  return std::make_shared<BusHelperProxy>(mailbox_, std::move(errorHandler));
+  return std::make_shared<BusHelperProxy>(link_, std::move(errorHandler));
+}
+
+void BusHelperConnection::serve(std::chrono::steady_clock::time_point deadline) {
+  link_->serve(deadline);
 }
 
 void BusHelperConnection::invalidate() {
-  mailbox_->close();
-  if (thread_.joinable()) {
-    thread_.join();
+  link_->end();
+  if (const Handler told = std::exchange(invalidated_, nullptr)) {
+    told();
   }
 }
 

@@ -2,22 +2,19 @@
 
 #include <NODOCore/helper/HelperConnection.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 namespace nodo {
 
-class BusHelperMailbox;
+class BusHelperLink;
 
 /// A connection to the daemon over D-Bus, on a bus connection of its own.
 ///
-/// The caller blocks until its reply, so the bus is served by a thread that lives from `resume` to
-/// `invalidate`: all handlers and replies run on it. It waits for the bus and for its owner at
-/// once, so that `invalidate` ends it whatever the bus or the daemon does. A request that cannot be
-/// delivered is told to its error handler as a HelperConnectionError; a bus that goes away during a
-/// request, to the interruption handler.
+/// Has no thread: requests are sent and answered inside `serve`, and all handlers but that of the
+/// invalidation run there. See BusHelperLink for what they are told.
 class BusHelperConnection : public HelperConnection {
  public:
   /// `bus` as in `helperConnecting`; `serviceName` is the name that the daemon owns there.
@@ -28,18 +25,16 @@ class BusHelperConnection : public HelperConnection {
 
   void setInvalidationHandler(Handler handler) override;
   void setInterruptionHandler(Handler handler) override;
-  /// Throws std::system_error when there can be no further thread or descriptor.
-  void resume() override;
+
+  void resume() override {}
+
   std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) override;
+  void serve(std::chrono::steady_clock::time_point deadline) override;
   void invalidate() override;
 
  private:
-  std::optional<std::string> bus_;
-  std::string serviceName_;
   Handler invalidated_;
-  Handler interrupted_;
-  std::shared_ptr<BusHelperMailbox> mailbox_;
-  std::thread thread_;
+  std::shared_ptr<BusHelperLink> link_;
 };
 
 /// Makes such connections. Safe from several threads at once.

@@ -6,36 +6,17 @@
 #include <platform/linux/SdBusLibrary.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <ctime>
 #include <string_view>
 #include <utility>
-
-#include <poll.h>
 
 namespace nodo {
 namespace {
 
-constexpr std::uint64_t noTimeLimit = UINT64_MAX;  // the client's own ends the request
+constexpr std::uint64_t noTimeLimit = UINT64_MAX;  // the deadline of `serve` ends the wait
 
 std::string commandToStartDaemon(const std::string& bus) {
   return bus == "system" ? "systemctl start nodod" : "nodod --bus " + bus;
-}
-
-// What is left until an instant of the monotonic clock in microseconds.
-std::optional<timespec> timeUntil(std::uint64_t instant) {
-  if (instant == noTimeLimit) {
-    return std::nullopt;
-  }
-  constexpr std::uint64_t second = 1'000'000;
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  const std::uint64_t passed = static_cast<std::uint64_t>(now.tv_sec) * second +
-                               static_cast<std::uint64_t>(now.tv_nsec) / 1000;
-  const std::uint64_t left = instant > passed ? instant - passed : 0;
-  return timespec{.tv_sec = static_cast<std::time_t>(left / second),
-                  .tv_nsec = static_cast<long>(left % second) * 1000};
 }
 
 // Each error is made for its receiver alone, who may look at it on another thread.
@@ -58,103 +39,77 @@ struct BusHelperLink::Pending {
   BusHelperRequest request;
 };
 
-BusHelperLink::BusHelperLink(std::optional<std::string> bus, std::string serviceName,
-                             BusHelperMailbox& mailbox, HelperConnection::Handler interrupted)
-    : choice_(std::move(bus)),
-      serviceName_(std::move(serviceName)),
-      mailbox_(mailbox),
-      interrupted_(std::move(interrupted)) {}
+BusHelperLink::BusHelperLink(std::optional<std::string> bus, std::string serviceName)
+    : choice_(std::move(bus)), serviceName_(std::move(serviceName)) {}
 
 BusHelperLink::~BusHelperLink() = default;
 
-void BusHelperLink::run() {
-  std::string reason = "the connection to the daemon has had its answer";
+void BusHelperLink::setInterruptionHandler(HelperConnection::Handler handler) {
+  interrupted_ = std::move(handler);
+}
+
+void BusHelperLink::post(BusHelperRequest request) {
+  if (hasEnded_) {
+    fail(request, "the connection to the daemon has ended", false);
+    return;
+  }
+  posted_.push_back(std::move(request));
+}
+
+void BusHelperLink::serve(Clock::time_point deadline) {
   try {
-    connectToChosenBus(choice_, [this](const std::string& bus) { connectTo(bus); });
-    serveOrInterrupt();
+    connect(deadline);
   } catch (const std::exception& error) {
-    reason = error.what();
-  }
-  refuse(reason);
-}
-
-void BusHelperLink::connectTo(const std::string& bus) {
-  busName_ = busName(bus);
-  startCommand_ = commandToStartDaemon(bus);
-  const std::string action = "connect to " + busName_;
-  bus_ = startBus(busAddress(bus), BusDescriptors::refused, action);
-  while (!mailbox_.isClosed()) {
-    const int ready = SdBusLibrary::shared().isReady(bus_.get());
-    checkBus(ready, action);
-    if (ready > 0) {
-      return;
+    for (const BusHelperRequest& request : std::exchange(posted_, {})) {
+      fail(request, error.what(), false);
     }
-    const int processed = SdBusLibrary::shared().process(bus_.get(), nullptr);
-    checkBus(processed, action);
-    if (processed == 0) {
-      wait();
-    }
+    return;
   }
-}
-
-void BusHelperLink::serveOrInterrupt() {
   try {
-    serve();
+    exchange(deadline);
   } catch (const std::exception&) {
+    bus_.reset();
     if (interrupted_) {
       interrupted_();
     }
-    throw;
   }
 }
 
-void BusHelperLink::serve() {
-  while (!mailbox_.isClosed()) {
-    for (const BusHelperRequest& request : mailbox_.take()) {
-      send(request);
-    }
-    const int processed = SdBusLibrary::shared().process(bus_.get(), nullptr);
-    checkBus(processed, "stay connected to " + busName_);
-    // The bus is let go of while the caller is still busy with its answer, not when it waits for
-    // this thread.
-    if (answers_ > 0 && answers_ == pending_.size()) {
+void BusHelperLink::end() {
+  hasEnded_ = true;
+  bus_.reset();
+  posted_.clear();
+  pending_.clear();
+}
+
+void BusHelperLink::connect(Clock::time_point deadline) {
+  if (!bus_) {
+    connectToChosenBus(choice_, [&](const std::string& bus) { connectTo(bus, deadline); });
+  }
+}
+
+void BusHelperLink::connectTo(const std::string& bus, Clock::time_point deadline) {
+  busName_ = busName(bus);
+  startCommand_ = commandToStartDaemon(bus);
+  try {
+    bus_ = openBus(busAddress(bus), BusDescriptors::refused, deadline, "connect to " + busName_);
+  } catch (const BusTimeout&) {
+    // One that hangs is no reason to try another.
+  }
+}
+
+void BusHelperLink::exchange(Clock::time_point deadline) {
+  if (!bus_) {
+    return;
+  }
+  for (const BusHelperRequest& request : std::exchange(posted_, {})) {
+    send(request);
+  }
+  const std::string action = "stay connected to " + busName_;
+  while (answers_ < pending_.size()) {
+    if (!processBus(bus_.get(), deadline, action)) {
       return;
     }
-    if (processed == 0) {
-      wait();
-    }
-  }
-}
-
-void BusHelperLink::refuse(const std::string& reason) {
-  bus_.reset();
-  while (!mailbox_.isClosed()) {
-    for (const BusHelperRequest& request : mailbox_.take()) {
-      fail(request, reason, false);
-    }
-    wait();
-  }
-}
-
-// Until the bus or the mailbox has something, or the bus library wants to look after its own time
-// limits.
-void BusHelperLink::wait() {
-  std::array<pollfd, 2> sources{{{.fd = mailbox_.descriptor(), .events = POLLIN, .revents = 0},
-                                 {.fd = -1, .events = 0, .revents = 0}}};
-  std::uint64_t instant = noTimeLimit;
-  if (bus_) {
-    const SdBusLibrary& library = SdBusLibrary::shared();
-    const int events = library.getEvents(bus_.get());
-    checkBus(events, "wait for " + busName_);
-    sources[1].fd = library.getFd(bus_.get());
-    checkBus(sources[1].fd, "wait for " + busName_);
-    sources[1].events = static_cast<short>(events);
-    checkBus(library.getTimeout(bus_.get(), &instant), "wait for " + busName_);
-  }
-  const std::optional<timespec> limit = timeUntil(instant);
-  if (::ppoll(sources.data(), sources.size(), limit ? &*limit : nullptr, nullptr) > 0 &&
-      sources[0].revents != 0) {
-    mailbox_.acknowledge();
   }
 }
 
@@ -182,8 +137,12 @@ void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
     request.arguments(call.get());
   }
   Pending& pending = pending_.emplace_back(Pending{.link = *this, .request = request});
-  checkBus(library.callAsync(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit),
-           action);
+  const int sent =
+      library.callAsync(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit);
+  if (sent < 0) {
+    pending_.pop_back();
+  }
+  checkBus(sent, action);
 }
 
 int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error* /*error*/) {

@@ -1,56 +1,76 @@
 #pragma once
 
+#include <NODOCore/helper/HelperConnection.h>
 #include <platform/linux/BusConnection.h>
-#include <platform/linux/BusHelperMailbox.h>
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <list>
-#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <systemd/sd-bus.h>
 
 namespace nodo {
 
-/// What the thread of a BusHelperConnection does: connects, sends what comes into the mailbox, and
-/// passes on what comes back, until the mailbox is closed. For one thread.
+/// One request on its way to the daemon.
+struct BusHelperRequest {
+  std::string member;                              ///< the method's name
+  std::function<void(sd_bus_message*)> arguments;  ///< appends them; throws BusError
+  HelperReply reply;
+  HelperConnection::ErrorHandler failed;
+};
+
+/// What a BusHelperConnection does: connects, sends the requests and passes on what comes back.
+///
+/// A request that cannot be delivered is told to its error handler as a HelperConnectionError; a
+/// bus that goes away during a request, to the interruption handler. Not thread-safe.
 class BusHelperLink {
  public:
-  BusHelperLink(std::optional<std::string> bus, std::string serviceName, BusHelperMailbox& mailbox,
-                HelperConnection::Handler interrupted);
+  using Clock = std::chrono::steady_clock;
+
+  /// `bus` as in `helperConnecting`; `serviceName` is the name that the daemon owns there.
+  BusHelperLink(std::optional<std::string> bus, std::string serviceName);
   BusHelperLink(const BusHelperLink&) = delete;
   BusHelperLink& operator=(const BusHelperLink&) = delete;
   ~BusHelperLink();
 
-  /// Serves until the mailbox is closed, even when the bus cannot be reached: then every request is
-  /// told why.
-  void run();
+  void setInterruptionHandler(HelperConnection::Handler handler);
+
+  /// Takes a request, to be sent by the next `serve`. After the end its error handler is told.
+  void post(BusHelperRequest request);
+
+  /// Connects if need be, sends what was posted and waits until all of it is answered or has
+  /// failed, or until `deadline`: then the rest stays without a word.
+  void serve(Clock::time_point deadline);
+
+  /// Lets go of the bus; nobody is told of anything any more.
+  void end();
 
  private:
   struct Pending;
 
-  void connectTo(const std::string& bus);
-  void serve();
-  void serveOrInterrupt();
+  void connect(Clock::time_point deadline);
+  void connectTo(const std::string& bus, Clock::time_point deadline);
+  void exchange(Clock::time_point deadline);
   void send(const BusHelperRequest& request);
   void sendOrThrow(const BusHelperRequest& request);
-  void refuse(const std::string& reason);
-  void wait();
-
   static int received(sd_bus_message* message, void* pending, sd_bus_error* error);
   void answer(const BusHelperRequest& request, sd_bus_message* message);
   std::string explained(const sd_bus_error& error) const;
 
   std::optional<std::string> choice_;
   std::string serviceName_;
-  BusHelperMailbox& mailbox_;
   HelperConnection::Handler interrupted_;
-  std::string busName_;         // of the one connected to, for people
-  std::string startCommand_;    // which starts the daemon there
-  std::list<Pending> pending_;  // all that were sent
-  std::size_t answers_ = 0;     // how many of them have been answered
-  BusHandle bus_;               // goes first: it knows addresses of `pending_`
+  std::string busName_;       // for people: "the system bus"
+  std::string startCommand_;  // that would make the daemon answer there
+  bool hasEnded_ = false;
+  std::vector<BusHelperRequest> posted_;
+  std::list<Pending> pending_;
+  std::size_t answers_ = 0;
+  BusHandle bus_;  // calls back with what is pending, so it goes first
 };
 
 }  // namespace nodo

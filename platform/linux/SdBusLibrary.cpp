@@ -30,9 +30,6 @@ SdBusLibrary load() {
   find(library, bus.closeUnref, "sd_bus_close_unref");
   find(library, bus.isOpen, "sd_bus_is_open");
   find(library, bus.isReady, "sd_bus_is_ready");
-  find(library, bus.getFd, "sd_bus_get_fd");
-  find(library, bus.getEvents, "sd_bus_get_events");
-  find(library, bus.getTimeout, "sd_bus_get_timeout");
   find(library, bus.process, "sd_bus_process");
   find(library, bus.wait, "sd_bus_wait");
   find(library, bus.call, "sd_bus_call");

@@ -18,9 +18,6 @@ struct SdBusLibrary {
   decltype(&::sd_bus_close_unref) closeUnref = nullptr;
   decltype(&::sd_bus_is_open) isOpen = nullptr;
   decltype(&::sd_bus_is_ready) isReady = nullptr;
-  decltype(&::sd_bus_get_fd) getFd = nullptr;
-  decltype(&::sd_bus_get_events) getEvents = nullptr;
-  decltype(&::sd_bus_get_timeout) getTimeout = nullptr;
   decltype(&::sd_bus_process) process = nullptr;
   decltype(&::sd_bus_wait) wait = nullptr;
   decltype(&::sd_bus_call) call = nullptr;

@@ -78,6 +78,10 @@ class NotingConnection : public HelperConnection {
     return daemon ? std::make_shared<NotingProxy>(std::move(daemon), progress_) : nullptr;
   }
 
+  void serve(std::chrono::steady_clock::time_point deadline) override {
+    connection_->serve(deadline);
+  }
+
   // Whoever was asked and has not answered by now was waited for in vain. Looked at first, as
   // ending the connection tells the handlers.
   void invalidate() override {

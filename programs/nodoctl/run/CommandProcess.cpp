@@ -1,5 +1,4 @@
 #include <NODOCore/base/FileDescriptor.h>
-#include <NODOCore/base/SignalsBlocked.h>
 #include <programs/nodoctl/ToolPath.h>
 #include <programs/nodoctl/run/CommandProcess.h>
 
@@ -19,6 +18,26 @@ namespace nodo::nodoctl {
 namespace {
 
 namespace fs = std::filesystem;
+
+// No signal may find the child with this process's handlers.
+class AllSignalsBlocked {
+ public:
+  AllSignalsBlocked() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, &before_);
+  }
+
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+  ~AllSignalsBlocked() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+  const sigset_t& before() const { return before_; }
+
+ private:
+  sigset_t before_{};
+};
 
 // What is caught here is to have its default effect there; what is ignored stays so.
 void resetCaughtSignals() noexcept {
@@ -101,7 +120,7 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words) {
     ::fcntl(end, F_SETFD, FD_CLOEXEC);
   }
   {
-    const SignalsBlocked blocked;
+    const AllSignalsBlocked blocked;
     pid_ = ::fork();
     if (pid_ == 0) {
       becomeCommand(arguments, blocked.before(), endWithParent_, input.get());
