@@ -19,7 +19,6 @@ std::string commandToStartDaemon(const std::string& bus) {
   return bus == "system" ? "systemctl start nodod" : "nodod --bus " + bus;
 }
 
-// Each error is made for its receiver alone, who may look at it on another thread.
 void fail(const BusHelperRequest& request, const std::string& reason, bool daemonIsThere) {
   request.failed(std::make_exception_ptr(HelperConnectionError(reason, daemonIsThere)));
 }

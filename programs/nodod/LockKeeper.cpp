@@ -58,8 +58,9 @@ StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
                                       Date now) {
   guarded(now, [&] {
     endTimerIfPending(now);
-    return controller_.enableManual(minutes, now, extendOnly, requester);
+    controller_.enableManual(minutes, now, extendOnly, requester);
   });
+  pendingTimerEnd_ = nullptr;
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -116,17 +117,18 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
     run = controller_.reconcile(lock_, live, now);
   }
   run.stateChanged = run.stateChanged || isChanged;
+  pendingTimerEnd_ = nullptr;
   confirm(run);
   return run;
 }
 
-// Makes up for a stop or a repair, and tells whether there was one.
+// Makes up for a stop or a repair, and tells whether there was one. It stays the reason for what
+// follows until the lock has followed.
 bool LockKeeper::endTimerIfPending(Date now) {
   if (pendingTimerEnd_ == nullptr) {
     return false;
   }
   controller_.stop(now);
-  pendingTimerEnd_ = nullptr;
   return true;
 }
 

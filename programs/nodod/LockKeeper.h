@@ -108,7 +108,7 @@ class LockKeeper {
   bool isEarlyRecheckDone_ = false;
   bool ownershipIsOfEarlierProcess_ = true;
   bool releaseIsUnrecorded_ = false;       // the lock was released, and the state does not know
-  const char* pendingTimerEnd_ = nullptr;  // why it was asked for; null: nothing left to write
+  const char* pendingTimerEnd_ = nullptr;  // why it was asked for; null: all has followed it
 };
 
 }  // namespace nodo::nodod

@@ -339,6 +339,7 @@ TEST_F(LockKeeperFailureTest, AStopWithoutASightOfTheMachineReleasesTheLock) {
   EXPECT_TRUE(askStop().error);
   EXPECT_FALSE(power.isSleepDisabled);
   EXPECT_FALSE(stored().manualUntil);
+  EXPECT_THAT(lines, Contains("sleep lock switched off (release:user_stop)"));
 }
 
 TEST_F(LockKeeperFailureTest, ARepairReleasesTheLockOfAnUnreadableState) {
