@@ -1,6 +1,9 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/SdBusLibrary.h>
 
+#include <optional>
+#include <string>
+
 #include <dlfcn.h>
 
 namespace nodo {
@@ -48,11 +51,28 @@ SdBusLibrary load() {
   return bus;
 }
 
+struct Loading {
+  SdBusLibrary library;
+  std::optional<std::string> failure;
+};
+
+// Tried once: what could not be loaded will not be there a moment later.
+Loading tryToLoad() {
+  try {
+    return {.library = load(), .failure = std::nullopt};
+  } catch (const BusError& error) {
+    return {.library = {}, .failure = error.what()};
+  }
+}
+
 }  // namespace
 
 const SdBusLibrary& SdBusLibrary::shared() {
-  static const SdBusLibrary library = load();
-  return library;
+  static const Loading loading = tryToLoad();
+  if (loading.failure) {
+    throw BusError(*loading.failure);
+  }
+  return loading.library;
 }
 
 }  // namespace nodo

@@ -34,8 +34,8 @@ struct SdBusLibrary {
   decltype(&::sd_bus_message_get_error) messageGetError = nullptr;
   decltype(&::sd_bus_message_unref) messageUnref = nullptr;
 
-  /// The library, loaded once for the process's life. Throws BusError when it is not installed.
-  /// Safe from any thread.
+  /// The library, loaded once for the process's life. Throws BusError when it cannot be, again at
+  /// each call. Safe from any thread.
   static const SdBusLibrary& shared();
 };
 
