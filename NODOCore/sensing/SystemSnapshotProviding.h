@@ -7,8 +7,8 @@ namespace nodo {
 
 /// Takes a snapshot of the machine.
 ///
-/// Exists so that decisions can be tested without a machine in that condition. A
-/// call blocks until everything is read. An implementation is used by one thread at a time.
+/// Exists so that decisions can be tested without a machine in that condition. A call blocks until
+/// everything is read. An implementation is used by one thread at a time.
 class SystemSnapshotProviding {
  public:
   virtual ~SystemSnapshotProviding() = default;

@@ -42,8 +42,8 @@ BusHandle openBus(const std::string& address, BusDescriptors descriptors,
 BusHandle openBus(const std::string& address, BusDescriptors descriptors,
                   std::chrono::milliseconds timeLimit, const std::string& action);
 
-/// A connection to a bus with a time limit on every step, so that no hung service or bus
-/// can hold up its caller. Not thread-safe.
+/// A connection to a bus with a time limit on every step, so that no hung service or bus can hold
+/// up its caller. Not thread-safe.
 class BusConnection {
  public:
   /// Connects to the bus at `address` and signs in within `connectLimit`; `callLimit` bounds each

@@ -68,6 +68,7 @@ void BusHelperLink::serve(Clock::time_point deadline) {
     exchange(deadline);
   } catch (const std::exception&) {
     bus_.reset();
+    pending_.clear();
     if (interrupted_) {
       interrupted_();
     }
@@ -105,7 +106,7 @@ void BusHelperLink::exchange(Clock::time_point deadline) {
     send(request);
   }
   const std::string action = "stay connected to " + busName_;
-  while (answers_ < pending_.size()) {
+  while (!pending_.empty()) {
     if (!processBus(bus_.get(), deadline, action)) {
       return;
     }
@@ -145,19 +146,20 @@ void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
 }
 
 int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error* /*error*/) {
-  const Pending& waiting = *static_cast<Pending*>(pending);
-  waiting.link.answer(waiting.request, message);
+  const Pending& asked = *static_cast<Pending*>(pending);
+  asked.link.answer(asked, message);
   return 1;
 }
 
-void BusHelperLink::answer(const BusHelperRequest& request, sd_bus_message* message) {
+void BusHelperLink::answer(const Pending& asked, sd_bus_message* message) {
   const SdBusLibrary& library = SdBusLibrary::shared();
   const bool isError = library.messageIsMethodError(message, nullptr) > 0;
   // A bus that went away leaves such an answer, too; that is for the interruption handler.
   if (isError && library.isOpen(bus_.get()) <= 0) {
     return;
   }
-  ++answers_;
+  const BusHelperRequest request = asked.request;
+  pending_.remove_if([&asked](const Pending& each) { return &each == &asked; });
   if (isError) {
     const sd_bus_error& error = *library.messageGetError(message);
     fail(request, explained(error), !saysThatNobodyIsThere(error));

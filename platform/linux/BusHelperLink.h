@@ -4,7 +4,6 @@
 #include <platform/linux/BusConnection.h>
 
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <list>
 #include <optional>
@@ -58,7 +57,7 @@ class BusHelperLink {
   void send(const BusHelperRequest& request);
   void sendOrThrow(const BusHelperRequest& request);
   static int received(sd_bus_message* message, void* pending, sd_bus_error* error);
-  void answer(const BusHelperRequest& request, sd_bus_message* message);
+  void answer(const Pending& asked, sd_bus_message* message);
   std::string explained(const sd_bus_error& error) const;
 
   std::optional<std::string> choice_;
@@ -68,9 +67,8 @@ class BusHelperLink {
   std::string startCommand_;  // that would make the daemon answer there
   bool hasEnded_ = false;
   std::vector<BusHelperRequest> posted_;
-  std::list<Pending> pending_;
-  std::size_t answers_ = 0;
-  BusHandle bus_;  // calls back with what is pending, so it goes first
+  std::list<Pending> pending_;  // sent and not answered
+  BusHandle bus_;               // calls back with what is pending, so it goes first
 };
 
 }  // namespace nodo

@@ -94,9 +94,7 @@ void HelperRequest::serve(NODOHelperXPCProtocol& service) const {
     request.answer(text);
   };
   try {
-    if (member == helper_bus::status) {
-      service.status(reply);
-    } else if (member == helper_bus::enableManual) {
+    if (member == helper_bus::enableManual) {
       serveEnableManual(service, reply);
     } else if (member == helper_bus::enableManualV2) {
       serveEnableManualV2(service, reply);
@@ -104,7 +102,7 @@ void HelperRequest::serve(NODOHelperXPCProtocol& service) const {
       service.stop(reply);
     } else if (member == helper_bus::reconcile) {
       service.reconcile(reply);
-    } else {
+    } else if (member == helper_bus::repair) {
       service.repair(reply);
     }
   } catch (const WrongArguments& error) {

@@ -25,8 +25,8 @@ class HelperRequest {
 
   sd_bus_message* message() const { return call_.get(); }
 
-  /// Hands it to `service`, whose reply becomes the answer. Arguments that make no sense are
-  /// answered with an error.
+  /// Hands a change to `service`, whose reply becomes the answer. Arguments that make no sense are
+  /// answered with an error. A look is for StatusRequests, who answer many at once.
   void serve(NODOHelperXPCProtocol& service) const;
 
   /// Answers with `text`, or with an error when there is none or it cannot be sent.

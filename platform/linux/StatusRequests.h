@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace nodo {
