@@ -49,7 +49,7 @@ void BM_ClassifyRows(benchmark::State& state) {
 BENCHMARK(BM_ClassifyRows)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_RunGrepOnRows(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   folder.write("rows", rowsAsText());
   folder.write("needles", needles);
   // Into a file: grep stops at the first match when nobody can see its output.

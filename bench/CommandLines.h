@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/sensing/RunningProcess.h>
+#include <NODOCore/sensing/ProcessListing.h>
 
 #include <cstdint>
 #include <random>

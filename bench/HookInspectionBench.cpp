@@ -25,7 +25,7 @@ std::string foreignSettings() {
 
 // What the setup menu and the doctor do each time they are shown.
 void BM_InspectFourInstalledTargets(benchmark::State& state) {
-  const testing::TemporaryFolder home;
+  const test::TemporaryFolder home;
   home.write(".claude/settings.json", foreignSettings());
   home.write(".codex/hooks.json", R"({"description": "mine"})");
   const AgentHookInstaller installer(home.path(), std::nullopt, "/usr/bin/nodoctl");
@@ -43,7 +43,7 @@ BENCHMARK(BM_InspectFourInstalledTargets)->UseRealTime()->Unit(benchmark::kMicro
 
 // Installing where all is up to date, as an application does at each start.
 void BM_InstallWhatIsInstalled(benchmark::State& state) {
-  const testing::TemporaryFolder home;
+  const test::TemporaryFolder home;
   home.write(".claude/settings.json", foreignSettings());
   const AgentHookInstaller installer(home.path(), std::nullopt, "/usr/bin/nodoctl");
   const std::vector<AgentHookTarget> targets = allCases<AgentHookTarget>();

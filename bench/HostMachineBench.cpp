@@ -18,7 +18,7 @@ namespace {
 
 constexpr Date now = dateFromSeconds(1769847300);
 
-NODOController controllerOn(const testing::TemporaryFolder& folder) {
+NODOController controllerOn(const test::TemporaryFolder& folder) {
   const HostMachine machine = hostMachine();
   SafetyPolicy policy = defaultPolicy;
   policy.minimumBatteryPercent = 0;  // whatever battery this machine has
@@ -31,10 +31,10 @@ NODOController controllerOn(const testing::TemporaryFolder& folder) {
 
 // As once a minute while the lock is held: the lock is asked for, nothing changes.
 void BM_ReconcileOnThisMachine(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const NODOController controller = controllerOn(folder);
   const SleepLock lock = makeSleepLock(PowerChoice::automatic);
-  testing::FakePowerManager power;
+  test::FakePowerManager power;
   controller.store.save(fullState(now));
   for (auto _ : state) {
     benchmark::DoNotOptimize(controller.reconcile(power, lock.isHeld(), now));
@@ -71,7 +71,7 @@ void BM_TakeSnapshotOnThisMachine(benchmark::State& state) {
 BENCHMARK(BM_TakeSnapshotOnThisMachine)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 void BM_LoadStateOnThisMachine(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const StateStore store{folder.path()};
   store.save(fullState(now));
   for (auto _ : state) {

@@ -14,7 +14,7 @@ constexpr std::size_t idleProcesses = 500;
 
 // Made once for both benchmarks, as they are interleaved.
 void needIdleProcesses() {
-  static const testing::TemporaryFolder folder;
+  static const test::TemporaryFolder folder;
   static const IdleProcesses processes(folder.path(), idleProcesses);
 }
 

@@ -1,6 +1,6 @@
 #include <NODOCore/control/NODOController.h>
-#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
-#include <NODOCore/sensing/StaticProcessListing.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <programs/shared/DefaultPolicy.h>
 #include <testing/FakePowerManager.h>
 #include <testing/ScriptedCommandRunner.h>
@@ -20,7 +20,7 @@ constexpr Date now = dateFromSeconds(1769847300);
 constexpr std::size_t processes = 500;
 
 std::shared_ptr<const CommandRunning> toolsOnMains() {
-  auto tools = std::make_shared<testing::ScriptedCommandRunner>();
+  auto tools = std::make_shared<test::ScriptedCommandRunner>();
   tools->answer("/usr/bin/pmset -g batt",
                 "Now drawing from 'AC Power'\n"
                 " -InternalBattery-0 (id=4522083)\t85%; charging; (no estimate) present: true\n");
@@ -31,7 +31,7 @@ std::shared_ptr<const CommandRunning> toolsOnMains() {
   return tools;
 }
 
-NODOController controllerOn(const testing::TemporaryFolder& folder) {
+NODOController controllerOn(const test::TemporaryFolder& folder) {
   return {.store = {folder.path()},
           .detector = {},
           .processListing = std::make_shared<StaticProcessListing>(CommandLines(3).take(processes)),
@@ -41,9 +41,9 @@ NODOController controllerOn(const testing::TemporaryFolder& folder) {
 
 // What the daemon does once a minute while it holds the lock: nothing changes, nothing is written.
 void BM_ReconcileWithoutChange(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const NODOController controller = controllerOn(folder);
-  testing::FakePowerManager power;
+  test::FakePowerManager power;
   controller.store.save(fullState(now));
   controller.reconcile(power, true, now);
   for (auto _ : state) {
@@ -57,9 +57,9 @@ BENCHMARK(BM_ReconcileWithoutChange)->UseRealTime()->Unit(benchmark::kMillisecon
 
 // The lock is taken and, in the next pass, released: two passes that both write.
 void BM_ReconcileWithLockChanges(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const NODOController controller = controllerOn(folder);
-  testing::FakePowerManager power;
+  test::FakePowerManager power;
   NODOState held = fullState(now);
   held.ownsSleepDisable = false;
   for (auto _ : state) {

@@ -12,7 +12,7 @@ namespace {
 constexpr Date wholeMinute = dateFromSeconds(1769847300);
 
 void BM_LoadAndSaveState(benchmark::State& state) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const StateStore store{folder.path()};
   store.save(fullState(wholeMinute));
   if (store.load() != fullState(wholeMinute)) {

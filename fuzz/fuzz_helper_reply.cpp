@@ -1,9 +1,8 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/helper/NODOHelperClientError.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <testing/FakeHelper.h>
 
 #include <functional>
@@ -82,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     nodo::fuzzing::checkEnvelope(*envelope);
   }
 
-  const auto helper = std::make_shared<nodo::testing::FakeHelper>();
+  const auto helper = std::make_shared<nodo::test::FakeHelper>();
   const auto answer = [text](const auto& request) { request.reply(std::string(text)); };
   helper->answer("status", answer);
   helper->answer("reconcile", answer);

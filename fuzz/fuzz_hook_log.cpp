@@ -1,6 +1,5 @@
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
 #include <NODOCore/hooks/HookFallbackSearch.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-#include <NODOCore/base/DecodingError.h>
-#include <NODOCore/hooks/HookCommand.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/hooks/HookConfiguration.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
-#include <NODOCore/sensing/PSProcessListing.h>
+#include <NODOCore/sensing/ProcessListing.h>
 
 #include <string>
 

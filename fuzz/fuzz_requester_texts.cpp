@@ -1,6 +1,6 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/state/ActivationRequester.h>
+#include <NODOCore/state/NODOState.h>
 
 #include <string>
 

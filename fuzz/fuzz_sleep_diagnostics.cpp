@@ -1,6 +1,6 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 
 #include <algorithm>
 #include <string>

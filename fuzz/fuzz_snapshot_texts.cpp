@@ -1,5 +1,5 @@
 #include <NODOCore/base/Text.h>
-#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <platform/linux/DefaultRoute.h>
 
 #include <algorithm>

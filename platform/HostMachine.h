@@ -1,9 +1,9 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/sensing/ProcessListing.h>
-#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include <NODOCore/power/NoopPowerManager.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <platform/DaemonMachine.h>
 
 namespace nodo {

@@ -10,7 +10,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
@@ -54,4 +54,4 @@ CannotGiveFilesAway::~CannotGiveFilesAway() {
   }
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// While it lives, this thread may not change the owner of files even as root, as in a hardened
 /// service. Does nothing for any other user.
@@ -17,4 +17,4 @@ class CannotGiveFilesAway {
   std::uint32_t before_ = 0;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

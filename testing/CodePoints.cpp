@@ -1,6 +1,6 @@
 #include <testing/CodePoints.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 std::string utf8(std::uint32_t point) {
   const auto continuation = [point](unsigned shift) {
@@ -19,4 +19,4 @@ std::string utf8(std::uint32_t point) {
           continuation(0)};
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -1,6 +1,6 @@
 #include <testing/DiskFull.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 DiskFull::DiskFull() {
   struct sigaction ignore {};
@@ -18,4 +18,4 @@ DiskFull::~DiskFull() {
   ::sigaction(SIGXFSZ, &oldAction_, nullptr);
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -4,7 +4,7 @@
 
 #include <sys/resource.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// While it lives, this process cannot write to any file: as on a full disk, but with EFBIG.
 class DiskFull {
@@ -20,4 +20,4 @@ class DiskFull {
   struct sigaction oldAction_ {};
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

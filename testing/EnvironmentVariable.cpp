@@ -2,7 +2,7 @@
 
 #include <stdlib.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 EnvironmentVariable::EnvironmentVariable(const std::string& name, const std::string& value)
     : name_(name) {
@@ -20,4 +20,4 @@ EnvironmentVariable::~EnvironmentVariable() {
   }
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// Sets a variable of this process's environment, and with it of the tools that it runs, while it
 /// lives. Not safe while other threads use the environment.
@@ -19,4 +19,4 @@ class EnvironmentVariable {
   std::optional<std::string> before_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

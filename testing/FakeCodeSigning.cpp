@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 constexpr std::int32_t noSuchProcess = 100003;  // ESRCH, as the services wrap errno
@@ -58,4 +58,4 @@ std::int32_t FakeCodeSigning::checkValidity(const GuestCode& code,
   return validity.at(dynamic_cast<const Counted<GuestCode, AuditToken>&>(code).value);
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

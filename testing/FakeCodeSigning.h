@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/helper/CodeSigning.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <cstdint>
 #include <map>
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// A caller that gives the token it is told to give.
 class FakePeer : public XPCPeer {
@@ -58,4 +58,4 @@ class FakeCodeSigning : public CodeSigning {
   mutable std::string checkedRequirement_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <testing/FakeHelper.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 constexpr std::string_view sendStep = "send ";
@@ -246,4 +246,4 @@ std::size_t FakeHelper::openConnections() const {
   return static_cast<std::size_t>(made - std::count(done.begin(), done.end(), "invalidate"));
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

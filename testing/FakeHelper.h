@@ -1,7 +1,6 @@
 #pragma once
 
-#include <NODOCore/control/DaemonRunReport.h>
-#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/control/Reports.h>
 #include <NODOCore/helper/HelperConnection.h>
 
 #include <cstddef>
@@ -14,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 class FakeHelperLink;
 
@@ -91,4 +90,4 @@ class FakeHelper : public HelperConnecting {
   mutable std::vector<std::string> steps_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

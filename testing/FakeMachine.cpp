@@ -1,11 +1,11 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <testing/FakeMachine.h>
 
 #include <cerrno>
 #include <system_error>
 #include <utility>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 std::vector<RunningProcess> FakeMachine::listProcesses() const {
   if (listingFails) {
@@ -38,4 +38,4 @@ NODOController controllerFor(const std::shared_ptr<FakeMachine>& machine, StateS
           .decisionEngine = {policy}};
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -2,13 +2,13 @@
 
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/sensing/ProcessListing.h>
-#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <memory>
 #include <optional>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The senses of a machine that a test sets as it likes, with a switch to make them fail. Not
 /// thread-safe.
@@ -33,4 +33,4 @@ class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
 NODOController controllerFor(const std::shared_ptr<FakeMachine>& machine, StateStore store,
                              const SafetyPolicy& policy);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 PowerOperationResult FakePowerManager::setSleepDisabled(bool disabled) {
   return perform(disabled, powerOperationAction(disabled),
@@ -35,4 +35,4 @@ PowerOperationResult FakePowerManager::perform(bool disabled, PowerOperationActi
   return {disabled, false, command, 0, "", "", action};
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -6,7 +6,7 @@
 #include <functional>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// A machine's sleep lock in memory, with knobs for every way in which switching it can fail. Not
 /// thread-safe.
@@ -35,4 +35,4 @@ class FakePowerManager : public PowerManaging {
                                const std::function<void()>& effect);
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 JSONValue::Array testRows(const std::string& name) {
   const JSONValue document = testData(name);
@@ -37,4 +37,4 @@ Date dateOf(const JSONValue& row, std::string_view key) {
   return dateFromSeconds(numberOf(row, key));
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

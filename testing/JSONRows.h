@@ -8,7 +8,7 @@
 #include <string_view>
 
 /// Reading the rows of a test's data file.
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The rows of a file below tests/data. Throws when there are none, so that a test over them cannot
 /// pass by testing nothing.
@@ -39,4 +39,4 @@ std::optional<double> optionalNumberOf(const JSONValue& row, std::string_view ke
 /// The instant that a number of seconds since 1970 stands for.
 Date dateOf(const JSONValue& row, std::string_view key);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

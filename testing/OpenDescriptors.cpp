@@ -4,7 +4,7 @@
 
 #include <fcntl.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 bool isOpen(int descriptor) {
@@ -41,4 +41,4 @@ FewDescriptors::~FewDescriptors() {
   ::setrlimit(RLIMIT_NOFILE, &before_);
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

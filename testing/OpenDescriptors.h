@@ -4,7 +4,7 @@
 
 #include <sys/resource.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The open file descriptors of this process, in order.
 std::vector<int> openDescriptors();
@@ -21,4 +21,4 @@ class FewDescriptors {
   rlimit before_{};
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 void ScriptedCommandRunner::answer(const std::string& commandLine,
                                    const std::string& standardOutput, std::int32_t exitCode,
@@ -31,4 +31,4 @@ CommandOutput ScriptedCommandRunner::run(const std::string& executable,
   return output;
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// Answers command lines with what a test has laid down, and remembers which were run. A command
 /// line without an answer prints nothing and exits 0. Not thread-safe.
@@ -38,4 +38,4 @@ class ScriptedCommandRunner : public CommandRunning {
   mutable std::vector<std::string> commandLines_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -8,7 +8,7 @@
 
 #include <stdlib.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 namespace fs = std::filesystem;
 
@@ -60,4 +60,4 @@ std::vector<std::string> TemporaryFolder::names() const {
   return names;
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// A new, empty folder of its own that is removed with all its content at the end.
 class TemporaryFolder {
@@ -40,4 +40,4 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 std::string testDataText(const std::string& name) {
   const std::filesystem::path path = std::filesystem::path(NODO_TEST_DATA) / name;
@@ -19,4 +19,4 @@ JSONValue testData(const std::string& name) {
   return JSONValue::parse(testDataText(name));
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

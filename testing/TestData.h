@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The content of a file below tests/data. Throws when there is none.
 std::string testDataText(const std::string& name);
@@ -12,4 +12,4 @@ std::string testDataText(const std::string& name);
 /// The same, read as JSON.
 JSONValue testData(const std::string& name);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

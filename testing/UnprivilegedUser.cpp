@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 constexpr uid_t nobody = 65534;
@@ -27,4 +27,4 @@ UnprivilegedUser::~UnprivilegedUser() {
   }
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

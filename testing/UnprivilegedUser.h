@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// While it lives, this process acts as a user who may not do everything: where root runs the
 /// tests, permissions deny nothing otherwise. Does nothing for any other user.
@@ -17,4 +17,4 @@ class UnprivilegedUser {
   uid_t before_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -26,4 +26,8 @@ std::optional<std::string> nonEmptyValue(const Environment& environment, const s
   return entry->second;
 }
 
+std::string_view version() {
+  return NODO_VERSION;  // given by the build from the project's version
+}
+
 }  // namespace nodo

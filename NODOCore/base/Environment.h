@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace nodo {
 
@@ -16,5 +17,8 @@ Environment processEnvironment();
 /// What the variable `name` holds. Nothing when it is not set or empty, which mostly means the
 /// same.
 std::optional<std::string> nonEmptyValue(const Environment& environment, const std::string& name);
+
+/// The version of this library and of the programs built with it, e.g. "0.1.0".
+std::string_view version();
 
 }  // namespace nodo

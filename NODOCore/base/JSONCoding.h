@@ -4,26 +4,28 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/TextEnum.h>
 
+#include <concepts>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 /// Records to JSON and back.
 ///
-/// A record's source file describes its fields once, for both directions:
+/// A record's source file describes its fields once, which defines both directions:
 ///
-///     template <class Fields, class Record>
-///     void describe(Fields& fields, Record& bucket) {
+///     NODO_JSON_RECORD(TriggerActivityBucket, fields, bucket) {
 ///       fields.required("startedAt", bucket.startedAt);
 ///       fields.optional("note", bucket.note);
 ///     }
 ///
-/// and defines `JSONValue encode(const Record&)` and `void decode(const JSONReader&, Record&)` with
-/// an ObjectEncoder and an ObjectDecoder that are handed to `describe`.
+/// Its header declares `JSONValue encode(const Record&)` and `void decode(const JSONReader&,
+/// Record&)`. A record that reads more than its fields defines these two with an ObjectEncoder and
+/// an ObjectDecoder itself.
 ///
 /// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole
 /// number, 1.5 and true are not) and forgiving in unknown keys. Every failure is a DecodingError.
@@ -201,6 +203,24 @@ class ObjectDecoder {
 
   const JSONReader* from_;
 };
+
+// Defines `encode` and `decode` of `Record` by the description of its fields that follows.
+#define NODO_JSON_RECORD(Record, fields, record)           \
+  template <class Fields, class Self>                      \
+  requires std::same_as<std::remove_const_t<Self>, Record> \
+  static void describe(Fields& fields, Self& record);      \
+  JSONValue encode(const Record& value) {                  \
+    ObjectEncoder encoder;                                 \
+    describe(encoder, value);                              \
+    return encoder.finish();                               \
+  }                                                        \
+  void decode(const JSONReader& from, Record& value) {     \
+    ObjectDecoder decoder(from);                           \
+    describe(decoder, value);                              \
+  }                                                        \
+  template <class Fields, class Self>                      \
+  requires std::same_as<std::remove_const_t<Self>, Record> \
+  static void describe(Fields& fields, Self& record)
 
 /// `record` as JSON text without a line feed at the end.
 template <class Record>

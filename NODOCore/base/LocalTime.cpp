@@ -1,4 +1,4 @@
-#include <NODOCore/base/Calendar.h>
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/LocalTime.h>
 
 #include <algorithm>

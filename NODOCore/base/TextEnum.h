@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Errors.h>
 
 #include <array>
 #include <optional>

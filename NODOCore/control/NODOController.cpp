@@ -1,6 +1,6 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/control/NODOController.h>
-#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/PowerDecision.h>
 
 #include <string>
 #include <utility>

@@ -1,21 +1,44 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/DaemonRunReport.h>
-#include <NODOCore/control/PowerDecisionEngine.h>
-#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/control/Reports.h>
 #include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/sensing/ProcessListing.h>
-#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/StateStore.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
 
 namespace nodo {
+
+/// What holds whoever switches the sleep lock: a pass, or the daemon when passes fail.
+
+/// How many power operations the state's history keeps.
+inline constexpr std::size_t mostPowerOperations = 20;
+
+/// Whether a release has to be followed by a request for sleep. With the lid closed nobody would
+/// put the machine to sleep again, and on battery it would run empty in its bag.
+inline bool mustSleepAfterRelease(const SystemSnapshot& snapshot) {
+  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
+}
+
+/// When the daemon has to run again although nothing happens.
+struct ReconcileSchedule {
+  std::optional<Date> deadline;  ///< absent: nothing is pending
+
+  /// Just after the next moment at which a release can fall due: the end of the manual period or of
+  /// the no-route grace, whichever comes first, plus `graceSeconds`. A lock without either is
+  /// looked at again after the grace.
+  static ReconcileSchedule sleepReleaseDeadline(const StatusReport& report, double graceSeconds);
+
+  bool operator==(const ReconcileSchedule&) const = default;
+};
 
 /// The one entry point through which programs read or change the keep-awake state.
 ///

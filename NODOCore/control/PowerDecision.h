@@ -1,13 +1,67 @@
 #pragma once
 
+#include <NODOCore/sensing/AgentDetector.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
+#include <NODOCore/state/NODOState.h>
+
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace nodo {
 
+/// The words by which decisions, the state's audit, reports and the doctor name their reasons. They
+/// are stored in files and searched for by scripts, so they never change.
+
+namespace reason {
+
+// Why sleep is prevented.
+inline constexpr char manualTimer[] = "manual_timer";
+inline constexpr char manualLease[] = "manual_lease";  // a timer that an agent extended
+inline constexpr char lidOpenGrace[] = "lid_open_grace";
+
+// Which safety rule forbids it.
+inline constexpr char batteryBelowThreshold[] = "battery_below_threshold";
+inline constexpr char networkUnavailable[] = "network_unavailable";
+
+// Why it is not prevented, or no longer.
+inline constexpr char manualExpired[] = "manual_expired";
+inline constexpr char notArmed[] = "not_armed";
+inline constexpr char userStop[] = "user_stop";
+inline constexpr char repair[] = "repair";
+
+// Why a power operation was made.
+inline constexpr char enablePrefix[] = "enable:";
+inline constexpr char releasePrefix[] = "release:";
+inline constexpr char closedLidRelease[] = "closed_lid_release";
+inline constexpr char unknown[] = "unknown";
+
+}  // namespace reason
+
 class JSONReader;
 class JSONValue;
+
+/// The four limits within which the machine may be kept awake. Kept as given: nothing is clamped,
+/// and the library has no default policy (the programs choose theirs).
+struct SafetyPolicy {
+  /// Percent; on battery, a charge at or below this forbids keeping awake (100 or more: always).
+  std::int64_t minimumBatteryPercent = 0;
+  /// Minutes; the longest period that one request may ask for. A longer one is refused.
+  std::int64_t maxManualDurationMinutes = 0;
+  /// Seconds; how long after the lid was opened that counts as a reason of its own.
+  std::int64_t lidOpenGraceSeconds = 0;
+  /// Seconds; how long the default route may be missing during a manual period (negative: not at
+  /// all).
+  std::int64_t noRouteGraceSeconds = 0;
+
+  bool operator==(const SafetyPolicy&) const = default;
+};
+
+JSONValue encode(const SafetyPolicy& policy);
+
+/// Requires all four keys.
+void decode(const JSONReader& from, SafetyPolicy& policy);
 
 /// The verdict of one instant. Its words are those of ReasonWords.h.
 struct PowerDecision {
@@ -21,5 +75,20 @@ struct PowerDecision {
 
 JSONValue encode(const PowerDecision& decision);
 void decode(const JSONReader& from, PowerDecision& decision);
+
+/// Decides, at the instant of a snapshot, whether the machine is to be kept awake. Pure.
+///
+/// Only the manual timer keeps it awake (agents' hooks keep extending that), and a safety block
+/// always wins over the timer.
+struct PowerDecisionEngine {
+  SafetyPolicy policy;
+
+  /// The verdict for `state` at `snapshot.now`. `agents` take no part in it: an agent that merely
+  /// sits there is no reason to stay awake.
+  PowerDecision evaluate(const NODOState& state, const std::vector<AgentProcess>& agents,
+                         const SystemSnapshot& snapshot) const;
+
+  bool operator==(const PowerDecisionEngine&) const = default;
+};
 
 }  // namespace nodo

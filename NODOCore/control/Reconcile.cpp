@@ -1,11 +1,12 @@
-#include <NODOCore/control/LockRules.h>
 #include <NODOCore/control/NODOController.h>
-#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/PowerDecision.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
 namespace nodo {
+
 namespace {
 
 // Whether nodo was ever in use here, so that a lock which it does not remember may still be its
@@ -137,6 +138,23 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
   }
   run.stateChanged = run.stateChanged || run.status.state != loaded;
   return run;
+}
+
+ReconcileSchedule ReconcileSchedule::sleepReleaseDeadline(const StatusReport& report,
+                                                          double graceSeconds) {
+  if (!report.state.ownsSleepDisable && !report.decision.shouldPreventSleep) {
+    return {};
+  }
+  std::optional<Date> earliest;
+  if (report.state.manualUntil) {
+    earliest = std::max(*report.state.manualUntil, report.generatedAt);
+  }
+  if (report.noRouteGraceRemainingSeconds) {
+    const Date graceEnd =
+        report.generatedAt + Seconds(static_cast<double>(*report.noRouteGraceRemainingSeconds));
+    earliest = earliest ? std::min(*earliest, graceEnd) : graceEnd;
+  }
+  return {earliest.value_or(report.generatedAt) + Seconds(graceSeconds)};
 }
 
 }  // namespace nodo

@@ -1,11 +1,36 @@
 #pragma once
 
+#include <NODOCore/control/Reports.h>
+
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace nodo {
+
+/// The names under which the daemon is found and its callers are trusted.
+struct NODOServiceConstants {
+  NODOServiceConstants() = delete;
+
+  static constexpr std::string_view appBundleIdentifier = "com.quintavel.nodo";
+  static constexpr std::string_view ctlBundleIdentifier = "com.quintavel.nodo.nodoctl";
+  /// The Apple team that signs all three programs.
+  static constexpr std::string_view developmentTeamID = "Q7K2M9X4TZ";
+  /// The daemon's launchd label.
+  static constexpr std::string_view helperLabel = "com.quintavel.nodo.helper";
+  /// The service's name: on macOS its Mach service, on Linux its bus name.
+  static constexpr std::string_view helperMachServiceName = helperLabel;
+  /// The file name of the daemon's launchd property list.
+  static constexpr std::string_view helperPlistName = "com.quintavel.nodo.helper.plist";
+
+  /// Whose requests the daemon serves on macOS: the app, then the tool. Built on first use; safe
+  /// from any thread.
+  static const std::vector<std::string_view>& trustedXPCClientBundleIdentifiers();
+};
 
 /// Takes the reply to a request: the UTF-8 JSON text of a NODOHelperCommandResponse, or nothing
 /// when the system's text has no UTF-8 form.
@@ -45,5 +70,22 @@ class NODOHelperXPCProtocol {
   /// Releases the lock, resets the state and reconciles. Reply: "status".
   virtual void repair(HelperReply reply) = 0;
 };
+
+/// The daemon's reply to every request. Exactly one field is set in what the constructors below
+/// build; a foreign envelope may hold any.
+struct NODOHelperCommandResponse {
+  std::optional<StatusReport> status;  ///< after the request
+  std::optional<DaemonRunReport> run;  ///< of a reconcile; its status is not repeated in `status`
+  std::optional<std::string> error;    ///< why the request failed; an empty text is a failure too
+
+  static NODOHelperCommandResponse success(StatusReport status);
+  static NODOHelperCommandResponse success(DaemonRunReport run);
+  static NODOHelperCommandResponse failure(const std::exception& error);
+
+  bool operator==(const NODOHelperCommandResponse&) const = default;
+};
+
+JSONValue encode(const NODOHelperCommandResponse& response);
+void decode(const JSONReader& from, NODOHelperCommandResponse& response);
 
 }  // namespace nodo

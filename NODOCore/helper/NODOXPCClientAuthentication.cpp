@@ -1,4 +1,4 @@
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <string_view>

@@ -1,15 +1,67 @@
 #pragma once
 
-#include <NODOCore/helper/CodeSigning.h>
-#include <NODOCore/helper/XPCPeer.h>
-
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 
 namespace nodo {
+
+/// The kernel's name for one running process. Unlike a process identifier it is never used again.
+using AuditToken = std::array<std::byte, 32>;
+
+/// The process at the other end of a connection that was not yet accepted.
+class XPCPeer {
+ public:
+  virtual ~XPCPeer() = default;
+
+  /// Absent when the connection offers none. Must not throw.
+  virtual std::optional<AuditToken> auditToken() const = 0;
+};
+
+/// The code of a running process, as the system knows it. Released with its last owner.
+class GuestCode {
+ public:
+  virtual ~GuestCode() = default;
+};
+
+/// What a signature may be asked to satisfy. Released with its last owner.
+class CodeRequirement {
+ public:
+  virtual ~CodeRequirement() = default;
+};
+
+/// What a call of the code-signing services gave: 0 and an object when all went well. The system
+/// does not rule out the other combinations.
+template <class Object>
+struct CodeSigningResult {
+  std::int32_t status = 0;
+  std::unique_ptr<Object> object;
+};
+
+/// The system's code-signing services, with their own status codes (0 is success).
+///
+/// Exists so that the decision on a caller can be tested without signed programs. Must not throw;
+/// safe from several threads at once.
+class CodeSigning {
+ public:
+  virtual ~CodeSigning() = default;
+
+  /// The code of the process with that token.
+  virtual CodeSigningResult<GuestCode> guest(const AuditToken& token) const = 0;
+
+  /// A requirement from its text in the code-signing requirement language.
+  virtual CodeSigningResult<CodeRequirement> requirement(const std::string& text) const = 0;
+
+  /// 0 when the code's signature is valid and satisfies the requirement. Both are this service's
+  /// own.
+  virtual std::int32_t checkValidity(const GuestCode& code,
+                                     const CodeRequirement& requirement) const = 0;
+};
 
 /// Whether the daemon, which runs as root, may serve a caller on macOS: only the product's own app
 /// and tool, by their signature. Keeps no state; safe from several threads at once.

@@ -1,16 +1,108 @@
 #pragma once
 
-#include <NODOCore/hooks/AgentHookInstallReport.h>
-#include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/TextEnum.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
-#include <NODOCore/hooks/CodexConfigError.h>
 
+#include <array>
+#include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace nodo {
+
+/// A config.toml in which the hooks cannot be switched on without risk to the rest of it. The
+/// message names the file and says what to write there by hand.
+class CodexConfigError : public std::exception {
+ public:
+  explicit CodexConfigError(std::string message) : message_(std::move(message)) {}
+
+  const char* what() const noexcept override { return message_.c_str(); }
+
+  bool operator==(const CodexConfigError& other) const { return message_ == other.message_; }
+
+ private:
+  std::string message_;
+};
+
+class JSONReader;
+
+/// What installing or uninstalling did for one target, or for the shared script.
+struct AgentHookInstallReport {
+  std::string target;  ///< the target's text, or "hook-script"
+  std::string path;    ///< the file that this is about
+  bool changed = false;
+  std::string message;
+  std::optional<std::string> error;
+
+  bool succeeded() const { return !error; }
+
+  bool operator==(const AgentHookInstallReport&) const = default;
+};
+
+JSONValue encode(const AgentHookInstallReport& report);
+void decode(const JSONReader& from, AgentHookInstallReport& report);
+
+/// How an installed piece compares with what this program would install.
+enum class AgentHookComponentStatus { missing, notExecutable, current, outdated };
+
+template <>
+struct EnumTexts<AgentHookComponentStatus> {
+  static constexpr std::array cases{
+      EnumText{AgentHookComponentStatus::missing, "missing"},
+      EnumText{AgentHookComponentStatus::notExecutable, "notExecutable"},
+      EnumText{AgentHookComponentStatus::current, "current"},
+      EnumText{AgentHookComponentStatus::outdated, "outdated"}};
+};
+
+/// The status in words.
+std::string_view displayName(AgentHookComponentStatus status);
+
+bool isCurrent(AgentHookComponentStatus status);
+/// Current or outdated.
+bool isInstalled(AgentHookComponentStatus status);
+bool needsUpdate(AgentHookComponentStatus status);
+
+/// What was found of one target's hooks.
+struct AgentHookTargetInspection {
+  AgentHookTarget target = AgentHookTarget::claude;
+  std::string path;  ///< the target's configuration file
+  AgentHookComponentStatus status = AgentHookComponentStatus::missing;
+
+  bool operator==(const AgentHookTargetInspection&) const = default;
+};
+
+/// What was found of the shared script and of each target's hooks.
+struct AgentHookSetupInspection {
+  std::string hookScriptPath;
+  AgentHookComponentStatus hookScriptStatus = AgentHookComponentStatus::missing;
+  std::string expectedHookScriptFingerprint;
+  std::optional<std::string> installedHookScriptFingerprint;  ///< absent: not readable
+  std::vector<AgentHookTargetInspection> targets;
+
+  /// Whether the script and every inspected target are current.
+  bool isCurrent() const;
+
+  /// Whether the script or a target is outdated. A script that is missing or not executable is for
+  /// installing again, not for updating, and does not count.
+  bool needsUpdate() const;
+
+  std::int64_t installedTargetCount() const;
+  std::int64_t currentTargetCount() const;
+  std::int64_t targetCount() const;
+
+  bool operator==(const AgentHookSetupInspection&) const = default;
+};
+
+JSONValue encode(const AgentHookTargetInspection& inspection);
+void decode(const JSONReader& from, AgentHookTargetInspection& inspection);
+JSONValue encode(const AgentHookSetupInspection& inspection);
+void decode(const JSONReader& from, AgentHookSetupInspection& inspection);
 
 /// Makes the agents of one user run the hook script, and undoes that.
 ///

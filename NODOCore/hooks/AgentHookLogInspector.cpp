@@ -1,10 +1,12 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookFallbackSearch.h>
 
 #include <cerrno>
+#include <cmath>
 #include <exception>
 #include <filesystem>
 
@@ -13,6 +15,26 @@
 #include <unistd.h>
 
 namespace nodo {
+
+NODO_JSON_RECORD(AgentHookFallbackStatus, fields, status) {
+  fields.required("isActive", status.isActive);
+  fields.required("logPath", status.logPath);
+  fields.optional("lastStartedAt", status.lastStartedAt);
+  fields.required("fallbackSeconds", status.fallbackSeconds);
+}
+
+std::optional<std::int64_t> HookFallbackRecoveryPolicy::remainingMinutes(
+    const AgentHookFallbackStatus& status, Date now) {
+  if (!status.isActive || !status.lastStartedAt) {
+    return std::nullopt;
+  }
+  const Date end = *status.lastStartedAt + Seconds(static_cast<double>(status.fallbackSeconds));
+  if (end <= now) {
+    return std::nullopt;
+  }
+  return wholeSeconds(Seconds(std::ceil((end - now).count() / 60)));
+}
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -2,7 +2,6 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
-#include <NODOCore/hooks/AgentHookFallbackStatus.h>
 
 #include <cstdint>
 #include <optional>
@@ -10,6 +9,30 @@
 #include <string_view>
 
 namespace nodo {
+
+class JSONReader;
+class JSONValue;
+
+/// What the hook log says about the hook script's fallback, which keeps the computer awake with its
+/// lid open only.
+struct AgentHookFallbackStatus {
+  bool isActive = false;  ///< a fallback started and has neither run out nor been resolved
+  std::string logPath;    ///< the log that was read
+  std::optional<Date> lastStartedAt;
+  std::int64_t fallbackSeconds = 600;  ///< how long the last one runs; 600 when there was none
+
+  bool operator==(const AgentHookFallbackStatus&) const = default;
+};
+
+JSONValue encode(const AgentHookFallbackStatus& status);
+void decode(const JSONReader& from, AgentHookFallbackStatus& status);
+
+/// What is left to do when the real sleep lock takes over from the hook script's fallback.
+struct HookFallbackRecoveryPolicy {
+  /// The minutes that an active fallback still has to run, rounded up; nothing for any other.
+  static std::optional<std::int64_t> remainingMinutes(const AgentHookFallbackStatus& status,
+                                                      Date now);
+};
 
 /// Reads the log of the hook script, and writes the one line that is not the script's.
 ///

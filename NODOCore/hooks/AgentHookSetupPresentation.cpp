@@ -1,4 +1,4 @@
-#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
 
@@ -6,6 +6,82 @@
 #include <string_view>
 
 namespace nodo {
+
+namespace {
+
+struct Titles {
+  std::string_view button;
+  std::string_view busy;
+  std::string_view busyStatus;
+  std::string_view failureStatus;
+};
+
+Titles titles(AgentHookSetupAction action) {
+  switch (action) {
+    case AgentHookSetupAction::install:
+      return {"Install Hooks", "Installing...", "Installing hooks", "Hook install failed"};
+    case AgentHookSetupAction::update:
+      return {"Update Hooks", "Updating...", "Updating hooks", "Hook update failed"};
+    case AgentHookSetupAction::reinstall:
+      return {"Reinstall", "Reinstalling...", "Reinstalling hooks", "Hook reinstall failed"};
+  }
+  programmingFault("a setup action that is none of its cases");
+}
+
+}  // namespace
+
+std::string_view buttonTitle(AgentHookSetupAction action) {
+  return titles(action).button;
+}
+
+std::string_view busyTitle(AgentHookSetupAction action) {
+  return titles(action).busy;
+}
+
+std::string_view busyStatusTitle(AgentHookSetupAction action) {
+  return titles(action).busyStatus;
+}
+
+std::string_view failureStatusTitle(AgentHookSetupAction action) {
+  return titles(action).failureStatus;
+}
+
+NODO_JSON_RECORD(AgentHookActionResultRow, fields, row) {
+  fields.required("target", row.target);
+  fields.required("targetDisplayName", row.targetDisplayName);
+  fields.required("state", row.state);
+  fields.required("message", row.message);
+}
+
+namespace {
+
+using Status = AgentHooksSetupStatus;
+
+struct DisplayName {
+  std::string operator()(const Status::Installing& status) const {
+    return std::string(busyStatusTitle(status.action));
+  }
+
+  std::string operator()(const Status::Ready& status) const { return status.message; }
+
+  std::string operator()(const Status::Outdated& status) const { return status.message; }
+
+  std::string operator()(const Status::Partial& status) const {
+    return std::to_string(status.installed) + "/" + std::to_string(status.total) +
+           " hook targets installed";
+  }
+
+  std::string operator()(const Status::Failed& status) const { return status.message; }
+
+  std::string operator()(const Status::Checking&) const { return "Checking hooks"; }
+};
+
+}  // namespace
+
+std::string AgentHooksSetupStatus::displayName() const {
+  return std::visit(DisplayName(), value);
+}
+
 namespace {
 
 using Action = AgentHookSetupAction;

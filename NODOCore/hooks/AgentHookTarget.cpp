@@ -1,6 +1,6 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
-#include <NODOCore/sensing/AgentProcess.h>
+#include <NODOCore/sensing/AgentDetector.h>
 
 #include <string>
 

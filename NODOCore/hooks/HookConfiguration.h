@@ -4,13 +4,41 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/hooks/AgentHookTarget.h>
 
+#include <array>
 #include <filesystem>
 #include <string>
+#include <string_view>
+
+namespace nodo {
+
+/// The entries that make an agent run the hook script, and how they are told from everybody else's.
+
+/// The events at which agents run the script, in the order in which they are registered.
+constexpr std::array<std::string_view, 4> hookEvents = {"SessionStart", "UserPromptSubmit",
+                                                        "PreToolUse", "PostToolUse"};
+
+/// The shell command for one event. Any path is safe in it, quotes and line feeds included.
+std::string hookCommand(AgentHookTarget target, std::string_view event,
+                        const std::filesystem::path& hookScriptPath);
+
+/// The group of one event as it stands in an agent's configuration: the command with its time
+/// limit.
+JSONValue hookGroup(AgentHookTarget target, std::string_view event,
+                    const std::filesystem::path& hookScriptPath);
+
+/// Whether `entry` is a hook that nodo, this version or an earlier one, made for that target. The
+/// shared script run on behalf of another agent is not.
+bool isHookOf(AgentHookTarget target, const JSONValue& entry);
+
+/// Whether `text`, a command or a program, names the hook script.
+bool namesHookScript(std::string_view text);
+
+/// Whether `entry` is a hook whose command names the hook script, for whichever agent.
+bool runsHookScript(const JSONValue& entry);
 
 /// An agent's JSON configuration: a "hooks" object that maps each event to a list of groups, each
 /// of which has a list "hooks" of entries. Everything that is not ours keeps its value and its
 /// order.
-namespace nodo {
 
 /// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
 /// document that is no object. Throws DecodingError, which names `file`, for content that is not

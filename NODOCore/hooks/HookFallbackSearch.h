@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/hooks/AgentHookFallbackStatus.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookLogText.h>
 
 #include <string>

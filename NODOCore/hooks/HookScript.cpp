@@ -1,10 +1,34 @@
+#include <NODOCore/base/System.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/HookScript.h>
-#include <NODOCore/hooks/HookScriptStartedPath.h>
 #include <NODOCore/hooks/HookScriptText.h>
-#include <NODOCore/hooks/ShellQuoting.h>
+
+#include <cstdint>
+
+#include <fmt/format.h>
 
 namespace nodo {
+
+std::string shellQuoted(std::string_view text) {
+  std::string quoted = "'";
+  for (const char character : text) {
+    if (character == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + "'";
+}
+
+std::string fingerprint(std::string_view text) {
+  std::uint64_t value = 0xcbf29ce484222325U;
+  for (const char character : text) {
+    value ^= static_cast<unsigned char>(character);
+    value *= 0x100000001b3U;
+  }
+  return fmt::format("{:016x}", value);
+}
 
 std::string hookScriptText(const std::optional<std::string>& nodoctlPath) {
   std::string text(hookScriptHeader);

@@ -3,8 +3,17 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace nodo {
+
+/// `text` as one word of a POSIX shell, in single quotes, whatever it holds. Pure.
+std::string shellQuoted(std::string_view text);
+
+/// The 64-bit FNV-1a hash of the bytes of `text` as 16 hexadecimal digits, by which people and
+/// reports tell two versions of a file apart. No protection against somebody who wants two texts to
+/// have the same one.
+std::string fingerprint(std::string_view text);
 
 /// The shell script that agents run at their events: it asks `nodoctl` for another 20 minutes, at
 /// most every two minutes, and starts caffeinate when nodo cannot be used. Whatever happens it

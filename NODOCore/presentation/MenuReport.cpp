@@ -1,34 +1,60 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/control/TriggerActivitySummary.h>
-#include <NODOCore/presentation/MenuBarCountdownFormatter.h>
+#include <NODOCore/control/Reports.h>
 #include <NODOCore/presentation/MenuReport.h>
-#include <NODOCore/presentation/SetupMenuPresentation.h>
+#include <NODOCore/presentation/SetupMenu.h>
+
+#include <algorithm>
+
+#include <fmt/format.h>
 
 namespace nodo {
+
+MenuBarIconState menuBarIconState(const std::optional<StatusReport>& report,
+                                  const std::optional<std::string>& errorMessage,
+                                  bool hookFallbackActive, bool setupNeedsAttention) {
+  if (!report) {
+    return errorMessage ? MenuBarIconState::warning : MenuBarIconState::loading;
+  }
+  if (hookFallbackActive && !report->state.ownsSleepDisable) {
+    return MenuBarIconState::warning;
+  }
+  if (report->decision.shouldPreventSleep) {
+    return report->state.ownsSleepDisable ? MenuBarIconState::manualActive
+                                          : MenuBarIconState::warning;
+  }
+  if (report->state.manualIsActive(report->generatedAt)) {
+    return MenuBarIconState::manualActive;
+  }
+  return setupNeedsAttention ? MenuBarIconState::warning : MenuBarIconState::off;
+}
+
+std::optional<std::string> MenuBarCountdownFormatter::text(
+    const std::optional<StatusReport>& report, Date at) {
+  const auto remaining = report ? report->state.manualRemainingSeconds(at) : std::nullopt;
+  if (remaining.value_or(0) < 1) {
+    return std::nullopt;
+  }
+  return compactDuration(*remaining);
+}
+
+std::string MenuBarCountdownFormatter::compactDuration(std::int64_t seconds) {
+  constexpr std::int64_t minute = 60;
+  constexpr std::int64_t hour = 60 * minute;
+  if (seconds < minute) {
+    return fmt::format("{}s", std::max<std::int64_t>(seconds, 0));
+  }
+  if (seconds < hour) {
+    return fmt::format("{}m", seconds / minute);
+  }
+  const std::int64_t minutes = seconds / minute % 60;
+  return minutes == 0 ? fmt::format("{}h", seconds / hour)
+                      : fmt::format("{}h{}m", seconds / hour, minutes);
+}
+
 namespace {
 
 // As far back as the state remembers.
 constexpr std::int64_t triggerHours = 12;
-
-template <class Fields, class Triggers>
-void describeTriggers(Fields& fields, Triggers& triggers) {
-  fields.required("line", triggers.line);
-  fields.required("total", triggers.total);
-  fields.required("buckets", triggers.buckets);
-  fields.required("hours", triggers.hours);
-}
-
-template <class Fields, class Report>
-void describeReport(Fields& fields, Report& report) {
-  fields.required("generatedAt", report.generatedAt);
-  fields.required("iconState", report.iconState);
-  fields.optional("countdown", report.countdown);
-  fields.optional("requester", report.requester);
-  fields.required("triggers", report.triggers);
-  fields.optional("setupLine", report.setupLine);
-  fields.required("verdict", report.verdict);
-  fields.required("statusSource", report.statusSource);
-}
 
 // From the minutes' counts, as the list of single requests is cut when there are many.
 MenuTriggers triggersOf(const NODOState& state, Date now) {
@@ -58,26 +84,22 @@ MenuReport::MenuReport(const StatusReport& report, DoctorStatusSource statusSour
   }
 }
 
-JSONValue encode(const MenuTriggers& triggers) {
-  ObjectEncoder fields;
-  describeTriggers(fields, triggers);
-  return fields.finish();
+NODO_JSON_RECORD(MenuTriggers, fields, triggers) {
+  fields.required("line", triggers.line);
+  fields.required("total", triggers.total);
+  fields.required("buckets", triggers.buckets);
+  fields.required("hours", triggers.hours);
 }
 
-void decode(const JSONReader& from, MenuTriggers& triggers) {
-  ObjectDecoder fields(from);
-  describeTriggers(fields, triggers);
-}
-
-JSONValue encode(const MenuReport& report) {
-  ObjectEncoder fields;
-  describeReport(fields, report);
-  return fields.finish();
-}
-
-void decode(const JSONReader& from, MenuReport& report) {
-  ObjectDecoder fields(from);
-  describeReport(fields, report);
+NODO_JSON_RECORD(MenuReport, fields, report) {
+  fields.required("generatedAt", report.generatedAt);
+  fields.required("iconState", report.iconState);
+  fields.optional("countdown", report.countdown);
+  fields.optional("requester", report.requester);
+  fields.required("triggers", report.triggers);
+  fields.optional("setupLine", report.setupLine);
+  fields.required("verdict", report.verdict);
+  fields.required("statusSource", report.statusSource);
 }
 
 }  // namespace nodo

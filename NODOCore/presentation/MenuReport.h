@@ -1,17 +1,53 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/StatusReport.h>
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
-#include <NODOCore/presentation/MenuBarIconState.h>
-#include <NODOCore/presentation/SetupMenuSignals.h>
+#include <NODOCore/base/TextEnum.h>
+#include <NODOCore/control/Reports.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/presentation/SetupMenu.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace nodo {
+
+/// Which icon the menu bar shows.
+enum class MenuBarIconState {
+  loading,       ///< there is no report yet
+  off,           ///< the machine may sleep and nothing needs attention
+  warning,       ///< something is wrong or inconsistent
+  manualActive,  ///< a timer keeps the machine awake, or is about to
+};
+
+template <>
+struct EnumTexts<MenuBarIconState> {
+  static constexpr std::array cases{EnumText{MenuBarIconState::loading, "loading"},
+                                    EnumText{MenuBarIconState::off, "off"},
+                                    EnumText{MenuBarIconState::warning, "warning"},
+                                    EnumText{MenuBarIconState::manualActive, "manualActive"}};
+};
+
+/// The icon for the latest report. Pure.
+///
+/// `errorMessage` is the last error met while fetching a report; it counts only as long as there is
+/// none. A timer that runs shows as active even while something keeps the lock off, and a setup
+/// that needs attention shows only while nothing is kept awake.
+MenuBarIconState menuBarIconState(const std::optional<StatusReport>& report,
+                                  const std::optional<std::string>& errorMessage,
+                                  bool hookFallbackActive, bool setupNeedsAttention);
+
+/// The short countdown of the timer beside the menu bar's icon. Pure.
+struct MenuBarCountdownFormatter {
+  /// What is left of the report's timer at `at`; nothing when no whole second is.
+  static std::optional<std::string> text(const std::optional<StatusReport>& report, Date at);
+
+  /// "59s", "59m", "2h" or "2h5m": without the seconds from a minute upwards, and never in days. A
+  /// negative number counts as 0.
+  static std::string compactDuration(std::int64_t seconds);
+};
 
 class JSONReader;
 class JSONValue;

@@ -1,3 +1,4 @@
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/RE2Text.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
@@ -9,6 +10,29 @@
 #include <string_view>
 
 namespace nodo {
+
+std::string_view displayName(AgentKind kind) {
+  switch (kind) {
+    case AgentKind::claudeCode:
+      return "Claude Code";
+    case AgentKind::codex:
+      return "Codex";
+    case AgentKind::grokBuild:
+      return "Grok Build";
+    case AgentKind::pi:
+      return "Pi";
+  }
+  programmingFault("a kind of agent that is none of its cases");
+}
+
+NODO_JSON_RECORD(AgentProcess, fields, agent) {
+  fields.required("pid", agent.pid);
+  fields.optional("ppid", agent.ppid);
+  fields.required("executable", agent.executable);
+  fields.required("command", agent.command);
+  fields.required("kind", agent.kind);
+}
+
 namespace {
 
 // What stands anywhere in the command lines of agents.

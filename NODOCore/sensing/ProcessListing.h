@@ -1,10 +1,23 @@
 #pragma once
 
-#include <NODOCore/sensing/RunningProcess.h>
-
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace nodo {
+
+/// One row of the process table.
+struct RunningProcess {
+  std::int32_t pid = 0;
+  std::optional<std::int32_t> ppid;
+  std::string executable;  ///< as the table prints it: usually the path that was started
+  std::string command;     ///< the full command line; equal to `executable` where there is none
+
+  bool operator==(const RunningProcess&) const = default;
+};
 
 /// Supplies the process table.
 ///
@@ -17,6 +30,29 @@ class ProcessListing {
   /// All processes, in the table's order. Throws NODOError::processListingFailed, or
   /// std::system_error when a tool cannot be started.
   virtual std::vector<RunningProcess> listProcesses() const = 0;
+};
+
+/// A fixed process table, for tests and previews.
+class StaticProcessListing : public ProcessListing {
+ public:
+  std::vector<RunningProcess> processes;
+
+  explicit StaticProcessListing(std::vector<RunningProcess> processes)
+      : processes(std::move(processes)) {}
+
+  std::vector<RunningProcess> listProcesses() const override { return processes; }
+};
+
+/// Reads the process table with `/bin/ps -axo pid=,ppid=,comm=,command=`.
+class PSProcessListing : public ProcessListing {
+ public:
+  std::vector<RunningProcess> listProcesses() const override;
+
+  /// The rows in what `ps` printed. Columns are separated by blanks (only blanks), the fourth runs
+  /// to the end of its line; a row without three columns or with an identifier that is no 32-bit
+  /// decimal integer is left out. A path with blanks in the third column spills over into the
+  /// fourth.
+  static std::vector<RunningProcess> parse(std::string_view output);
 };
 
 }  // namespace nodo

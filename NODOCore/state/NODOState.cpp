@@ -1,15 +1,16 @@
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/base/ProgrammingFault.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/NODOState.h>
 
 #include <algorithm>
 
 namespace nodo {
+
 namespace {
 
 template <class Fields, class State>
-void describe(Fields& fields, State& state) {
+void describeState(Fields& fields, State& state) {
   fields.optional("manualUntil", state.manualUntil);
   fields.defaulted("ownsSleepDisable", state.ownsSleepDisable);
   fields.optional("lastActivationReason", state.lastActivationReason);
@@ -120,14 +121,14 @@ void NODOState::syncSnapshotTracking(const SystemSnapshot& snapshot) {
 
 JSONValue encode(const NODOState& state) {
   ObjectEncoder fields;
-  describe(fields, state);
+  describeState(fields, state);
   return fields.finish();
 }
 
 void decode(const JSONReader& from, NODOState& state) {
   state = NODOState();
   ObjectDecoder fields(from);
-  describe(fields, state);
+  describeState(fields, state);
   deriveMissing(fields, state);
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/state/ActivationRequester.h>
-#include <NODOCore/state/PowerOperationAudit.h>
-#include <NODOCore/state/TriggerActivityBucket.h>
+#include <NODOCore/power/PowerManaging.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +10,76 @@
 #include <vector>
 
 namespace nodo {
+
+class JSONReader;
+class JSONValue;
+
+/// Who asked to keep the machine awake, and when.
+///
+/// The texts come from outside (an agent's hook, a command line), so they are normalised: line
+/// feeds, carriage returns and tabs become blanks, white space around is trimmed, invalid UTF-8
+/// becomes U+FFFD, and what is longer than 120 characters is cut to 117 and "...".
+struct ActivationRequester {
+  std::string name = "Unknown";  ///< never empty
+  std::optional<std::string>
+      context;  ///< usually the project's folder and a short session identifier
+  std::optional<std::string> event;  ///< the agent's name for the hook event
+  Date requestedAt;
+
+  ActivationRequester() = default;
+
+  /// Normalises the texts: an empty name becomes "Unknown", an empty context or event absent.
+  ActivationRequester(const std::string& name, const std::optional<std::string>& context,
+                      const std::optional<std::string>& event, Date requestedAt);
+
+  /// A normalised copy for another time.
+  ActivationRequester requested(Date at) const;
+
+  /// "name" or "name - context".
+  std::string displayText() const;
+
+  /// `displayText` in at most `maxLength` characters, with "..." at its end where it was cut (below
+  /// four characters there is no room for that).
+  std::string shortDisplayText(std::size_t maxLength) const;
+
+  bool operator==(const ActivationRequester&) const = default;
+};
+
+JSONValue encode(const ActivationRequester& requester);
+void decode(const JSONReader& from, ActivationRequester& requester);
+
+/// How many keep-awake requests one minute saw.
+struct TriggerActivityBucket {
+  Date startedAt;  ///< a whole multiple of 60 seconds since 1970-01-01 UTC
+  std::int64_t count = 0;
+
+  bool operator==(const TriggerActivityBucket&) const = default;
+};
+
+JSONValue encode(const TriggerActivityBucket& bucket);
+void decode(const JSONReader& from, TriggerActivityBucket& bucket);
+
+/// One power operation as it is kept in the state: when and why, without the tool's output.
+struct PowerOperationAudit {
+  PowerOperationAction action = PowerOperationAction::enableSleep;
+  Date occurredAt;
+  std::optional<std::string> reason;     ///< e.g. "enable:manual_timer"
+  bool dryRun = false;                   ///< the operation was only simulated
+  std::optional<std::int32_t> exitCode;  ///< absent when no command ran
+  std::optional<std::string> command;    ///< the command line
+
+  PowerOperationAudit() = default;
+  PowerOperationAudit(const PowerOperationResult& operation, Date occurredAt,
+                      std::optional<std::string> reason);
+  PowerOperationAudit(PowerOperationAction action, Date occurredAt,
+                      std::optional<std::string> reason, bool dryRun,
+                      std::optional<std::int32_t> exitCode, std::optional<std::string> command);
+
+  bool operator==(const PowerOperationAudit&) const = default;
+};
+
+JSONValue encode(const PowerOperationAudit& audit);
+void decode(const JSONReader& from, PowerOperationAudit& audit);
 
 struct SystemSnapshot;
 

@@ -1,11 +1,110 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/Text.h>
 #include <NODOCore/state/NODOState.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <map>
+#include <string_view>
+#include <utility>
 
 namespace nodo {
+
+namespace {
+
+constexpr std::size_t longestText = 120;
+constexpr std::string_view ellipsis = "...";
+
+// `text` when it has at most `maxLength` characters, else its beginning and "...", `maxLength`
+// characters in all.
+std::string shortened(std::string_view text, std::size_t maxLength) {
+  if (firstCharacters(text, maxLength).size() == text.size()) {
+    return std::string(text);
+  }
+  return std::string(firstCharacters(text, maxLength - ellipsis.size())) + std::string(ellipsis);
+}
+
+std::optional<std::string> normalised(const std::optional<std::string>& given) {
+  if (!given) {
+    return std::nullopt;
+  }
+  std::string text = repairedUTF8(*given);
+  for (char& character : text) {
+    if (character == '\n' || character == '\r' || character == '\t') {
+      character = ' ';
+    }
+  }
+  const std::string_view inner = trimmed(text);
+  if (inner.empty()) {
+    return std::nullopt;
+  }
+  return shortened(inner, longestText);
+}
+
+}  // namespace
+
+ActivationRequester::ActivationRequester(const std::string& name,
+                                         const std::optional<std::string>& context,
+                                         const std::optional<std::string>& event, Date requestedAt)
+    : name(normalised(name).value_or("Unknown")),
+      context(normalised(context)),
+      event(normalised(event)),
+      requestedAt(requestedAt) {}
+
+ActivationRequester ActivationRequester::requested(Date at) const {
+  return {name, context, event, at};
+}
+
+std::string ActivationRequester::displayText() const {
+  return context ? name + " - " + *context : name;
+}
+
+std::string ActivationRequester::shortDisplayText(std::size_t maxLength) const {
+  const std::string text = displayText();
+  if (maxLength <= ellipsis.size()) {
+    return std::string(firstCharacters(text, maxLength));
+  }
+  return shortened(text, maxLength);
+}
+
+NODO_JSON_RECORD(ActivationRequester, fields, requester) {
+  fields.required("name", requester.name);
+  fields.optional("context", requester.context);
+  fields.optional("event", requester.event);
+  fields.required("requestedAt", requester.requestedAt);
+}
+
+NODO_JSON_RECORD(TriggerActivityBucket, fields, bucket) {
+  fields.required("startedAt", bucket.startedAt);
+  fields.required("count", bucket.count);
+}
+
+PowerOperationAudit::PowerOperationAudit(const PowerOperationResult& operation, Date occurredAt,
+                                         std::optional<std::string> reason)
+    : PowerOperationAudit(operation.action, occurredAt, std::move(reason), operation.dryRun,
+                          operation.exitCode, operation.executedCommand) {}
+
+PowerOperationAudit::PowerOperationAudit(PowerOperationAction action, Date occurredAt,
+                                         std::optional<std::string> reason, bool dryRun,
+                                         std::optional<std::int32_t> exitCode,
+                                         std::optional<std::string> command)
+    : action(action),
+      occurredAt(occurredAt),
+      reason(std::move(reason)),
+      dryRun(dryRun),
+      exitCode(exitCode),
+      command(std::move(command)) {}
+
+NODO_JSON_RECORD(PowerOperationAudit, fields, audit) {
+  fields.required("action", audit.action);
+  fields.required("occurredAt", audit.occurredAt);
+  fields.optional("reason", audit.reason);
+  fields.required("dryRun", audit.dryRun);
+  fields.optional("exitCode", audit.exitCode);
+  fields.optional("command", audit.command);
+}
+
 namespace {
 
 constexpr Seconds historySpan(12 * 60 * 60);

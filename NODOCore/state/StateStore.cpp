@@ -1,7 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/base/NODOError.h>
 #include <NODOCore/state/StateStore.h>
 
 namespace nodo {

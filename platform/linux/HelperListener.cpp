@@ -1,4 +1,4 @@
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/linux/DaemonLog.h>
 #include <platform/linux/HelperBusNames.h>
 #include <platform/linux/HelperListener.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/sensing/SystemSnapshotProviding.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <filesystem>
 #include <functional>

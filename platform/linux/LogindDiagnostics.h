@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <platform/linux/Logind.h>
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/power/PowerManaging.h>
 #include <platform/linux/Logind.h>
 

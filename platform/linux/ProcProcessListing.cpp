@@ -1,5 +1,5 @@
-#include <NODOCore/base/FileDescriptor.h>
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/Text.h>
 #include <platform/linux/BoundedRows.h>
 #include <platform/linux/ProcProcessListing.h>

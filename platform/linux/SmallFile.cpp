@@ -1,4 +1,4 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <platform/linux/SmallFile.h>
 
 #include <system_error>

@@ -1,6 +1,6 @@
-#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
-#include <NODOCore/power/PMSetPowerManager.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/macos/MacDaemonLoop.h>

@@ -1,7 +1,7 @@
-#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
-#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
-#include <NODOCore/sensing/PSProcessListing.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <platform/HostMachine.h>
 
 namespace nodo {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/helper/CodeSigning.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 #include <platform/DaemonMachine.h>
 
 #include <memory>

@@ -1,4 +1,4 @@
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/ChangeNames.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/MachineNews.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/helper/CodeSigning.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <cstdint>
 #include <string>

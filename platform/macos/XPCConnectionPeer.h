@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/helper/XPCPeer.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <optional>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <NODOCore/helper/CodeSigning.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <cstdio>
 #include <memory>

@@ -1,4 +1,4 @@
-#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <programs/nodoctl/Commands.h>
 #include <programs/nodoctl/Completion.h>

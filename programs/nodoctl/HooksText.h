@@ -1,7 +1,6 @@
 #pragma once
 
-#include <NODOCore/hooks/AgentHookInstallReport.h>
-#include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
 
 #include <string>
 #include <vector>

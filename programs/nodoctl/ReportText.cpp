@@ -1,6 +1,6 @@
-#include <NODOCore/base/DurationText.h>
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <programs/nodoctl/ReportText.h>
 
 #include <array>

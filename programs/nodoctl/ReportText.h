@@ -1,9 +1,8 @@
 #pragma once
 
-#include <NODOCore/control/DaemonRunReport.h>
-#include <NODOCore/control/StatusReport.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
-#include <NODOCore/sensing/AgentProcess.h>
+#include <NODOCore/control/Reports.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/sensing/AgentDetector.h>
 
 #include <string>
 #include <vector>

@@ -1,5 +1,5 @@
+#include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/base/Version.h>
 #include <programs/nodod/CommandLine.h>
 #include <programs/shared/OptionValues.h>
 

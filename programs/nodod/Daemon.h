@@ -1,7 +1,6 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/DaemonMachine.h>
 #include <programs/nodod/LockKeeper.h>

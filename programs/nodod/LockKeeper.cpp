@@ -1,7 +1,6 @@
-#include <NODOCore/base/NODOError.h>
-#include <NODOCore/control/LockRules.h>
-#include <NODOCore/control/ReasonWords.h>
-#include <NODOCore/control/ReconcileSchedule.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/control/NODOController.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <programs/nodod/LockKeeper.h>
 
 #include <algorithm>

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/DaemonRunReport.h>
 #include <NODOCore/control/NODOController.h>
-#include <NODOCore/control/StatusReport.h>
-#include <NODOCore/state/ActivationRequester.h>
+#include <NODOCore/control/Reports.h>
+#include <NODOCore/state/NODOState.h>
 #include <platform/DaemonMachine.h>
 #include <programs/nodod/Log.h>
 #include <programs/nodod/OperationLog.h>

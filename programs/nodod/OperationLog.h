@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/state/NODOState.h>
 #include <programs/nodod/Log.h>
 

@@ -2,7 +2,7 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
-#include <NODOCore/control/SafetyPolicy.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <platform/DaemonMachine.h>
 #include <programs/shared/DefaultPolicy.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/control/SafetyPolicy.h>
+#include <NODOCore/control/PowerDecision.h>
 
 namespace nodo {
 

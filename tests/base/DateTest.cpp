@@ -12,7 +12,7 @@
 namespace nodo {
 namespace {
 
-using testing::testData;
+using test::testData;
 
 double seconds(const JSONValue& value) {
   return std::stod(value.number()->digits);

@@ -1,4 +1,4 @@
-#include <NODOCore/base/DurationText.h>
+#include <NODOCore/base/Date.h>
 #include <testing/TestData.h>
 
 #include <string>
@@ -10,7 +10,7 @@ namespace {
 
 TEST(DurationTextTest, IsAsTheReferenceValuesSay) {
   int checked = 0;
-  const JSONValue rows = testing::testData("vectors/durations.json");
+  const JSONValue rows = test::testData("vectors/durations.json");
   for (const JSONValue& row : *rows.array()) {
     const JSONValue& expected = *row.member("doctor");
     if (!expected.isNull()) {  // null where the number is not positive

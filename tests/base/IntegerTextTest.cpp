@@ -10,9 +10,9 @@
 namespace nodo {
 namespace {
 
-using testing::optionalOf;
-using testing::testRows;
-using testing::valueOf;
+using test::optionalOf;
+using test::testRows;
+using test::valueOf;
 
 TEST(IntegerTextTest, TakesASignAndDecimalDigitsOnly) {
   for (const JSONValue& row : testRows("vectors/integer_texts.json")) {

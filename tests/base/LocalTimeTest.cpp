@@ -11,7 +11,7 @@
 namespace nodo {
 namespace {
 
-using testing::EnvironmentVariable;
+using test::EnvironmentVariable;
 
 // Central Europe by rule, so that most of this needs no time-zone data.
 const char* const berlin = "CET-1CEST,M3.5.0,M10.5.0/3";

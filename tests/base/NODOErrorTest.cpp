@@ -1,4 +1,4 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 
 #include <gtest/gtest.h>
 

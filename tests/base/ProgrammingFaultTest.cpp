@@ -1,4 +1,4 @@
-#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Errors.h>
 
 #include <cstdint>
 #include <limits>

@@ -1,4 +1,3 @@
-#include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/Files.h>
 #include <testing/TemporaryFolder.h>
 #include <testing/UnprivilegedUser.h>
@@ -19,9 +18,9 @@
 namespace nodo {
 namespace {
 
+using test::TemporaryFolder;
+using test::UnprivilegedUser;
 using ::testing::HasSubstr;
-using testing::TemporaryFolder;
-using testing::UnprivilegedUser;
 
 class ReadFileTest : public ::testing::Test {
  protected:

@@ -66,7 +66,7 @@ class ReplaceFileAttributesTest : public ::testing::Test {
     return static_cast<unsigned>(fs::status(folder / name).permissions());
   }
 
-  testing::TemporaryFolder folder;
+  test::TemporaryFolder folder;
 };
 
 TEST_F(ReplaceFileAttributesTest, AccessControlListAndAttributesStay) {

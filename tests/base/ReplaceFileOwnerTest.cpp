@@ -16,7 +16,7 @@
 namespace nodo {
 namespace {
 
-using testing::CannotGiveFilesAway;
+using test::CannotGiveFilesAway;
 
 constexpr uid_t otherOwner = 12345;
 constexpr gid_t otherGroup = 23456;
@@ -50,7 +50,7 @@ class ReplaceFileOwnerTest : public ::testing::Test {
     return status("file").st_mode & 07777U;
   }
 
-  testing::TemporaryFolder folder;
+  test::TemporaryFolder folder;
 };
 
 TEST_F(ReplaceFileOwnerTest, AFileOfAnotherGroupIsReplacedByAnOwnOne) {

@@ -1,4 +1,3 @@
-#include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/Files.h>
 #include <testing/TemporaryFolder.h>
 
@@ -25,9 +24,9 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
+using test::TemporaryFolder;
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
-using testing::TemporaryFolder;
 
 const std::string temporaryName = ".state.json.nodo-tmp-0123456789abcdef";
 

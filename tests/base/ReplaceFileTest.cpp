@@ -19,12 +19,12 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::DiskFull;
+using test::DiskFull;
+using test::TemporaryFolder;
+using test::UnprivilegedUser;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::TemporaryFolder;
-using testing::UnprivilegedUser;
 
 class ReplaceFileTest : public ::testing::Test {
  protected:

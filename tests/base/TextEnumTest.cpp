@@ -1,7 +1,7 @@
 #include <NODOCore/base/TextEnum.h>
-#include <NODOCore/diagnostics/SleepBlocker.h>
-#include <NODOCore/power/PowerOperationResult.h>
-#include <NODOCore/sensing/AgentProcess.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/power/PowerManaging.h>
+#include <NODOCore/sensing/AgentDetector.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <string_view>

@@ -12,9 +12,9 @@
 namespace nodo {
 namespace {
 
-using testing::testRows;
-using testing::utf8;
-using testing::valueOf;
+using test::testRows;
+using test::valueOf;
+using test::utf8;
 
 // "0061 0301": code points in hexadecimal.
 std::string textFromScalars(const std::string& scalars) {

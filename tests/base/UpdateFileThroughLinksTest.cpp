@@ -19,11 +19,11 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::DiskFull;
+using test::DiskFull;
+using test::TemporaryFolder;
+using test::UnprivilegedUser;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using testing::TemporaryFolder;
-using testing::UnprivilegedUser;
 
 FileContent withX(const FileContent& before) {
   return before.value_or("nothing") + "x";

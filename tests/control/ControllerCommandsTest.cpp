@@ -1,5 +1,4 @@
-#include <NODOCore/base/DecodingError.h>
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <testing/DiskFull.h>
 
 #include <chrono>
@@ -225,7 +224,7 @@ TEST_F(ControllerCommandsTest, AFailedSaveFailsTheCommandAndKeepsTheOldState) {
   start(20);
   const std::string before = storedText();
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_THROW(start(60), std::system_error);
     EXPECT_THROW(stop(), std::system_error);
     EXPECT_THROW(controller().repairState(now), std::system_error);

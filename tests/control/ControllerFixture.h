@@ -65,16 +65,16 @@ class ControllerFixture : public ::testing::Test {
   StateStore store() const { return {folder / "state"}; }
 
   NODOController controller() const {
-    return testing::controllerFor(machine, store(),
-                                  {.minimumBatteryPercent = 20,
-                                   .maxManualDurationMinutes = longestPeriod,
-                                   .lidOpenGraceSeconds = 60,
-                                   .noRouteGraceSeconds = 300});
+    return test::controllerFor(machine, store(),
+                               {.minimumBatteryPercent = 20,
+                                .maxManualDurationMinutes = longestPeriod,
+                                .lidOpenGraceSeconds = 60,
+                                .noRouteGraceSeconds = 300});
   }
 
-  testing::TemporaryFolder folder = testing::TemporaryFolder::inMemory();
-  std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
-  testing::FakePowerManager power;
+  test::TemporaryFolder folder = test::TemporaryFolder::inMemory();
+  std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
+  test::FakePowerManager power;
   Date now = dateFromSeconds(startOfTest);
 };
 

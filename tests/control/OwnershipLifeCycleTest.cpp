@@ -8,7 +8,7 @@
 namespace nodo {
 namespace {
 
-using Behaviour = testing::FakePowerManager::Behaviour;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 // What one pass meets, and what it must leave behind.
 struct Case {
@@ -46,7 +46,7 @@ constexpr Case cases[] = {
 class OwnershipLifeCycleTest : public ControllerFixture {
  protected:
   void setScene(const Case& each) {
-    power = testing::FakePowerManager();
+    power = test::FakePowerManager();
     power.isSleepDisabled = each.owned;
     NODOState state = NODOState::fresh(now);
     state.ownsSleepDisable = each.owned;
@@ -70,7 +70,7 @@ class OwnershipLifeCycleTest : public ControllerFixture {
 
   // Whether the pass ended with an error.
   bool runPass(bool saveFails) {
-    std::optional<testing::DiskFull> full;
+    std::optional<test::DiskFull> full;
     if (saveFails) {
       full.emplace();
     }

@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/control/PowerDecisionEngine.h>
+#include <NODOCore/control/PowerDecision.h>
 
 #include <cstdint>
 #include <limits>

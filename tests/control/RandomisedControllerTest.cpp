@@ -9,7 +9,7 @@
 namespace nodo {
 namespace {
 
-using Behaviour = testing::FakePowerManager::Behaviour;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 constexpr unsigned seeds = 20;
 constexpr int stepsPerSeed = NODO_RANDOMISED_STEPS / static_cast<int>(seeds);

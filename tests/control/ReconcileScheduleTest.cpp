@@ -1,4 +1,4 @@
-#include <NODOCore/control/ReconcileSchedule.h>
+#include <NODOCore/control/NODOController.h>
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <testing/DiskFull.h>
 
 #include <system_error>
@@ -8,7 +8,7 @@
 namespace nodo {
 namespace {
 
-using testing::FakePowerManager;
+using test::FakePowerManager;
 using Actions = std::vector<PowerOperationAction>;
 
 class ReconcileTest : public ControllerFixture {

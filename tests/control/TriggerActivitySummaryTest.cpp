@@ -1,4 +1,4 @@
-#include <NODOCore/control/TriggerActivitySummary.h>
+#include <NODOCore/control/Reports.h>
 #include <testing/JSONRows.h>
 
 #include <cstdint>
@@ -11,10 +11,10 @@
 namespace nodo {
 namespace {
 
-using testing::dateOf;
-using testing::memberOf;
-using testing::testRows;
-using testing::valueOf;
+using test::dateOf;
+using test::memberOf;
+using test::testRows;
+using test::valueOf;
 
 using Counts = std::vector<std::int64_t>;
 using Requesters = std::vector<ActivationRequester>;

@@ -2,7 +2,7 @@
 // it is really printed to the script as it is really installed, under bash, so that neither can
 // change without the other.
 
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 
 #include <filesystem>
 #include <optional>
@@ -11,7 +11,7 @@
 
 #include <tests/hooks/HookScriptFixture.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -73,4 +73,4 @@ TEST_F(DoctorReportForHooksTest, TheNameOfAnExecutableCannotPassForALine) {
 }
 
 }  // namespace
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -1,5 +1,5 @@
 #include <NODOCore/base/Text.h>
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 #include <testing/JSONRows.h>
 
 #include <algorithm>
@@ -142,9 +142,9 @@ TEST_F(DoctorReportFormatterTest, ALocalReadingSaysSoWhateverElseHolds) {
 }
 
 TEST_F(DoctorReportFormatterTest, TheTimerIsAsTheReferenceValuesSay) {
-  for (const JSONValue& row : testing::testRows("vectors/durations.json")) {
-    report.manualRemainingSeconds = testing::valueOf<std::int64_t>(row, "seconds");
-    const auto expected = testing::valueOf<std::string>(row, "timerText");
+  for (const JSONValue& row : test::testRows("vectors/durations.json")) {
+    report.manualRemainingSeconds = test::valueOf<std::int64_t>(row, "seconds");
+    const auto expected = test::valueOf<std::string>(row, "timerText");
     EXPECT_EQ(block("Timer: "), Lines{"Timer: " + expected});
     EXPECT_EQ(block("Status: "), Lines{expected == "off" ? "Status: inactive" : "Status: active"});
   }

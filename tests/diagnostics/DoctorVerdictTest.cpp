@@ -1,4 +1,4 @@
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 
 #include <cstdint>
 #include <optional>

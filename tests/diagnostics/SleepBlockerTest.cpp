@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 
 #include <string>
 

@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/diagnostics/SleepDiagnosticsInspector.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <testing/JSONRows.h>
 #include <testing/ScriptedCommandRunner.h>
 
@@ -16,11 +16,11 @@
 namespace nodo {
 namespace {
 
-using testing::memberOf;
-using testing::optionalOf;
-using testing::ScriptedCommandRunner;
-using testing::testRows;
-using testing::valueOf;
+using test::memberOf;
+using test::optionalOf;
+using test::ScriptedCommandRunner;
+using test::testRows;
+using test::valueOf;
 
 using CommandLines = std::vector<std::string>;
 using Statuses = std::map<std::string, bool>;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <NODOCore/helper/NODOHelperClientError.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <testing/FakeHelper.h>
 
@@ -13,8 +12,8 @@
 
 namespace nodo {
 
-using testing::FakeHelper;
-using testing::FakeHelperRequest;
+using test::FakeHelper;
+using test::FakeHelperRequest;
 
 /// A client of a scripted daemon, whose answers come at once unless a test says otherwise.
 class HelperClientFixture : public ::testing::Test {

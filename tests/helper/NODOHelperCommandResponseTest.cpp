@@ -1,8 +1,7 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 
 #include <optional>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 
 #include <cstdint>
 #include <exception>

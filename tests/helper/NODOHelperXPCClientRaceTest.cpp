@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 
 #include <algorithm>
 #include <atomic>

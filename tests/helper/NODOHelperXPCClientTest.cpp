@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 
 #include <chrono>
 #include <cmath>

@@ -20,8 +20,8 @@ namespace {
 
 using Authentication = NODOXPCClientAuthentication;
 using Result = Authentication::ValidationResult;
-using testing::FakeCodeSigning;
-using testing::FakePeer;
+using test::FakeCodeSigning;
+using test::FakePeer;
 
 constexpr std::int32_t unsignedCode = -67062;
 constexpr std::int32_t requirementFailed = -67050;

@@ -1,5 +1,4 @@
-#include <NODOCore/helper/NODOHelperClientError.h>
-#include <NODOCore/helper/XPCRequestCompletion.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
 
 #include <chrono>
 #include <exception>

@@ -1,5 +1,4 @@
-#include <NODOCore/base/DecodingError.h>
-#include <NODOCore/hooks/Fingerprint.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <testing/UnprivilegedUser.h>
 
@@ -17,7 +16,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using Status = AgentHookComponentStatus;
-using testing::UnprivilegedUser;
+using test::UnprivilegedUser;
 
 class AgentHookInspectionTest : public InstallerFixture {
  protected:

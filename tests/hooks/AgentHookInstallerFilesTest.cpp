@@ -1,5 +1,5 @@
 #include <NODOCore/hooks/HookScript.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/power/CommandRunning.h>
 #include <testing/DiskFull.h>
 #include <testing/UnprivilegedUser.h>
 
@@ -15,12 +15,12 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
+using test::DiskFull;
+using test::UnprivilegedUser;
 using ::testing::AllOf;
-using testing::DiskFull;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing::UnprivilegedUser;
 
 class AgentHookInstallerFilesTest : public InstallerFixture {
  protected:

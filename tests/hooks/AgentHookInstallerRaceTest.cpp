@@ -1,4 +1,3 @@
-#include <NODOCore/base/FileDescriptor.h>
 #include <NODOCore/base/Files.h>
 
 #include <filesystem>

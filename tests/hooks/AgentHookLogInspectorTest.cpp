@@ -1,5 +1,4 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
 #include <testing/DiskFull.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/JSONRows.h>
@@ -21,15 +20,15 @@ namespace {
 
 namespace fs = std::filesystem;
 using Inspector = AgentHookLogInspector;
-using testing::dateOf;
-using testing::EnvironmentVariable;
-using testing::memberOf;
-using testing::optionalNumberOf;
-using testing::optionalOf;
-using testing::TemporaryFolder;
-using testing::testRows;
-using testing::UnprivilegedUser;
-using testing::valueOf;
+using test::dateOf;
+using test::EnvironmentVariable;
+using test::memberOf;
+using test::optionalNumberOf;
+using test::optionalOf;
+using test::TemporaryFolder;
+using test::testRows;
+using test::UnprivilegedUser;
+using test::valueOf;
 
 class AgentHookLogInspectorTest : public ::testing::Test {
  protected:
@@ -284,7 +283,7 @@ TEST_F(MarkFallbackResolvedTest, ItNeitherFailsNorWaits) {
 
 TEST_F(MarkFallbackResolvedTest, AFullDiskIsNoFailure) {
   folder.write("log", "before\n");
-  const testing::DiskFull full;
+  const test::DiskFull full;
   mark();
   EXPECT_EQ(folder.read("log"), "before\n");
 }

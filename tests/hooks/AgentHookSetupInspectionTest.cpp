@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
 
 #include <string>
 #include <vector>

@@ -1,5 +1,4 @@
 #include <NODOCore/hooks/CodexConfig.h>
-#include <NODOCore/hooks/CodexConfigLines.h>
 
 #include <string>
 #include <vector>

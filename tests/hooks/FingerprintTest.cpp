@@ -1,4 +1,4 @@
-#include <NODOCore/hooks/Fingerprint.h>
+#include <NODOCore/hooks/HookScript.h>
 #include <testing/JSONRows.h>
 
 #include <string>
@@ -8,8 +8,8 @@
 namespace nodo {
 namespace {
 
-using testing::testRows;
-using testing::valueOf;
+using test::testRows;
+using test::valueOf;
 
 TEST(FingerprintTest, ItIsTheHashOfTheBytes) {
   for (const JSONValue& row : testRows("vectors/fnv1a64.json")) {

@@ -1,4 +1,4 @@
-#include <NODOCore/hooks/HookFallbackRecoveryPolicy.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 
 #include <cstdint>
 #include <limits>

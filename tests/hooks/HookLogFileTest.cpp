@@ -24,8 +24,8 @@
 namespace nodo {
 namespace {
 
-using testing::EnvironmentVariable;
-using testing::TemporaryFolder;
+using test::EnvironmentVariable;
+using test::TemporaryFolder;
 
 const Date start = dateFromSeconds(1769842800);  // 2026-01-31 07:00:00 in UTC
 

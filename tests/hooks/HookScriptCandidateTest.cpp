@@ -4,7 +4,7 @@
 
 #include <tests/hooks/HookScriptFixture.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -143,4 +143,4 @@ TEST_F(HookScriptCandidateTest, AFolderIsResolvedFromWhereTheScriptRuns) {
 }
 
 }  // namespace
-}  // namespace nodo::testing
+}  // namespace nodo::test

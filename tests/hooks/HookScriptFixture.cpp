@@ -1,7 +1,7 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/HookScript.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/power/CommandRunning.h>
 
 #include <stdexcept>
 
@@ -11,7 +11,7 @@
 #include <tests/hooks/HookScriptFixture.h>
 #include <unistd.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -149,4 +149,4 @@ void HookScriptFixture::answerCaffeinate(const std::string& word) const {
   folder_.write("caffeinate.ask", word + "\n");
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <testing/TemporaryFolder.h>
 
 #include <filesystem>
@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// Runs the real hook script under bash, in a home of its own, with stand-ins for the tools behind
 /// it and for the clock. At first everything works: nodoctl is found and has the doctor say that it
@@ -78,4 +78,4 @@ class HookScriptFixture : public ::testing::Test {
 /// Whether these tests can run the script's parser of JSON.
 bool hasPython();
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -4,7 +4,7 @@
 
 #include <tests/hooks/HookScriptFixture.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -266,4 +266,4 @@ TEST_F(HookScriptPayloadTest, AModuleInTheAgentsFolderIsNotImported) {
 }
 
 }  // namespace
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -4,7 +4,7 @@
 
 #include <tests/hooks/HookScriptFixture.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -163,4 +163,4 @@ TEST_F(HookScriptRunTest, AnUnknownAgentIsAnAgentWithoutAnEvent) {
 }
 
 }  // namespace
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -1,6 +1,6 @@
 #include <tests/hooks/HookScriptFixture.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -119,4 +119,4 @@ TEST_F(HookScriptThrottleTest, AThrottledCallNamesTheEventOfItsPayload) {
 }
 
 }  // namespace
-}  // namespace nodo::testing
+}  // namespace nodo::test

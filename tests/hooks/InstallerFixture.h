@@ -2,7 +2,7 @@
 
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
-#include <NODOCore/hooks/HookCommand.h>
+#include <NODOCore/hooks/HookConfiguration.h>
 #include <testing/TemporaryFolder.h>
 
 #include <filesystem>
@@ -87,7 +87,7 @@ class InstallerFixture : public ::testing::Test {
     return static_cast<unsigned>(std::filesystem::status(home / file).permissions());
   }
 
-  testing::TemporaryFolder home;
+  test::TemporaryFolder home;
 };
 
 }  // namespace nodo

@@ -14,8 +14,8 @@
 #import <dispatch/dispatch.h>
 #import <tests/macos/FakeSystemObject.h>
 
-using nodo::testing::FakeMac;
-using nodo::testing::misused;
+using nodo::test::FakeMac;
+using nodo::test::misused;
 
 namespace {
 
@@ -29,7 +29,7 @@ FakeMac::Work workOf(dispatch_block_t block) {
 
 }  // namespace
 
-void nodo::testing::misused(const char* what) {
+void nodo::test::misused(const char* what) {
   std::fprintf(stderr, "misuse of the system: %s\n", what);
   std::abort();
 }

@@ -1,11 +1,11 @@
-#include <NODOCore/base/ProgrammingFault.h>
+#include <NODOCore/base/Errors.h>
 
 #include <csignal>
 #include <utility>
 
 #include <tests/macos/FakeMac.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 constexpr std::chrono::seconds longTime(30);
@@ -124,7 +124,7 @@ std::multiset<std::string> FakeMac::openHandles() const {
   return open;
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test
 
 // What the runtime and GNUstep keep to the end of the process is no leak of ours. Objects are
 // counted by the tests themselves. The names are the sanitizer's own.

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The Mac that the adapters run on: its main run loop and queue, its clock, its signals and its
 /// news. What is here stands behind the C functions in `fakes`. One for the process, to be `reset`
@@ -111,4 +111,4 @@ class FakeMac {
   std::map<std::uint32_t, std::string> handles_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

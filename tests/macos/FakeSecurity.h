@@ -1,12 +1,12 @@
 #pragma once
 
-#include <NODOCore/helper/XPCPeer.h>
+#include <NODOCore/helper/NODOXPCClientAuthentication.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The Security framework as a test sets it. One for the process, to be `reset` before each test.
 struct FakeSecurity {
@@ -26,4 +26,4 @@ struct FakeSecurity {
   void reset() { *this = FakeSecurity(); }
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -9,17 +9,17 @@
 #import <platform/macos/FoundationText.h>
 #import <tests/macos/FakeSystemObject.h>
 
-using nodo::testing::FakeSecurity;
-using nodo::testing::misused;
+using nodo::test::FakeSecurity;
+using nodo::test::misused;
 
-namespace nodo::testing {
+namespace nodo::test {
 
 FakeSecurity& FakeSecurity::instance() {
   static FakeSecurity security;
   return security;
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test
 
 namespace {
 

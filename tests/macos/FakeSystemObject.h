@@ -4,12 +4,12 @@
 
 #include <cstdint>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// A wrong use of the system is a fault that no test may overlook: it stops the process.
 [[noreturn]] void misused(const char* what);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test
 
 /// An object of the system that counts as open on the FakeMac until it is deallocated.
 @interface FakeSystemObject : NSObject {

@@ -3,7 +3,7 @@
 
 #include <tests/macos/FakeXPC.h>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 FakeXPC& FakeXPC::instance() {
   // Never destroyed, as its thread goes on to the end of the process.
@@ -92,4 +92,4 @@ std::multiset<std::string> FakeXPC::liveObjects() const {
   return live_;
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

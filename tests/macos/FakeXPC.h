@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 /// The XPC system between clients and listeners of this process: messages and their replies travel
 /// on a thread of its own, as the real ones do. One for the process, to be `reset` before each
@@ -74,4 +74,4 @@ class FakeXPC {
   std::multiset<std::string> live_;
 };
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

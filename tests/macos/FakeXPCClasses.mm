@@ -14,12 +14,12 @@
 
 #include <mach/message.h>
 
-using nodo::testing::FakeXPC;
-using nodo::testing::kept;
-using nodo::testing::keptObject;
-using nodo::testing::nameOf;
-using nodo::testing::post;
-using nodo::testing::xpc;
+using nodo::test::FakeXPC;
+using nodo::test::kept;
+using nodo::test::keptObject;
+using nodo::test::nameOf;
+using nodo::test::post;
+using nodo::test::xpc;
 
 namespace {
 
@@ -145,7 +145,7 @@ struct FakeListenerState {
 }
 
 @end
-NSXPCConnection* nodo::testing::acceptedEnd(const std::string& name) {
+NSXPCConnection* nodo::test::acceptedEnd(const std::string& name) {
   FakeListenerState* found = nullptr;
   {
     const std::lock_guard guard(listenersMutex);

@@ -12,7 +12,7 @@
 #include <utility>
 
 // What the classes of the made-up XPC system share.
-namespace nodo::testing {
+namespace nodo::test {
 
 using ReplyBlock = void (^)(NSString*);
 using ErrorBlock = void (^)(NSError*);
@@ -56,7 +56,7 @@ inline std::string nameOf(Protocol* protocol) {
 /// Shows a new connection to the listener of its name. Nothing when there is none or it refuses.
 NSXPCConnection* acceptedEnd(const std::string& name);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test
 
 struct FakeConnectionState {
   std::string name;
@@ -77,7 +77,7 @@ struct FakeConnectionState {
       block = this->*handler;
     }
     if (block) {
-      ((nodo::testing::Block)block.get())();
+      ((nodo::test::Block)block.get())();
     }
   }
 
@@ -97,9 +97,9 @@ struct FakeConnectionState {
 
   void note(const std::string& step) const {
     if (isOfListener) {
-      nodo::testing::xpc().noteListener(step);
+      nodo::test::xpc().noteListener(step);
     } else {
-      nodo::testing::xpc().note(step);
+      nodo::test::xpc().note(step);
     }
   }
 };

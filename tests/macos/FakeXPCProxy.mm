@@ -9,7 +9,7 @@
 #import <platform/macos/NODOHelperXPCProtocol.h>
 #import <tests/macos/FakeXPCObjects.h>
 
-using namespace nodo::testing;
+using namespace nodo::test;
 
 namespace {
 

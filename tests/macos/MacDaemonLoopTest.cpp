@@ -19,8 +19,8 @@
 namespace nodo {
 namespace {
 
-using testing::FakeCodeSigning;
-using testing::FakeMac;
+using test::FakeCodeSigning;
+using test::FakeMac;
 
 constexpr std::uint32_t canSleep = 0xe0000270;
 constexpr std::uint32_t willSleep = 0xe0000280;

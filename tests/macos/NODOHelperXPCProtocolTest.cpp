@@ -8,7 +8,7 @@
 namespace nodo {
 namespace {
 
-using testing::MethodTypes;
+using test::MethodTypes;
 
 // "C" is BOOL as this runtime has it; what Apple's compiler writes is looked at apart.
 const std::vector<MethodTypes> wire{
@@ -23,13 +23,13 @@ const std::vector<MethodTypes> wire{
 };
 
 TEST(NODOHelperXPCProtocolTest, TheWireHasItsSixRequestsInOrderAndNothingElse) {
-  EXPECT_EQ(testing::wireProtocolMethods(), wire);
-  EXPECT_EQ(testing::wireProtocolExtras(), std::vector<std::string>{});
+  EXPECT_EQ(test::wireProtocolMethods(), wire);
+  EXPECT_EQ(test::wireProtocolExtras(), std::vector<std::string>{});
 }
 
 TEST(NODOHelperXPCProtocolTest, TheExportedObjectAnswersAllOfThem) {
-  EXPECT_TRUE(testing::exportedObjectAnswers(wire));
-  EXPECT_FALSE(testing::exportedObjectAnswers({{"quitWithReply:", "v24@0:8@?16"}}));
+  EXPECT_TRUE(test::exportedObjectAnswers(wire));
+  EXPECT_FALSE(test::exportedObjectAnswers({{"quitWithReply:", "v24@0:8@?16"}}));
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 namespace nodo {
 namespace {
 
-using testing::ScriptedCommandRunner;
+using test::ScriptedCommandRunner;
 
 class PMSetSleepLockTest : public ::testing::Test {
  protected:

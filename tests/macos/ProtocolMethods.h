@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-namespace nodo::testing {
+namespace nodo::test {
 
 using MethodTypes = std::pair<std::string, std::string>;  // selector, type encoding
 
@@ -18,4 +18,4 @@ std::vector<std::string> wireProtocolExtras();
 /// Whether instances of the class that the daemon exports answer each of these selectors.
 bool exportedObjectAnswers(const std::vector<MethodTypes>& methods);
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

@@ -17,7 +17,7 @@
 @end
 #pragma clang diagnostic pop
 
-namespace nodo::testing {
+namespace nodo::test {
 namespace {
 
 std::vector<MethodTypes> methods(BOOL required, BOOL ofInstances) {
@@ -64,4 +64,4 @@ bool exportedObjectAnswers(const std::vector<MethodTypes>& methods) {
   return [exported conformsToProtocol:@protocol(NODOHelperXPCProtocol)];
 }
 
-}  // namespace nodo::testing
+}  // namespace nodo::test

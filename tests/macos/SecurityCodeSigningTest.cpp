@@ -17,9 +17,9 @@ namespace {
 
 using Authentication = NODOXPCClientAuthentication;
 using Result = Authentication::ValidationResult;
-using testing::FakeMac;
-using testing::FakePeer;
-using testing::FakeSecurity;
+using test::FakeMac;
+using test::FakePeer;
+using test::FakeSecurity;
 
 class SecurityCodeSigningTest : public ::testing::Test {
  protected:

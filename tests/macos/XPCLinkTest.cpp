@@ -1,9 +1,7 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/helper/NODOHelperClientError.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/HelperMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/XPCError.h>
@@ -33,9 +31,9 @@
 namespace nodo {
 namespace {
 
-using testing::FakeCodeSigning;
-using testing::FakeMac;
-using testing::FakeXPC;
+using test::FakeCodeSigning;
+using test::FakeMac;
+using test::FakeXPC;
 using Texts = std::vector<std::string>;
 
 const std::string serviceName = "some.service";

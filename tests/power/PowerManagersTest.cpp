@@ -1,6 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/power/NoopPowerManager.h>
-#include <NODOCore/power/PMSetPowerManager.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <testing/ScriptedCommandRunner.h>
 
 #include <cerrno>
@@ -16,11 +15,11 @@
 namespace nodo {
 namespace {
 
+using test::ScriptedCommandRunner;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using testing::ScriptedCommandRunner;
 using Action = PowerOperationAction;
 
 class PMSetPowerManagerTest : public ::testing::Test {

@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/PowerManaging.h>
 
 #include <optional>
 #include <string>

@@ -1,5 +1,5 @@
-#include <NODOCore/base/FileDescriptor.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/base/Files.h>
+#include <NODOCore/power/CommandRunning.h>
 #include <testing/OpenDescriptors.h>
 #include <testing/TemporaryFolder.h>
 
@@ -24,10 +24,10 @@
 namespace nodo {
 namespace {
 
+using test::FewDescriptors;
+using test::openDescriptors;
+using test::TemporaryFolder;
 using ::testing::Each;
-using testing::FewDescriptors;
-using testing::openDescriptors;
-using testing::TemporaryFolder;
 
 CommandOutput shell(const std::string& script) {
   return ProcessCommandRunner().run("/bin/sh", {"-c", script});

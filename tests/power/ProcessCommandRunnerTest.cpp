@@ -1,5 +1,5 @@
-#include <NODOCore/base/FileDescriptor.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/base/Files.h>
+#include <NODOCore/power/CommandRunning.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/TemporaryFolder.h>
 
@@ -20,9 +20,9 @@
 namespace nodo {
 namespace {
 
-using testing::EnvironmentVariable;
+using test::EnvironmentVariable;
+using test::TemporaryFolder;
 using ::testing::HasSubstr;
-using testing::TemporaryFolder;
 
 CommandOutput shell(const std::string& script) {
   return ProcessCommandRunner().run("/bin/sh", {"-c", script});

@@ -1,4 +1,4 @@
-#include <NODOCore/presentation/MenuBarCountdownFormatter.h>
+#include <NODOCore/presentation/MenuReport.h>
 #include <testing/JSONRows.h>
 
 #include <cstdint>
@@ -23,10 +23,10 @@ StatusReport reportUntil(std::optional<Date> manualUntil) {
 }
 
 TEST(MenuBarCountdownFormatterTest, DurationsAreAsTheReferenceValuesSay) {
-  for (const JSONValue& row : testing::testRows("vectors/durations.json")) {
+  for (const JSONValue& row : test::testRows("vectors/durations.json")) {
     EXPECT_EQ(
-        MenuBarCountdownFormatter::compactDuration(testing::valueOf<std::int64_t>(row, "seconds")),
-        testing::valueOf<std::string>(row, "compactDuration"));
+        MenuBarCountdownFormatter::compactDuration(test::valueOf<std::int64_t>(row, "seconds")),
+        test::valueOf<std::string>(row, "compactDuration"));
   }
 }
 

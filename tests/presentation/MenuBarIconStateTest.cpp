@@ -1,4 +1,4 @@
-#include <NODOCore/presentation/MenuBarIconState.h>
+#include <NODOCore/presentation/MenuReport.h>
 
 #include <optional>
 #include <string>

@@ -1,4 +1,4 @@
-#include <NODOCore/presentation/SetupMenuPresentation.h>
+#include <NODOCore/presentation/SetupMenu.h>
 
 #include <cstdint>
 #include <optional>

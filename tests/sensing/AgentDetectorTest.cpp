@@ -1,6 +1,6 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/sensing/AgentDetector.h>
-#include <NODOCore/sensing/StaticProcessListing.h>
+#include <NODOCore/sensing/ProcessListing.h>
 #include <testing/FakeMachine.h>
 #include <testing/JSONRows.h>
 
@@ -14,10 +14,10 @@
 namespace nodo {
 namespace {
 
-using testing::FakeMachine;
-using testing::optionalOf;
-using testing::testRows;
-using testing::valueOf;
+using test::FakeMachine;
+using test::optionalOf;
+using test::testRows;
+using test::valueOf;
 
 using Kind = std::optional<AgentKind>;
 

@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/sensing/AgentProcess.h>
+#include <NODOCore/sensing/AgentDetector.h>
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include <NODOCore/sensing/MacSystemSnapshotProvider.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <testing/JSONRows.h>
 #include <testing/ScriptedCommandRunner.h>
 
@@ -15,11 +15,11 @@
 namespace nodo {
 namespace {
 
-using testing::memberOf;
-using testing::optionalOf;
-using testing::ScriptedCommandRunner;
-using testing::testRows;
-using testing::valueOf;
+using test::memberOf;
+using test::optionalOf;
+using test::ScriptedCommandRunner;
+using test::testRows;
+using test::valueOf;
 
 using CommandLines = std::vector<std::string>;
 using Provider = MacSystemSnapshotProvider;

@@ -1,6 +1,6 @@
-#include <NODOCore/base/NODOError.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
-#include <NODOCore/sensing/PSProcessListing.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/sensing/ProcessListing.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/JSONRows.h>
 #include <testing/OpenDescriptors.h>
@@ -28,13 +28,13 @@ static std::ostream& operator<<(std::ostream& stream, const RunningProcess& proc
 
 namespace {
 
-using testing::EnvironmentVariable;
-using testing::FewDescriptors;
+using test::EnvironmentVariable;
+using test::FewDescriptors;
+using test::memberOf;
+using test::TemporaryFolder;
+using test::testRows;
+using test::valueOf;
 using ::testing::HasSubstr;
-using testing::memberOf;
-using testing::TemporaryFolder;
-using testing::testRows;
-using testing::valueOf;
 
 using Processes = std::vector<RunningProcess>;
 

@@ -1,6 +1,5 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/sensing/StaticSystemSnapshotProvider.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <string>

@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/state/ActivationRequester.h>
+#include <NODOCore/state/NODOState.h>
 #include <testing/JSONRows.h>
 
 #include <cstdint>
@@ -12,9 +12,9 @@
 namespace nodo {
 namespace {
 
-using testing::optionalOf;
-using testing::testRows;
-using testing::valueOf;
+using test::optionalOf;
+using test::testRows;
+using test::valueOf;
 
 const Date noon = dateFromSeconds(1769860800);
 

@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/state/NODOState.h>
 
 #include <cstdint>

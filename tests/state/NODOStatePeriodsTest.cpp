@@ -12,13 +12,13 @@
 namespace nodo {
 namespace {
 
-using testing::dateOf;
-using testing::memberOf;
-using testing::numberOf;
-using testing::optionalNumberOf;
-using testing::optionalOf;
-using testing::testRows;
-using testing::valueOf;
+using test::dateOf;
+using test::memberOf;
+using test::numberOf;
+using test::optionalNumberOf;
+using test::optionalOf;
+using test::testRows;
+using test::valueOf;
 
 const Date now = dateFromSeconds(1769847300);
 

@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/state/PowerOperationAudit.h>
+#include <NODOCore/state/NODOState.h>
 
 #include <optional>
 #include <string>

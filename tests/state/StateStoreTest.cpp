@@ -1,6 +1,5 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONValue.h>
-#include <NODOCore/base/NODOError.h>
 #include <NODOCore/state/StateStore.h>
 #include <testing/DiskFull.h>
 #include <testing/TemporaryFolder.h>
@@ -20,12 +19,12 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::DiskFull;
+using test::DiskFull;
+using test::TemporaryFolder;
+using test::UnprivilegedUser;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::TemporaryFolder;
-using testing::UnprivilegedUser;
 
 const Date noon = dateFromSeconds(1769860800);
 

@@ -1,6 +1,6 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
-#include <NODOCore/hooks/HookTargetFacts.h>
+#include <NODOCore/hooks/HookTargetSetup.h>
 #include <programs/nodoctl/HooksText.h>
 #include <programs/nodoctl/ToolPath.h>
 #include <programs/nodoctl/commands/HooksCommand.h>

@@ -1,5 +1,5 @@
-#include <NODOCore/base/ProgrammingFault.h>
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 #include <programs/nodoctl/ReportAnswer.h>
 #include <programs/nodoctl/commands/StateCommands.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <NODOCore/diagnostics/SleepDiagnosticsReport.h>
-#include <NODOCore/hooks/AgentHookFallbackStatus.h>
-#include <NODOCore/hooks/AgentHookSetupInspection.h>
-#include <NODOCore/presentation/SetupMenuSignals.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/presentation/SetupMenu.h>
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/control/StatusReport.h>
+#include <NODOCore/control/Reports.h>
 #include <programs/nodoctl/Tool.h>
 
 #include <string>

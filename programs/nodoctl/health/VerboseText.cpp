@@ -1,6 +1,6 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Environment.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/base/Version.h>
 #include <NODOCore/state/StateStore.h>
 #include <programs/nodoctl/ReportText.h>
 #include <programs/nodoctl/health/VerboseText.h>

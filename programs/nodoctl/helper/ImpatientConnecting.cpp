@@ -1,4 +1,4 @@
-#include <NODOCore/helper/NODOHelperClientError.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <programs/nodoctl/helper/ImpatientConnecting.h>
 
 #include <utility>

@@ -1,10 +1,9 @@
-#include <NODOCore/base/DecodingError.h>
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/helper/HelperConnection.h>
-#include <NODOCore/helper/NODOHelperClientError.h>
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/power/NoopPowerManager.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <programs/nodoctl/helper/ImpatientConnecting.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 #include <programs/shared/DefaultPolicy.h>

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/DaemonRunReport.h>
 #include <NODOCore/control/NODOController.h>
-#include <NODOCore/control/StatusReport.h>
-#include <NODOCore/diagnostics/DoctorReportFormatter.h>
+#include <NODOCore/control/Reports.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
-#include <NODOCore/state/ActivationRequester.h>
+#include <NODOCore/state/NODOState.h>
 #include <programs/nodoctl/Tool.h>
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <programs/nodoctl/ToolPath.h>
 #include <programs/nodoctl/run/CommandProcess.h>
 

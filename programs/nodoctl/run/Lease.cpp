@@ -1,4 +1,4 @@
-#include <NODOCore/base/NODOError.h>
+#include <NODOCore/base/Errors.h>
 #include <programs/nodoctl/Answer.h>
 #include <programs/nodoctl/run/Lease.h>
 

@@ -1,4 +1,4 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <programs/nodoctl/terminal/SignalQueue.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/Text.h>
 #include <programs/nodoctl/terminal/Terminal.h>
 

@@ -1,9 +1,7 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/helper/HelperConnection.h>
-#include <NODOCore/helper/NODOHelperClientError.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
-#include <NODOCore/helper/NODOServiceConstants.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/HelperMachine.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/OpenDescriptors.h>
@@ -48,7 +46,7 @@ class SilentSocket {
   std::string address() const { return "unix:path=" + path(); }
 
  private:
-  testing::TemporaryFolder folder_;
+  test::TemporaryFolder folder_;
   FileDescriptor socket_;
 };
 
@@ -214,7 +212,7 @@ TEST_F(BusHelperConnectionTest, AConnectionEndsWithoutWaitingWhateverItDoes) {
 }
 
 TEST_F(BusHelperConnectionTest, ABusThatCannotBeReachedIsNamed) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const std::string address = "unix:path=" + (folder / "nothing").string();
   EXPECT_EQ(failureOf(clientAt(address, patience)),
             "not there: cannot connect to the bus at " + address + ": No such file or directory");
@@ -222,9 +220,9 @@ TEST_F(BusHelperConnectionTest, ABusThatCannotBeReachedIsNamed) {
 }
 
 TEST_F(BusHelperConnectionTest, WithoutAChoiceItIsTheSystemBus) {
-  const testing::EnvironmentVariable system("DBUS_SYSTEM_BUS_ADDRESS", bus->address());
+  const test::EnvironmentVariable system("DBUS_SYSTEM_BUS_ADDRESS", bus->address());
   const PrivateBus other;
-  const testing::EnvironmentVariable session("DBUS_SESSION_BUS_ADDRESS", other.address());
+  const test::EnvironmentVariable session("DBUS_SESSION_BUS_ADDRESS", other.address());
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("system")));
   const ScriptedDaemon second(other.address(), ScriptedDaemon::text(envelope("session")));
   EXPECT_EQ(statusOf(clientAt(std::nullopt, patience)), "system");
@@ -233,10 +231,10 @@ TEST_F(BusHelperConnectionTest, WithoutAChoiceItIsTheSystemBus) {
 }
 
 TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   const std::string nothing = "unix:path=" + (folder / "nothing").string();
-  const testing::EnvironmentVariable system("DBUS_SYSTEM_BUS_ADDRESS", nothing);
-  const testing::EnvironmentVariable session("DBUS_SESSION_BUS_ADDRESS", bus->address());
+  const test::EnvironmentVariable system("DBUS_SYSTEM_BUS_ADDRESS", nothing);
+  const test::EnvironmentVariable session("DBUS_SESSION_BUS_ADDRESS", bus->address());
   EXPECT_EQ(statusOf(clientAt(std::nullopt, patience)),
             "the daemon nodod is not running on the session bus; start it with "
             "'nodod --bus session'");
@@ -302,11 +300,11 @@ TEST_F(BusHelperConnectionTest, AfterItsEndAConnectionTellsSoAndTakesNoRequest) 
 TEST_F(BusHelperConnectionTest, RequestsLeaveNothingOpen) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::text(envelope("here")));
   EXPECT_EQ(statusOf(client()), "here");
-  const auto before = testing::openDescriptors();
+  const auto before = test::openDescriptors();
   for (int request = 0; request < 20; ++request) {
     EXPECT_EQ(statusOf(client()), "here");
   }
-  EXPECT_EQ(testing::openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 TEST_F(BusHelperConnectionTest, ManyThreadsMayAskAtOnceAndGiveUpAtAnyMoment) {

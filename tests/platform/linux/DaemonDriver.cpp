@@ -5,7 +5,7 @@
 //        nodo_daemon_driver lock    takes "take", "release", "sleep", "held" on standard input
 //        nodo_daemon_driver choose  auto|logind|simulated|pmset
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/PowerManaging.h>
 #include <platform/DaemonMachine.h>
 
 #include <csignal>

@@ -10,7 +10,7 @@
 namespace nodo {
 namespace {
 
-using testing::EnvironmentVariable;
+using test::EnvironmentVariable;
 
 const std::string nowhere = "unix:path=/nowhere/at/all";
 

@@ -79,7 +79,7 @@ TEST(DefaultRouteTest, ARouteThatDiscardsWhatItMatchesIsNone) {
 }
 
 TEST(DefaultRouteTest, EitherProtocolSuffices) {
-  const testing::TemporaryFolder net;
+  const test::TemporaryFolder net;
   net.write("route", header4);
   EXPECT_EQ(readDefaultRoute(net.path()), false);
   net.write("ipv6_route", row6(zero6, "00", "00000003", "wlan0"));
@@ -91,7 +91,7 @@ TEST(DefaultRouteTest, EitherProtocolSuffices) {
 }
 
 TEST(DefaultRouteTest, WithoutEitherTableNothingIsKnown) {
-  const testing::TemporaryFolder net;
+  const test::TemporaryFolder net;
   EXPECT_EQ(readDefaultRoute(net.path()), std::nullopt);
 }
 

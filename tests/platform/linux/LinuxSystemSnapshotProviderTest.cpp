@@ -7,7 +7,7 @@ namespace nodo {
 namespace {
 
 TEST(LinuxSystemSnapshotProviderTest, GathersPowerRouteAndLid) {
-  const testing::TemporaryFolder root;
+  const test::TemporaryFolder root;
   root.write("sys/class/power_supply/BAT0/type", "Battery\n");
   root.write("sys/class/power_supply/BAT0/capacity", "81\n");
   root.write("proc/net/route", "Iface\n");
@@ -22,7 +22,7 @@ TEST(LinuxSystemSnapshotProviderTest, GathersPowerRouteAndLid) {
 }
 
 TEST(LinuxSystemSnapshotProviderTest, WhatCannotBeReadIsAbsent) {
-  const testing::TemporaryFolder root;
+  const test::TemporaryFolder root;
   const LinuxSystemSnapshotProvider provider([] { return std::optional<bool>(); }, root.path());
   EXPECT_EQ(provider.snapshot(Date()), SystemSnapshot{});
 }

@@ -12,7 +12,7 @@
 namespace nodo {
 namespace {
 
-using testing::utf8;
+using test::utf8;
 
 // By Unicode's own list, section 23.7: 32 in the Arabic Presentation Forms, 2 at the end of each of
 // the 17 planes.

@@ -22,7 +22,7 @@ class PowerSuppliesTest : public ::testing::Test {
 
   PowerReading read() const { return readPowerSupplies(sys.path()); }
 
-  testing::TemporaryFolder sys;
+  test::TemporaryFolder sys;
 };
 
 PowerReading battery(std::int64_t percent) {

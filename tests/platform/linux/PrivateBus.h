@@ -29,7 +29,7 @@ class PrivateBus {
   void hang();
 
  private:
-  testing::TemporaryFolder folder_;
+  test::TemporaryFolder folder_;
   std::string address_;
   pid_t pid_ = -1;
 };

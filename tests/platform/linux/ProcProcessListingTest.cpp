@@ -1,6 +1,6 @@
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONValue.h>
-#include <NODOCore/base/NODOError.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <platform/linux/BoundedRows.h>
@@ -42,7 +42,7 @@ class ProcProcessListingTest : public ::testing::Test {
     return ProcProcessListing(proc.path()).listProcesses();
   }
 
-  testing::TemporaryFolder proc;
+  test::TemporaryFolder proc;
 };
 
 constexpr std::size_t mostOfAText = BoundedRows::mostBytesOfAText;
@@ -114,10 +114,10 @@ TEST_F(ProcProcessListingTest, AProcessThatRenamedItselfIsKnownByItsNewName) {
 }
 
 TEST_F(ProcProcessListingTest, RecordedAgentsAreRecognised) {
-  const JSONValue rows = testing::testData("agents/linux-agents.json");
+  const JSONValue rows = test::testData("agents/linux-agents.json");
   ASSERT_FALSE(rows.array()->empty());
   for (const JSONValue& row : *rows.array()) {
-    const testing::TemporaryFolder folder;
+    const test::TemporaryFolder folder;
     std::vector<std::string> words;
     for (const JSONValue& word : *row.member("argv")->array()) {
       words.push_back(*word.text());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/base/FileDescriptor.h>
+#include <NODOCore/base/Files.h>
 
 #include <functional>
 #include <memory>

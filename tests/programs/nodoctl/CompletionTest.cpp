@@ -1,5 +1,5 @@
 #include <NODOCore/base/Text.h>
-#include <NODOCore/power/ProcessCommandRunner.h>
+#include <NODOCore/power/CommandRunning.h>
 #include <programs/nodoctl/Completion.h>
 #include <testing/TemporaryFolder.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 // What bash offers for a command line whose last word is being typed.
 std::vector<std::string> completedByBash(const std::vector<std::string>& words) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   folder.write("nodoctl.bash", completionScript("bash"));
   const std::string driver =
       "source \"$1\"; shift; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _nodoctl; "
@@ -60,7 +60,7 @@ TEST(CompletionTest, BashOffersProgramsWhereOneIsToBeRun) {
 }
 
 TEST(CompletionTest, BashOffersFilesToTheProgramThatIsRun) {
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   folder.write("only", "");
   const std::string beginning = (folder / "on").string();
   const Words found{(folder / "only").string()};
@@ -72,7 +72,7 @@ TEST(CompletionTest, FishOffersProgramsWhereOneIsToBeRun) {
   if (!std::filesystem::exists("/usr/bin/fish")) {
     GTEST_SKIP() << "fish is not installed";
   }
-  const testing::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   folder.write("nodoctl.fish", completionScript("fish"));
   const CommandOutput output = ProcessCommandRunner().run(
       "/usr/bin/fish", {"--no-config", "-c",
@@ -114,7 +114,7 @@ TEST(CompletionTest, TheOtherShellsAcceptTheirScripts) {
     if (!std::filesystem::exists(program)) {
       GTEST_SKIP() << shell << " is not installed";
     }
-    const testing::TemporaryFolder folder;
+    const test::TemporaryFolder folder;
     folder.write("script", completionScript(shell));
     const CommandOutput output =
         ProcessCommandRunner().run(program, {"-n", (folder / "script").string()});

@@ -1,7 +1,7 @@
+#include <NODOCore/base/Environment.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/base/Version.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
-#include <NODOCore/presentation/SetupMenuPresentation.h>
+#include <NODOCore/presentation/SetupMenu.h>
 #include <programs/nodoctl/health/HealthFacts.h>
 #include <testing/OpenDescriptors.h>
 
@@ -221,9 +221,9 @@ TEST_F(DoctorCommandTest, TheSetupLineFollowsFromTheFacts) {
 TEST_F(DoctorCommandTest, HealthChecksLeaveNothingOpen) {
   startDaemon();
   run({"doctor"});
-  const auto before = testing::openDescriptors();
+  const auto before = test::openDescriptors();
   run({"doctor"});
-  EXPECT_EQ(testing::openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/hooks/AgentHookInstallReport.h>
-#include <NODOCore/hooks/AgentHookSetupInspection.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookScript.h>
 
 #include <filesystem>

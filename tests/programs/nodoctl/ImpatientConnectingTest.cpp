@@ -54,7 +54,7 @@ class LackingConnection : public HelperConnection {
 
 class LackingConnecting : public HelperConnecting {
  public:
-  testing::FakeHelper helper;
+  test::FakeHelper helper;
   Failure failure = Failure::none;
 
   std::unique_ptr<HelperConnection> privilegedConnection(
@@ -91,7 +91,7 @@ TEST_F(ImpatientConnectingTest, WhatWasNeverSentWasNotWaitedFor) {
 }
 
 TEST_F(ImpatientConnectingTest, OneThatWasWaitedForInVainIsTheLast) {
-  connecting->helper.answer("status", [](const testing::FakeHelperRequest&) {});
+  connecting->helper.answer("status", [](const test::FakeHelperRequest&) {});
   client.timeout = 0.01;
   EXPECT_EQ(outcomeOf(Failure::none), "Helper request timed out");
   EXPECT_EQ(outcomeOf(Failure::resuming), "Helper request timed out");

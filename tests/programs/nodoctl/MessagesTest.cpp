@@ -1,4 +1,4 @@
-#include <NODOCore/helper/NODOHelperClientError.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <testing/UnprivilegedUser.h>
 
 #include <gmock/gmock.h>
@@ -8,8 +8,8 @@
 namespace nodo::nodoctl {
 namespace {
 
+using test::FakeHelperRequest;
 using ::testing::EndsWith;
-using testing::FakeHelperRequest;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
 
@@ -116,7 +116,7 @@ TEST_F(MessagesTest, AFolderThatCannotBeWrittenTo) {
   std::filesystem::permissions(folder / ".nodo", read | enter);
   std::filesystem::permissions(folder.path(), enter, std::filesystem::perm_options::add);
   {
-    const testing::UnprivilegedUser user;
+    const test::UnprivilegedUser user;
     expectMessages(
         {{{"manual", "--minutes", "5"}, 1, {"Unable to write " + state(), "Permission denied"}},
          {{"stop"}, 1, {"Unable to write " + state(), "Permission denied"}}});

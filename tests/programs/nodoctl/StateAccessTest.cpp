@@ -1,6 +1,6 @@
-#include <NODOCore/base/DecodingError.h>
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/helper/HelperConnection.h>
-#include <NODOCore/helper/NODOHelperClientError.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <programs/nodoctl/helper/StateAccess.h>
 
 #include <stdexcept>

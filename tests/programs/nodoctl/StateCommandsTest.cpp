@@ -1,13 +1,13 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/power/PowerOperationResult.h>
+#include <NODOCore/power/PowerManaging.h>
 
 #include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
 namespace {
 
-using testing::FakeHelper;
-using testing::FakeHelperRequest;
+using test::FakeHelper;
+using test::FakeHelperRequest;
 using Texts = std::vector<std::string>;
 
 class StateCommandsTest : public ToolFixture {

@@ -87,12 +87,12 @@ class ToolFixture : public ::testing::Test {
 
   const std::string localNotice =
       "nodoctl: helper unavailable (nobody there); using the local state\n";
-  testing::TemporaryFolder folder;
+  test::TemporaryFolder folder;
   Environment environment{{"HOME", folder.path().string()},
                           {"NODO_HOOK_LOG", (folder / "hook.log").string()}};
-  std::shared_ptr<testing::FakeHelper> helper = absentHelper();
+  std::shared_ptr<test::FakeHelper> helper = absentHelper();
   std::optional<std::string> bus;  ///< that was chosen for the last request
-  std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
+  std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   bool diagnosticsFail = false;
   std::shared_ptr<Terminal> terminal;  ///< that standard output goes to, if any
@@ -101,8 +101,8 @@ class ToolFixture : public ::testing::Test {
   Date now = dateFromSeconds(1769847300);  // 2026-01-31T08:15:00Z
 
  private:
-  static std::shared_ptr<testing::FakeHelper> absentHelper() {
-    auto absent = std::make_shared<testing::FakeHelper>();
+  static std::shared_ptr<test::FakeHelper> absentHelper() {
+    auto absent = std::make_shared<test::FakeHelper>();
     absent->refusal = "nobody there";
     return absent;
   }

@@ -1,5 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/control/DaemonRunReport.h>
+#include <NODOCore/control/Reports.h>
 #include <testing/DiskFull.h>
 
 #include <tests/programs/nodoctl/ToolFixture.h>
@@ -212,7 +212,7 @@ TEST_F(ToolTest, ACorruptStateIsNamedAndLeftAsItIs) {
 
 TEST_F(ToolTest, AFullDiskFailsTheCommandWithThePath) {
   std::filesystem::create_directory(folder / ".nodo");
-  const testing::DiskFull full;
+  const test::DiskFull full;
   const Outcome outcome = run({"manual", "--minutes", "5"});
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.output, "");

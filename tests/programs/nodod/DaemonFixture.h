@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/helper/NODOHelperCommandResponse.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <programs/nodod/Daemon.h>
 #include <programs/shared/DefaultPolicy.h>
 #include <testing/FakeMachine.h>
@@ -57,7 +57,7 @@ class FakeLoop : public DaemonLoop {
 /// The test's power manager as a SleepLock wants it.
 class BorrowedPowerManager : public PowerManaging {
  public:
-  explicit BorrowedPowerManager(testing::FakePowerManager& power) : power_(power) {}
+  explicit BorrowedPowerManager(test::FakePowerManager& power) : power_(power) {}
 
   PowerOperationResult setSleepDisabled(bool disabled) override {
     return power_.setSleepDisabled(disabled);
@@ -66,7 +66,7 @@ class BorrowedPowerManager : public PowerManaging {
   PowerOperationResult requestSleepNow() override { return power_.requestSleepNow(); }
 
  private:
-  testing::FakePowerManager& power_;
+  test::FakePowerManager& power_;
 };
 
 /// A daemon on a machine, a lock, a state folder and a clock that the test sets.
@@ -92,7 +92,7 @@ class DaemonFixture : public ::testing::Test {
     loop = FakeLoop();
     loop.isNameTaken = nameIsTaken;
     const Log log = [this](const std::string& line) { lines.push_back(line); };
-    keeper = std::make_unique<LockKeeper>(testing::controllerFor(machine, store(), defaultPolicy),
+    keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
                                           makeLock(), log, now);
     daemon = std::make_unique<Daemon>(
         *keeper, loop, [this] { return now; }, log, releaseGrace);
@@ -194,9 +194,9 @@ class DaemonFixture : public ::testing::Test {
     return reasons;
   }
 
-  testing::TemporaryFolder folder = testing::TemporaryFolder::inMemory();
-  std::shared_ptr<testing::FakeMachine> machine = std::make_shared<testing::FakeMachine>();
-  testing::FakePowerManager power;
+  test::TemporaryFolder folder = test::TemporaryFolder::inMemory();
+  std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
+  test::FakePowerManager power;
   Seconds releaseGrace{1};
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;

@@ -1,4 +1,4 @@
-#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/PowerDecision.h>
 
 #include <tests/programs/nodod/DaemonFixture.h>
 
@@ -7,7 +7,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Behaviour = testing::FakePowerManager::Behaviour;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 class DaemonScheduleTest : public DaemonFixture {};
 

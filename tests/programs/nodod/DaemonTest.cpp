@@ -1,4 +1,4 @@
-#include <NODOCore/control/ReasonWords.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <testing/DiskFull.h>
 
 #include <tests/programs/nodod/DaemonFixture.h>
@@ -189,7 +189,7 @@ TEST_F(DaemonRequestTest, AFailingChangeIsLoggedEachTime) {
 TEST_F(DaemonRequestTest, ASuccessfulLookDoesNotRepeatTheFailureOfPasses) {
   askManual(20);
   lines.clear();
-  const testing::DiskFull full;
+  const test::DiskFull full;
   machine->lidClosed = true;  // a change that every pass wants to save
   for (int minute = 0; minute < 5; ++minute) {
     EXPECT_TRUE(askStatus().status);
@@ -207,23 +207,23 @@ TEST_F(DaemonRequestTest, RequestsSucceedAgainOnceTheStateCanBeRead) {
 }
 
 TEST_F(DaemonRequestTest, AFullDiskFailsTheRequestAndTheLockStaysOff) {
-  const testing::DiskFull full;
+  const test::DiskFull full;
   EXPECT_TRUE(askManual(20).error);
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
 TEST_F(DaemonRequestTest, ATimerWithoutTheLockIsAFailureAndTheNextPassMendsIt) {
-  power.behaviour = testing::FakePowerManager::Behaviour::cannotRun;
+  power.behaviour = test::FakePowerManager::Behaviour::cannotRun;
   EXPECT_THAT(askManual(20).error.value_or(""),
               StartsWith("the timer is set, but the sleep lock does not follow it yet: Unable"));
   EXPECT_EQ(stored().manualUntil, now + Seconds(1200));
-  power.behaviour = testing::FakePowerManager::Behaviour::works;
+  power.behaviour = test::FakePowerManager::Behaviour::works;
   wait(60);
   EXPECT_TRUE(power.isSleepDisabled);
 }
 
 TEST_F(DaemonRequestTest, ALockThatTheSystemRefusesShowsInTheStatusAndIsLoggedOnce) {
-  power.behaviour = testing::FakePowerManager::Behaviour::fails;
+  power.behaviour = test::FakePowerManager::Behaviour::fails;
   const auto response = askManual(20);
   ASSERT_TRUE(response.status);
   EXPECT_FALSE(response.status->state.ownsSleepDisable);

@@ -9,7 +9,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
-using Behaviour = testing::FakePowerManager::Behaviour;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 /// A daemon that holds the lock for twenty minutes when things begin to fail.
 class LockKeeperFailureTest : public DaemonFixture {
@@ -140,7 +140,7 @@ TEST_F(LockKeeperFailureTest, WhenTheMachineCannotBeSeenItsLastSightCounts) {
 TEST_F(LockKeeperFailureTest, AFullDiskDoesNotKeepTheMachineFromSleep) {
   closeLidOnBattery();
   wait(1199);
-  const testing::DiskFull full;
+  const test::DiskFull full;
   wait(3);
   EXPECT_FALSE(power.isSleepDisabled);
   EXPECT_EQ(power.sleepRequests, 1);
@@ -148,7 +148,7 @@ TEST_F(LockKeeperFailureTest, AFullDiskDoesNotKeepTheMachineFromSleep) {
 
 TEST_F(LockKeeperFailureTest, AMachineThatWasSentToSleepIsNotSentThereTwice) {
   closeLidOnBattery();
-  std::optional<testing::DiskFull> full;
+  std::optional<test::DiskFull> full;
   power.beforeOperation = [&](PowerOperationAction action) {
     if (action == PowerOperationAction::sleepNow) {
       full.emplace();
@@ -161,7 +161,7 @@ TEST_F(LockKeeperFailureTest, AMachineThatWasSentToSleepIsNotSentThereTwice) {
 
 TEST_F(LockKeeperFailureTest, AStateThatCannotBeWrittenDoesNotMakeTheLockFlap) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     machine->lidClosed = true;  // a change that every pass wants to save
     wait(600);
     EXPECT_FALSE(power.isSleepDisabled);
@@ -178,7 +178,7 @@ TEST_F(LockKeeperFailureTest, ALockThatCouldNotBeRecordedIsNotTakenOverAndOver) 
   machineChanged();
   EXPECT_FALSE(power.isSleepDisabled);
   power.operations.clear();
-  const testing::DiskFull full;
+  const test::DiskFull full;
   machine->powerSource = PowerSource::ac;
   machineChanged();
   EXPECT_TRUE(power.isSleepDisabled);
@@ -193,7 +193,7 @@ TEST_F(LockKeeperFailureTest, ATimerAfterAReleaseThatCouldNotBeSavedGetsTheLock)
   lockDiesWithProcess = false;
   start();
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     wait(1202);
     EXPECT_FALSE(power.isSleepDisabled);
     EXPECT_TRUE(stored().ownsSleepDisable);
@@ -206,7 +206,7 @@ TEST_F(LockKeeperFailureTest, ALockThatOutlivesProcessesIsTakenAgainAfterAnUnrec
   lockDiesWithProcess = false;
   start();
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     machine->lidClosed = true;
     wait(300);
     EXPECT_FALSE(power.isSleepDisabled);
@@ -274,7 +274,7 @@ TEST_F(LockKeeperFailureTest, AStopReleasesTheLockWhateverFails) {
 
 TEST_F(LockKeeperFailureTest, AStopThatCouldNotBeWrittenIsMadeUpFor) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askStop().error);
     EXPECT_FALSE(power.isSleepDisabled);
     EXPECT_TRUE(stored().manualUntil);
@@ -287,7 +287,7 @@ TEST_F(LockKeeperFailureTest, AStopThatCouldNotBeWrittenIsMadeUpFor) {
 
 TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedStopCounts) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askStop().error);
   }
   EXPECT_TRUE(askManual(20).status);
@@ -298,7 +298,7 @@ TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedStopCounts) {
 TEST_F(LockKeeperFailureTest, AnExtensionAfterAFailedStopDoesNotBringTheOldTimerBack) {
   askManual(700);
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askStop().error);
   }
   wait(30);
@@ -313,7 +313,7 @@ TEST_F(LockKeeperFailureTest, AnExtensionAfterAFailedStopDoesNotBringTheOldTimer
 
 TEST_F(LockKeeperFailureTest, ARefusedDurationDoesNotMakeAFailedStopForgotten) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askStop().error);
   }
   EXPECT_TRUE(askManualV2(721, true, "Codex").error);
@@ -324,7 +324,7 @@ TEST_F(LockKeeperFailureTest, ARefusedDurationDoesNotMakeAFailedStopForgotten) {
 
 TEST_F(LockKeeperFailureTest, AnExtensionThatCannotBeWrittenDoesNotMakeAFailedStopForgotten) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askStop().error);
     EXPECT_TRUE(askManualV2(20, true, "Codex").error);
     EXPECT_FALSE(power.isSleepDisabled);
@@ -351,7 +351,7 @@ TEST_F(LockKeeperFailureTest, ARepairReleasesTheLockOfAnUnreadableState) {
 
 TEST_F(LockKeeperFailureTest, ARepairThatCouldNotBeWrittenIsMadeUpFor) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askRepair().error);
     EXPECT_FALSE(power.isSleepDisabled);
     wait(61);
@@ -365,7 +365,7 @@ TEST_F(LockKeeperFailureTest, ARepairThatCouldNotBeWrittenIsMadeUpFor) {
 
 TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedRepairCounts) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askRepair().error);
   }
   const auto response = askManualV2(10, true, "Codex");
@@ -377,7 +377,7 @@ TEST_F(LockKeeperFailureTest, ATimerThatIsSetAfterAFailedRepairCounts) {
 
 TEST_F(LockKeeperFailureTest, ARepairThatSucceedsAfterAFailedOneLeavesNothingToBeMadeUpFor) {
   {
-    const testing::DiskFull full;
+    const test::DiskFull full;
     EXPECT_TRUE(askRepair().error);
   }
   EXPECT_TRUE(askRepair().status);

@@ -225,7 +225,7 @@ TEST_F(ProgramTest, OnceThatFailsExitsWith1AndPrintsNothing) {
 TEST_F(ProgramTest, OnceThatFailsLeavesNoLockThatNobodyKnowsOf) {
   lockDiesWithProcess = false;
   putTimer(600, false);
-  std::optional<testing::DiskFull> full;
+  std::optional<test::DiskFull> full;
   power.beforeOperation = [&](PowerOperationAction action) {
     if (action == PowerOperationAction::disableSleep) {
       full.emplace();

@@ -7,7 +7,7 @@
 namespace nodo::nodod {
 namespace {
 
-using Behaviour = testing::FakePowerManager::Behaviour;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 /// A daemon among failures that come and go, whose lock can be trusted to let go: it is freed with
 /// the process, or the tool works.
@@ -113,7 +113,7 @@ class RandomisedDaemonTest : public DaemonFixture, public ::testing::WithParamIn
     if (goodState) {
       breakOrMendState();
     }
-    *machine = testing::FakeMachine();
+    *machine = test::FakeMachine();
     lockIsReadable = true;
     behaviourOfTaking = Behaviour::works;
   }
@@ -130,7 +130,7 @@ class RandomisedDaemonTest : public DaemonFixture, public ::testing::WithParamIn
   std::mt19937 random{20260131};
   Date end = now;  // until when at most the machine may be kept awake
   Behaviour behaviourOfTaking = Behaviour::works;
-  std::optional<testing::DiskFull> full;
+  std::optional<test::DiskFull> full;
   std::optional<std::string> goodState;
 };
 

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <NODOCore/base/Files.h>
+
+#include <filesystem>
+#include <string>
+
+#include <spawn.h>
+
+namespace nodo {
+
+/// Makes what was written to the open file `descriptor` survive a power cut. Returns 0, or -1 with
+/// errno set. How far `fsync` goes differs by system, hence a source file each.
+int syncToDisk(int descriptor);
+
+/// Gives the open file `to` the access-control list of the file at `from`, or takes its own away
+/// when that has none, and then the other extended attributes that belong to a file rather than to
+/// its content, as far as the file system and this process's rights allow.
+///
+/// Returns 0, or -1 with errno set when a list that is there could not be kept: without it the
+/// file's mode alone may let more people in. The mode is to be set after this, which changes it.
+/// Systems differ in where they keep all this, hence a source file each.
+int copyFileAttributes(const std::filesystem::path& from, int to);
+
+/// The path by which this program was started (its argument 0); empty when it was given none.
+std::string startedPath();
+
+/// What keeps descriptors out of child processes. How that is done without a race against other
+/// threads that start children at the same time differs by system, hence a source file each.
+
+struct Pipe {
+  FileDescriptor readEnd;
+  FileDescriptor writeEnd;
+};
+
+/// A pipe that no child inherits unless it is given an end on purpose. Throws std::system_error.
+Pipe makePrivatePipe();
+
+/// Further flags for posix_spawnattr_setflags that isolate a child.
+short spawnIsolationFlags();
+
+/// Completes the file actions of a child whose standard streams are in place: it gets them and no
+/// other descriptor, not even one that this process was handed to pass on.
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions);
+
+}  // namespace nodo

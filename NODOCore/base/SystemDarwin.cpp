@@ -1,0 +1,58 @@
+#include <NODOCore/base/Files.h>
+#include <NODOCore/base/System.h>
+
+#include <array>
+#include <cerrno>
+
+#include <copyfile.h>
+#include <crt_externs.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace nodo {
+
+int syncToDisk(int descriptor) {
+  // On Darwin fsync only reaches the drive's cache. Some file systems (network, FAT) refuse the
+  // full sync; then fsync is the best there is.
+  return ::fcntl(descriptor, F_FULLFSYNC) == 0 ? 0 : ::fsync(descriptor);
+}
+
+int copyFileAttributes(const std::filesystem::path& from, int to) {
+  const FileDescriptor file(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file) {
+    return errno == EACCES ? 0 : -1;  // what this process may not read it cannot keep
+  }
+  if (::fcopyfile(file.get(), to, nullptr, COPYFILE_ACL) != 0 && errno != ENOTSUP) {
+    return -1;
+  }
+  ::fcopyfile(file.get(), to, nullptr, COPYFILE_XATTR);  // as far as it goes
+  return 0;
+}
+
+std::string startedPath() {
+  const char* const* arguments = *_NSGetArgv();
+  return arguments != nullptr && arguments[0] != nullptr ? arguments[0] : "";
+}
+
+Pipe makePrivatePipe() {
+  std::array<int, 2> ends{-1, -1};
+  if (::pipe(ends.data()) != 0) {
+    throwErrno("Unable to make", "a pipe");
+  }
+  Pipe pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+  // For children that others start; our own are covered by the flag below.
+  ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+  ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+  return pipe;
+}
+
+short spawnIsolationFlags() {
+  return POSIX_SPAWN_CLOEXEC_DEFAULT;
+}
+
+void closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+  // The flag closes whatever the actions do not name.
+  ::posix_spawn_file_actions_addinherit_np(&actions, STDIN_FILENO);
+}
+
+}  // namespace nodo
