@@ -1,7 +1,6 @@
 #include <platform/linux/BusAddress.h>
 #include <platform/linux/BusConnection.h>
 #include <platform/linux/BusError.h>
-#include <platform/linux/SdBusLibrary.h>
 
 #include <algorithm>
 #include <array>
@@ -20,7 +19,7 @@ class CallError {
   CallError(const CallError&) = delete;
   CallError& operator=(const CallError&) = delete;
 
-  ~CallError() { SdBusLibrary::shared().errorFree(&error_); }
+  ~CallError() { sd_bus_error_free(&error_); }
 
   sd_bus_error* get() { return &error_; }
 
@@ -49,15 +48,7 @@ std::uint64_t microseconds(std::chrono::steady_clock::duration duration) {
 
 }  // namespace
 
-void BusMessageDeleter::operator()(sd_bus_message* message) const {
-  SdBusLibrary::shared().messageUnref(message);
-}
-
-void BusCloser::operator()(sd_bus* bus) const {
-  SdBusLibrary::shared().closeUnref(bus);
-}
-
-void checkBus(int result, const std::string& action) {
+void checkSystemd(int result, const std::string& action) {
   if (result < 0) {
     throw BusError("cannot " + action + ": " + std::strerror(-result));
   }
@@ -65,22 +56,20 @@ void checkBus(int result, const std::string& action) {
 
 BusHandle startBus(const std::string& address, BusDescriptors descriptors,
                    const std::string& action) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   sd_bus* made = nullptr;
-  checkBus(library.newBus(&made), action);
+  checkSystemd(sd_bus_new(&made), action);
   BusHandle bus(made);
-  checkBus(library.setAddress(made, address.c_str()), action);
-  checkBus(library.setBusClient(made, 1), action);
-  checkBus(library.negotiateFds(made, descriptors == BusDescriptors::taken ? 1 : 0), action);
-  checkBus(library.start(made), action);
+  checkSystemd(sd_bus_set_address(made, address.c_str()), action);
+  checkSystemd(sd_bus_set_bus_client(made, 1), action);
+  checkSystemd(sd_bus_negotiate_fds(made, descriptors == BusDescriptors::taken ? 1 : 0), action);
+  checkSystemd(sd_bus_start(made), action);
   return bus;
 }
 
 bool processBus(sd_bus* bus, std::chrono::steady_clock::time_point deadline,
                 const std::string& action) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  const int processed = library.process(bus, nullptr);
-  checkBus(processed, action);
+  const int processed = sd_bus_process(bus, nullptr);
+  checkSystemd(processed, action);
   if (processed > 0) {
     return true;
   }
@@ -88,8 +77,8 @@ bool processBus(sd_bus* bus, std::chrono::steady_clock::time_point deadline,
   if (left == 0) {
     return false;
   }
-  const int waited = library.wait(bus, left);
-  checkBus(waited == -EINTR ? 0 : waited, action);  // a signal ends the wait, no more
+  const int waited = sd_bus_wait(bus, left);
+  checkSystemd(waited == -EINTR ? 0 : waited, action);  // a signal ends the wait, no more
   return true;
 }
 
@@ -98,8 +87,8 @@ BusHandle openBus(const std::string& address, BusDescriptors descriptors,
   BusHandle bus = startBus(address, descriptors, action);
   // Signing in needs a few exchanges, which the library would otherwise do without a time limit.
   for (;;) {
-    const int ready = SdBusLibrary::shared().isReady(bus.get());
-    checkBus(ready, action);
+    const int ready = sd_bus_is_ready(bus.get());
+    checkSystemd(ready, action);
     if (ready > 0) {
       return bus;
     }
@@ -133,23 +122,21 @@ BusConnection BusConnection::openSystem(std::chrono::milliseconds connectLimit,
 
 BusMessage BusConnection::newCall(const std::string& service, const std::string& path,
                                   const std::string& interface, const std::string& member) const {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   sd_bus_message* made = nullptr;
-  checkBus(library.messageNewMethodCall(bus_.get(), &made, service.c_str(), path.c_str(),
-                                        interface.c_str(), member.c_str()),
-           "make a call of " + member);
+  checkSystemd(sd_bus_message_new_method_call(bus_.get(), &made, service.c_str(), path.c_str(),
+                                              interface.c_str(), member.c_str()),
+               "make a call of " + member);
   BusMessage call(made);
-  checkBus(library.messageSetAutoStart(call.get(), 0), "make a call of " + member);
+  checkSystemd(sd_bus_message_set_auto_start(call.get(), 0), "make a call of " + member);
   return call;
 }
 
 BusMessage BusConnection::send(const BusMessage& call) const {
   CallError error;
   sd_bus_message* reply = nullptr;
-  const SdBusLibrary& library = SdBusLibrary::shared();
   const int result =
-      library.call(bus_.get(), call.get(), microseconds(callLimit_), error.get(), &reply);
-  const bool answered = result >= 0 || (library.isReady(bus_.get()) > 0 && !error.isSilence());
+      sd_bus_call(bus_.get(), call.get(), microseconds(callLimit_), error.get(), &reply);
+  const bool answered = result >= 0 || (sd_bus_is_ready(bus_.get()) > 0 && !error.isSilence());
   dropWhatOthersSent();
   if (result < 0) {
     if (answered) {
@@ -162,8 +149,7 @@ BusMessage BusConnection::send(const BusMessage& call) const {
 
 void BusConnection::dropWhatOthersSent() const {
   const auto deadline = std::chrono::steady_clock::now() + callLimit_;
-  while (SdBusLibrary::shared().process(bus_.get(), nullptr) > 0 &&
-         std::chrono::steady_clock::now() < deadline) {
+  while (sd_bus_process(bus_.get(), nullptr) > 0 && std::chrono::steady_clock::now() < deadline) {
   }
 }
 

@@ -1,24 +1,11 @@
 #pragma once
 
+#include <platform/linux/SystemdHandles.h>
+
 #include <chrono>
-#include <memory>
 #include <string>
 
-#include <systemd/sd-bus.h>
-
 namespace nodo {
-
-struct BusMessageDeleter {
-  void operator()(sd_bus_message* message) const;
-};
-
-/// Closes a bus without sending what is left, since that would wait for a bus that hangs.
-struct BusCloser {
-  void operator()(sd_bus* bus) const;
-};
-
-using BusHandle = std::unique_ptr<sd_bus, BusCloser>;
-using BusMessage = std::unique_ptr<sd_bus_message, BusMessageDeleter>;
 
 /// Whether messages may bring file descriptors. Everybody on the bus may send some, in signals, and
 /// they count as this process's until the messages are dropped.
@@ -75,8 +62,4 @@ class BusConnection {
   BusHandle bus_;
   std::chrono::milliseconds callLimit_;
 };
-
-/// Throws BusError for a negative result of a bus function; `action` says what was tried.
-void checkBus(int result, const std::string& action);
-
 }  // namespace nodo

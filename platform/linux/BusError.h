@@ -5,8 +5,9 @@
 
 namespace nodo {
 
-/// The bus, or a service on it, could not be reached or did not answer as it should. The text says
-/// which and why.
+/// The bus, or a service on it, could not be reached or did not answer as it should; or the library
+/// for it, which brings the event loop and the devices too, failed at these. The text says what
+/// and why.
 class BusError : public std::runtime_error {
  public:
   explicit BusError(const std::string& message) : std::runtime_error(message) {}

@@ -3,7 +3,6 @@
 #include <platform/linux/BusHelperLink.h>
 #include <platform/linux/HelperBusNames.h>
 #include <platform/linux/Noncharacters.h>
-#include <platform/linux/SdBusLibrary.h>
 
 #include <cstdint>
 #include <utility>
@@ -17,7 +16,7 @@ void appendRequesterPart(sd_bus_message* call, const char* key,
                          const std::optional<std::string>& value, const std::string& action) {
   if (value) {
     const std::string text = withoutNoncharacters(*value);
-    checkBus(SdBusLibrary::shared().messageAppend(call, "{sv}", key, "s", text.c_str()), action);
+    checkSystemd(sd_bus_message_append(call, "{sv}", key, "s", text.c_str()), action);
   }
 }
 
@@ -33,7 +32,7 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
     post(
         helper_bus::enableManual,
         [minutes](sd_bus_message* call) {
-          checkBus(SdBusLibrary::shared().messageAppend(call, "x", minutes), "send the minutes");
+          checkSystemd(sd_bus_message_append(call, "x", minutes), "send the minutes");
         },
         std::move(reply));
   }
@@ -45,14 +44,13 @@ class BusHelperProxy : public NODOHelperXPCProtocol {
     post(
         helper_bus::enableManualV2,
         [=](sd_bus_message* call) {
-          const SdBusLibrary& library = SdBusLibrary::shared();
           const std::string action = "send who asks";
-          checkBus(library.messageAppend(call, "xb", minutes, extendOnly ? 1 : 0), action);
-          checkBus(library.messageOpenContainer(call, 'a', "{sv}"), action);
+          checkSystemd(sd_bus_message_append(call, "xb", minutes, extendOnly ? 1 : 0), action);
+          checkSystemd(sd_bus_message_open_container(call, 'a', "{sv}"), action);
           appendRequesterPart(call, "name", requesterName, action);
           appendRequesterPart(call, "context", requesterContext, action);
           appendRequesterPart(call, "event", requesterEvent, action);
-          checkBus(library.messageCloseContainer(call), action);
+          checkSystemd(sd_bus_message_close_container(call), action);
         },
         std::move(reply));
   }

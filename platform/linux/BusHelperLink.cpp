@@ -3,7 +3,6 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/BusHelperLink.h>
 #include <platform/linux/HelperBusNames.h>
-#include <platform/linux/SdBusLibrary.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -125,24 +124,23 @@ void BusHelperLink::send(const BusHelperRequest& request) {
 }
 
 void BusHelperLink::sendOrThrow(const BusHelperRequest& request) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   const std::string action = "ask the daemon nodod";
   sd_bus_message* made = nullptr;
-  checkBus(library.messageNewMethodCall(bus_.get(), &made, serviceName_.c_str(),
-                                        helper_bus::objectPath(serviceName_).c_str(),
-                                        helper_bus::interface, request.member.c_str()),
-           action);
+  checkSystemd(sd_bus_message_new_method_call(bus_.get(), &made, serviceName_.c_str(),
+                                              helper_bus::objectPath(serviceName_).c_str(),
+                                              helper_bus::interface, request.member.c_str()),
+               action);
   const BusMessage call(made);
   if (request.arguments) {
     request.arguments(call.get());
   }
   Pending& pending = pending_.emplace_back(Pending{.link = *this, .request = request});
   const int sent =
-      library.callAsync(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit);
+      sd_bus_call_async(bus_.get(), nullptr, call.get(), received, &pending, noTimeLimit);
   if (sent < 0) {
     pending_.pop_back();
   }
-  checkBus(sent, action);
+  checkSystemd(sent, action);
 }
 
 int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error* /*error*/) {
@@ -152,21 +150,20 @@ int BusHelperLink::received(sd_bus_message* message, void* pending, sd_bus_error
 }
 
 void BusHelperLink::answer(const Pending& asked, sd_bus_message* message) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
-  const bool isError = library.messageIsMethodError(message, nullptr) > 0;
+  const bool isError = sd_bus_message_is_method_error(message, nullptr) > 0;
   // A bus that went away leaves such an answer, too; that is for the interruption handler.
-  if (isError && library.isOpen(bus_.get()) <= 0) {
+  if (isError && sd_bus_is_open(bus_.get()) <= 0) {
     return;
   }
   const BusHelperRequest request = asked.request;
   pending_.remove_if([&asked](const Pending& each) { return &each == &asked; });
   if (isError) {
-    const sd_bus_error& error = *library.messageGetError(message);
+    const sd_bus_error& error = *sd_bus_message_get_error(message);
     fail(request, explained(error), !saysThatNobodyIsThere(error));
     return;
   }
   const char* text = nullptr;
-  if (library.messageRead(message, "s", &text) < 0 || text == nullptr) {
+  if (sd_bus_message_read(message, "s", &text) < 0 || text == nullptr) {
     fail(request, "the daemon nodod gave an answer without a text; it may be of another version",
          true);
     return;

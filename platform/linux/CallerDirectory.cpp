@@ -1,6 +1,5 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/CallerDirectory.h>
-#include <platform/linux/SdBusLibrary.h>
 
 #include <algorithm>
 #include <chrono>
@@ -18,21 +17,21 @@ constexpr milliseconds callLimit(1500);
 BusMessage askBus(const BusConnection& bus, const std::string& question, const std::string& name) {
   const BusMessage call = bus.newCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
                                       "org.freedesktop.DBus", question);
-  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "s", name.c_str()), "ask the bus");
+  checkSystemd(sd_bus_message_append(call.get(), "s", name.c_str()), "ask the bus");
   return bus.send(call);
 }
 
 std::uint32_t userOf(const BusConnection& bus, const std::string& name) {
   const BusMessage reply = askBus(bus, "GetConnectionUnixUser", name);
   std::uint32_t user = 0;
-  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "u", &user), "read a caller's user");
+  checkSystemd(sd_bus_message_read(reply.get(), "u", &user), "read a caller's user");
   return user;
 }
 
 bool hasOwner(const BusConnection& bus, const std::string& name) {
   const BusMessage reply = askBus(bus, "NameHasOwner", name);
   int isOwned = 0;
-  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "b", &isOwned), "read who is there");
+  checkSystemd(sd_bus_message_read(reply.get(), "b", &isOwned), "read who is there");
   return isOwned != 0;
 }
 

@@ -25,14 +25,13 @@ DaemonBus open(const std::string& choice) {
   // No request needs a descriptor, and whoever may send a message could use up all that this
   // process may have, and with them the lock.
   const std::string address = busAddress(choice);
-  BusHandle connection = openBus(address, BusDescriptors::refused, connectLimit, action);
-  DaemonBus bus{.connection = SystemdHandle<sd_bus>(connection.release()),
+  DaemonBus bus{.connection = openBus(address, BusDescriptors::refused, connectLimit, action),
                 .kind = kindOf(choice),
                 .address = address,
                 .name = busName(choice)};
-  checkBus(sd_bus_set_method_call_timeout(bus.connection.get(),
-                                          static_cast<std::uint64_t>(callLimit.count())),
-           action);
+  checkSystemd(sd_bus_set_method_call_timeout(bus.connection.get(),
+                                              static_cast<std::uint64_t>(callLimit.count())),
+               action);
   return bus;
 }
 

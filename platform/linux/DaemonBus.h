@@ -11,7 +11,7 @@ namespace nodo {
 struct DaemonBus {
   enum class Kind { system, session, address };
 
-  SystemdHandle<sd_bus> connection;
+  BusHandle connection;
   Kind kind = Kind::system;
   std::string address;
   std::string name;  ///< for people: "the system bus"

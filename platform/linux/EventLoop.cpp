@@ -1,8 +1,6 @@
 #include <platform/linux/EventLoop.h>
 
-#include <cstring>
 #include <ctime>
-#include <stdexcept>
 #include <utility>
 
 namespace nodo {
@@ -18,12 +16,6 @@ std::uint64_t now(clockid_t clock) {
 }
 
 }  // namespace
-
-void checkSystemd(int result, const std::string& action) {
-  if (result < 0) {
-    throw std::runtime_error("cannot " + action + ": " + std::strerror(-result));
-  }
-}
 
 EventLoop::EventLoop() {
   sd_event* made = nullptr;

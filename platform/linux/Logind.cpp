@@ -1,7 +1,6 @@
 #include <platform/linux/BusError.h>
 #include <platform/linux/Logind.h>
 #include <platform/linux/LogindNames.h>
-#include <platform/linux/SdBusLibrary.h>
 
 #include <cerrno>
 #include <cstring>
@@ -49,18 +48,17 @@ BusMessage Logind::send(const BusMessage& call) {
 
 FileDescriptor Logind::inhibit(const std::string& what, const std::string& who,
                                const std::string& why, const std::string& mode) {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   // Another's descriptors cannot get in the way on a connection that nobody knows yet.
   const BusConnection ownConnection =
       BusConnection::openSystem(connectLimit_, callLimit_, BusDescriptors::taken);
   const BusMessage call =
       ownConnection.newCall(logind::service, logind::path, logind::managerInterface, "Inhibit");
-  checkBus(library.messageAppend(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
-                                 mode.c_str()),
-           "ask logind for an inhibitor");
+  checkSystemd(sd_bus_message_append(call.get(), "ssss", what.c_str(), who.c_str(), why.c_str(),
+                                     mode.c_str()),
+               "ask logind for an inhibitor");
   const BusMessage reply = ownConnection.send(call);
   int lent = -1;
-  checkBus(library.messageRead(reply.get(), "h", &lent), "read logind's inhibitor");
+  checkSystemd(sd_bus_message_read(reply.get(), "h", &lent), "read logind's inhibitor");
   // The message closes its own.
   FileDescriptor kept(::fcntl(lent, F_DUPFD_CLOEXEC, 3));
   if (!kept) {
@@ -73,42 +71,37 @@ void Logind::suspend() {
   const BusMessage call =
       connection().newCall(logind::service, logind::path, logind::managerInterface, "Suspend");
   const int interactive = 0;
-  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "b", interactive),
-           "ask logind to suspend");
+  checkSystemd(sd_bus_message_append(call.get(), "b", interactive), "ask logind to suspend");
   send(call);
 }
 
 BusMessage Logind::askProperty(const std::string& name) {
   const BusMessage call =
       connection().newCall(logind::service, logind::path, "org.freedesktop.DBus.Properties", "Get");
-  checkBus(SdBusLibrary::shared().messageAppend(call.get(), "ss", logind::managerInterface,
-                                                name.c_str()),
-           "ask logind for " + name);
+  checkSystemd(sd_bus_message_append(call.get(), "ss", logind::managerInterface, name.c_str()),
+               "ask logind for " + name);
   return send(call);
 }
 
 bool Logind::isLidClosed() {
   const BusMessage reply = askProperty("LidClosed");
   int closed = 0;
-  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "v", "b", &closed),
-           "read logind's LidClosed");
+  checkSystemd(sd_bus_message_read(reply.get(), "v", "b", &closed), "read logind's LidClosed");
   return closed != 0;
 }
 
 std::string Logind::blockInhibited() {
   const BusMessage reply = askProperty("BlockInhibited");
   const char* what = nullptr;
-  checkBus(SdBusLibrary::shared().messageRead(reply.get(), "v", "s", &what),
-           "read logind's BlockInhibited");
+  checkSystemd(sd_bus_message_read(reply.get(), "v", "s", &what), "read logind's BlockInhibited");
   return text(what);
 }
 
 std::vector<Inhibitor> Logind::inhibitors() {
-  const SdBusLibrary& library = SdBusLibrary::shared();
   const BusMessage reply = send(connection().newCall(logind::service, logind::path,
                                                      logind::managerInterface, "ListInhibitors"));
   const std::string action = "read logind's inhibitors";
-  checkBus(library.messageEnterContainer(reply.get(), 'a', "(ssssuu)"), action);
+  checkSystemd(sd_bus_message_enter_container(reply.get(), 'a', "(ssssuu)"), action);
   std::vector<Inhibitor> inhibitors;
   for (;;) {
     const char* what = nullptr;
@@ -118,8 +111,8 @@ std::vector<Inhibitor> Logind::inhibitors() {
     std::uint32_t uid = 0;
     std::uint32_t pid = 0;
     const int more =
-        library.messageRead(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid, &pid);
-    checkBus(more, action);
+        sd_bus_message_read(reply.get(), "(ssssuu)", &what, &who, &why, &mode, &uid, &pid);
+    checkSystemd(more, action);
     if (more == 0) {
       return inhibitors;
     }

@@ -64,9 +64,8 @@ void LogindSignals::repair() {
 void LogindSignals::connect() {
   connection_ = {};
   try {
-    connection_.own.reset(
-        startBus(systemBusAddress(), BusDescriptors::refused, "connect to the system bus")
-            .release());
+    connection_.own =
+        startBus(systemBusAddress(), BusDescriptors::refused, "connect to the system bus");
     sd_bus* const made = connection_.own.get();
     checkSystemd(sd_bus_attach_event(made, loop_.get(), SD_EVENT_PRIORITY_NORMAL), action);
     sd_bus_slot* lost = nullptr;

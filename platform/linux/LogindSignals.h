@@ -28,7 +28,7 @@ class LogindSignals {
 
  private:
   struct Connection {
-    SystemdHandle<sd_bus> own;
+    BusHandle own;
     SystemdHandle<sd_bus_slot> sleep;
     SystemdHandle<sd_bus_slot> properties;
     SystemdHandle<sd_bus_slot> lost;

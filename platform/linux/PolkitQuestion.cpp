@@ -21,7 +21,7 @@ SystemdHandle<sd_bus_slot> askPolkit(sd_bus* bus, const std::string& caller,
                                      "/org/freedesktop/PolicyKit1/Authority",
                                      "org.freedesktop.PolicyKit1.Authority", "CheckAuthorization"),
       action);
-  const SystemdHandle<sd_bus_message> call(made);
+  const BusMessage call(made);
   const std::uint32_t noInteraction = 0;
   checkSystemd(sd_bus_message_append(made, "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s",
                                      caller.c_str(), CallerPolicy::action, 0, noInteraction, ""),

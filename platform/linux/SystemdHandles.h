@@ -34,7 +34,11 @@ struct SystemdUnref {
 template <class Object>
 using SystemdHandle = std::unique_ptr<Object, SystemdUnref>;
 
-/// Throws std::runtime_error for a negative result of libsystemd's; `action` says what was tried.
+using BusHandle = SystemdHandle<sd_bus>;
+using BusMessage = SystemdHandle<sd_bus_message>;
+
+/// Throws BusError for a negative result, which is an errno with its sign turned, as libsystemd's
+/// functions give it; `action` says what was tried.
 void checkSystemd(int result, const std::string& action);
 
 }  // namespace nodo
