@@ -3,17 +3,14 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
+#include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/state/NODOState.h>
-#include <platform/DaemonMachine.h>
-#include <programs/nodod/Log.h>
-#include <programs/nodod/OperationLog.h>
-#include <programs/nodod/WatchedLock.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace nodo::nodod {
+namespace nodo {
 
 /// Keeps the sleep lock in line with the state, whatever fails.
 ///
@@ -36,7 +33,7 @@ class LockKeeper {
   /// How often the lock is looked after while it is held or wanted.
   static constexpr Seconds pollInterval{60};
 
-  LockKeeper(NODOController controller, SleepLock lock, Log log, Date now);
+  LockKeeper(NODOController controller, SleepLock lock, DaemonLog log, Date now);
 
   /// The status as it is. Changes nothing.
   StatusReport status(Date now) const { return controller_.status(now); }
@@ -71,6 +68,19 @@ class LockKeeper {
   bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
 
  private:
+  /// A wish to end the timer that the lock has not followed yet.
+  enum class TimerEnding { stop, repair };
+
+  /// Why the lock is released outside of a pass.
+  enum class ReleaseCause { stop, repair, daemonStopping, unconfirmed };
+
+  /// The timer as the state had it when it was last read.
+  struct KnownTimer {
+    std::optional<Date> end;  ///< absent: none runs
+  };
+
+  static std::string reasonOf(ReleaseCause cause);
+
   template <class Work>
   auto guarded(Date now, const Work& work);
 
@@ -87,11 +97,14 @@ class LockKeeper {
   std::optional<NODOState> readableState() const noexcept;
   bool answersForLock(const std::optional<NODOState>& state) const;
   bool mayStand(Date now) const;
-  bool release(Date now, const char* detail) noexcept;
+  ReleaseCause causeOfFailedPass() const;
+  bool release(Date now, ReleaseCause cause) noexcept;
   void sleepIfLidIsClosedOnBattery(Date now);
   SystemSnapshot lastSnapshot(Date now) const;
-  void record(const PowerOperationResult& operation, const std::string& reason, Date now);
+  LockOperation perform(PowerOperationAction action, const std::string& reason);
+  void record(const LockOperation& operation, Date now);
 
+  bool timerIsOver(Date now) const;
   std::optional<Date> nextAttempt(Date now) const;
   std::optional<Date> nextRelease(Date now, Seconds releaseGrace) const;
   Date nextPoll(Date now) const;
@@ -101,13 +114,13 @@ class LockKeeper {
   OperationLog operationLog_;
   Date attemptedAt_;                  // the last pass, or the start
   Date confirmedAt_;                  // the last pass that succeeded, or the start
-  std::optional<Date> timerEnd_;      // as last read, long past without a timer; absent: unread
+  std::optional<KnownTimer> timer_;   // absent: the state was never read
   std::optional<StatusReport> last_;  // of the last pass that succeeded
   bool isFailing_ = false;
   bool isEarlyRecheckDone_ = false;
   bool ownershipIsOfEarlierProcess_ = true;
-  bool releaseIsUnrecorded_ = false;       // the lock was released, and the state does not know
-  const char* pendingTimerEnd_ = nullptr;  // why it was asked for; null: all has followed it
+  bool releaseIsUnrecorded_ = false;  // the lock was released, and the state does not know
+  std::optional<TimerEnding> pendingEnding_;
 };
 
-}  // namespace nodo::nodod
+}  // namespace nodo

@@ -1,8 +1,8 @@
 #include <testing/DiskFull.h>
 
-#include <tests/programs/nodod/DaemonFixture.h>
+#include <tests/daemon/DaemonFixture.h>
 
-namespace nodo::nodod {
+namespace nodo {
 namespace {
 
 using ::testing::Contains;
@@ -99,11 +99,12 @@ TEST_F(LockKeeperFailureTest, ADifferentFailureIsToldOfAndTheSameOneIsNot) {
   machineChanged();
   EXPECT_THAT(lines, ElementsAre("pass failed (timer): Unable to run fake: "
                                  "No such file or directory",
-                                 "pass failed (power): Unable to list processes: broken"));
+                                 "pass failed (power supply): Unable to list processes: broken"));
 }
 
 TEST_F(LockKeeperFailureTest, AFailureThatComesBackIsToldOfAgain) {
-  const std::string failure = "pass failed (power): Unable to run fake: No such file or directory";
+  const std::string failure =
+      "pass failed (power supply): Unable to run fake: No such file or directory";
   for (int time = 0; time < 2; ++time) {
     machine->snapshotFails = true;
     machineChanged();
@@ -396,4 +397,4 @@ TEST_F(LockKeeperFailureTest, ATimerOfAStateThatCannotBeServedAtTheStartIsTriedE
 }
 
 }  // namespace
-}  // namespace nodo::nodod
+}  // namespace nodo

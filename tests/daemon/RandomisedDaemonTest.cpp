@@ -2,9 +2,9 @@
 
 #include <random>
 
-#include <tests/programs/nodod/DaemonFixture.h>
+#include <tests/daemon/DaemonFixture.h>
 
-namespace nodo::nodod {
+namespace nodo {
 namespace {
 
 using Behaviour = test::FakePowerManager::Behaviour;
@@ -184,4 +184,4 @@ INSTANTIATE_TEST_SUITE_P(BothKindsOfLock, RandomisedDaemonTest, ::testing::Bool(
                          });
 
 }  // namespace
-}  // namespace nodo::nodod
+}  // namespace nodo

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <programs/nodod/Daemon.h>
 #include <programs/shared/DefaultPolicy.h>
 #include <testing/FakeMachine.h>
 #include <testing/FakePowerManager.h>
@@ -20,7 +20,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace nodo::nodod {
+namespace nodo {
 
 /// A daemon's loop in which a test is the kernel: it keeps what the daemon set and asked for, and
 /// its `run` does what the test says, by default returning at once.
@@ -91,7 +91,7 @@ class DaemonFixture : public ::testing::Test {
     }
     loop = FakeLoop();
     loop.isNameTaken = nameIsTaken;
-    const Log log = [this](const std::string& line) { lines.push_back(line); };
+    const DaemonLog log = [this](const std::string& line) { lines.push_back(line); };
     keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
                                           makeLock(), log, now);
     daemon = std::make_unique<Daemon>(
@@ -117,7 +117,7 @@ class DaemonFixture : public ::testing::Test {
 
   void terminate() { loop.handlers.terminate(); }
 
-  void machineChanged() { loop.handlers.machineChanged("power"); }
+  void machineChanged() { loop.handlers.machineChanged({News::powerSupply}); }
 
   // ---- requests
 
@@ -135,6 +135,12 @@ class DaemonFixture : public ::testing::Test {
 
   NODOHelperCommandResponse askStatus() {
     return ask([this](HelperReply reply) { daemon->status(std::move(reply)); });
+  }
+
+  /// A status that no earlier answer serves for.
+  NODOHelperCommandResponse askForNewStatus() {
+    now += Daemon::answerLifetime;
+    return askStatus();
   }
 
   NODOHelperCommandResponse askManual(std::int64_t minutes) {
@@ -208,4 +214,4 @@ class DaemonFixture : public ::testing::Test {
   std::unique_ptr<Daemon> daemon;
 };
 
-}  // namespace nodo::nodod
+}  // namespace nodo

@@ -1,9 +1,9 @@
 #include <NODOCore/control/PowerDecision.h>
 #include <testing/DiskFull.h>
 
-#include <tests/programs/nodod/DaemonFixture.h>
+#include <tests/daemon/DaemonFixture.h>
 
-namespace nodo::nodod {
+namespace nodo {
 namespace {
 
 using ::testing::AllOf;
@@ -49,6 +49,36 @@ TEST_F(DaemonRequestTest, TheStatusChangesNothingAndRunsNoPass) {
   EXPECT_EQ(folder.read("state/state.json"), before);
   EXPECT_EQ(loop.timersSet, timersSet);
   EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(DaemonRequestTest, LooksThatFollowEachOtherShareAnAnswer) {
+  const auto first = askStatus();
+  machine->batteryPercent = 50;
+  now += 0.9 * Daemon::answerLifetime;
+  EXPECT_EQ(askStatus(), first);
+  now += 0.1 * Daemon::answerLifetime;
+  EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 50);
+}
+
+TEST_F(DaemonRequestTest, ALookAfterAChangeIsNew) {
+  askStatus();
+  askManual(20);
+  EXPECT_EQ(askStatus().status->manualRemainingSeconds, 1200);
+  askStop();
+  EXPECT_FALSE(askStatus().status->manualRemainingSeconds);
+}
+
+TEST_F(DaemonRequestTest, ALookAfterNewsIsNew) {
+  askStatus();
+  machine->batteryPercent = 50;
+  machineChanged();
+  EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 50);
+}
+
+TEST_F(DaemonRequestTest, ALookAfterTheClockWentBackIsNew) {
+  askStatus();
+  now -= Seconds(3600);
+  EXPECT_EQ(askStatus().status->generatedAt, now);
 }
 
 TEST_F(DaemonRequestTest, AReconcileAnswersWithItsRun) {
@@ -134,40 +164,40 @@ TEST_F(DaemonRequestTest, AnUnreadableStateIsNamedInTheAnswerAndInTheLog) {
   machineChanged();
   EXPECT_THAT(
       lines, ElementsAre(names("request failed: status: "), names("request failed: manual of Pi: "),
-                         names("pass failed (power): ")));
+                         names("pass failed (power supply): ")));
 }
 
 TEST_F(DaemonRequestTest, AFailingLookIsLoggedOnce) {
   breakState();
   for (int look = 0; look < 5; ++look) {
-    EXPECT_TRUE(askStatus().error);
+    EXPECT_TRUE(askForNewStatus().error);
   }
   EXPECT_THAT(lines, ElementsAre(StartsWith("request failed: status: the state file ")));
 }
 
 TEST_F(DaemonRequestTest, AFailingLookIsLoggedAgainForAnotherReason) {
   machine->snapshotFails = true;
-  askStatus();
-  askStatus();
+  askForNewStatus();
+  askForNewStatus();
   machine->snapshotFails = false;
   machine->listingFails = true;
-  askStatus();
-  askStatus();
+  askForNewStatus();
+  askForNewStatus();
   EXPECT_THAT(lines, ElementsAre("request failed: status: Unable to run fake: "
                                  "No such file or directory",
                                  "request failed: status: Unable to list processes: broken"));
 }
 
 TEST_F(DaemonRequestTest, AFailingLookIsLoggedAgainAfterASuccess) {
-  const std::function<void()> successes[] = {[this] { EXPECT_TRUE(askStatus().status); },
+  const std::function<void()> successes[] = {[this] { EXPECT_TRUE(askForNewStatus().status); },
                                              [this] { EXPECT_TRUE(askManual(20).status); },
                                              [this] { machineChanged(); }};
   for (const auto& succeed : successes) {
     succeed();
     lines.clear();
     machine->listingFails = true;
-    askStatus();
-    askStatus();
+    askForNewStatus();
+    askForNewStatus();
     machine->listingFails = false;
     EXPECT_THAT(lines, ElementsAre("request failed: status: Unable to list processes: broken"));
   }
@@ -195,7 +225,7 @@ TEST_F(DaemonRequestTest, ASuccessfulLookDoesNotRepeatTheFailureOfPasses) {
     EXPECT_TRUE(askStatus().status);
     machineChanged();
   }
-  EXPECT_THAT(lines, ElementsAre(StartsWith("pass failed (power): Unable to write ")));
+  EXPECT_THAT(lines, ElementsAre(StartsWith("pass failed (power supply): Unable to write ")));
 }
 
 TEST_F(DaemonRequestTest, RequestsSucceedAgainOnceTheStateCanBeRead) {
@@ -265,4 +295,4 @@ TEST_F(DaemonFixture, ATakenNameEndsTheDaemonBeforeItTouchesAnything) {
 }
 
 }  // namespace
-}  // namespace nodo::nodod
+}  // namespace nodo

@@ -1,17 +1,16 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
+#include <NODOCore/daemon/DaemonLoop.h>
+#include <NODOCore/daemon/LockKeeper.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <platform/DaemonMachine.h>
-#include <programs/nodod/LockKeeper.h>
-#include <programs/nodod/Log.h>
 
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
-namespace nodo::nodod {
+namespace nodo {
 
 /// The daemon: answers requests, and runs a pass whenever one is due.
 ///
@@ -20,10 +19,13 @@ namespace nodo::nodod {
 /// Otherwise no timer is set and nothing wakes the process. All on the loop's thread. A failed
 /// request is answered with its reason and logged. What is repeated without anybody's will, a pass
 /// outside of a request and a request that only looks, is logged once for as long as it fails for
-/// the same reason.
+/// the same reason. Anybody may ask for the status as often as they like, so an answer is given
+/// again while it is younger than `answerLifetime` and nothing has changed.
 class Daemon : public NODOHelperXPCProtocol {
  public:
-  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Date()> now, Log log,
+  static constexpr Seconds answerLifetime{0.1};
+
+  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Date()> now, DaemonLog log,
          Seconds releaseGrace);
 
   /// Takes the name, runs the first pass and serves until a signal ends it. The lock is released in
@@ -31,34 +33,29 @@ class Daemon : public NODOHelperXPCProtocol {
   /// DaemonLoop::serve does before anything was touched.
   void run();
 
-  void status(HelperReply reply) override;
-  void enableManual(std::int64_t minutes, HelperReply reply) override;
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override;
-  void stop(HelperReply reply) override;
-  void reconcile(HelperReply reply) override;
-  void repair(HelperReply reply) override;
+  void perform(HelperRequest request, HelperReply reply) override;
 
  private:
-  using Work = std::function<NODOHelperCommandResponse(Date now)>;
-  using Tell = std::function<void(const std::string& reason)>;
+  struct StatusAnswer {
+    Date madeAt;
+    std::string text;
+  };
 
   void passByItself(const std::string& occasion);
-  void change(const std::string& request, const Work& work, const HelperReply& reply);
-  NODOHelperCommandResponse answer(const Work& work, const Tell& logFailure);
+  NODOHelperCommandResponse answer(const HelperRequest& request, Date now);
+  std::string statusText();
   void logOnce(std::string& last, const std::string& what, const std::string& reason);
   void schedule();
 
   LockKeeper& keeper_;
   DaemonLoop& loop_;
   std::function<Date()> now_;
-  Log log_;
+  DaemonLog log_;
   Seconds releaseGrace_;
   // Each empty after a success. Apart, for a look may succeed all the time that passes fail.
   std::string lastPassFailure_;
   std::string lastLookFailure_;
+  std::optional<StatusAnswer> lastStatus_;  // absent: something has changed since
 };
 
-}  // namespace nodo::nodod
+}  // namespace nodo

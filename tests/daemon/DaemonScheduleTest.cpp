@@ -1,8 +1,8 @@
 #include <NODOCore/control/PowerDecision.h>
 
-#include <tests/programs/nodod/DaemonFixture.h>
+#include <tests/daemon/DaemonFixture.h>
 
-namespace nodo::nodod {
+namespace nodo {
 namespace {
 
 using ::testing::ElementsAre;
@@ -325,4 +325,4 @@ TEST_F(DaemonScheduleTest, ALoopThatCannotGoOnReleasesTheLock) {
 }
 
 }  // namespace
-}  // namespace nodo::nodod
+}  // namespace nodo

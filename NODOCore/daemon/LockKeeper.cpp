@@ -1,19 +1,13 @@
 #include <NODOCore/base/Errors.h>
-#include <NODOCore/control/NODOController.h>
-#include <NODOCore/control/PowerDecision.h>
-#include <programs/nodod/LockKeeper.h>
+#include <NODOCore/daemon/LockKeeper.h>
 
 #include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
-namespace nodo::nodod {
+namespace nodo {
 namespace {
-
-// Why the lock was released outside of a pass.
-constexpr char daemonStopping[] = "daemon_stopping";
-constexpr char unconfirmed[] = "unconfirmed";
 
 // A refused request has neither read nor changed anything.
 bool isRefusal(const std::exception& error) {
@@ -28,12 +22,27 @@ bool hasNothingToWaitFor(const StatusReport& report) {
 
 }  // namespace
 
-LockKeeper::LockKeeper(NODOController controller, SleepLock lock, Log log, Date now)
+LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log, Date now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(std::move(log)),
       attemptedAt_(now),
       confirmedAt_(now) {}
+
+std::string LockKeeper::reasonOf(ReleaseCause cause) {
+  const std::string prefix = reason::releasePrefix;
+  switch (cause) {
+    case ReleaseCause::stop:
+      return prefix + reason::userStop;
+    case ReleaseCause::repair:
+      return prefix + reason::repair;
+    case ReleaseCause::daemonStopping:
+      return prefix + "daemon_stopping";
+    case ReleaseCause::unconfirmed:
+      break;
+  }
+  return prefix + "unconfirmed";
+}
 
 template <class Work>
 auto LockKeeper::guarded(Date now, const Work& work) {
@@ -59,7 +68,7 @@ StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
     endTimerIfPending(now);
     controller_.enableManual(minutes, now, extendOnly, requester);
   });
-  pendingTimerEnd_ = nullptr;
+  pendingEnding_.reset();
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -69,7 +78,7 @@ StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
 }
 
 StatusReport LockKeeper::stop(Date now) {
-  pendingTimerEnd_ = reason::userStop;
+  pendingEnding_ = TimerEnding::stop;
   try {
     return pass(now).status;
   } catch (const std::exception& error) {
@@ -81,11 +90,11 @@ StatusReport LockKeeper::stop(Date now) {
 }
 
 StatusReport LockKeeper::repair(Date now) {
-  pendingTimerEnd_ = reason::repair;
+  pendingEnding_ = TimerEnding::repair;
   return guarded(now, [&] {
     DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
     releaseIsUnrecorded_ = false;
-    pendingTimerEnd_ = nullptr;
+    pendingEnding_.reset();
     confirm(run);
     return run.status;
   });
@@ -94,7 +103,7 @@ StatusReport LockKeeper::repair(Date now) {
 void LockKeeper::shutDown(Date now) noexcept {
   const std::optional<NODOState> state = readableState();
   if ((state && state->ownsSleepDisable) || answersForLock(state)) {
-    release(now, daemonStopping);
+    release(now, ReleaseCause::daemonStopping);
   }
 }
 
@@ -116,7 +125,7 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
     run = controller_.reconcile(lock_, live, now);
   }
   run.stateChanged = run.stateChanged || isChanged;
-  pendingTimerEnd_ = nullptr;
+  pendingEnding_.reset();
   confirm(run);
   return run;
 }
@@ -124,7 +133,7 @@ DaemonRunReport LockKeeper::reconcile(Date now) {
 // Makes up for a stop or a repair, and tells whether there was one. It stays the reason for what
 // follows until the lock has followed.
 bool LockKeeper::endTimerIfPending(Date now) {
-  if (pendingTimerEnd_ == nullptr) {
+  if (!pendingEnding_) {
     return false;
   }
   controller_.stop(now);
@@ -165,12 +174,15 @@ bool LockKeeper::forgetLostOwnership(std::optional<bool> live, Date now) {
 }
 
 void LockKeeper::confirm(const DaemonRunReport& run) {
-  operationLog_.add(lock_.takeOperations(), run.generatedAt, run.status.state, reason::repair);
+  const std::optional<ActivationRequester>& requester = run.status.state.lastRequester;
+  for (const LockOperation& operation : lock_.takeOperations()) {
+    operationLog_.add(operation, requester ? requester->displayText() : "");
+  }
   isEarlyRecheckDone_ = last_ && hasNothingToWaitFor(*last_) && hasNothingToWaitFor(run.status);
   ownershipIsOfEarlierProcess_ = false;
   isFailing_ = false;
   confirmedAt_ = run.generatedAt;
-  timerEnd_ = run.status.state.manualUntil.value_or(Date());
+  timer_ = KnownTimer{run.status.state.manualUntil};
   last_ = run.status;
 }
 
@@ -181,14 +193,15 @@ void LockKeeper::fail(Date now) noexcept {
   try {
     const std::optional<NODOState> state = readableState();
     if (state) {
-      timerEnd_ = state->manualUntil.value_or(Date());
+      timer_ = KnownTimer{state->manualUntil};
     }
     bool isReleased = false;
     bool isSleepRequested = false;
-    for (const PowerOperationResult& operation : lock_.takeOperations()) {
-      operationLog_.add(operation, "");
-      isReleased |= operation.action == PowerOperationAction::enableSleep && operation.succeeded();
-      isSleepRequested |= operation.action == PowerOperationAction::sleepNow;
+    for (const LockOperation& operation : lock_.takeOperations()) {
+      operationLog_.add(operation);
+      const PowerOperationResult& result = operation.result;
+      isReleased |= result.action == PowerOperationAction::enableSleep && result.succeeded();
+      isSleepRequested |= result.action == PowerOperationAction::sleepNow;
     }
     if (isReleased) {
       releaseIsUnrecorded_ = true;
@@ -196,8 +209,7 @@ void LockKeeper::fail(Date now) noexcept {
         sleepIfLidIsClosedOnBattery(now);
       }
     }
-    if (!mayStand(now) && answersForLock(state) &&
-        release(now, pendingTimerEnd_ != nullptr ? pendingTimerEnd_ : unconfirmed)) {
+    if (!mayStand(now) && answersForLock(state) && release(now, causeOfFailedPass())) {
       sleepIfLidIsClosedOnBattery(now);
     }
   } catch (const std::exception& error) {
@@ -222,20 +234,27 @@ bool LockKeeper::answersForLock(const std::optional<NODOState>& state) const {
 // Whether the lock may go on standing although a pass has failed.
 bool LockKeeper::mayStand(Date now) const {
   const bool wasConfirmedLately = now >= confirmedAt_ && now < confirmedAt_ + patience;
-  const bool isTimerOver = timerEnd_ && *timerEnd_ <= now;
-  return wasConfirmedLately && !isTimerOver && pendingTimerEnd_ == nullptr;
+  return wasConfirmedLately && !timerIsOver(now) && !pendingEnding_;
 }
 
-bool LockKeeper::release(Date now, const char* detail) noexcept {
-  const std::string reason = std::string(reason::releasePrefix) + detail;
+LockKeeper::ReleaseCause LockKeeper::causeOfFailedPass() const {
+  if (!pendingEnding_) {
+    return ReleaseCause::unconfirmed;
+  }
+  return *pendingEnding_ == TimerEnding::stop ? ReleaseCause::stop : ReleaseCause::repair;
+}
+
+bool LockKeeper::timerIsOver(Date now) const {
+  return timer_ && (!timer_->end || *timer_->end <= now);
+}
+
+bool LockKeeper::release(Date now, ReleaseCause cause) noexcept {
   bool isReleased = false;
   try {
-    const PowerOperationResult result = lock_.setSleepDisabled(false);
-    lock_.takeOperations();
-    operationLog_.add(result, reason);
-    isReleased = result.succeeded();
+    const LockOperation operation = perform(PowerOperationAction::enableSleep, reasonOf(cause));
+    isReleased = operation.result.succeeded();
     releaseIsUnrecorded_ = releaseIsUnrecorded_ || isReleased;
-    record(result, reason, now);
+    record(operation, now);
     releaseIsUnrecorded_ = releaseIsUnrecorded_ && !isReleased;
   } catch (const std::exception& error) {
     operationLog_.addTrouble((isReleased ? "the release of the sleep lock cannot be recorded: "
@@ -246,13 +265,22 @@ bool LockKeeper::release(Date now, const char* detail) noexcept {
 }
 
 void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
-  if (!mustSleepAfterRelease(lastSnapshot(now))) {
-    return;
+  if (mustSleepAfterRelease(lastSnapshot(now))) {
+    record(perform(PowerOperationAction::sleepNow, reason::closedLidRelease), now);
   }
-  const PowerOperationResult result = lock_.requestSleepNow();
-  lock_.takeOperations();
-  operationLog_.add(result, reason::closedLidRelease);
-  record(result, reason::closedLidRelease, now);
+}
+
+// An operation outside of a pass.
+LockOperation LockKeeper::perform(PowerOperationAction action, const std::string& reason) {
+  lock_.announce(reason);
+  if (action == PowerOperationAction::sleepNow) {
+    lock_.requestSleepNow();
+  } else {
+    lock_.setSleepDisabled(action == PowerOperationAction::disableSleep);
+  }
+  LockOperation operation = lock_.takeOperations().back();
+  operationLog_.add(operation);
+  return operation;
 }
 
 SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
@@ -263,11 +291,11 @@ SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
   }
 }
 
-void LockKeeper::record(const PowerOperationResult& operation, const std::string& reason,
-                        Date now) {
+void LockKeeper::record(const LockOperation& operation, Date now) {
+  const PowerOperationResult& result = operation.result;
   NODOState state = controller_.store.load();
-  state.recordPowerOperation(operation, now, reason, mostPowerOperations);
-  if (operation.action == PowerOperationAction::enableSleep && operation.succeeded()) {
+  state.recordPowerOperation(result, now, operation.reason, mostPowerOperations);
+  if (result.action == PowerOperationAction::enableSleep && result.succeeded()) {
     state.ownsSleepDisable = false;
   }
   state.updatedAt = now;
@@ -277,13 +305,15 @@ void LockKeeper::record(const PowerOperationResult& operation, const std::string
 // ---- when to run again
 
 std::optional<Date> LockKeeper::nextAttempt(Date now) const {
-  const bool isWanted = timerEnd_ && *timerEnd_ > now;
+  const bool isWanted = timer_ && !timerIsOver(now);
   if (lock_.isHeld() == false) {
     return isWanted ? std::optional(nextPoll(now)) : std::nullopt;
   }
   const Date end = confirmedAt_ + patience;
-  const Date due = timerEnd_ ? std::min(*timerEnd_, end) : end;
-  return due > now ? due : nextPoll(now);
+  if (timerIsOver(now) || end <= now) {
+    return nextPoll(now);
+  }
+  return timer_ ? std::min(*timer_->end, end) : end;
 }
 
 std::optional<Date> LockKeeper::nextRelease(Date now, Seconds releaseGrace) const {
@@ -301,4 +331,4 @@ Date LockKeeper::nextPoll(Date now) const {
   return std::min(attemptedAt_, now) + pollInterval;
 }
 
-}  // namespace nodo::nodod
+}  // namespace nodo
