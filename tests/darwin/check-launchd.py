@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reads the property lists that macOS gets, and compares them with the names that the library uses.
 
-usage: check-launchd ROOT
+usage: check-launchd.py ROOT
 """
 
 import plistlib

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The documents of the real nodoctl are as their schemas say, each command in a home of its own.
 
-usage: check-commands SCHEMAS NODO_SAMPLE_DOCUMENTS NODOCTL
+usage: check-commands.py SCHEMAS NODO_SAMPLE_DOCUMENTS NODOCTL
 """
 
 import json

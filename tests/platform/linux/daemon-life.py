@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The daemon's loop from its start to its end: signals, timer, service manager, idleness, buses.
 
-usage: daemon-life DRIVER, run by with-logind in a network namespace of its own
+usage: daemon-life.py DRIVER, run by with-logind in a network namespace of its own
 """
 import atexit
 import os

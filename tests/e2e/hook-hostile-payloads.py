@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Nothing that an agent passes on can make the hook script do anything but its work.
 
-usage: hook-hostile-payloads HOOK-TEXTS
+usage: hook-hostile-payloads.py HOOK-TEXTS
 
 Runs it with 2,000 payloads, the same ones each time, and half of them with a hostile event's name too.
 Each run must exit with 0, print nothing, write one well-formed line to the log and run none of the

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """Who may ask what of the daemon's bus service, and what it answers. Run by with-logind.
 
-usage: callers DRIVER
+usage: callers.py DRIVER
 """
 import json
 import os
@@ -189,7 +189,7 @@ def with_polkit(loop):
             return [json.loads(line) for line in file if line.endswith("\n")]
 
     polkit_says("yes")
-    polkit = Driven(here + "/polkit-stand-in", answer, log)
+    polkit = Driven(here + "/polkit-stand-in.py", answer, log)
     polkit.expect("ready")
     contains(ask("Stop", user=STRANGER), "answer ", "allowed by polkit")
     loop.expect("request stop")

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The lock in logind's own list comes and goes as the requests and the timer say. Run by with-logind.
 
-usage: daemon-lock NODOD NODOCTL
+usage: daemon-lock.py NODOD NODOCTL
 """
 
 import json

@@ -2,7 +2,7 @@
 """What one who may not change anything can do to the daemon by the mass of messages. Run by
 with-logind.
 
-usage: caller-floods DRIVER
+usage: caller-floods.py DRIVER
 """
 import os
 import signal

@@ -2,7 +2,7 @@
 """Clients that die mid-request cost the daemon nothing, and many at once are all answered. Run by
 with-logind.
 
-usage: daemon-clients NODOD NODOCTL HEAP-TALLY
+usage: daemon-clients.py NODOD NODOCTL HEAP-TALLY
 """
 
 import os

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """What wakes the daemon's loop: routes, power supplies, the lid, the end of a sleep; and what does not.
 
-usage: machine-news DRIVER, run by with-logind in a network namespace of its own
+usage: machine-news.py DRIVER, run by with-logind in a network namespace of its own
 """
 import os
 import shutil

@@ -2,7 +2,7 @@
 """Each command and option of a program's help stands in its man page, where a reader looks for it: an
 option of a command with that command, or with the options of all.
 
-usage: check-options PAGE PROGRAM
+usage: check-options.py PAGE PROGRAM
 """
 
 import re

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """What the README shows of the programs is what they print. Run by with-logind and 'unshare --net'.
 
-usage: readme-screens NODOCTL NODOD README [--write]
+usage: readme-screens.py NODOCTL NODOD README [--write]
 
 Plays a session as the README tells it, on a laptop made of files and a network of its own, and compares each screen with the
 README's block of the same name: a fenced block behind a line '<!-- screen: NAME -->'. Numbers may

@@ -2,7 +2,7 @@
 """'nodoctl run' passes on what a terminal and other processes do, each of it once, and never leaves its
 command behind.
 
-usage: run-on-a-terminal NODOCTL NODOD
+usage: run-on-a-terminal.py NODOCTL NODOD
 """
 
 import os

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The sleep lock against the real logind. Run by with-logind.
 
-usage: sleep-lock DRIVER
+usage: sleep-lock.py DRIVER
 """
 import json
 import os

@@ -2,7 +2,7 @@
 """Whom the real polkit allows it may switch the lock, nobody else, and a slow polkit holds up nobody but
 those who need it. Run by with-logind.
 
-usage: daemon-polkit NODOD
+usage: daemon-polkit.py NODOD
 """
 
 import json

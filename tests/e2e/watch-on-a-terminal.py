@@ -2,7 +2,7 @@
 """'nodoctl watch' on a real terminal: it draws in place, gives the terminal back whatever ends it, notices
 what others do within a second, and costs next to nothing.
 
-usage: watch-on-a-terminal NODOCTL NODOD
+usage: watch-on-a-terminal.py NODOCTL NODOD
 """
 
 import json

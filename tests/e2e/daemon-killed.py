@@ -2,7 +2,7 @@
 """A daemon that is killed at any moment leaves no lock behind, loses no timer and breaks no state. Run by
 with-logind.
 
-usage: daemon-killed NODOD
+usage: daemon-killed.py NODOD
 """
 
 import json

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The real polkitd decides about callers, by the action's defaults. Run by with-logind.
 
-usage: callers-of-polkitd DRIVER
+usage: callers-of-polkitd.py DRIVER
 """
 import os
 import subprocess

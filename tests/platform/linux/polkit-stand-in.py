@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """A polkit on the bus that answers as it is told.
 
-usage: polkit-stand-in ANSWER_FILE LOG_FILE
+usage: polkit-stand-in.py ANSWER_FILE LOG_FILE
 
 The answer file holds "yes", "no", "challenge", "error", "nonsense", "never", or "late" with a file
 whose appearance ends the wait, and is read at each question. The log gets a line of JSON for each.

@@ -2,7 +2,7 @@
 """A lock that is released under a closed lid on battery sends the machine to sleep. Runs itself by
 with-logind under umockdev-run, which closes logind's lid some seconds after logind began to watch it.
 
-usage: daemon-lid NODOD
+usage: daemon-lid.py NODOD
 """
 
 import os

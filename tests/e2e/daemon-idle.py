@@ -2,7 +2,7 @@
 """Without a lock the daemon sleeps without a single wake-up, and with one too it is a single thread. Run by
 with-logind.
 
-usage: daemon-idle NODOD
+usage: daemon-idle.py NODOD
 """
 
 import pathlib

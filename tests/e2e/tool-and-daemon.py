@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The tool and the daemon, whatever the daemon does: answers, is not there, hangs, dies, refuses.
 
-usage: tool-and-daemon NODOCTL NODOD
+usage: tool-and-daemon.py NODOCTL NODOD
 """
 
 import json

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The lock goes when staying awake becomes unsafe, at the machine's own news. Run by with-logind.
 
-usage: daemon-safety NODOD
+usage: daemon-safety.py NODOD
 """
 
 from daemon_world import Network, PowerSupplies, main
