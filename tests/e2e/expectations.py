@@ -4,6 +4,8 @@ import socket
 import sys
 import time
 
+PATIENCE = 20  # seconds, for machines that have much else to do
+
 
 def skip(reason):
     print(f"skipped: {reason}", file=sys.stderr)

@@ -3,89 +3,70 @@
 
 usage: readme-screens.py NODOCTL NODOD README [--write]
 
-Plays a session as the README tells it, on a laptop made of files and a network of its own, and compares each screen with the
-README's block of the same name: a fenced block behind a line '<!-- screen: NAME -->'. Numbers may
-differ, since times pass. With --write the blocks are replaced instead.
+Plays a session as the README tells it, on a laptop made of files and a network of its own, and
+compares each screen with the README's block of the same name: a fenced block behind a line
+'<!-- screen: NAME -->'. Numbers may differ, since times pass. With --write the blocks are replaced
+instead.
 """
 
 import os
-import pty
+import pathlib
 import re
-import select
-import signal
 import subprocess
 import sys
-import time
 
-nodoctl, nodod, readme = sys.argv[1:4]
-home = "/home/ada"
-environment = {"HOME": home, "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "TERM": "xterm",
-               "NODO_HOOK_LOG": home + "/hook.log",
+from expectations import equal, wait_until
+from laptop import Network, PowerSupplies, run
+from processes import start
+from tool_world import Terminal
+
+HOME = "/home/ada"
+ENVIRONMENT = {"HOME": HOME, "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "TERM": "xterm",
+               "NODO_HOOK_LOG": f"{HOME}/hook.log",
                "DBUS_SYSTEM_BUS_ADDRESS": os.environ["DBUS_SYSTEM_BUS_ADDRESS"]}
 
 
 def make_laptop():
     """A home, a battery and a route of its own, in this namespace."""
-    subprocess.run(["ip", "link", "add", "nodo0", "type", "veth", "peer", "nodo1"], check=True)
-    subprocess.run(["ip", "address", "add", "192.0.2.1/24", "dev", "nodo0"], check=True)
-    subprocess.run(["ip", "link", "set", "nodo0", "up"], check=True)
-    subprocess.run(["ip", "route", "add", "default", "via", "192.0.2.2"], check=True)
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/home"], check=True)
-    supplies = os.environ["NODO_E2E_DIR"] + "/supplies"
-    files = {"AC/type": "Mains", "AC/online": "0", "BAT0/type": "Battery", "BAT0/present": "1",
-             "BAT0/capacity": "81", "BAT0/status": "Discharging"}
-    for name, content in files.items():
-        path = supplies + "/" + name
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(content + "\n")
-    os.makedirs(home)
-    subprocess.run(["mount", "--bind", supplies, "/sys/class/power_supply"], check=True)
+    Network()
+    PowerSupplies().on_battery(81)
+    run("mount", "-t", "tmpfs", "tmpfs", "/home")
+    os.makedirs(HOME)
 
 
-def run(*arguments, status=0):
-    done = subprocess.run([nodoctl, *arguments], env=environment, text=True, timeout=20,
+def try_nodoctl(nodoctl, *arguments):
+    return subprocess.run([nodoctl, *arguments], env=ENVIRONMENT, text=True, timeout=20,
                           capture_output=True, check=False)
-    if done.returncode != status:
-        sys.exit(f"nodoctl {' '.join(arguments)} exits {done.returncode}: {done.stdout}{done.stderr}")
-    return done.stdout + done.stderr
 
 
-def first_frame(*arguments):
+def screen(nodoctl, *arguments):
+    done = try_nodoctl(nodoctl, *arguments)
+    text = done.stdout + done.stderr
+    equal(done.returncode, 0, f"the exit status of {arguments} ({text})")
+    return text
+
+
+def first_frame(nodoctl, *arguments):
     """What a terminal of 80 columns shows first; then Ctrl-C."""
-    child, terminal = pty.fork()
-    if child == 0:
-        os.execvpe(nodoctl, [nodoctl, *arguments], {**environment, "COLUMNS": "80", "LINES": "24"})
-    shown = b""
-    deadline = time.monotonic() + 10
-    while b"Ctrl-C" not in shown and time.monotonic() < deadline:
-        if select.select([terminal], [], [], 0.1)[0]:
-            shown += os.read(terminal, 65536)
-    os.kill(child, signal.SIGINT)
-    os.waitpid(child, 0)
-    text = re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]", "", shown.decode())
-    return text.replace("\r", "") + "\n"
+    terminal = Terminal(ENVIRONMENT, [nodoctl, *arguments])
+    terminal.expect(b"Ctrl-C ends.")
+    shown = terminal.output.decode()
+    terminal.press(b"\x03")
+    terminal.finish()
+    return re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]", "", shown).replace("\r", "") + "\n"
 
 
-def play():
+def play(nodoctl, nodod):
     """The screens by their names."""
-    daemon = subprocess.Popen([nodod, "--bus", "system", "--state-dir", home + "/daemon"],
-                              env=environment, stderr=subprocess.DEVNULL)
-    agent = subprocess.Popen(["claude", "600"], executable="/bin/sleep")
-    try:
-        for _ in range(500):
-            if subprocess.run([nodoctl, "reconcile"], env=environment, capture_output=True,
-                              check=False).returncode == 0:
-                break
-            time.sleep(0.02)
-        run("hooks", "install")
-        request = ["manual", "--minutes", "20", "--extend-only", "--requester", "Claude Code",
-                   "--context", "shop - session 4f1c2a9e", "--event", "PreToolUse"]
-        return {"manual": run(*request), "doctor": run("doctor"), "watch": first_frame("watch")}
-    finally:
-        for process in (agent, daemon):
-            process.terminate()
-            process.wait()
+    start(nodod, "--bus", "system", "--state-dir", f"{HOME}/daemon", env=ENVIRONMENT,
+          stderr=subprocess.DEVNULL)
+    start("claude", "600", executable="/bin/sleep")
+    wait_until(lambda: try_nodoctl(nodoctl, "reconcile").returncode == 0, "the daemon answers")
+    screen(nodoctl, "hooks", "install")
+    request = ["manual", "--minutes", "20", "--extend-only", "--requester", "Claude Code",
+               "--context", "shop - session 4f1c2a9e", "--event", "PreToolUse"]
+    return {"manual": screen(nodoctl, *request), "doctor": screen(nodoctl, "doctor"),
+            "watch": first_frame(nodoctl, "watch")}
 
 
 def comparable(text):
@@ -100,26 +81,24 @@ def comparable(text):
     return lines
 
 
-try:
+def main():
+    nodoctl, nodod, readme = sys.argv[1:4]
+    writes = "--write" in sys.argv
     make_laptop()
-except (OSError, subprocess.CalledProcessError) as error:
-    print(f"skipped: this machine allows no laptop made of files: {error}", file=sys.stderr)
-    sys.exit(77)
-screens = play()
-with open(readme, encoding="utf-8") as file:
-    document = file.read()
-failures = 0
-for name, screen in screens.items():
-    block = re.compile(r"(<!-- screen: " + name + r" -->\n```\n\$ [^\n]*\n)(.*?)(```\n)", re.DOTALL)
-    found = block.search(document)
-    if not found:
-        sys.exit(f"the README has no screen '{name}'")
-    if "--write" in sys.argv:
-        document = (document[:found.start(2)] + screen.rstrip("\n") + "\n" + document[found.end(2):])
-    elif comparable(found.group(2)) != comparable(screen):
-        failures += 1
-        print(f"FAILED: the README's screen '{name}' is not what is printed:\n{screen}", file=sys.stderr)
-if "--write" in sys.argv:
-    with open(readme, "w", encoding="utf-8") as file:
-        file.write(document)
-sys.exit(1 if failures else 0)
+    document = pathlib.Path(readme).read_text(encoding="utf-8")
+    failures = []
+    for name, shown in play(nodoctl, nodod).items():
+        block = re.compile(rf"(<!-- screen: {name} -->\n```\n\$ [^\n]*\n)(.*?)(```\n)", re.DOTALL)
+        found = block.search(document)
+        if not found:
+            sys.exit(f"the README has no screen '{name}'")
+        if writes:
+            document = document[:found.start(2)] + shown.rstrip("\n") + "\n" + document[found.end(2):]
+        elif comparable(found.group(2)) != comparable(shown):
+            failures.append(f"FAILED: the README's screen '{name}' is not what is printed:\n{shown}")
+    if writes:
+        pathlib.Path(readme).write_text(document, encoding="utf-8")
+    sys.exit("\n".join(failures) or 0)
+
+
+main()
