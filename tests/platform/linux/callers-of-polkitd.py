@@ -4,15 +4,14 @@
 usage: callers-of-polkitd.py DRIVER
 """
 import os
-import subprocess
-import sys
 
-from driven import HELPER, PATIENCE, Driven, call
-from expectations import contains, equal, skip, wait_until
+from buses import HELPER, POLKIT, call, process_of, start_polkitd
+from driven import end_well, start_loop
+from expectations import PATIENCE, contains, equal, skip, wait_until
+from laptop import FOLDER, run
+from processes import NOBODY
 
-POLKITD = "/usr/lib/polkit-1/polkitd"
 ACTIONS = "/usr/share/polkit-1/actions"
-NOBODY = 65534
 POLICY = """<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE policyconfig PUBLIC "-//freedesktop//DTD PolicyKit Policy Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/PolicyKit/1/policyconfig.dtd">
@@ -27,40 +26,36 @@ POLICY = """<?xml version="1.0" encoding="UTF-8"?>
 </policyconfig>
 """
 
-if not os.path.exists(POLKITD):
-    skip("polkitd is not installed")
-folder = os.environ["NODO_E2E_DIR"] + "/actions"
-os.makedirs(folder)
-subprocess.run(["mount", "--bind", folder, ACTIONS], check=True)
 
-
-def by_default(answer):
+def by_default(policy, answer):
     """A polkitd of its own for each default: it reads them at its start."""
-    with open(folder + "/nodo.policy", "w", encoding="utf-8") as file:
-        file.write(POLICY.format(any=answer))
-    polkitd = subprocess.Popen([POLKITD, "--no-debug"], stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL)
-    bus = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
-    wait_until(lambda: call(bus, "GetNameOwner", "s", "org.freedesktop.PolicyKit1").returncode == 0,
-               "polkitd is there", PATIENCE)
+    policy.write_text(POLICY.format(any=answer), encoding="utf-8")
+    polkitd = start_polkitd()
     result = call(HELPER, "Stop", user=NOBODY)
     equal(call(HELPER, "Repair").returncode, 0, "root needs no polkitd")
     polkitd.terminate()
     polkitd.wait()
-    wait_until(lambda: call(bus, "GetNameOwner", "s", "org.freedesktop.PolicyKit1").returncode != 0,
-               "polkitd is gone", PATIENCE)
+    wait_until(lambda: process_of(POLKIT) is None, "polkitd is gone", PATIENCE)
     return result.returncode == 0
 
 
-loop = Driven(sys.argv[1], "loop", "system")
-loop.expect("serving")
-equal(by_default("yes"), True, "allowed")
-loop.expect("request stop", "request repair")
-for answer, reason in (("no", "polkit does not allow"),
-                       ("auth_admin_keep", "polkit wants an administrator's password for")):
-    equal(by_default(answer), False, answer)
-    contains(loop.next_error(), f"(uid {NOBODY}): {reason} com.quintavel.nodo.keep-awake",
-             "the line")
-    loop.expect("request repair")
-os.remove(folder + "/nodo.policy")
-equal(loop.end(), 0, "its end")
+def main():
+    if not os.path.isdir(ACTIONS):
+        skip("polkitd is not installed")
+    actions = FOLDER / "actions"
+    actions.mkdir()
+    run("mount", "--bind", actions, ACTIONS)
+    policy = actions / "nodo.policy"
+    loop = start_loop()
+    equal(by_default(policy, "yes"), True, "allowed")
+    loop.expect("request stop", "request repair")
+    for answer, reason in (("no", "polkit does not allow"),
+                           ("auth_admin_keep", "polkit wants an administrator's password for")):
+        equal(by_default(policy, answer), False, answer)
+        contains(loop.next_error(), f"(uid {NOBODY}): {reason} com.quintavel.nodo.keep-awake",
+                 "the line")
+        loop.expect("request repair")
+    end_well(loop)
+
+
+main()

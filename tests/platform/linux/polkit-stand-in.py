@@ -26,6 +26,7 @@ class NotToday(dbus.DBusException):
 class Authority(dbus.service.Object):
     @dbus.service.method(INTERFACE, in_signature="(sa{sv})sa{ss}us", out_signature="(bba{ss})",
                          async_callbacks=("reply", "error"))
+    # pylint: disable-next=invalid-name,too-many-arguments  # so it is on the bus
     def CheckAuthorization(self, subject, action, details, flags, cancellation, reply, error):
         with open(sys.argv[2], "a", encoding="utf-8") as log:
             log.write(json.dumps([subject[0], dict(subject[1]), action, dict(details), int(flags),
