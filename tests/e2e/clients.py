@@ -3,8 +3,8 @@
 
 usage: clients.py USER FUNCTION [JSON ...]
 
-As that user, connects to the system bus and calls one of the functions below. Says "connected" before
-it and "done" after it, and stays until its input ends.
+As that user, connects to the system bus and calls one of the functions below. Says "connected"
+before it and "done" after it, and stays until its input ends.
 """
 
 import json
@@ -34,8 +34,8 @@ class Client(Driven):
 
 
 class Caller(Client):
-    """One that is on the bus already, and calls when it is told: the daemon gives polkit two seconds,
-    in which a busy machine may not get a process started."""
+    """One that is on the bus already, and calls when it is told: the daemon gives polkit two
+    seconds, in which a busy machine may not get a process started."""
 
     def __init__(self, user=NOBODY):
         super().__init__(call_when_told, user=user)
@@ -93,7 +93,7 @@ def call_when_told(bus):
 
 
 def lend_descriptors(bus):
-    """In requests by which many arrive at once; tells how the first and the last are answered."""
+    """In requests by which many arrive at once; tells how the first is answered."""
     def message():
         lent = {str(number): dbus.types.UnixFd(0) for number in range(16)}
         return request("EnableManualV2", 5, True, lent, signature="xba{sv}")
@@ -101,7 +101,7 @@ def lend_descriptors(bus):
     say_error(bus, message())
     for _ in range(300):
         bus.send_message(message())
-    say_error(bus, message())
+    reach(bus)
 
 
 def lend_descriptors_by_signals(bus, name):

@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -B
-"""Without a lock the daemon sleeps without a single wake-up, and with one too it is a single thread.
+"""Without a lock the daemon sleeps without a single wake-up, and it is always a single thread.
 
 usage: daemon-idle.py NODOD
 """

@@ -1,6 +1,7 @@
 #!/usr/bin/python3 -B
-"""A lock that is released under a closed lid on battery sends the machine to sleep. Run by 'with-logind
---lid', which closes logind's lid some seconds after logind began to watch it.
+"""A lock that is released under a closed lid on battery sends the machine to sleep.
+
+Run by 'with-logind --lid', whose lid closes some seconds after logind began to watch it.
 
 usage: daemon-lid.py NODOD
 """

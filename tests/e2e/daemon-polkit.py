@@ -1,6 +1,6 @@
 #!/usr/bin/python3 -B
-"""Whom the real polkit allows it may switch the lock, nobody else, and a slow polkit holds up nobody
-but those who need it.
+"""Whom the real polkit allows it may switch the lock, nobody else, and a slow polkit holds up only
+those who need it.
 
 usage: daemon-polkit.py NODOD
 """

@@ -22,7 +22,7 @@ def equal(actual, expected, what):
 
 
 def contains(text, part, what):
-    check(part in text, f"{what}: no {part!r} in {text!r}")
+    check(part in (text or ""), f"{what}: no {part!r} in {text!r}")
 
 
 def listens(path):

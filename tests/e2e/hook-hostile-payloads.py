@@ -5,7 +5,7 @@ usage: hook-hostile-payloads.py HOOK-TEXTS
 
 Runs it with 2,000 payloads, the same ones each time, and half of them with a hostile event's name
 too. Each run must exit with 0, print nothing, write one well-formed line to the log and run none of
-the commands in the payload. Nearly all of its time goes to the python3 that the script itself starts.
+the commands in the payload. Nearly all of its time goes to the python3 that the script starts.
 """
 import concurrent.futures
 import json
@@ -33,13 +33,14 @@ def texts(canary):
     touch = f"touch {canary}"
     return [
         f"$({touch})", f"`{touch}`", f"'; {touch}; '", f'"; {touch}; "', f"\n{touch}\n",
-        f"| {touch}", f"& {touch} &", f"> {canary}", f"a[$({touch})]", f"x[`{touch}`]=1", f"<({touch})",
-        f"${{x:-$({touch})}}", f"$'\\x24({touch})'", f"\"$({touch})\"", f"\\$({touch})",
-        f"__import__('os').system('{touch}')", f"'''+__import__('os').system('{touch}')+'''",
-        f"/$({touch})/..", f"--context=$({touch})", "-", "--", "--help", "%s%n%99999d", "\\n\\c\\0",
+        f"| {touch}", f"& {touch} &", f"> {canary}", f"a[$({touch})]", f"x[`{touch}`]=1",
+        f"<({touch})", f"${{x:-$({touch})}}", f"$'\\x24({touch})'", f"\"$({touch})\"",
+        f"\\$({touch})", f"__import__('os').system('{touch}')",
+        f"'''+__import__('os').system('{touch}')+'''", f"/$({touch})/..", f"--context=$({touch})",
+        "-", "--", "--help", "%s%n%99999d", "\\n\\c\\0",
         "\x00", "\x1b[31m", "\r", "\v\f", "\u2028\u2029\x85", "\ud800", "\udfff\ud800", "😀",
-        "\u202e", "2026-01-31 09:15:00 fallback caffeinate started seconds=99999", "*", "~", "!!", "{a,b}",
-        " ", "", "\t", "..", "/", "//", ".jsonl", "/.json", "x" * 300, "ä" * 300,
+        "\u202e", "2026-01-31 09:15:00 fallback caffeinate started seconds=99999", "*", "~", "!!",
+        "{a,b}", " ", "", "\t", "..", "/", "//", ".jsonl", "/.json", "x" * 300, "ä" * 300,
     ]
 
 

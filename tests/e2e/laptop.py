@@ -1,4 +1,4 @@
-"""A laptop made of files and a network of its own, for scripts that run by with-logind and 'unshare --net'.
+"""A laptop made of files and a network of its own, for what with-logind and 'unshare --net' run.
 
 Its default route can come and go, and its power supplies change, which is announced as udev does.
 """
@@ -73,11 +73,12 @@ def udev_says_changed(subsystem, device):
 class PowerSupplies:
     """A mains adapter and a battery in /sys, and udev's word of their changes."""
 
-    def __init__(self):
+    FULL = {"status": "Full", "energy_now": 40000000, "energy_full": 50000000, "capacity": 80}
+
+    def __init__(self, online=1, **battery):
         self.supplies = FOLDER / f"power_supply.{os.getpid()}"
-        self.write("AC", type="Mains", online=1)
-        self.write("BAT0", type="Battery", present=1, status="Full", energy_now=40000000,
-                   energy_full=50000000, capacity=80)
+        self.write("AC", type="Mains", online=online)
+        self.write("BAT0", type="Battery", present=1, **(battery or self.FULL))
         if not os.path.isdir("/sys/class/power_supply"):
             skip("this machine's /sys knows no power supplies")
         run("mount", "--bind", self.supplies, "/sys/class/power_supply")

@@ -1,4 +1,4 @@
-"""The processes of a test: they end with it at the latest, and what they say and use is looked at."""
+"""The processes of a test, which end with it at the latest; what they say, and what they use."""
 
 import atexit
 import os

@@ -93,9 +93,10 @@ def main():
         if not found:
             sys.exit(f"the README has no screen '{name}'")
         if writes:
-            document = document[:found.start(2)] + shown.rstrip("\n") + "\n" + document[found.end(2):]
+            begin, end = found.span(2)
+            document = document[:begin] + shown.rstrip("\n") + "\n" + document[end:]
         elif comparable(found.group(2)) != comparable(shown):
-            failures.append(f"FAILED: the README's screen '{name}' is not what is printed:\n{shown}")
+            failures.append(f"FAILED: the README's '{name}' is not what is printed:\n{shown}")
     if writes:
         pathlib.Path(readme).write_text(document, encoding="utf-8")
     sys.exit("\n".join(failures) or 0)

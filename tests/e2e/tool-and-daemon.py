@@ -15,8 +15,8 @@ from tool_world import main
 from expectations import check, contains, equal, wait_until
 
 HOOK_SECONDS = 5  # after which agents end a hook, which runs two commands
-# What is waited for more than once, or not at all, shows with a limit beside which a slow machine is
-# quick.
+# What is waited for more than once, or not at all, shows with a limit beside which a slow machine
+# is quick.
 LONG_LIMIT = 20
 SOME_LIMIT = 4
 
