@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Every script can be run as it stands, and those that people call explain themselves.
+# Every script can be run as it stands and has a name by which it is checked, and those that people
+# call explain themselves.
 #
 # usage: check-scripts.sh PROJECT-FOLDER
 
@@ -38,11 +39,14 @@ for script in setup format lint; do
 done
 
 while IFS= read -r -d '' file; do
-  if [ "$(head -c 2 "$file" | tr -d '\0')" != '#!' ]; then
+  first=$(head -n 1 "$file" | tr -d '\0')
+  if [ "${first:0:2}" != '#!' ]; then
     continue
   fi
   checked=$((checked + 1))
   [ -x "$file" ] || complain "$file: begins like a script but cannot be run"
+  [[ $first != *python* || $file == *.py ]] ||
+    complain "$file: a Python program without .py in its name, which scripts/lint passes over"
 done < <(find "$root" \( -path "$root/build" -o -path "$root/.git" -o -path "$root/tests/data" \
   -o -path "$root/fuzz/corpus" \) -prune -o -type f -print0)
 
