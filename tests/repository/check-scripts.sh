@@ -4,16 +4,11 @@
 #
 # usage: check-scripts.sh PROJECT-FOLDER
 
-set -euo pipefail
+# shellcheck source=../common.sh source-path=SCRIPTDIR
+. "$(dirname "$0")/../common.sh"
 
 root=${1:?the folder of the project}
-failures=0
 checked=0
-
-complain() {
-  printf '%s\n' "$*" >&2
-  failures=$((failures + 1))
-}
 
 explains_itself() {
   local help
