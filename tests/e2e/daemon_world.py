@@ -42,9 +42,6 @@ class Logind:
                 for when, arguments in self.service_manager.GetMethodCalls("StartUnit")]
 
 
-# ---- the daemon
-
-
 class Daemon:
     """A nodod on the private bus, with a state folder of its own."""
 
