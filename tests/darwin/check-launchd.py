@@ -37,8 +37,9 @@ def check_service(constants, template):
 def main():
     root = Path(sys.argv[1])
     folder = root / "packaging/macos"
-    header = (root / "NODOCore/helper/NODOServiceConstants.h").read_text(encoding="utf-8")
-    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;', header))
+    headers = (root / "NODOCore/helper").glob("*.h")
+    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;',
+                                "".join(header.read_text(encoding="utf-8") for header in headers)))
     template = folder / (constants["helperPlistName"] + ".in")
     check_service(constants, template.read_text(encoding="utf-8"))
 
