@@ -1,44 +1,48 @@
 #!/usr/bin/python3 -B
-"""'nodoctl run' passes on what a terminal and other processes do, each of it once, and never leaves its
-command behind.
+"""'nodoctl run' passes on what a terminal and other processes do, each of it once, and never leaves
+its command behind.
 
-usage: run-on-a-terminal NODOCTL NODOD
+usage: run-on-a-terminal.py NODOCTL NODOD
+       run-on-a-terminal.py --tell         as the command says which signals come
 """
 
+import functools
 import os
+import select
+import shlex
 import signal
+import sys
 
 from tool_world import Terminal, main
 from expectations import check, equal, wait_until
 
-# Says which signals come, and leaves with status 9 on "q". Told by the pipe, as Python puts off its own
-# handlers until a read has ended when a signal comes right before it.
-TELLING = r"""
-import os, select, signal, sys
-come, wake = os.pipe()
-os.set_blocking(wake, False)
-signal.set_wakeup_fd(wake)
-for name in ["SIGINT", "SIGTERM", "SIGHUP", "SIGQUIT", "SIGWINCH", "SIGCONT", "SIGUSR1"]:
-    signal.signal(getattr(signal, name), lambda number, frame: None)
-os.write(1, b"<ready %d>" % os.getpid())
-while True:
-    for source in select.select([come, 0], [], [])[0]:
-        data = os.read(source, 1024)
-        if source == come:
-            for number in data:
-                os.write(1, b"<" + signal.Signals(number).name.encode() + b">")
-        elif data in [b"q\n", b""]:
-            sys.exit(9 if data else 8)
-"""
+
+def tell_signals():
+    """Leaves with status 9 on "q". Told by a pipe, as Python puts off its own handlers until a read
+    has ended when a signal comes right before it."""
+    come, wake = os.pipe()
+    os.set_blocking(wake, False)
+    signal.set_wakeup_fd(wake)
+    for name in ["SIGINT", "SIGTERM", "SIGHUP", "SIGQUIT", "SIGWINCH", "SIGCONT", "SIGUSR1"]:
+        signal.signal(getattr(signal, name), lambda number, frame: None)
+    os.write(1, b"<ready %d>" % os.getpid())
+    while True:
+        for source in select.select([come, 0], [], [])[0]:
+            data = os.read(source, 1024)
+            if source == come:
+                for number in data:
+                    os.write(1, b"<" + signal.Signals(number).name.encode() + b">")
+            elif data in [b"q\n", b""]:
+                sys.exit(9 if data else 8)
 
 
 def telling(world):
-    return [world.nodoctl, "run", "--", "/usr/bin/python3", "-c", TELLING]
+    return [world.nodoctl, "run", "--", __file__, "--tell"]
 
 
 def keys_reach_the_command_once(world):
     world.start_daemon()
-    terminal = Terminal(world, telling(world))
+    terminal = Terminal(world.environment, telling(world))
     terminal.expect(b"<ready")
     terminal.press(b"\x03")
     terminal.expect(b"<SIGINT>")
@@ -57,7 +61,7 @@ def keys_reach_the_command_once(world):
 
 def signals_of_others_are_passed_on(world):
     world.start_daemon()
-    terminal = Terminal(world, telling(world))
+    terminal = Terminal(world.environment, telling(world))
     terminal.expect(b"<ready")
     for name in ["SIGINT", "SIGTERM", "SIGHUP", "SIGWINCH"]:
         os.kill(terminal.pid, getattr(signal, name))
@@ -74,7 +78,7 @@ def a_stop_by_another_process_stops_both(world):
     tool = world.start(
         ["sh", "-c", 'exec "$@" <> "$0"', f"{world.folder}/input", *telling(world)],
         stdout=end,
-        preexec_fn=os.setpgrp,
+        process_group=0,
     )
     said = os.read(output, 4096)
     child = int(said.split(b"<ready ")[1].split(b">")[0])
@@ -89,12 +93,9 @@ def a_stop_by_another_process_stops_both(world):
 def a_shell_stops_and_continues_both(world):
     world.start_daemon()
     world.environment["PS1"] = "prompt> "
-    shell = Terminal(world, ["bash", "--norc", "--noprofile", "--noediting", "-i"])
+    shell = Terminal(world.environment, ["bash", "--norc", "--noprofile", "--noediting", "-i"])
     shell.expect(b"prompt>")
-    with open(f"{world.folder}/telling.py", "w", encoding="utf-8") as script:
-        script.write(TELLING)
-    command = f"{world.nodoctl} run -- /usr/bin/python3 {world.folder}/telling.py; echo status=$?"
-    shell.press(command.encode() + b"\n")
+    shell.press(f"{shlex.join(telling(world))}; echo status=$?\n".encode())
     shell.expect(b"<ready")
     child = int(shell.output.split(b"<ready ")[1].split(b">")[0])
     for stop in range(1, 21):
@@ -116,27 +117,26 @@ def state_of(pid):
         return file.read().rpartition(") ")[2].split()[0]
 
 
-def is_alive(pid):
+def has_ended(pid):
     try:
-        return state_of(pid) != "Z"
+        return state_of(pid) == "Z"
     except FileNotFoundError:
-        return False
+        return True
 
 
 def the_command_never_outlives_the_tool(world):
     world.start_daemon()
     for deaf in ["", "trap '' TERM INT HUP; "]:
-        script = f"{deaf}echo $$ > {world.folder}/pid; while :; do read -r line < {world.folder}/gate; done"
         gate = f"{world.folder}/gate"
+        script = f"{deaf}echo $$ > {world.folder}/pid; while :; do read -r line < {gate}; done"
         if not os.path.exists(gate):
             os.mkfifo(gate)
         tool = world.start([world.nodoctl, "run", "--", "sh", "-c", script])
-        wait_until(lambda: read_pid(world) is not None, "the command runs")
-        command = read_pid(world)
-        check(is_alive(command), "the command lives")
+        command = wait_until(lambda: read_pid(world), "the command runs")
+        check(not has_ended(command), "the command lives")
         tool.kill()
         tool.wait()
-        wait_until(lambda: not is_alive(command), "the command has ended")
+        wait_until(functools.partial(has_ended, command), "the command has ended")
         os.unlink(f"{world.folder}/pid")
 
 
@@ -169,6 +169,8 @@ def the_timer_runs_in_the_commands_name(world):
     check(400 < status["manualRemainingSeconds"] <= 420, f"the timer: {status}")
 
 
+if sys.argv[1:] == ["--tell"]:
+    tell_signals()
 main(
     keys_reach_the_command_once,
     signals_of_others_are_passed_on,

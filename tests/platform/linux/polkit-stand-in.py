@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """A polkit on the bus that answers as it is told.
 
-usage: polkit-stand-in ANSWER_FILE LOG_FILE
+usage: polkit-stand-in.py ANSWER_FILE LOG_FILE
 
 The answer file holds "yes", "no", "challenge", "error", "nonsense", "never", or "late" with a file
 whose appearance ends the wait, and is read at each question. The log gets a line of JSON for each.
@@ -26,6 +26,7 @@ class NotToday(dbus.DBusException):
 class Authority(dbus.service.Object):
     @dbus.service.method(INTERFACE, in_signature="(sa{sv})sa{ss}us", out_signature="(bba{ss})",
                          async_callbacks=("reply", "error"))
+    # pylint: disable-next=invalid-name,too-many-arguments  # so it is on the bus
     def CheckAuthorization(self, subject, action, details, flags, cancellation, reply, error):
         with open(sys.argv[2], "a", encoding="utf-8") as log:
             log.write(json.dumps([subject[0], dict(subject[1]), action, dict(details), int(flags),

@@ -1,9 +1,10 @@
 #!/usr/bin/python3 -B
 """The documents of the real nodoctl are as their schemas say, each command in a home of its own.
 
-usage: check-commands SCHEMAS NODO_SAMPLE_DOCUMENTS NODOCTL
+usage: check-commands.py SCHEMAS NODO_SAMPLE_DOCUMENTS NODOCTL
 """
 
+import functools
 import json
 import pathlib
 import re
@@ -18,7 +19,8 @@ from schemas import Schemas, fail, finish
 # The schema, the command and, where it is not 0, the exit status with which the document comes.
 COMMANDS = [
     ("status-report", "status"),
-    ("status-report", "manual --minutes 20 --extend-only --requester Codex --context api --event e"),
+    ("status-report",
+     "manual --minutes 20 --extend-only --requester Codex --context api --event e"),
     ("status-report", "manual --minutes 5"),
     ("status-report", "stop"),
     ("status-report", "repair"),
@@ -42,9 +44,8 @@ WATCH = ("menu-report", "watch")
 class Home:
     """A home folder in which only nodo was ever used, or not even that."""
 
-    def __init__(self, nodoctl):
-        self.folder = tempfile.TemporaryDirectory()
-        self.path = pathlib.Path(self.folder.name)
+    def __init__(self, folder, nodoctl):
+        self.path = pathlib.Path(tempfile.mkdtemp(dir=folder))
         self.nodoctl = nodoctl
 
     def run(self, arguments):
@@ -55,6 +56,7 @@ class Home:
             capture_output=True,
             text=True,
             timeout=60,
+            check=False,
         )
 
     def first_line(self, arguments):
@@ -105,9 +107,9 @@ def check_document(schemas, schema, command, text):
     return document
 
 
-def check_fresh(schemas, nodoctl):
+def check_fresh(schemas, new_home):
     for schema, command, *status in COMMANDS:
-        home = Home(nodoctl)
+        home = new_home()
         hooks_fail = schema == "hook-install-reports" and bool(status)
         if hooks_fail:
             home.write(".claude/settings.json", "{ this is no JSON")
@@ -115,26 +117,24 @@ def check_fresh(schemas, nodoctl):
         if hooks_fail and document is not None and not any("error" in each for each in document):
             fail(f"{command}: no error in a report of a failure")
     schema, command = WATCH
-    check_document(schemas, schema, command, Home(nodoctl).first_line([command, "--json"]))
+    check_document(schemas, schema, command, new_home().first_line([command, "--json"]))
 
 
-def check_used(schemas, nodoctl, state):
+def check_used(schemas, home, state):
     """With all that a state can hold, the hooks installed, and an agent running."""
-    home = Home(nodoctl)
     home.write(".nodo/state.json", state)
     installed = home.run(["hooks", "install"])
     if installed.returncode != 0:
         fail(f"hooks install: {installed.stderr}")
     shutil.copy("/bin/sleep", home.path / "codex")
-    agent = subprocess.Popen([home.path / "codex", "300"])
-    try:
-        expect_everything(check(schemas, home, "status-report", "status", 0), agent.pid)
-        found = check(schemas, home, "agents", "agents", 0) or []
-        if agent.pid not in [each["pid"] for each in found]:
-            fail("agents: the running agent is not found")
-    finally:
-        agent.kill()
-        agent.wait()
+    with subprocess.Popen([home.path / "codex", "300"]) as agent:
+        try:
+            expect_everything(check(schemas, home, "status-report", "status", 0), agent.pid)
+            found = check(schemas, home, "agents", "agents", 0) or []
+            if agent.pid not in [each["pid"] for each in found]:
+                fail("agents: the running agent is not found")
+        finally:
+            agent.kill()
     check(schemas, home, "hook-inspection", "hooks inspect", 0)
     doctor = check(schemas, home, "doctor-report", "doctor", 1)
     if doctor is not None and doctor["hookInspection"]["hookScriptStatus"] != "current":
@@ -169,18 +169,22 @@ def commands_with_json(home, prefix=()):
         yield from commands_with_json(home, (*prefix, name))
 
 
-def main():
-    schemas = Schemas(sys.argv[1])
-    nodoctl = sys.argv[3]
-    state = subprocess.run([sys.argv[2], "--state"], check=True, capture_output=True, text=True)
-    offered = list(commands_with_json(Home(nodoctl)))
+def check_all(schemas, new_home, state):
+    offered = list(commands_with_json(new_home()))
     if len(offered) < 9:
         fail(f"--help names only these commands with --json: {offered}")
     for command in offered:
         if not any(f"{row[1]} ".startswith(f"{command} ") for row in [*COMMANDS, WATCH]):
             fail(f"{command}: its document is not checked here")
-    check_fresh(schemas, nodoctl)
-    check_used(schemas, nodoctl, state.stdout)
+    check_fresh(schemas, new_home)
+    check_used(schemas, new_home(), state)
+
+
+def main():
+    schemas = Schemas(sys.argv[1])
+    state = subprocess.run([sys.argv[2], "--state"], check=True, capture_output=True, text=True)
+    with tempfile.TemporaryDirectory() as folder:
+        check_all(schemas, functools.partial(Home, folder, sys.argv[3]), state.stdout)
     finish()
 
 

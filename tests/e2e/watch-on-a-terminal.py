@@ -1,8 +1,8 @@
 #!/usr/bin/python3 -B
-"""'nodoctl watch' on a real terminal: it draws in place, gives the terminal back whatever ends it, notices
-what others do within a second, and costs next to nothing.
+"""'nodoctl watch' on a real terminal: it draws in place, gives the terminal back whatever ends it,
+notices what others do within a second, and costs next to nothing.
 
-usage: watch-on-a-terminal NODOCTL NODOD
+usage: watch-on-a-terminal.py NODOCTL NODOD
 """
 
 import json
@@ -22,7 +22,7 @@ MEASURED = 5  # seconds
 
 
 def watch(world, *arguments, **options):
-    terminal = Terminal(world, [world.nodoctl, "watch", *arguments], **options)
+    terminal = Terminal(world.environment, [world.nodoctl, "watch", *arguments], **options)
     terminal.expect(b"Ctrl-C ends.")
     return terminal
 
@@ -50,7 +50,7 @@ def other_signals_end_it_as_signals_do(world):
 def a_shell_stops_and_continues_it(world):
     world.start_daemon()
     world.environment["PS1"] = "prompt> "
-    shell = Terminal(world, ["bash", "--norc", "--noprofile", "--noediting", "-i"])
+    shell = Terminal(world.environment, ["bash", "--norc", "--noprofile", "--noediting", "-i"])
     shell.expect(b"prompt>")
     shell.press(f"{world.nodoctl} watch\n".encode())
     shell.expect(b"Ctrl-C ends.")
@@ -88,7 +88,9 @@ def it_fits_a_narrow_window_and_follows_it(world):
 def frame_of(terminal):
     """The lines of the last frame."""
     frame = terminal.output.rpartition(b"\x1b[H")[2]
-    return frame.replace(b"\x1b[K", b"").replace(b"\x1b[J", b"").decode().replace("\r", "").split("\n")
+    for control in [b"\x1b[K", b"\x1b[J", b"\r"]:
+        frame = frame.replace(control, b"")
+    return frame.decode().split("\n")
 
 
 def without_utf8_it_is_ascii(world):
@@ -134,7 +136,8 @@ def a_change_shows_within_a_second(world):
 
 
 def it_costs_next_to_nothing(world):
-    """Its start and end included; only a process that has ended tells of its threads to the microsecond."""
+    """Its start and end included, as only a process that has ended tells of its threads to the
+    microsecond."""
     world.start_daemon()
     terminal = watch(world)
     end = time.monotonic() + MEASURED

@@ -1,21 +1,32 @@
 # shellcheck shell=bash
-# What the checks of the packaging share. Sourced, never run.
+# What the tests that are shell scripts share. Sourced, never run.
 
 set -euo pipefail
 
-check_name=${0##*/}
+script_name=${0##*/}
+
+say() {
+  printf '%s: %s\n' "$script_name" "$*" >&2
+}
 
 skip() {
-  printf '%s: skipped: %s\n' "$check_name" "$*" >&2
+  say "skipped: $*"
   exit 77
 }
 
 fail() {
-  printf '%s: %s\n' "$check_name" "$*" >&2
+  say "FAILED: $*"
   exit 1
 }
 
-# Skips the check where a program is missing.
+# Like fail, for what need not end the script: it ends well by [ "$failures" -eq 0 ].
+failures=0
+complain() {
+  say "FAILED: $*"
+  failures=$((failures + 1))
+}
+
+# Skips the test where a program is missing.
 need() {
   local program
   for program in "$@"; do
@@ -33,6 +44,11 @@ await() {
   fail "not so after $tries tries: $*"
 }
 
+# usage: expect WHAT ACTUAL EXPECTED
+expect() {
+  [ "$2" = "$3" ] || fail "$1: expected $3, got $2"
+}
+
 # usage: expect_failure TEXT COMMAND [ARGUMENT ...]; the command fails and says TEXT
 expect_failure() {
   local text=$1 output
@@ -41,4 +57,11 @@ expect_failure() {
     fail "succeeded, which it must not: $*"
   fi
   [[ $output == *"$text"* ]] || fail "failed otherwise than with '$text': $*: $output"
+}
+
+# usage: value EXPRESSION; of the JSON on standard input, which Python calls "document" there
+value() {
+  /usr/bin/python3 -c 'import json, sys
+document = json.load(sys.stdin)
+print(eval(sys.argv[1]))' "$1"
 }

@@ -1,8 +1,7 @@
 #!/usr/bin/python3 -B
-"""A daemon that is killed at any moment leaves no lock behind, loses no timer and breaks no state. Run by
-with-logind.
+"""A daemon that is killed at any moment leaves no lock behind, loses no timer and breaks no state.
 
-usage: daemon-killed NODOD
+usage: daemon-killed.py NODOD
 """
 
 import json
@@ -13,11 +12,12 @@ import random
 import time
 
 import dbus
-import dbus.bus
 
-from daemon_world import INTERFACE, NAME, OBJECT, Network, PowerSupplies
-from daemon_world import address, main
+from buses import HELPER
+from clients import connect
+from daemon_world import main
 from expectations import check, equal, wait_until
+from laptop import Network, PowerSupplies
 
 KILLS = 200
 MOST_SECONDS = 2  # from the daemon's start until a timer's lock is back
@@ -37,7 +37,7 @@ class Load:
             client.start()
 
     def send(self):
-        bus = dbus.bus.BusConnection(address)
+        bus = connect()
         requests = [("EnableManual", "x", (20,)), ("Stop", "", ()), ("Status", "", ()),
                     ("EnableManualV2", "xba{sv}", (30, True, {"name": "load"})),
                     ("Reconcile", "", ()), ("EnableManual", "x", (5,)), ("Repair", "", ())]
@@ -48,7 +48,7 @@ class Load:
                 self.count(self.resting, -1)
             method, signature, arguments = random.choice(requests)
             try:
-                bus.call_blocking(NAME, OBJECT, INTERFACE, method, signature, arguments, timeout=2)
+                bus.call_blocking(*HELPER, method, signature, arguments, timeout=2)
                 self.count(self.answered, 1)
             except dbus.DBusException:
                 time.sleep(0.002)
@@ -117,7 +117,10 @@ class Recoveries:
 
     def check_next_after(self, has_timer_now):
         """The same for a state that is known, so that both kinds are sure to be seen."""
-        self.daemon.manual(20) if has_timer_now else self.daemon.stop()
+        if has_timer_now:
+            self.daemon.manual(20)
+        else:
+            self.daemon.stop()
         self.daemon.kill()
         equal(has_timer(self.daemon), has_timer_now, "an answered request has been saved")
         self.check_next()
@@ -136,7 +139,8 @@ def test(daemon, logind):
     for kill in range(1, KILLS + 1):
         load.start()
         # The moment of the kill is what varies: at work, or still at the start.
-        daemon.start() if random.random() < 0.7 else daemon.spawn()
+        begin = daemon.start if random.random() < 0.7 else daemon.spawn
+        begin()
         time.sleep(random.uniform(0, 0.06))
         daemon.kill()
         check_state(daemon)
@@ -148,8 +152,9 @@ def test(daemon, logind):
             daemon.kill()
     check("pass failed" not in daemon.log(), "no pass ever failed")
     check(load.answered.value >= KILLS / 10, f"the load was a load: {load.answered.value} answers")
-    print(f"{KILLS} kills, {load.answered.value} requests answered, {len(recoveries.seconds)} timers "
-          f"recovered within {max(recoveries.seconds):.3f} s, {recoveries.without_timer} times none")
+    print(f"{KILLS} kills, {load.answered.value} requests answered, "
+          f"{len(recoveries.seconds)} timers recovered within {max(recoveries.seconds):.3f} s, "
+          f"{recoveries.without_timer} times none")
 
 
 main(test)

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Compiles the wire's declaration as Apple's systems have it, and compares what a connection's interface
-is made from there with what is installed on people's machines.
+"""Compiles the wire's declaration as Apple's systems have it, and compares what a connection's
+interface is made from there with what is installed on people's machines.
 
-usage: check-apple-wire CLANG ROOT
+usage: check-apple-wire.py CLANG ROOT
 """
 
 import re

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
-"""The lock in logind's own list comes and goes as the requests and the timer say. Run by with-logind.
+"""The lock in logind's own list comes and goes as the requests and the timer say.
 
-usage: daemon-lock NODOD NODOCTL
+usage: daemon-lock.py NODOD NODOCTL
 """
 
 import json
@@ -10,22 +10,16 @@ import pathlib
 import subprocess
 import sys
 
-from daemon_world import INTERFACE, NAME, NOBODY, OBJECT, Network, PowerSupplies
-from daemon_world import folder, main
+from buses import HELPER, call
+from daemon_world import main
 from expectations import check, equal, wait_until
-
-
-def by_user(uid, *arguments):
-    """busctl's call of the daemon by that user."""
-    return subprocess.run(
-        ["setpriv", f"--reuid={uid}", "--clear-groups", "busctl", "--system", "call", NAME, OBJECT,
-         INTERFACE, *arguments], capture_output=True, text=True, check=False)
+from laptop import FOLDER, Network, PowerSupplies
+from processes import NOBODY, environment, start
 
 
 def nodoctl(*arguments):
-    environment = {**os.environ, "NODO_STATE_DIR": str(folder / "user")}
     return subprocess.run([sys.argv[2], *arguments], capture_output=True, text=True, check=False,
-                          env=environment)
+                          env=environment(NODO_STATE_DIR=str(FOLDER / "user")))
 
 
 def requests_switch_the_lock(daemon, logind):
@@ -49,8 +43,8 @@ def requests_switch_the_lock(daemon, logind):
 
 
 def no_program_inherits_the_lock(daemon):
-    """Whoever is started by the daemon must not hold the lock on when the daemon is gone, nor keep the
-    state folder from the next one."""
+    """Whoever is started by the daemon must not hold the lock on when the daemon is gone, nor keep
+    the state folder from the next one."""
     process = pathlib.Path(f"/proc/{daemon.process.pid}")
     held = [link.name for link in (process / "fd").iterdir()
             if os.readlink(link).startswith(("/run/systemd/inhibit/", str(daemon.state_folder)))]
@@ -66,29 +60,28 @@ def a_refused_caller_changes_nothing(daemon, logind):
     before = daemon.state()
     for arguments in [("EnableManual", "x", "700"), ("Stop",), ("Repair",), ("Reconcile",),
                       ("EnableManualV2", "xba{sv}", "700", "false", "0")]:
-        refused = by_user(NOBODY, *arguments)
+        refused = call(HELPER, *arguments, user=NOBODY)
         check(refused.returncode != 0, f"{arguments} of nobody is refused")
         check("Access denied" in refused.stderr or "AccessDenied" in refused.stderr
               or "rejected" in refused.stderr, f"a clear refusal: {refused.stderr}")
     equal(daemon.state(), before, "the state after refusals")
     equal(logind.locks(), [daemon.process.pid], "the lock after refusals")
     equal(daemon.log().count("nodod: rejected"), 5, "lines about refusals")
-    status = by_user(NOBODY, "Status")
+    status = call(HELPER, "Status", user=NOBODY)
     equal(status.returncode, 0, f"anyone may look ({status.stderr})")
 
 
 def an_invalid_request_is_refused_with_its_reason(daemon, logind):
-    equal(daemon.call("EnableManual", "x", 721),
+    equal(daemon.call("EnableManual", "x", (721,)),
           {"error": "Invalid duration: minutes must be <= 720"}, "too long a timer")
     equal(logind.locks(), [daemon.process.pid], "the lock after a bad request")
 
 
 def a_second_daemon_gives_way(daemon, logind):
-    same = [sys.argv[1], "--bus", "system", "--power", "logind", "--state-dir"]
-    for state, words in [(daemon.state_folder, "another nodod works on the state in"),
-                         (folder / "other", NAME)]:
-        second = subprocess.run([*same, state], capture_output=True, text=True, check=False,
-                                timeout=10)
+    same = daemon.command()
+    for command, words in [(same, "another nodod works on the state in"),
+                           ([*same[:-1], FOLDER / "other"], HELPER[0])]:
+        second = subprocess.run(command, capture_output=True, text=True, check=False, timeout=10)
         equal((second.returncode, second.stdout), (1, ""), "a second daemon's exit")
         check(second.stderr.startswith("nodod: ") and words in second.stderr, second.stderr)
         equal(second.stderr.count("\n"), 1, f"one line: {second.stderr}")
@@ -113,16 +106,15 @@ def the_end_of_the_timer_releases_the_lock(daemon, logind):
     daemon.start()
     wait_until(lambda: logind.locks() == [daemon.process.pid], "a dead daemon's lock is back", 2)
     wait_until(lambda: logind.locks() == [], "the timer's end releases the lock", 11)
-    state = wait_until(lambda: "manualUntil" not in daemon.state() and daemon.state(), "it is saved")
+    state = wait_until(lambda: "manualUntil" not in daemon.state() and daemon.state(),
+                       "it is saved")
     equal((state["ownsSleepDisable"], state["lastStopReason"]), (False, "manual_expired"), "state")
     equal(daemon.terminate(), 0, "the exit")
 
 
 def a_log_that_nobody_reads_does_not_end_it(daemon, logind):
     reader, writer = os.pipe()
-    daemon.process = subprocess.Popen(
-        [sys.argv[1], "--bus", "system", "--power", "logind", "--state-dir", daemon.state_folder],
-        stdout=writer, stderr=writer)
+    daemon.process = start(*daemon.command(), stdout=writer, stderr=writer)
     os.close(reader)
     os.close(writer)
     wait_until(daemon.is_serving, "nodod takes its name")

@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """Every field of every document is described, and whatever is not as described is refused.
 
-usage: check-documents SCHEMAS NODO_SAMPLE_DOCUMENTS
+usage: check-documents.py SCHEMAS NODO_SAMPLE_DOCUMENTS
 """
 
 import json

@@ -1,8 +1,8 @@
 #!/usr/bin/python3 -B
-"""Each command and option of a program's help stands in its man page, where a reader looks for it: an
-option of a command with that command, or with the options of all.
+"""Each command and option of a program's help stands in its man page, where a reader looks for it:
+an option of a command with that command, or with the options of all.
 
-usage: check-options PAGE PROGRAM
+usage: check-options.py PAGE PROGRAM
 """
 
 import re

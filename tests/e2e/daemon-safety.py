@@ -1,11 +1,12 @@
 #!/usr/bin/python3 -B
-"""The lock goes when staying awake becomes unsafe, at the machine's own news. Run by with-logind.
+"""The lock goes when staying awake becomes unsafe, at the machine's own news.
 
-usage: daemon-safety NODOD
+usage: daemon-safety.py NODOD
 """
 
-from daemon_world import Network, PowerSupplies, main
+from daemon_world import main
 from expectations import equal, wait_until
+from laptop import Network, PowerSupplies
 
 LONG_GRACE = 60  # in which everything has its time, on a slow machine too
 SHORT_GRACE = 1

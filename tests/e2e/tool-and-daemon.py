@@ -1,7 +1,7 @@
 #!/usr/bin/python3 -B
 """The tool and the daemon, whatever the daemon does: answers, is not there, hangs, dies, refuses.
 
-usage: tool-and-daemon NODOCTL NODOD
+usage: tool-and-daemon.py NODOCTL NODOD
 """
 
 import json
@@ -15,7 +15,8 @@ from tool_world import main
 from expectations import check, contains, equal, wait_until
 
 HOOK_SECONDS = 5  # after which agents end a hook, which runs two commands
-# What is waited for more than once, or not at all, shows with a limit beside which a slow machine is quick.
+# What is waited for more than once, or not at all, shows with a limit beside which a slow machine
+# is quick.
 LONG_LIMIT = 20
 SOME_LIMIT = 4
 
@@ -28,7 +29,7 @@ def seconds_of(function):
 
 
 def quickest(world, enough, *arguments):
-    """The least of several runs' seconds, as any one may be held up by other work of the machine."""
+    """The least of several runs' seconds, as other work of the machine may hold any one up."""
     least = float("inf")
     for _ in range(5):
         least = min(least, seconds_of(lambda: world.run(*arguments))[1])
@@ -54,7 +55,8 @@ def without_a_daemon_the_own_state_serves(world):
     limit = ["--helper-timeout", str(LONG_LIMIT)]
     done, seconds = seconds_of(lambda: world.run(*MANUAL, *limit))
     equal(done.returncode, 0, "the exit status")
-    check(done.stderr.startswith("nodoctl: helper unavailable (the daemon nodod is not running"), done.stderr)
+    reason = "nodoctl: helper unavailable (the daemon nodod is not running"
+    check(done.stderr.startswith(reason), done.stderr)
     check(done.stderr.endswith("); using the local state\n"), done.stderr)
     check(json.loads(done.stdout)["manualRemainingSeconds"] > 1190, "the timer runs")
     check(seconds < LONG_LIMIT / 2, f"it took {seconds} s")
@@ -107,7 +109,8 @@ def a_daemon_that_hangs_costs_its_time_once(world):
     for seconds in hook_takes(world, "a daemon"):
         check(seconds >= 1, f"it took {seconds} s")
     for seconds in hook_takes(world, "a daemon", "--helper-timeout", str(SOME_LIMIT)):
-        check(SOME_LIMIT <= seconds < 2 * SOME_LIMIT, f"with a limit of {SOME_LIMIT} s it took {seconds} s")
+        check(SOME_LIMIT <= seconds < 2 * SOME_LIMIT,
+              f"with a limit of {SOME_LIMIT} s it took {seconds} s")
     quick = quickest(world, 1, "status", "--helper-timeout", "0.2")
     check(0.2 <= quick < 1, f"with a shorter limit it took {quick} s")
     daemon.send_signal(signal.SIGCONT)
@@ -117,7 +120,7 @@ def a_daemon_that_hangs_costs_its_time_once(world):
 def a_bus_that_hangs_costs_little_more(world):
     """The machine's own senses ask on the same bus, for the lid and for what blocks sleep."""
     world.start_daemon()
-    world.bus.send_signal(signal.SIGSTOP)
+    world.bus.process.send_signal(signal.SIGSTOP)
     hook_takes(world, "a bus")
     for command in [MANUAL, ["doctor"]]:
         check(quickest(world, 2, *command) < 2, f"{command} takes little more")
@@ -170,7 +173,8 @@ def minutes_that_the_daemon_refuses_are_refused(world):
     world.start_daemon()
     done = world.run("manual", "--minutes", "721")
     equal((done.returncode, done.stdout), (1, ""), "the outcome")
-    check(done.stderr.endswith("\nnodoctl: Invalid duration: minutes must be <= 720\n"), done.stderr)
+    reason = "\nnodoctl: Invalid duration: minutes must be <= 720\n"
+    check(done.stderr.endswith(reason), done.stderr)
 
 
 def a_timer_through_the_daemon_ends_a_fallback(world):

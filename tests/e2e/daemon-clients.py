@@ -1,24 +1,24 @@
 #!/usr/bin/python3 -B
-"""Clients that die mid-request cost the daemon nothing, and many at once are all answered. Run by
-with-logind.
+"""Clients that die mid-request cost the daemon nothing, and many at once are all answered.
 
-usage: daemon-clients NODOD NODOCTL HEAP-TALLY
+usage: daemon-clients.py NODOD NODOCTL HEAP-TALLY
 """
 
+import multiprocessing
 import os
 import random
 import struct
-import subprocess
 import sys
 import time
 
 import dbus
-import dbus.bus
-import dbus.lowlevel
 
-from daemon_world import INTERFACE, NAME, NOBODY, OBJECT, Network, PowerSupplies
-from daemon_world import address, date, folder, main
+from buses import HELPER, start_call
+from clients import connect, request
+from daemon_world import date, main
 from expectations import check, equal, wait_until
+from laptop import FOLDER, Network, PowerSupplies
+from processes import NOBODY, environment
 
 DYING = 1000
 AT_ONCE = 200
@@ -26,52 +26,51 @@ PATIENCE = 30  # seconds for an answer
 STEADY = 40  # looks, 5 ms apart
 # What comes with the first that needs it and stays, as a queue's room, is no leak.
 MADE_ONCE = {"descriptors": 0, "mappings": 0, "blocks of memory": 10}
-TALLY = folder / f"heap.{os.getpid()}"
+TALLY = FOLDER / f"heap.{os.getpid()}"
 
 
 def die_mid_request(count):
     """Each connects, sends a request and is gone, mostly before the answer."""
     for index in range(count):
-        bus = dbus.bus.BusConnection(address)
+        bus = connect()
         if index % 3 == 0:
-            call = dbus.lowlevel.MethodCallMessage(NAME, OBJECT, INTERFACE, "Status")
+            call = request("Status")
         elif index % 3 == 1:
-            call = dbus.lowlevel.MethodCallMessage(NAME, OBJECT, INTERFACE, "EnableManualV2")
-            call.append(20, True, {"name": f"dying {index % 7}"}, signature="xba{sv}")
+            call = request("EnableManualV2", 20, True, {"name": f"dying {index % 7}"},
+                           signature="xba{sv}")
         else:
-            call = dbus.lowlevel.MethodCallMessage(NAME, OBJECT, INTERFACE, "Stop")
+            call = request("Stop")
         if index % 8 == 0:
             # However busy the machine, some of each kind are served and some refused.
             try:
                 bus.send_message_with_reply_and_block(call, PATIENCE)
             except dbus.DBusException as error:
-                equal(error.get_dbus_name(), "org.freedesktop.DBus.Error.AccessDenied", "the answer")
+                equal(error.get_dbus_name(), "org.freedesktop.DBus.Error.AccessDenied",
+                      "the answer")
         else:
             bus.send_message(call)
             bus.flush()
-            # Some are gone before the daemon knows whose the request is, some while it is served, and
-            # some when the answer is on its way.
+            # Some are gone before the daemon knows whose the request is, some while it is served,
+            # and some when the answer is on its way.
             time.sleep(random.choice([0, 0.005, 0.02]) * random.random())
         bus.close()
 
 
+def die_as(user, count):
+    os.setgroups([])
+    os.setuid(user)
+    die_mid_request(count)
+
+
 def let_them_die(count):
     """Half of them are served, half are refused: both ways must clean up."""
-    pids = []
-    for user in [0, NOBODY]:
-        pid = os.fork()
-        if pid == 0:
-            status = 1
-            try:
-                os.setgroups([])
-                os.setuid(user)
-                die_mid_request(count // 2)
-                status = 0
-            finally:
-                os._exit(status)
-        pids.append(pid)
-    for pid in pids:
-        equal(os.waitpid(pid, 0)[1], 0, "the clients could ask")
+    mortals = [multiprocessing.Process(target=die_as, args=(user, count // 2))
+               for user in [0, NOBODY]]
+    for mortal in mortals:
+        mortal.start()
+    for mortal in mortals:
+        mortal.join()
+        equal(mortal.exitcode, 0, "the clients could ask")
 
 
 def holdings(pid):
@@ -104,7 +103,7 @@ def test(daemon, logind):
     Network()
     PowerSupplies()
     daemon.put_timer(-1, triggerHistory=full_history())
-    daemon.environment = {"LD_PRELOAD": sys.argv[3], "NODO_HEAP_TALLY": str(TALLY)}
+    daemon.environment = environment(LD_PRELOAD=sys.argv[3], NODO_HEAP_TALLY=str(TALLY))
     daemon.start()
     pid = daemon.process.pid
     let_them_die(DYING // 2)  # the warm-up
@@ -116,7 +115,7 @@ def test(daemon, logind):
 
     def is_given_back():
         after.update(holdings(pid))
-        return all(after[what] <= before[what] + MADE_ONCE[what] for what in after)
+        return all(held <= before[what] + MADE_ONCE[what] for what, held in after.items())
 
     try:
         wait_until(is_given_back, "what the dead took is given back")
@@ -128,11 +127,10 @@ def test(daemon, logind):
     check(min(served, refused) > DYING / 50, f"they asked: {served} served, {refused} refused")
     print(f"{served} timers set, {refused} requests refused")
 
-    clients = [subprocess.Popen(["busctl", "--system", "--timeout=30", "call", NAME, OBJECT,
-                                 INTERFACE, *request], stdout=subprocess.PIPE, text=True)
-               for request in [("Status",), ("EnableManual", "x", "20")] * (AT_ONCE // 2)]
-    answers = [client.communicate()[0] for client in clients]
-    equal([client.returncode for client in clients], [0] * AT_ONCE, "their exits")
+    callers = [start_call(HELPER, *call)
+               for call in [("Status",), ("EnableManual", "x", "20")] * (AT_ONCE // 2)]
+    answers = [caller.communicate()[0] for caller in callers]
+    equal([caller.returncode for caller in callers], [0] * AT_ONCE, "their exits")
     equal(sum('\\"status\\":' in answer for answer in answers), AT_ONCE, "their answers")
     equal(logind.locks(), [pid], "the lock that they asked for")
     daemon.stop()

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Nothing that an agent passes on can make the hook script do anything but its work.
 
-usage: hook-hostile-payloads HOOK-TEXTS
+usage: hook-hostile-payloads.py HOOK-TEXTS
 
-Runs it with 2,000 payloads, the same ones each time, and half of them with a hostile event's name too.
-Each run must exit with 0, print nothing, write one well-formed line to the log and run none of the
-commands in the payload. Nearly all of its time goes to the python3 that the script itself starts.
+Runs it with 2,000 payloads, the same ones each time, and half of them with a hostile event's name
+too. Each run must exit with 0, print nothing, write one well-formed line to the log and run none of
+the commands in the payload. Nearly all of its time goes to the python3 that the script starts.
 """
 import concurrent.futures
 import json
@@ -32,14 +32,15 @@ OTHER_LINE_END = re.compile("[\v\f\x85\u2028\u2029]")
 def texts(canary):
     touch = f"touch {canary}"
     return [
-        f"$({touch})", f"`{touch}`", f"'; {touch}; '", f'"; {touch}; "', f"\n{touch}\n", f"| {touch}",
-        f"& {touch} &", f"> {canary}", f"a[$({touch})]", f"x[`{touch}`]=1", f"<({touch})",
-        f"${{x:-$({touch})}}", f"$'\\x24({touch})'", f"\"$({touch})\"", f"\\$({touch})",
-        f"__import__('os').system('{touch}')", f"'''+__import__('os').system('{touch}')+'''",
-        f"/$({touch})/..", f"--context=$({touch})", "-", "--", "--help", "%s%n%99999d", "\\n\\c\\0",
-        "\x00", "\x1b[31m", "\r", "\v\f", "\u2028\u2029\x85", "\ud800", "\udfff\ud800", "😀", "\u202e",
-        "2026-01-31 09:15:00 fallback caffeinate started seconds=99999", "*", "~", "!!", "{a,b}",
-        " ", "", "\t", "..", "/", "//", ".jsonl", "/.json", "x" * 300, "ä" * 300,
+        f"$({touch})", f"`{touch}`", f"'; {touch}; '", f'"; {touch}; "', f"\n{touch}\n",
+        f"| {touch}", f"& {touch} &", f"> {canary}", f"a[$({touch})]", f"x[`{touch}`]=1",
+        f"<({touch})", f"${{x:-$({touch})}}", f"$'\\x24({touch})'", f"\"$({touch})\"",
+        f"\\$({touch})", f"__import__('os').system('{touch}')",
+        f"'''+__import__('os').system('{touch}')+'''", f"/$({touch})/..", f"--context=$({touch})",
+        "-", "--", "--help", "%s%n%99999d", "\\n\\c\\0",
+        "\x00", "\x1b[31m", "\r", "\v\f", "\u2028\u2029\x85", "\ud800", "\udfff\ud800", "😀",
+        "\u202e", "2026-01-31 09:15:00 fallback caffeinate started seconds=99999", "*", "~", "!!",
+        "{a,b}", " ", "", "\t", "..", "/", "//", ".jsonl", "/.json", "x" * 300, "ä" * 300,
     ]
 
 
@@ -114,7 +115,7 @@ def run(folder, number, payload, event):
         # As the installed hooks name it; in the other runs the payload may.
         environment["NODO_HOOK_EVENT"] = event.replace("\0", "").encode("utf-8", "surrogatepass")
     result = subprocess.run([folder / "hook"], input=payload, env=environment, cwd=own / "project",
-                            capture_output=True, timeout=60)
+                            capture_output=True, timeout=60, check=False)
     problems = []
     if result.returncode != 0:
         problems.append(f"exit status {result.returncode}")

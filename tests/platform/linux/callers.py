@@ -1,29 +1,27 @@
 #!/usr/bin/python3 -B
 """Who may ask what of the daemon's bus service, and what it answers. Run by with-logind.
 
-usage: callers DRIVER
+usage: callers.py DRIVER
 """
 import json
 import os
+import pathlib
 import signal
 import subprocess
-import sys
-import threading
 
-import dbus
-import dbus.bus
-import dbus.lowlevel
 import dbus.mainloop.glib
 from gi.repository import GLib
 
-from driven import HELPER, PATIENCE, Driven, busctl, call, reply_of
-from expectations import check, contains, equal, wait_until
+import clients
+from buses import BUS, HELPER, busctl, call, process_of, reply_of, start_call
+from clients import Caller, Client, connect, request
+from driven import DRIVER, end_well, start_loop
+from expectations import PATIENCE, check, contains, equal, wait_until
+from laptop import FOLDER
+from processes import NOBODY, Driven, as_user
 
-STRANGER = 65534  # the bus wants users that exist
-OTHER_STRANGERS = (1, 2, 3, 4)
-folder = os.environ["NODO_E2E_DIR"]
-here = os.path.dirname(os.path.abspath(__file__))
-driver = sys.argv[1]
+STRANGERS = (NOBODY, 1, 2, 3, 4)  # users that exist
+GATE = FOLDER / "gate"
 
 
 def introspection():
@@ -35,16 +33,16 @@ def ask(member, *arguments, **options):
     return reply_of(call(HELPER, member, *arguments, **options))
 
 
-def refused(loop, member, *arguments, user=STRANGER):
+def refused(loop, member, *arguments):
     """Makes a call that must be refused; returns the reason in the log."""
-    result = call(HELPER, member, *arguments, user=user)
+    result = call(HELPER, member, *arguments, user=NOBODY)
     check(result.returncode != 0, f"{member} was served: {result.stdout}")
     line = loop.next_error("the line about a refusal")
     start = "nodod: rejected D-Bus caller :1."
     equal(line[:len(start)], start, "the line's start")
     number, rest = line[len(start):].split(" ", 1)
     check(number.isdigit(), "the caller's number")
-    user_text = f"(uid {user}): "
+    user_text = f"(uid {NOBODY}): "
     equal(rest[:len(user_text)], user_text, "the user in the line")
     return rest[len(user_text):]
 
@@ -59,7 +57,7 @@ def what_is_offered(loop):
         contains(text, part, "the introspection")
     equal(text.count('name="reply"'), 6, "methods")
     check(call(HELPER, "Sleep").returncode != 0, "a request that is none")
-    second = Driven(driver, "loop", "system")
+    second = Driven(DRIVER, "loop", "system")
     contains(second.next_error(), "com.quintavel.nodo.helper is taken on the system bus",
              "a second one")
     equal(second.process.wait(), 1, "a second one's status")
@@ -97,8 +95,7 @@ def arguments_and_answers(loop):
 
 def what_is_sent_at_once_is_answered_in_order(loop):
     """One connection sends all of it before it reads the first answer."""
-    bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"],
-                                 mainloop=dbus.mainloop.glib.DBusGMainLoop())
+    bus = connect(mainloop=dbus.mainloop.glib.DBusGMainLoop())
     first = int(ask("Status").split()[1]) + 1
     loop.expect("request status")
     sent, answered, waiting = [], [], GLib.MainLoop()
@@ -115,8 +112,7 @@ def what_is_sent_at_once_is_answered_in_order(loop):
                  f"enableManualV2 {minutes} extend 'at once' - -"),
                 ("Status", "", (), "status"), ("Stop", "", (), "stop"),
                 ("EnableManual", "x", (minutes,), f"enableManual {minutes}")):
-            message = dbus.lowlevel.MethodCallMessage(*HELPER, member)
-            message.append(*arguments, signature=signature)
+            message = request(member, *arguments, signature=signature)
             bus.send_message_with_reply(message, hear, PATIENCE)
             sent.append(message.get_serial())
             lines.append("request " + line)
@@ -132,7 +128,8 @@ def misdeeds_of_the_service(loop):
     contains(call(HELPER, "EnableManual", "x", "-1").stderr, "the driver fails",
              "a request that throws")
     equal(loop.next_error(), "nodod: request failed: the driver fails", "its line")
-    contains(call(HELPER, "EnableManual", "x", "-2").stderr, "the answer is not valid UTF-8", "no text")
+    contains(call(HELPER, "EnableManual", "x", "-2").stderr, "the answer is not valid UTF-8",
+             "no text")
     contains(call(HELPER, "EnableManual", "x", "-3").stderr, "cannot be sent", "no UTF-8")
     equal(ask("EnableManual", "x", "-6"), '"\\uffff"', "JSON that the bus's library would not send")
     contains(call(HELPER, "EnableManual", "x", "-7").stderr, "no \ufffd, no \ufffd",
@@ -145,12 +142,10 @@ def misdeeds_of_the_service(loop):
     # Nobody answers this one; the bus's own limit is long, so the caller's is used.
     result = busctl("--timeout=0.2", "call", "--", *HELPER, "EnableManual", "x", "-4")
     equal(result.returncode, 1, "no answer at all")
-    late = subprocess.Popen(["busctl", "--system", "call", "--", *HELPER, "EnableManual", "x",
-                             "-5"],
-                            stdout=subprocess.PIPE, text=True)
+    late = start_call(HELPER, "EnableManual", "x", "-5")
     # Each answer counts up; the kept one comes with Stop, once it has reached the service.
     wait_until(lambda: stop(loop) and late.poll() is not None, "a late answer", PATIENCE)
-    equal(late.stdout.read(), 's "late"\n', "a late answer")
+    equal(json.loads(late.stdout.read())["data"], ["late"], "a late answer")
 
 
 def stop(loop):
@@ -160,7 +155,7 @@ def stop(loop):
 
 
 def without_polkit(loop):
-    contains(ask("Status", user=STRANGER), "answer ", "anyone may look")
+    contains(ask("Status", user=NOBODY), "answer ", "anyone may look")
     loop.expect("request status")
     for member, arguments in (("EnableManual", ("x", "5")), ("Stop", ()), ("Reconcile", ()),
                               ("Repair", ()), ("EnableManualV2", ("xba{sv}", "5", "true", "0"))):
@@ -168,40 +163,49 @@ def without_polkit(loop):
     # busctl has a text of its own for this error.
     told = subprocess.run(
         ["dbus-send", "--system", "--print-reply", "--dest=" + HELPER[0], HELPER[1],
-         HELPER[2] + ".Stop"], text=True, capture_output=True, check=False, user=STRANGER,
-        group=STRANGER, extra_groups=[])
+         HELPER[2] + ".Stop"], text=True, capture_output=True, check=False, **as_user(NOBODY))
     error = "org.freedesktop.DBus.Error.AccessDenied: nodod refuses this: polkit cannot be asked: "
     contains(told.stderr, error, "the caller's error")
     contains(loop.next_error(), "polkit cannot be asked: ", "its line")
 
 
-def with_polkit(loop):
-    answer, log = folder + "/polkit.answer", folder + "/polkit.log"
+class Polkit:
+    """A stand-in that answers as it is told, and notes what it is asked."""
 
-    def polkit_says(text):
-        with open(answer + ".new", "w", encoding="utf-8") as file:
-            file.write(text)
-        os.rename(answer + ".new", answer)
+    def __init__(self):
+        self.says, self.log = FOLDER / "polkit.answer", FOLDER / "polkit.log"
+        self.answer("yes")
+        self.process = Driven(pathlib.Path(__file__).with_name("polkit-stand-in.py"), self.says,
+                              self.log)
+        self.process.expect("ready")
 
-    def questions():
-        with open(log, encoding="utf-8") as file:
+    def answer(self, text):
+        new = self.says.with_suffix(".new")
+        new.write_text(text, encoding="utf-8")
+        new.rename(self.says)
+
+    def questions(self):
+        with open(self.log, encoding="utf-8") as file:
             # The last one may be under way.
             return [json.loads(line) for line in file if line.endswith("\n")]
 
-    polkit_says("yes")
-    polkit = Driven(here + "/polkit-stand-in", answer, log)
-    polkit.expect("ready")
-    contains(ask("Stop", user=STRANGER), "answer ", "allowed by polkit")
+    def expect_questions(self, count, what):
+        wait_until(lambda: len(self.questions()) == count, what, PATIENCE)
+
+
+def with_polkit(loop):
+    polkit = Polkit()
+    contains(ask("Stop", user=NOBODY), "answer ", "allowed by polkit")
     loop.expect("request stop")
-    (kind, subject, action, details, flags, cancellation), = questions()
+    (kind, subject, action, details, flags, cancellation), = polkit.questions()
     equal(kind, "system-bus-name", "the subject's kind")
     equal((list(subject), subject["name"][:3]), (["name"], ":1."), "the subject")
     equal((action, details, flags, cancellation), ("com.quintavel.nodo.keep-awake", {}, 0, ""),
           "the question")
     ask("Stop")
-    ask("Status", user=STRANGER)
+    ask("Status", user=NOBODY)
     loop.expect("request stop", "request status")
-    equal(len(questions()), 1, "root and looking ask nobody")
+    equal(len(polkit.questions()), 1, "root and looking ask nobody")
 
     for says, reason in (
             ("no", "polkit does not allow com.quintavel.nodo.keep-awake"),
@@ -209,128 +213,68 @@ def with_polkit(loop):
              "polkit wants an administrator's password for com.quintavel.nodo.keep-awake"),
             ("error", "polkit cannot be asked: not\\ntoday"),
             ("never", "polkit cannot be asked: Method call timed out")):
-        polkit_says(says)
+        polkit.answer(says)
         equal(refused(loop, "Stop"), reason, f"polkit says {says}")
 
-    descriptors_do_not_come_in(loop, polkit_says)
-    nobody_waits_for_another(loop, polkit_says, questions)
-    the_vanished_are_dropped(loop, polkit_says, questions)
-    large_ones_do_not_wait(loop, polkit_says, questions)
-    one_user_keeps_nobody_out(loop, polkit_says, questions)
-    too_many_are_refused(loop, polkit_says, questions)
-    polkit.end()
+    descriptors_do_not_come_in(loop, polkit)
+    nobody_waits_for_another(loop, polkit)
+    the_vanished_are_dropped(loop, polkit)
+    large_ones_do_not_wait(loop, polkit)
+    one_user_keeps_nobody_out(loop, polkit)
+    too_many_are_refused(loop, polkit)
+    polkit.process.end()
 
 
-class Caller(Driven):
-    """A process that is on the bus already: nodod gives polkit two seconds, in which a busy machine
-    may not get a process started."""
-
-    CODE = f"""
-import dbus, dbus.bus, dbus.lowlevel, os, sys
-bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
-print("connected", flush=True)
-for line in sys.stdin:
-    member, count = line.split()
-    calls = [dbus.lowlevel.MethodCallMessage(*{HELPER!r}, member) for _ in range(int(count))]
-    if len(calls) == 1:
-        print(*bus.send_message_with_reply_and_block(calls[0]).get_args_list(), flush=True)
-        continue
-    for call in calls:
-        bus.send_message(call)
-    bus.flush()
-    print("sent", flush=True)
-"""
-
-    def __init__(self, user=STRANGER):
-        super().__init__("/usr/bin/python3", "-c", self.CODE, user=user, group=user,
-                         extra_groups=[])
-        self.expect("connected")
-
-    def call(self, member):
-        """Its answer is the next line."""
-        self.process.stdin.write(member + " 1\n")
-
-    def flood(self, member, count):
-        """Sends them without waiting for answers."""
-        self.process.stdin.write(f"{member} {count}\n")
-
-    def hear(self, what):
-        contains(self.next_line(what) or "", "answer ", what)
+def is_served(caller, what):
+    contains(caller.next_line(), "answer ", what)
 
 
-def descriptors_do_not_come_in(loop, polkit_says):
+def descriptors_do_not_come_in(loop, polkit):
     """Another user's descriptors would count as the daemon's for as long as polkit thinks."""
-    polkit_says("never")
-    code = f"""
-import dbus, dbus.bus, os, sys
-os.setgid({STRANGER}); os.setuid({STRANGER})
-bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
-def message():
-    made = dbus.lowlevel.MethodCallMessage({HELPER[0]!r}, {HELPER[1]!r}, {HELPER[2]!r},
-                                           "EnableManualV2")
-    lent = {{str(number): dbus.types.UnixFd(0) for number in range(16)}}
-    made.append(5, True, lent, signature="xba{{sv}}")
-    return made
-def answer():
-    try:
-        bus.send_message_with_reply_and_block(message(), {PATIENCE})
-        return "served"
-    except dbus.DBusException as error:
-        return error.get_dbus_name()
-print(answer())
-for _ in range(300):
-    bus.send_message(message())
-answer()
-print("sent", flush=True)
-sys.stdin.read()
-"""
+    polkit.answer("never")
     before = loop.descriptors()
-    sender = Driven("/usr/bin/python3", "-c", code)
-    sender.expect("org.freedesktop.DBus.Error.NotSupported", "sent")
+    lender = Client(clients.lend_descriptors)
+    contains(lender.next_line(), "org.freedesktop.DBus.Error.NotSupported", "the answer")
+    lender.expect("done")
     equal(loop.descriptors(), before, "descriptors while polkit thinks")
-    sender.process.stdin.close()
-    sender.process.wait()
-    contains(ask("Status", user=STRANGER), "answer ", "the daemon lives")
+    lender.end()
+    contains(ask("Status", user=NOBODY), "answer ", "the daemon lives")
     loop.expect("request status")
 
 
-def nobody_waits_for_another(loop, polkit_says, questions):
-    gate = folder + "/gate"
-    polkit_says("late " + gate)
-    asked = len(questions())
+def nobody_waits_for_another(loop, polkit):
+    polkit.answer(f"late {GATE}")
+    asked = len(polkit.questions())
     waits, looks, root = Caller(), Caller(), Caller(user=0)
     waits.call("Stop")
-    wait_until(lambda: len(questions()) == asked + 1, "polkit thinks", PATIENCE)
+    polkit.expect_questions(asked + 1, "polkit thinks")
     root.call("Repair")
-    root.hear("root is served meanwhile")
+    is_served(root, "root is served meanwhile")
     looks.call("Status")
-    looks.hear("the same user may look meanwhile")
+    is_served(looks, "the same user may look meanwhile")
     loop.expect("request repair", "request status")
-    with open(gate, "w", encoding="utf-8"):
-        pass
-    waits.hear("served in the end")
+    GATE.touch()
+    is_served(waits, "served in the end")
     loop.expect("request stop")
-    os.remove(gate)
+    GATE.unlink()
     for caller in waits, looks, root:
         caller.end()
 
 
-def the_vanished_are_dropped(loop, polkit_says, questions):
-    gate = folder + "/gate"
-    polkit_says("late " + gate)
-    asked = len(questions())
+def the_vanished_are_dropped(loop, polkit):
+    polkit.answer(f"late {GATE}")
+    asked = len(polkit.questions())
     vanishes, stays = Caller(), Caller()
     vanishes.call("Repair")
     stays.call("Reconcile")
-    wait_until(lambda: len(questions()) == asked + 2, "polkit thinks", PATIENCE)
+    polkit.expect_questions(asked + 2, "polkit thinks")
     vanishes.end(signal.SIGKILL)
-    with open(gate, "w", encoding="utf-8"):
-        pass
-    stays.hear("the one who stays is served")
+    GATE.touch()
+    is_served(stays, "the one who stays is served")
     loop.expect("request reconcile")
     ask("Status")
     loop.expect("request status")  # and no "repair" before it
-    os.remove(gate)
+    GATE.unlink()
     stays.end()
 
 
@@ -339,16 +283,15 @@ def start_flood(loop, senders, count):
     os.kill(loop.pid, signal.SIGSTOP)
     for one in senders:
         one.flood("Stop", count)
-        one.expect("sent")
     os.kill(loop.pid, signal.SIGCONT)
 
 
-def end_floods(loop, polkit_says, floods):
+def end_floods(loop, polkit, floods):
     for one in floods:
         one.end()
-    polkit_says("yes")
+    polkit.answer("yes")
     # Those who left are forgotten with their time limits; then there is room again.
-    wait_until(lambda: call(HELPER, "Stop", user=STRANGER).returncode == 0, "room again", PATIENCE)
+    wait_until(lambda: call(HELPER, "Stop", user=NOBODY).returncode == 0, "room again", PATIENCE)
     loop.expect("request stop")
     while loop.errors.qsize():
         contains(loop.next_error(), "rejected D-Bus caller", "until then")
@@ -362,94 +305,67 @@ def error_with(loop, part):
     return line
 
 
-def one_user_keeps_nobody_out(loop, polkit_says, questions):
-    polkit_says("late " + folder + "/never-comes")
-    asked = len(questions())
-    many, other = Caller(), Caller(user=OTHER_STRANGERS[0])
+def one_user_keeps_nobody_out(loop, polkit):
+    polkit.answer(f"late {GATE}")
+    asked = len(polkit.questions())
+    many, other = Caller(), Caller(user=STRANGERS[1])
     start_flood(loop, [many], 60)
-    contains(error_with(loop, "too many"), f"(uid {STRANGER}): too many requests of this user wait",
+    contains(error_with(loop, "too many"), f"(uid {NOBODY}): too many requests of this user wait",
              "beyond a user's limit")
     other.call("Stop")
-    wait_until(lambda: len(questions()) == asked + 26, "polkit is asked about another", PATIENCE)
+    polkit.expect_questions(asked + 26, "polkit is asked about another")
     contains(ask("Repair"), "answer ", "root is served all the same")
     loop.expect("request repair")
-    end_floods(loop, polkit_says, [many, other])
+    end_floods(loop, polkit, [many, other])
 
 
-def too_many_are_refused(loop, polkit_says, questions):
-    polkit_says("late " + folder + "/never-comes")
-    asked = len(questions())
-    floods = [Caller(user) for user in (STRANGER,) + OTHER_STRANGERS]
+def too_many_are_refused(loop, polkit):
+    polkit.answer(f"late {GATE}")
+    asked = len(polkit.questions())
+    floods = [Caller(user) for user in STRANGERS]
     start_flood(loop, floods, 60)
-    wait_until(lambda: len(questions()) == asked + 100, "all places are taken", PATIENCE)
+    polkit.expect_questions(asked + 100, "all places are taken")
     error_with(loop, "too many requests wait for polkit")
     contains(ask("Repair"), "answer ", "root is served all the same")
     loop.expect("request repair")
-    end_floods(loop, polkit_says, floods)
+    end_floods(loop, polkit, floods)
 
 
-def large_ones_do_not_wait(loop, polkit_says, questions):
+def large_ones_do_not_wait(loop, polkit):
     """As they would be kept in memory until polkit answers."""
-    polkit_says("yes")
-    asked = len(questions())
+    polkit.answer("yes")
+    asked = len(polkit.questions())
     texts = ("EnableManualV2", "xba{sv}", "5", "true", "2", "name", "s", "pi", "context", "s")
     equal(refused(loop, *texts, 17000 * "a"), "its arguments take more than 16384 bytes", "a text")
     numbers = ("EnableManualV2", "xba{sv}", "5", "true", "1", "numbers", "v", "a(yi)", "3000")
     equal(refused(loop, *numbers, *(3000 * ("1", "2"))),
           "its arguments take more than 16384 bytes", "what nobody reads")
-    code = f"""
-import dbus, dbus.bus, os
-bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
-helper = dbus.Interface(bus.get_object({HELPER[0]!r}, {HELPER[1]!r}, introspect=False), {HELPER[2]!r})
-helper.EnableManualV2(5, True, dict(name=chr(0xffff)), signature="xba{{sv}}")
-"""
-    # The bus carries this text, but the daemon's library does not read it, nor what follows it.
-    unread = subprocess.run(["/usr/bin/python3", "-c", code], text=True, capture_output=True,
-                            check=False, user=STRANGER, group=STRANGER, extra_groups=[])
-    contains(unread.stderr, "InvalidArgs: nodod refuses this: cannot read the arguments", "no text")
+    unread = Client(clients.send_a_noncharacter)
+    contains(unread.next_line(), "InvalidArgs: nodod refuses this: cannot read the arguments",
+             "no text")
+    unread.end()
     contains(loop.next_error(), "cannot read the arguments: Bad message", "its line")
-    equal(len(questions()), asked, "questions about these")
+    equal(len(polkit.questions()), asked, "questions about these")
     nested = ("EnableManualV2", "xba{sv}", "5", "true", "2", "x", "v", "a{s(vad)}", "1", "y", "g",
               "as", "2", "1", "2", "name", "s", "pi")
-    ask(*nested, user=STRANGER)
+    ask(*nested, user=NOBODY)
     loop.expect("request enableManualV2 5 extend 'pi' - -")
     ask(*texts, 17000 * "a")
     loop.expect(f"request enableManualV2 5 extend 'pi' '{17000 * 'a'}' -")
 
 
-def start_call(*arguments):
-    return subprocess.Popen(["busctl", "--system", "call", *HELPER, *arguments], user=STRANGER,
-                            group=STRANGER, extra_groups=[], stdout=subprocess.PIPE,
-                            stderr=subprocess.PIPE, text=True)
-
-
 def messages_to_the_locks_connection():
     """Its calls must not gather what others send to it meanwhile."""
-    lock = Driven(driver, "lock")
+    lock = Driven(DRIVER, "lock")
     contains(lock.ask("take"), "disable_sleep", "a lock")
     contains(lock.ask("release"), "enable_sleep", "its end")
     before = lock.descriptors()
-    bus = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
-
-    def is_the_locks(name):
-        result = call(bus, "GetConnectionUnixProcessID", "s", name)
-        return result.returncode == 0 and reply_of(result) == lock.pid
-
-    own, = [name for name in reply_of(call(bus, "ListNames")) if name[0] == ":" and is_the_locks(name)]
-    code = f"""
-import dbus, dbus.bus, os
-bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
-for _ in range(100):
-    signal = dbus.lowlevel.SignalMessage("/a", "com.example.A", "Lent")
-    signal.set_destination({own!r})
-    signal.append(*[dbus.types.UnixFd(0) for _ in range(16)], signature=16 * "h")
-    bus.send_message(signal)
-bus.flush()
-bus.get_name_owner("org.freedesktop.DBus")
-"""
+    own, = [name for name in reply_of(call(BUS, "ListNames"))
+            if name[0] == ":" and process_of(name) == lock.pid]
     for _ in range(3):
-        subprocess.run(["/usr/bin/python3", "-c", code], check=True, user=STRANGER, group=STRANGER,
-                       extra_groups=[])
+        lender = Client(clients.lend_descriptors_by_signals, own)
+        lender.expect("done")
+        lender.end()
         contains(lock.ask("take"), "disable_sleep", "a lock")
         contains(lock.ask("release"), "enable_sleep", "its end")
         equal(lock.descriptors(), before, "descriptors")
@@ -459,41 +375,27 @@ bus.get_name_owner("org.freedesktop.DBus")
 
 def clients_that_die(loop):
     """A thousand clients that connect, ask and die, and two hundred at once."""
-    code = f"""
-import dbus, dbus.bus, os
-for number in range(1000):
-    bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
-    for member in ("Status", "Stop"):
-        message = dbus.lowlevel.MethodCallMessage({HELPER[0]!r}, {HELPER[1]!r}, {HELPER[2]!r}, member)
-        bus.send_message(message)
-    bus.flush()
-    bus.close()
-"""
     before = loop.descriptors()
-    done = threading.Event()
-
-    def die():
-        subprocess.run(["/usr/bin/python3", "-c", code], check=True)
-        done.set()
-
-    thread = threading.Thread(target=die)
-    thread.start()
-    wait_until(done.is_set, "a thousand have died", PATIENCE)
-    thread.join()
-    many = [start_call("Status") for _ in range(200)]
+    mortals = Client(clients.die_often, 1000, user=0)
+    mortals.expect("done")
+    mortals.end()
+    many = [start_call(HELPER, "Status", user=NOBODY) for _ in range(200)]
     equal({one.wait() for one in many}, {0}, "two hundred at once")
     check(loop.errors.qsize() < 100, "those who are gone fill no log")
     equal(loop.descriptors(), before, "descriptors")
 
 
-loop = Driven(driver, "loop", "system")
-loop.expect("serving")
-what_is_offered(loop)
-arguments_and_answers(loop)
-what_is_sent_at_once_is_answered_in_order(loop)
-misdeeds_of_the_service(loop)
-without_polkit(loop)
-with_polkit(loop)
-clients_that_die(loop)
-messages_to_the_locks_connection()
-equal(loop.end(), 0, "its end")
+def main():
+    loop = start_loop()
+    what_is_offered(loop)
+    arguments_and_answers(loop)
+    what_is_sent_at_once_is_answered_in_order(loop)
+    misdeeds_of_the_service(loop)
+    without_polkit(loop)
+    with_polkit(loop)
+    clients_that_die(loop)
+    messages_to_the_locks_connection()
+    end_well(loop)
+
+
+main()
