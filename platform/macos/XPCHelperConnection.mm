@@ -1,4 +1,3 @@
-#include <platform/macos/XPCError.h>
 #include <platform/macos/XPCHelperConnection.h>
 
 #include <exception>

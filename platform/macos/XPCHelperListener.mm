@@ -1,17 +1,19 @@
 #include <NODOCore/helper/NODOXPCClientAuthentication.h>
 #include <platform/macos/XPCHelperListener.h>
 
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <Block.h>
+#include <mach/message.h>
+#include <objc/runtime.h>
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
 #import <platform/macos/FoundationText.h>
 #import <platform/macos/NODOHelperXPCProtocol.h>
-#import <platform/macos/XPCConnectionPeer.h>
 
 namespace nodo {
 namespace {
@@ -45,6 +47,44 @@ void serve(const std::shared_ptr<ServiceAccess>& access, HelperRequest request, 
       }
     }
   });
+}
+
+// By name: the compiler knows no method of that selector, so it could get its result type wrong.
+SEL auditTokenSelector() {
+  static const SEL selector = NSSelectorFromString(@"auditToken");
+  return selector;
+}
+
+/// The process at the other end of an XPC connection. For use while the connection lives.
+class XPCConnectionPeer : public XPCPeer {
+ public:
+  explicit XPCConnectionPeer(NSXPCConnection* connection) : connection_(connection) {}
+
+  /// By the connection's own method for it, which the system has but does not declare: that it may
+  /// be missing in some version is why it is looked for.
+  std::optional<AuditToken> auditToken() const override;
+
+ private:
+  NSXPCConnection* connection_;
+};
+
+std::optional<AuditToken> XPCConnectionPeer::auditToken() const {
+  using Getter = audit_token_t (*)(id, SEL);
+
+  const SEL selector = auditTokenSelector();
+  if (![connection_ respondsToSelector:selector]) {
+    return std::nullopt;
+  }
+  const Method method = class_getInstanceMethod([connection_ class], selector);
+  if (method == nullptr) {
+    return std::nullopt;
+  }
+  const auto get = reinterpret_cast<Getter>(method_getImplementation(method));
+  const audit_token_t token = get(connection_, selector);
+  AuditToken bytes;
+  static_assert(sizeof bytes == sizeof token);
+  std::memcpy(bytes.data(), &token, sizeof token);
+  return bytes;
 }
 
 }  // namespace

@@ -4,9 +4,10 @@
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/HelperMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
-#include <platform/macos/XPCError.h>
+#include <platform/macos/XPCHelperConnection.h>
 #include <platform/macos/XPCHelperListener.h>
 #include <testing/FakeCodeSigning.h>
+#include <testing/FakeHelper.h>
 
 #include <bit>
 #include <csignal>
