@@ -74,6 +74,7 @@ class IntoHandle {
 
   ~IntoHandle() { handle_.reset(made_); }
 
+  // NOLINTNEXTLINE(google-explicit-constructor): it stands for the pointer that is filled in.
   operator Object**() { return &made_; }
 
  private:

@@ -110,15 +110,15 @@ void BusHelperConnection::exchange(BusClock::time_point deadline) {
   if (!bus_) {
     return;
   }
-  for (Asked& asked : std::exchange(asked_, {})) {
-    send(std::move(asked));
+  for (const Asked& asked : std::exchange(asked_, {})) {
+    send(asked);
   }
   const std::string action = "stay connected to " + describedBus(busName_);
   while (!sent_.empty() && processBus(bus_.get(), deadline, action)) {
   }
 }
 
-void BusHelperConnection::send(Asked asked) {
+void BusHelperConnection::send(const Asked& asked) {
   try {
     const BusMessage call = newRequest(bus_.get(), serviceName_, asked.request);
     sent_.push_back({.connection = *this, .asked = asked});

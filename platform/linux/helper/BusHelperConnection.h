@@ -56,7 +56,7 @@ class BusHelperConnection : public HelperConnection {
   void ask(Asked asked);
   void connect(BusClock::time_point deadline);
   void exchange(BusClock::time_point deadline);
-  void send(Asked asked);
+  void send(const Asked& asked);
   static int onAnswer(sd_bus_message* message, void* sent, sd_bus_error* error);
   void hearAnswer(const Sent& sent, sd_bus_message* message);
   std::string explained(const sd_bus_error& error) const;

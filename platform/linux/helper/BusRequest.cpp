@@ -40,7 +40,7 @@ struct WriteArguments {
   sd_bus_message* call;
 
   template <class Request>
-  void operator()(const Request& /*request*/) const {
+  void operator()(const Request&) const {
     static_assert(std::is_empty_v<Request>, "its arguments have to be written");
   }
 
@@ -110,7 +110,7 @@ struct ReadArguments {
   sd_bus_message* call;
 
   template <class Request>
-  void operator()(Request& /*request*/) const {
+  void operator()(Request&) const {
     static_assert(std::is_empty_v<Request>, "its arguments have to be read");
   }
 
@@ -144,9 +144,7 @@ BusMessage newRequest(sd_bus* bus, const std::string& serviceName, const HelperR
   const std::string path = objectPath(serviceName);
   const BusObject daemon{
       .service = serviceName.c_str(), .path = path.c_str(), .interface = helperInterface};
-  const char* const method = std::visit(
-      [](const auto& kind) { return methodOf<std::remove_cvref_t<decltype(kind)>>(); }, request);
-  BusMessage call = newCall(bus, daemon, method, "ask the daemon nodod");
+  BusMessage call = newCall(bus, daemon, std::visit(MethodOf(), request), "ask the daemon nodod");
   std::visit(WriteArguments{call.get()}, request);
   return call;
 }

@@ -17,39 +17,20 @@ inline constexpr char helperInterface[] = "com.quintavel.nodo.Helper1";
 /// The path of a service's object: "/com/example" for "com.example".
 std::string objectPath(const std::string& serviceName);
 
-/// The interface's method for a kind of request.
-template <class Request>
-constexpr const char* methodOf() = delete;
+/// The interface's method for a request.
+struct MethodOf {
+  const char* operator()(const StatusRequest&) const { return "Status"; }
 
-template <>
-constexpr const char* methodOf<StatusRequest>() {
-  return "Status";
-}
+  const char* operator()(const EnableManualRequest&) const { return "EnableManual"; }
 
-template <>
-constexpr const char* methodOf<EnableManualRequest>() {
-  return "EnableManual";
-}
+  const char* operator()(const EnableManualV2Request&) const { return "EnableManualV2"; }
 
-template <>
-constexpr const char* methodOf<EnableManualV2Request>() {
-  return "EnableManualV2";
-}
+  const char* operator()(const StopRequest&) const { return "Stop"; }
 
-template <>
-constexpr const char* methodOf<StopRequest>() {
-  return "Stop";
-}
+  const char* operator()(const ReconcileRequest&) const { return "Reconcile"; }
 
-template <>
-constexpr const char* methodOf<ReconcileRequest>() {
-  return "Reconcile";
-}
-
-template <>
-constexpr const char* methodOf<RepairRequest>() {
-  return "Repair";
-}
+  const char* operator()(const RepairRequest&) const { return "Repair"; }
+};
 
 /// The call that makes `request` of the service of that name; U+FFFD stands for noncharacters in
 /// its texts. Throws BusError, e.g. for a text that is no UTF-8.

@@ -80,20 +80,20 @@ const sd_bus_vtable* HelperListener::methods() {
   // would look into /proc.
   static const sd_bus_vtable table[] = {
       SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(methodOf<StatusRequest>(), "", "", "s", SD_BUS_PARAM(reply),
+      SD_BUS_METHOD_WITH_NAMES(MethodOf()(StatusRequest()), "", "", "s", SD_BUS_PARAM(reply),
                                onCall<StatusRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(methodOf<EnableManualRequest>(), "x", SD_BUS_PARAM(minutes), "s",
+      SD_BUS_METHOD_WITH_NAMES(MethodOf()(EnableManualRequest()), "x", SD_BUS_PARAM(minutes), "s",
                                SD_BUS_PARAM(reply), onCall<EnableManualRequest>,
                                SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES(
-          methodOf<EnableManualV2Request>(), "xba{sv}",
+          MethodOf()(EnableManualV2Request()), "xba{sv}",
           SD_BUS_PARAM(minutes) SD_BUS_PARAM(extendOnly) SD_BUS_PARAM(requester), "s",
           SD_BUS_PARAM(reply), onCall<EnableManualV2Request>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(methodOf<StopRequest>(), "", "", "s", SD_BUS_PARAM(reply),
+      SD_BUS_METHOD_WITH_NAMES(MethodOf()(StopRequest()), "", "", "s", SD_BUS_PARAM(reply),
                                onCall<StopRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(methodOf<ReconcileRequest>(), "", "", "s", SD_BUS_PARAM(reply),
+      SD_BUS_METHOD_WITH_NAMES(MethodOf()(ReconcileRequest()), "", "", "s", SD_BUS_PARAM(reply),
                                onCall<ReconcileRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(methodOf<RepairRequest>(), "", "", "s", SD_BUS_PARAM(reply),
+      SD_BUS_METHOD_WITH_NAMES(MethodOf()(RepairRequest()), "", "", "s", SD_BUS_PARAM(reply),
                                onCall<RepairRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
   return table;

@@ -4,9 +4,7 @@
 #include <NODOCore/power/PowerManaging.h>
 #include <platform/linux/logind/Logind.h>
 
-#include <functional>
 #include <optional>
-#include <string>
 
 namespace nodo {
 
