@@ -77,7 +77,7 @@ MenuReport::MenuReport(const StatusReport& report, DoctorStatusSource statusSour
       countdown(MenuBarCountdownFormatter::text(report, now)),
       triggers(triggersOf(report.state, now)),
       setupLine(SetupMenuPresentation::setupLine(setup)),
-      verdict(DoctorReportFormatter::verdict(report, statusSource, liveSleepDisabled)),
+      verdict(doctorVerdict(report, statusSource, liveSleepDisabled)),
       statusSource(statusSource) {
   if (report.state.lastRequester) {
     requester = report.state.lastRequester->displayText();

@@ -70,7 +70,7 @@ struct MenuReport {
   std::optional<std::string> requester;  ///< who asked last, e.g. "Codex - my project"
   MenuTriggers triggers;
   std::optional<std::string> setupLine;  ///< what is left to set up, if anything
-  std::string verdict;                   ///< that of the doctor report
+  DoctorVerdict verdict = DoctorVerdict::daemonUnavailable;  ///< in JSON, its sentence
   DoctorStatusSource statusSource = DoctorStatusSource::local;
 
   MenuReport() = default;
