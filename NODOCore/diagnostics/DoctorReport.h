@@ -12,6 +12,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// Where a status came from.
 enum class DoctorStatusSource {
   helper,  ///< the daemon
@@ -79,9 +82,6 @@ struct DoctorReportFormatter {
   /// What a repair led to, in lines as above.
   static std::string formatRepairResult(const StatusReport& report, DoctorStatusSource source);
 };
-
-class JSONReader;
-class JSONValue;
 
 /// The facts of the health check, for programs; `text` is the same for people.
 struct DoctorReport {

@@ -14,6 +14,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// Which icon the menu bar shows.
 enum class MenuBarIconState {
   loading,       ///< there is no report yet
@@ -48,9 +51,6 @@ struct MenuBarCountdownFormatter {
   /// negative number counts as 0.
   static std::string compactDuration(std::int64_t seconds);
 };
-
-class JSONReader;
-class JSONValue;
 
 /// The keep-awake requests of the last 12 hours, as a menu shows them.
 struct MenuTriggers {
