@@ -52,7 +52,7 @@ PowerOperationResult takeLock(NODOState& state, PowerManaging& powerManager,
                               const PowerDecision& decision, Date now) {
   PowerOperationResult result = powerManager.setSleepDisabled(true);
   state.recordPowerOperation(result, now, reason::enablePrefix + auditDetail(decision, state),
-                             mostPowerOperations);
+                             maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = true;
     state.lastActivationReason = joined(decision.reasons);
@@ -65,7 +65,7 @@ PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
                                  const PowerDecision& decision, Date now) {
   PowerOperationResult result = powerManager.setSleepDisabled(false);
   state.recordPowerOperation(result, now, reason::releasePrefix + auditDetail(decision, state),
-                             mostPowerOperations);
+                             maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = false;
     if (state.lastStopReason != reason::manualExpired) {
@@ -88,38 +88,38 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
   expireTimer(state, now);
   const PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
 
-  DaemonRunReport run;
-  run.generatedAt = now;
+  DaemonRunReport pass;
+  pass.generatedAt = now;
   bool isSleepDue = false;
   if (decision.shouldPreventSleep) {
     if (!state.ownsSleepDisable) {
-      run.operation = takeLock(state, powerManager, decision, now);
+      pass.operation = takeLock(state, powerManager, decision, now);
     }
   } else if (isReleaseDue(state, liveSleepDisabled)) {
-    run.operation = releaseLock(state, powerManager, decision, now);
-    isSleepDue = run.operation->succeeded() && mustSleepAfterRelease(snapshot);
+    pass.operation = releaseLock(state, powerManager, decision, now);
+    isSleepDue = pass.operation->succeeded() && releaseNeedsSleepRequest(snapshot);
   }
-  if (run.operation) {
-    run.operations.push_back(*run.operation);
+  if (pass.operation) {
+    pass.operations.push_back(*pass.operation);
   }
 
-  run.stateChanged = state != loaded;
-  if (run.stateChanged) {
+  pass.stateChanged = state != loaded;
+  if (pass.stateChanged) {
     state.updatedAt = now;
     store.save(state);
   }
   // Only now: the machine may be asleep before the request returns, and the release must not be
   // lost.
   if (isSleepDue) {
-    run.operations.push_back(powerManager.requestSleepNow());
+    pass.operations.push_back(powerManager.requestSleepNow());
     state = store.load();
-    state.recordPowerOperation(run.operations.back(), now, reason::closedLidRelease,
-                               mostPowerOperations);
+    state.recordPowerOperation(pass.operations.back(), now, reason::closedLidRelease,
+                               maxPowerOperationHistory);
     state.updatedAt = now;
     store.save(state);
   }
-  run.status = report(state, std::move(agents), snapshot);
-  return run;
+  pass.status = report(state, std::move(agents), snapshot);
+  return pass;
 }
 
 DaemonRunReport NODOController::repair(PowerManaging& powerManager,
@@ -131,13 +131,13 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
   }
   repairState(now);
   // The lock has just been released: what was read before is no longer to be trusted.
-  DaemonRunReport run = reconcile(powerManager, std::nullopt, now);
+  DaemonRunReport pass = reconcile(powerManager, std::nullopt, now);
   if (release) {
-    run.operations.insert(run.operations.begin(), *release);
-    run.operation = release;
+    pass.operations.insert(pass.operations.begin(), *release);
+    pass.operation = release;
   }
-  run.stateChanged = run.stateChanged || run.status.state != loaded;
-  return run;
+  pass.stateChanged = pass.stateChanged || pass.status.state != loaded;
+  return pass;
 }
 
 ReconcileSchedule ReconcileSchedule::sleepReleaseDeadline(const StatusReport& report,

@@ -246,7 +246,7 @@ bool LockKeeper::release(Date now, const char* detail) noexcept {
 }
 
 void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
-  if (!mustSleepAfterRelease(lastSnapshot(now))) {
+  if (!releaseNeedsSleepRequest(lastSnapshot(now))) {
     return;
   }
   const PowerOperationResult result = lock_.requestSleepNow();
@@ -266,7 +266,7 @@ SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
 void LockKeeper::record(const PowerOperationResult& operation, const std::string& reason,
                         Date now) {
   NODOState state = controller_.store.load();
-  state.recordPowerOperation(operation, now, reason, mostPowerOperations);
+  state.recordPowerOperation(operation, now, reason, maxPowerOperationHistory);
   if (operation.action == PowerOperationAction::enableSleep && operation.succeeded()) {
     state.ownsSleepDisable = false;
   }
