@@ -12,6 +12,10 @@
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/control/Reports.h>
+#include <NODOCore/daemon/Daemon.h>
+#include <NODOCore/daemon/DaemonLoop.h>
+#include <NODOCore/daemon/LockKeeper.h>
+#include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/helper/HelperConnection.h>

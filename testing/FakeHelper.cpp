@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 namespace nodo::test {
 namespace {
@@ -17,15 +18,40 @@ std::string envelopeText(const NODOHelperCommandResponse& response) {
   return encodeJSON(response, JSONLayout::compact);
 }
 
-std::string quotedOrNil(const std::optional<std::string>& text) {
-  return text ? '"' + *text + '"' : "nil";
-}
-
 std::string firstWord(const std::string& text) {
   return text.substr(0, text.find(' '));
 }
 
+std::string quotedOrNil(const std::optional<std::string>& text) {
+  return text ? '"' + *text + '"' : "nil";
+}
+
+struct RequestText {
+  std::string operator()(const StatusRequest&) const { return "status"; }
+
+  std::string operator()(const EnableManualRequest& request) const {
+    return "enableManual " + std::to_string(request.minutes);
+  }
+
+  std::string operator()(const EnableManualV2Request& request) const {
+    return "enableManualV2 " + std::to_string(request.minutes) +
+           (request.extendOnly ? " extend-only " : " replace ") +
+           quotedOrNil(request.requesterName) + ' ' + quotedOrNil(request.requesterContext) + ' ' +
+           quotedOrNil(request.requesterEvent);
+  }
+
+  std::string operator()(const StopRequest&) const { return "stop"; }
+
+  std::string operator()(const ReconcileRequest&) const { return "reconcile"; }
+
+  std::string operator()(const RepairRequest&) const { return "repair"; }
+};
+
 }  // namespace
+
+std::string requestText(const HelperRequest& request) {
+  return std::visit(RequestText(), request);
+}
 
 /// What outlives a connection: its handlers, which its requests may call late.
 class FakeHelperLink : public std::enable_shared_from_this<FakeHelperLink> {
@@ -109,27 +135,9 @@ class FakeProxy : public NODOHelperXPCProtocol {
  public:
   explicit FakeProxy(std::shared_ptr<FakeHelperLink> link) : link_(std::move(link)) {}
 
-  void status(HelperReply reply) override { link_->request("status", std::move(reply)); }
-
-  void enableManual(std::int64_t minutes, HelperReply reply) override {
-    link_->request("enableManual " + std::to_string(minutes), std::move(reply));
+  void perform(HelperRequest request, HelperReply reply) override {
+    link_->request(requestText(request), std::move(reply));
   }
-
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override {
-    link_->request("enableManualV2 " + std::to_string(minutes) +
-                       (extendOnly ? " extend-only " : " replace ") + quotedOrNil(requesterName) +
-                       ' ' + quotedOrNil(requesterContext) + ' ' + quotedOrNil(requesterEvent),
-                   std::move(reply));
-  }
-
-  void stop(HelperReply reply) override { link_->request("stop", std::move(reply)); }
-
-  void reconcile(HelperReply reply) override { link_->request("reconcile", std::move(reply)); }
-
-  void repair(HelperReply reply) override { link_->request("repair", std::move(reply)); }
 
  private:
   std::shared_ptr<FakeHelperLink> link_;

@@ -17,13 +17,16 @@ namespace nodo::test {
 
 class FakeHelperLink;
 
+/// A request's name and arguments, e.g. "enableManual 20" and
+/// "enableManualV2 20 extend-only "Pi" nil nil".
+std::string requestText(const HelperRequest& request);
+
 /// One request as the daemon's end of a connection sees it, with every way in which it may end.
 /// Copies are the same request, and may be kept for longer than the connection. Safe from any
 /// thread.
 class FakeHelperRequest {
  public:
-  /// The request's name and arguments, e.g. "enableManual 20".
-  std::string text;
+  std::string text;  ///< as `requestText` has it
 
   void reply(std::optional<std::string> envelope) const { reply_(std::move(envelope)); }
 

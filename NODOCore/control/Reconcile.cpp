@@ -50,9 +50,10 @@ void expireTimer(NODOState& state, Date now) {
 
 PowerOperationResult takeLock(NODOState& state, PowerManaging& powerManager,
                               const PowerDecision& decision, Date now) {
+  const std::string why = reason::enablePrefix + auditDetail(decision, state);
+  powerManager.announce(why);
   PowerOperationResult result = powerManager.setSleepDisabled(true);
-  state.recordPowerOperation(result, now, reason::enablePrefix + auditDetail(decision, state),
-                             maxPowerOperationHistory);
+  state.recordPowerOperation(result, now, why, maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = true;
     state.lastActivationReason = joined(decision.reasons);
@@ -63,9 +64,10 @@ PowerOperationResult takeLock(NODOState& state, PowerManaging& powerManager,
 
 PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
                                  const PowerDecision& decision, Date now) {
+  const std::string why = reason::releasePrefix + auditDetail(decision, state);
+  powerManager.announce(why);
   PowerOperationResult result = powerManager.setSleepDisabled(false);
-  state.recordPowerOperation(result, now, reason::releasePrefix + auditDetail(decision, state),
-                             maxPowerOperationHistory);
+  state.recordPowerOperation(result, now, why, maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = false;
     if (state.lastStopReason != reason::manualExpired) {
@@ -111,6 +113,7 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
   // Only now: the machine may be asleep before the request returns, and the release must not be
   // lost.
   if (isSleepDue) {
+    powerManager.announce(reason::closedLidRelease);
     pass.operations.push_back(powerManager.requestSleepNow());
     state = store.load();
     state.recordPowerOperation(pass.operations.back(), now, reason::closedLidRelease,
@@ -127,6 +130,7 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
   const NODOState loaded = store.load();
   std::optional<PowerOperationResult> release;
   if (loaded.ownsSleepDisable || liveSleepDisabled == true) {
+    powerManager.announce(reason::repair);
     release = powerManager.setSleepDisabled(false);
   }
   repairState(now);

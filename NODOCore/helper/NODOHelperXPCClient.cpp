@@ -10,34 +10,23 @@
 
 namespace nodo {
 
-NODOHelperClientError::NODOHelperClientError(Case errorCase, const char* text, std::string reason)
-    : case_(errorCase), reason_(std::move(reason)), message_(text + reason_) {}
+NODOHelperClientError::NODOHelperClientError(Case errorCase, const char* text, std::string reason,
+                                             bool helperIsThere)
+    : case_(errorCase),
+      reason_(std::move(reason)),
+      helperIsThere_(helperIsThere),
+      message_(text + reason_) {}
 
-NODOHelperClientError NODOHelperClientError::unavailable(std::string reason) {
-  return {Case::unavailable, "Helper unavailable: ", std::move(reason)};
+NODOHelperClientError NODOHelperClientError::unavailable(std::string reason, bool helperIsThere) {
+  return {Case::unavailable, "Helper unavailable: ", std::move(reason), helperIsThere};
 }
 
 NODOHelperClientError NODOHelperClientError::invalidResponse(std::string reason) {
-  return {Case::invalidResponse, "Invalid helper response: ", std::move(reason)};
+  return {Case::invalidResponse, "Invalid helper response: ", std::move(reason), true};
 }
 
 NODOHelperClientError NODOHelperClientError::timedOut() {
-  return {Case::timedOut, "Helper request timed out", ""};
-}
-
-void XPCRequestCompletion::Semaphore::signal() {
-  const std::lock_guard guard(mutex_);
-  ++count_;
-  signalled_.notify_one();
-}
-
-bool XPCRequestCompletion::Semaphore::waitUntil(std::chrono::steady_clock::time_point deadline) {
-  std::unique_lock guard(mutex_);
-  if (!signalled_.wait_until(guard, deadline, [this] { return count_ > 0; })) {
-    return false;
-  }
-  --count_;
-  return true;
+  return {Case::timedOut, "Helper request timed out", "", true};
 }
 
 void XPCRequestCompletion::complete(NODOHelperCommandResponse response) {
@@ -49,29 +38,35 @@ void XPCRequestCompletion::complete(std::exception_ptr error) {
 }
 
 void XPCRequestCompletion::complete(Outcome outcome) {
-  const std::lock_guard guard(lock);
-  if (result) {
-    return;
+  const std::lock_guard guard(lock_);
+  if (!result_) {
+    result_ = std::move(outcome);
+    isSignalled_ = true;
+    signalled_.notify_one();
   }
-  result = std::move(outcome);
-  semaphore.signal();
+}
+
+void XPCRequestCompletion::signal() {
+  const std::lock_guard guard(lock_);
+  isSignalled_ = true;
+  signalled_.notify_one();
 }
 
 NODOHelperCommandResponse XPCRequestCompletion::wait(
     std::chrono::steady_clock::time_point deadline) {
-  if (!semaphore.waitUntil(deadline)) {
+  std::unique_lock guard(lock_);
+  if (!signalled_.wait_until(guard, deadline, [this] { return isSignalled_; })) {
     throw NODOHelperClientError::timedOut();
   }
-  const std::lock_guard guard(lock);
-  if (!result) {
+  if (!result_) {
     throw NODOHelperClientError::invalidResponse("missing completion");
   }
   // Moved out, as a handler may let go of this completion at any later time: the error must not be
   // destroyed on its thread while the caller reads it.
-  if (auto* error = std::get_if<std::exception_ptr>(&*result)) {
+  if (auto* error = std::get_if<std::exception_ptr>(&*result_)) {
     std::rethrow_exception(std::move(*error));
   }
-  return std::get<NODOHelperCommandResponse>(std::move(*result));
+  return std::get<NODOHelperCommandResponse>(std::move(*result_));
 }
 
 namespace {
@@ -111,10 +106,8 @@ HelperReply replyTo(const std::shared_ptr<XPCRequestCompletion>& completion) {
 }
 
 HelperConnection::Handler endBy(const std::shared_ptr<XPCRequestCompletion>& completion,
-                                const char* reason) {
-  return [completion, reason] {
-    completion->complete(std::make_exception_ptr(NODOHelperClientError::unavailable(reason)));
-  };
+                                const NODOHelperClientError& error) {
+  return [completion, error] { completion->complete(std::make_exception_ptr(error)); };
 }
 
 class Invalidation {
@@ -140,27 +133,29 @@ Date endAfter(std::int64_t minutes, Date now) {
 
 }  // namespace
 
-NODOHelperCommandResponse NODOHelperXPCClient::request(const Send& send) const {
+NODOHelperCommandResponse NODOHelperXPCClient::ask(HelperRequest request) const {
   const std::unique_ptr<HelperConnection> connection =
       connecting->privilegedConnection(machServiceName);
   const Invalidation invalidation(*connection);
   const auto completion = std::make_shared<XPCRequestCompletion>();
-  connection->setInvalidationHandler(endBy(completion, "connection invalidated"));
-  connection->setInterruptionHandler(endBy(completion, "connection interrupted"));
+  connection->setInvalidationHandler(
+      endBy(completion, NODOHelperClientError::unavailable("connection invalidated", false)));
+  connection->setInterruptionHandler(
+      endBy(completion, NODOHelperClientError::unavailable("connection interrupted")));
   connection->resume();
   const std::shared_ptr<NODOHelperXPCProtocol> daemon = connection->remoteProxy(
       [completion](std::exception_ptr error) { completion->complete(std::move(error)); });
   if (!daemon) {
     throw NODOHelperClientError::unavailable("unable to create XPC proxy");
   }
-  send(*daemon, replyTo(completion));
+  daemon->perform(std::move(request), replyTo(completion));
   const Clock::time_point deadline = deadlineAfter(timeout);
   connection->serve(deadline);
   return completion->wait(deadline);
 }
 
-StatusReport NODOHelperXPCClient::statusOf(const Send& send) const {
-  NODOHelperCommandResponse response = request(send);
+StatusReport NODOHelperXPCClient::askForStatus(HelperRequest request) const {
+  NODOHelperCommandResponse response = ask(std::move(request));
   if (!response.status) {
     throw NODOHelperClientError::invalidResponse("missing status report");
   }
@@ -168,23 +163,19 @@ StatusReport NODOHelperXPCClient::statusOf(const Send& send) const {
 }
 
 StatusReport NODOHelperXPCClient::status() const {
-  return statusOf(
-      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.status(std::move(reply)); });
+  return askForStatus(StatusRequest{});
 }
 
 StatusReport NODOHelperXPCClient::stop() const {
-  return statusOf(
-      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.stop(std::move(reply)); });
+  return askForStatus(StopRequest{});
 }
 
 StatusReport NODOHelperXPCClient::repair() const {
-  return statusOf(
-      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.repair(std::move(reply)); });
+  return askForStatus(RepairRequest{});
 }
 
 DaemonRunReport NODOHelperXPCClient::reconcile() const {
-  NODOHelperCommandResponse response = request(
-      [](NODOHelperXPCProtocol& daemon, HelperReply reply) { daemon.reconcile(std::move(reply)); });
+  NODOHelperCommandResponse response = ask(ReconcileRequest{});
   if (!response.run) {
     throw NODOHelperClientError::invalidResponse("missing run report");
   }
@@ -195,26 +186,21 @@ StatusReport NODOHelperXPCClient::enableManual(std::int64_t minutes, bool extend
                                                const std::optional<ActivationRequester>& requester,
                                                Date now) const {
   if (!extendOnly && !requester) {
-    return enableManualFirstGeneration(minutes);
+    return askForStatus(EnableManualRequest{minutes});
+  }
+  EnableManualV2Request request{.minutes = minutes, .extendOnly = extendOnly};
+  if (requester) {
+    request.requesterName = requester->name;
+    request.requesterContext = requester->context;
+    request.requesterEvent = requester->event;
   }
   try {
-    return statusOf([&](NODOHelperXPCProtocol& daemon, HelperReply reply) {
-      daemon.enableManualV2(minutes, extendOnly,
-                            requester ? std::optional(requester->name) : std::nullopt,
-                            requester ? requester->context : std::nullopt,
-                            requester ? requester->event : std::nullopt, std::move(reply));
-    });
+    return askForStatus(std::move(request));
   } catch (...) {
     // Whatever it was: a daemon of the first generation may fail in any way at a request that it
     // does not know, and a daemon that is not there fails at the next request as well.
   }
-  return extendOnly ? extendByHand(minutes, now) : enableManualFirstGeneration(minutes);
-}
-
-StatusReport NODOHelperXPCClient::enableManualFirstGeneration(std::int64_t minutes) const {
-  return statusOf([minutes](NODOHelperXPCProtocol& daemon, HelperReply reply) {
-    daemon.enableManual(minutes, std::move(reply));
-  });
+  return extendOnly ? extendByHand(minutes, now) : askForStatus(EnableManualRequest{minutes});
 }
 
 StatusReport NODOHelperXPCClient::extendByHand(std::int64_t minutes, Date now) const {
@@ -223,7 +209,7 @@ StatusReport NODOHelperXPCClient::extendByHand(std::int64_t minutes, Date now) c
   if (before.state.manualUntil && *before.state.manualUntil > end) {
     return reconcile().status;
   }
-  return enableManualFirstGeneration(minutes);
+  return askForStatus(EnableManualRequest{minutes});
 }
 
 }  // namespace nodo

@@ -1,16 +1,13 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/Reports.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <NODOCore/state/NODOState.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,8 +21,9 @@ class NODOHelperClientError : public std::exception {
  public:
   enum class Case { unavailable, invalidResponse, timedOut };
 
-  /// The daemon cannot be reached, or says itself that the request failed.
-  static NODOHelperClientError unavailable(std::string reason);
+  /// The daemon cannot be reached, or says itself that the request failed. `helperIsThere`: whether
+  /// there is one, which then does not work as it should.
+  static NODOHelperClientError unavailable(std::string reason, bool helperIsThere = true);
   /// What came back is not what was asked for.
   static NODOHelperClientError invalidResponse(std::string reason);
   /// Nothing came back in time.
@@ -38,15 +36,19 @@ class NODOHelperClientError : public std::exception {
   /// Empty for `timedOut`.
   const std::string& reason() const { return reason_; }
 
+  /// Whether there is a daemon, which does not work as it should. Otherwise none was found.
+  bool helperIsThere() const { return helperIsThere_; }
+
   bool operator==(const NODOHelperClientError& other) const {
     return case_ == other.case_ && reason_ == other.reason_;
   }
 
  private:
-  NODOHelperClientError(Case errorCase, const char* text, std::string reason);
+  NODOHelperClientError(Case errorCase, const char* text, std::string reason, bool helperIsThere);
 
   Case case_;
   std::string reason_;
+  bool helperIsThere_;
   std::string message_;
 };
 
@@ -69,28 +71,19 @@ class XPCRequestCompletion {
   NODOHelperCommandResponse wait(std::chrono::steady_clock::time_point deadline);
 
  protected:
-  /// Sleeps in the kernel until it is signalled. The standard's semaphore cannot serve: in GCC's
-  /// library a timed wait polls, up to 64 ms apart, so that an answer may be noticed that late.
-  class Semaphore {
-   public:
-    void signal();
-    bool waitUntil(std::chrono::steady_clock::time_point deadline);
+  // A signal without an outcome, which only a test can give.
+  void signal();
 
-   private:
-    std::mutex mutex_;
-    std::condition_variable signalled_;
-    int count_ = 0;
-  };
-
+ private:
   void complete(Outcome outcome);
 
-  // Not private, so that a test can signal without an outcome.
-  std::mutex lock;
-  Semaphore semaphore;
-  std::optional<Outcome> result;
+  // The standard's semaphore cannot serve: in GCC's library a timed wait polls, up to 64 ms apart,
+  // so that an answer may be noticed that late.
+  std::mutex lock_;
+  std::condition_variable signalled_;
+  bool isSignalled_ = false;
+  std::optional<Outcome> result_;
 };
-
-struct NODOHelperCommandResponse;
 
 /// Asks the daemon, one connection a request, and blocks the caller until its answer.
 ///
@@ -120,11 +113,8 @@ struct NODOHelperXPCClient {
   StatusReport repair() const;
 
  private:
-  using Send = std::function<void(NODOHelperXPCProtocol& daemon, HelperReply reply)>;
-
-  NODOHelperCommandResponse request(const Send& send) const;
-  StatusReport statusOf(const Send& send) const;
-  StatusReport enableManualFirstGeneration(std::int64_t minutes) const;
+  NODOHelperCommandResponse ask(HelperRequest request) const;
+  StatusReport askForStatus(HelperRequest request) const;
   StatusReport extendByHand(std::int64_t minutes, Date now) const;
 };
 

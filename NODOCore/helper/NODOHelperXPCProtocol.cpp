@@ -10,6 +10,33 @@ const std::vector<std::string_view>& NODOServiceConstants::trustedXPCClientBundl
   return identifiers;
 }
 
+bool isLook(const HelperRequest& request) {
+  return std::holds_alternative<StatusRequest>(request);
+}
+
+std::string logName(const HelperRequest& request) {
+  struct Name {
+    std::string operator()(const StatusRequest&) const { return "status"; }
+
+    std::string operator()(const EnableManualRequest&) const { return "manual"; }
+
+    std::string operator()(const EnableManualV2Request& asked) const {
+      // In the form in which the state records it.
+      return asked.requesterName
+                 ? "manual of " + ActivationRequester(*asked.requesterName, {}, {}, {}).name
+                 : "manual";
+    }
+
+    std::string operator()(const StopRequest&) const { return "stop"; }
+
+    std::string operator()(const ReconcileRequest&) const { return "reconcile"; }
+
+    std::string operator()(const RepairRequest&) const { return "repair"; }
+  };
+
+  return std::visit(Name(), request);
+}
+
 NODOHelperCommandResponse NODOHelperCommandResponse::success(StatusReport status) {
   return {.status = std::move(status)};
 }

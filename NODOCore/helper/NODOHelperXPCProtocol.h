@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 #include <vector>
 
 namespace nodo {
@@ -32,43 +34,96 @@ struct NODOServiceConstants {
   static const std::vector<std::string_view>& trustedXPCClientBundleIdentifiers();
 };
 
+/// The status, without changing anything.
+struct StatusRequest {
+  bool operator==(const StatusRequest&) const = default;
+};
+
+/// Starts or replaces the manual timer. The first generation's request, which clients fall back to,
+/// so it is answered for ever.
+struct EnableManualRequest {
+  std::int64_t minutes = 0;
+
+  bool operator==(const EnableManualRequest&) const = default;
+};
+
+/// The second generation's: with `extendOnly` a timer that ends later is not shortened, and who
+/// asked is recorded. Without a name no requester is known.
+struct EnableManualV2Request {
+  std::int64_t minutes = 0;
+  bool extendOnly = false;
+  std::optional<std::string> requesterName;
+  std::optional<std::string> requesterContext;
+  std::optional<std::string> requesterEvent;
+
+  bool operator==(const EnableManualV2Request&) const = default;
+};
+
+/// Ends the manual timer and releases the lock.
+struct StopRequest {
+  bool operator==(const StopRequest&) const = default;
+};
+
+/// One reconcile pass.
+struct ReconcileRequest {
+  bool operator==(const ReconcileRequest&) const = default;
+};
+
+/// Releases the lock, resets the state and reconciles.
+struct RepairRequest {
+  bool operator==(const RepairRequest&) const = default;
+};
+
+/// A request to the daemon, in the order of their declaration on the wire. It is sent, carried,
+/// judged, served and logged as this value.
+using HelperRequest = std::variant<StatusRequest, EnableManualRequest, EnableManualV2Request,
+                                   StopRequest, ReconcileRequest, RepairRequest>;
+
+/// Whether serving the request only looks. Everybody may send such a one; all others change
+/// something.
+bool isLook(const HelperRequest& request);
+
+/// What the request is called in the daemon's log: "stop", "manual of Claude Code".
+std::string logName(const HelperRequest& request);
+
 /// Takes the reply to a request: the UTF-8 JSON text of a NODOHelperCommandResponse, or nothing
 /// when the system's text has no UTF-8 form.
 using HelperReply = std::function<void(std::optional<std::string> text)>;
 
-/// The six requests that the daemon answers, in the order of their declaration on the wire.
+/// Who serves requests to the daemon: the daemon itself, and the proxy that a client's connection
+/// gives for it.
 ///
-/// Both ends speak it: the daemon implements it, a client's connection gives a proxy for it. A
-/// request returns at once or after the work; its reply may come before or after that, on any
-/// thread, and not at all when the connection breaks. A failure of the request is a reply whose
-/// envelope carries an "error". On macOS the wire is an Objective-C protocol with one selector for
-/// each, on Linux a D-Bus interface with one method for each.
+/// A request returns at once or after the work; its reply may come before or after that, on any
+/// thread, and not at all when the connection breaks. The reply's envelope carries the "run" of a
+/// reconcile and else the "status" after the request, or the "error" of one that failed. On macOS
+/// the wire is an Objective-C protocol with one selector for each request, on Linux a D-Bus
+/// interface with one method for each.
 class NODOHelperXPCProtocol {
  public:
   virtual ~NODOHelperXPCProtocol() = default;
 
-  /// The status, without changing anything. Reply: "status".
-  virtual void status(HelperReply reply) = 0;
+  virtual void perform(HelperRequest request, HelperReply reply) = 0;
 
-  /// Starts or replaces the manual timer. The first generation's request, which clients fall back
-  /// to, so it is answered for ever. Reply: "status".
-  virtual void enableManual(std::int64_t minutes, HelperReply reply) = 0;
+  void status(HelperReply reply) { perform(StatusRequest{}, std::move(reply)); }
 
-  /// The second generation's: with `extendOnly` a timer that ends later is not shortened, and who
-  /// asked is recorded. Without a name no requester is known. Reply: "status".
-  virtual void enableManualV2(std::int64_t minutes, bool extendOnly,
-                              std::optional<std::string> requesterName,
-                              std::optional<std::string> requesterContext,
-                              std::optional<std::string> requesterEvent, HelperReply reply) = 0;
+  void enableManual(std::int64_t minutes, HelperReply reply) {
+    perform(EnableManualRequest{minutes}, std::move(reply));
+  }
 
-  /// Ends the manual timer and releases the lock. Reply: "status".
-  virtual void stop(HelperReply reply) = 0;
+  void enableManualV2(std::int64_t minutes, bool extendOnly,
+                      std::optional<std::string> requesterName,
+                      std::optional<std::string> requesterContext,
+                      std::optional<std::string> requesterEvent, HelperReply reply) {
+    perform(EnableManualV2Request{minutes, extendOnly, std::move(requesterName),
+                                  std::move(requesterContext), std::move(requesterEvent)},
+            std::move(reply));
+  }
 
-  /// One reconcile pass. Reply: "run".
-  virtual void reconcile(HelperReply reply) = 0;
+  void stop(HelperReply reply) { perform(StopRequest{}, std::move(reply)); }
 
-  /// Releases the lock, resets the state and reconciles. Reply: "status".
-  virtual void repair(HelperReply reply) = 0;
+  void reconcile(HelperReply reply) { perform(ReconcileRequest{}, std::move(reply)); }
+
+  void repair(HelperReply reply) { perform(RepairRequest{}, std::move(reply)); }
 };
 
 /// The daemon's reply to every request. Exactly one field is set in what the constructors below

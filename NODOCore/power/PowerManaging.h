@@ -68,6 +68,10 @@ class PowerManaging {
  public:
   virtual ~PowerManaging() = default;
 
+  /// Tells why the operation that follows is made, in the words of the state's audit. For managers
+  /// that keep a log; the others do nothing with it.
+  virtual void announce([[maybe_unused]] const std::string& reason) {}
+
   /// Switches the machine-wide sleep lock on or off. A refusal by the system is a result with a
   /// non-zero exit code. Throws when nothing could be tried (tool or service absent). Repeating a
   /// call is harmless.

@@ -5,13 +5,12 @@
 #include <platform/linux/Noncharacters.h>
 #include <platform/linux/SdBusLibrary.h>
 
-#include <cstdint>
+#include <functional>
 #include <utility>
+#include <variant>
 
 namespace nodo {
 namespace {
-
-using Arguments = std::function<void(sd_bus_message*)>;
 
 void appendRequesterPart(sd_bus_message* call, const char* key,
                          const std::optional<std::string>& value, const std::string& action) {
@@ -21,56 +20,55 @@ void appendRequesterPart(sd_bus_message* call, const char* key,
   }
 }
 
-// A request that the bus carries: see NODOHelperXPCProtocol for what each means.
+// A request as the bus carries it: the method's name and its arguments.
+struct BusForm {
+  using Form = std::pair<std::string, std::function<void(sd_bus_message*)>>;
+
+  Form operator()(const StatusRequest&) const { return {helper_bus::status, nullptr}; }
+
+  Form operator()(const EnableManualRequest& request) const {
+    return {helper_bus::enableManual, [request](sd_bus_message* call) {
+              checkBus(SdBusLibrary::shared().messageAppend(call, "x", request.minutes),
+                       "send the minutes");
+            }};
+  }
+
+  Form operator()(const EnableManualV2Request& request) const {
+    return {helper_bus::enableManualV2, [request](sd_bus_message* call) {
+              const SdBusLibrary& library = SdBusLibrary::shared();
+              const std::string action = "send who asks";
+              checkBus(
+                  library.messageAppend(call, "xb", request.minutes, request.extendOnly ? 1 : 0),
+                  action);
+              checkBus(library.messageOpenContainer(call, 'a', "{sv}"), action);
+              appendRequesterPart(call, "name", request.requesterName, action);
+              appendRequesterPart(call, "context", request.requesterContext, action);
+              appendRequesterPart(call, "event", request.requesterEvent, action);
+              checkBus(library.messageCloseContainer(call), action);
+            }};
+  }
+
+  Form operator()(const StopRequest&) const { return {helper_bus::stop, nullptr}; }
+
+  Form operator()(const ReconcileRequest&) const { return {helper_bus::reconcile, nullptr}; }
+
+  Form operator()(const RepairRequest&) const { return {helper_bus::repair, nullptr}; }
+};
+
 class BusHelperProxy : public NODOHelperXPCProtocol {
  public:
   BusHelperProxy(std::shared_ptr<BusHelperLink> link, HelperConnection::ErrorHandler failed)
       : link_(std::move(link)), failed_(std::move(failed)) {}
 
-  void status(HelperReply reply) override { post(helper_bus::status, {}, std::move(reply)); }
-
-  void enableManual(std::int64_t minutes, HelperReply reply) override {
-    post(
-        helper_bus::enableManual,
-        [minutes](sd_bus_message* call) {
-          checkBus(SdBusLibrary::shared().messageAppend(call, "x", minutes), "send the minutes");
-        },
-        std::move(reply));
-  }
-
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override {
-    post(
-        helper_bus::enableManualV2,
-        [=](sd_bus_message* call) {
-          const SdBusLibrary& library = SdBusLibrary::shared();
-          const std::string action = "send who asks";
-          checkBus(library.messageAppend(call, "xb", minutes, extendOnly ? 1 : 0), action);
-          checkBus(library.messageOpenContainer(call, 'a', "{sv}"), action);
-          appendRequesterPart(call, "name", requesterName, action);
-          appendRequesterPart(call, "context", requesterContext, action);
-          appendRequesterPart(call, "event", requesterEvent, action);
-          checkBus(library.messageCloseContainer(call), action);
-        },
-        std::move(reply));
-  }
-
-  void stop(HelperReply reply) override { post(helper_bus::stop, {}, std::move(reply)); }
-
-  void reconcile(HelperReply reply) override { post(helper_bus::reconcile, {}, std::move(reply)); }
-
-  void repair(HelperReply reply) override { post(helper_bus::repair, {}, std::move(reply)); }
-
- private:
-  void post(const std::string& member, Arguments arguments, HelperReply reply) {
-    link_->post({.member = member,
+  void perform(HelperRequest request, HelperReply reply) override {
+    auto [member, arguments] = std::visit(BusForm(), request);
+    link_->post({.member = std::move(member),
                  .arguments = std::move(arguments),
                  .reply = std::move(reply),
                  .failed = failed_});
   }
 
+ private:
   std::shared_ptr<BusHelperLink> link_;
   HelperConnection::ErrorHandler failed_;
 };

@@ -37,8 +37,7 @@ HelperListener::HelperListener(EventLoop& loop, const DaemonBus& bus,
       bus_(bus.connection.get()),
       service_(service),
       policy_(policyOf(bus)),
-      callers_(bus.address),
-      statusRequests_(loop, bus_, service) {
+      callers_(bus.address) {
   const std::string path =
       helper_bus::objectPath(std::string(NODOServiceConstants::helperMachServiceName));
   sd_bus_slot* object = nullptr;
@@ -93,14 +92,17 @@ const sd_bus_vtable* HelperListener::methods() {
 
 int HelperListener::onCall(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {
   auto& self = *static_cast<HelperListener*>(listener);
-  self.loop_.protect([&self, call] { self.receive(HelperRequest(call)); });
+  self.loop_.protect([&self, call] { self.receive(BusCall(call)); });
   return 1;
 }
 
-void HelperListener::receive(const HelperRequest& request) {
+void HelperListener::receive(const BusCall& request) {
   // Who calls takes a question to the bus, which is not put when it makes no difference.
   if (policy_.judge(request.kind(), std::nullopt).kind == CallerVerdict::Kind::serve) {
-    statusRequests_.add(request);
+    // Anybody may look, and who wants no answer costs none.
+    if (request.wantsAnswer()) {
+      serve(request);
+    }
     return;
   }
   const BusPeer sender = callers_.find(request.caller());
@@ -121,7 +123,7 @@ void HelperListener::receive(const HelperRequest& request) {
   }
 }
 
-void HelperListener::askAuthority(const HelperRequest& request, std::uint32_t user) {
+void HelperListener::askAuthority(const BusCall& request, std::uint32_t user) {
   try {
     if (const std::optional<std::string> reason = reasonNotToWait(request, user)) {
       refuse(request, user, SD_BUS_ERROR_LIMITS_EXCEEDED, *reason);
@@ -142,7 +144,7 @@ void HelperListener::askAuthority(const HelperRequest& request, std::uint32_t us
   }
 }
 
-std::optional<std::string> HelperListener::reasonNotToWait(const HelperRequest& request,
+std::optional<std::string> HelperListener::reasonNotToWait(const BusCall& request,
                                                            std::uint32_t user) const {
   if (waiting_.size() >= mostWaiting) {
     return "too many requests wait for polkit";
@@ -167,7 +169,7 @@ int HelperListener::onAuthority(sd_bus_message* reply, void* waiting, sd_bus_err
 }
 
 void HelperListener::hearAuthority(const Waiting& asked, sd_bus_message* reply) {
-  const HelperRequest request = asked.request;
+  const BusCall request = asked.request;
   const std::uint32_t user = asked.user;
   waiting_.remove_if([&asked](const Waiting& each) { return &each == &asked; });
   if (!callers_.isThere(request.caller())) {
@@ -181,8 +183,7 @@ void HelperListener::hearAuthority(const Waiting& asked, sd_bus_message* reply) 
   }
 }
 
-void HelperListener::serve(const HelperRequest& request) {
-  statusRequests_.answer();
+void HelperListener::serve(const BusCall& request) {
   try {
     request.serve(service_);
   } catch (const std::exception& error) {
@@ -191,7 +192,7 @@ void HelperListener::serve(const HelperRequest& request) {
   }
 }
 
-void HelperListener::refuse(const HelperRequest& request, std::optional<std::uint32_t> user,
+void HelperListener::refuse(const BusCall& request, std::optional<std::uint32_t> user,
                             const char* error, const std::string& reason) {
   logLine(rejectionLogMessage(request.caller(), user, reason));
   request.refuse(error, refusalText(reason));

@@ -6,7 +6,6 @@
 #include <platform/linux/DaemonBus.h>
 #include <platform/linux/EventLoop.h>
 #include <platform/linux/HelperRequest.h>
-#include <platform/linux/StatusRequests.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -19,8 +18,7 @@ namespace nodo {
 /// Offers the daemon's requests on a bus, to those who may make them.
 ///
 /// A change waits only for polkit's word about its own caller, never for that about another's. One
-/// whose caller has left meanwhile is dropped. A look at the status is answered as StatusRequests
-/// says, and before any later change. Not thread-safe: all in the loop's thread.
+/// whose caller has left meanwhile is dropped. Not thread-safe: all in the loop's thread.
 class HelperListener {
  public:
   /// More requests than these do not wait for polkit at a time. The bus itself usually lets a peer
@@ -43,7 +41,7 @@ class HelperListener {
  private:
   struct Waiting {
     HelperListener& listener;
-    HelperRequest request;
+    BusCall request;
     std::uint32_t user = 0;
     SystemdHandle<sd_bus_slot> question;
   };
@@ -52,14 +50,13 @@ class HelperListener {
   static int onCall(sd_bus_message* call, void* listener, sd_bus_error* error);
   static int onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* error);
 
-  void receive(const HelperRequest& request);
-  void askAuthority(const HelperRequest& request, std::uint32_t user);
+  void receive(const BusCall& request);
+  void askAuthority(const BusCall& request, std::uint32_t user);
   // Throws std::runtime_error for arguments that cannot be read.
-  std::optional<std::string> reasonNotToWait(const HelperRequest& request,
-                                             std::uint32_t user) const;
+  std::optional<std::string> reasonNotToWait(const BusCall& request, std::uint32_t user) const;
   void hearAuthority(const Waiting& asked, sd_bus_message* reply);
-  void serve(const HelperRequest& request);
-  void refuse(const HelperRequest& request, std::optional<std::uint32_t> user, const char* error,
+  void serve(const BusCall& request);
+  void refuse(const BusCall& request, std::optional<std::uint32_t> user, const char* error,
               const std::string& reason);
   CallerPolicy policyOf(const DaemonBus& bus) const;
   void takeName(const std::string& busName);
@@ -69,7 +66,6 @@ class HelperListener {
   NODOHelperXPCProtocol& service_;
   CallerPolicy policy_;
   CallerDirectory callers_;
-  StatusRequests statusRequests_;
   std::list<Waiting> waiting_;
   SystemdHandle<sd_bus_slot> object_;
 };

@@ -11,9 +11,9 @@
 namespace nodo {
 
 /// One request that came over the bus. Each has one answer at most; copies share it.
-class HelperRequest {
+class BusCall {
  public:
-  explicit HelperRequest(sd_bus_message* call);
+  explicit BusCall(sd_bus_message* call);
 
   RequestKind kind() const;
 
@@ -25,8 +25,8 @@ class HelperRequest {
 
   sd_bus_message* message() const { return call_.get(); }
 
-  /// Hands a change to `service`, whose reply becomes the answer. Arguments that make no sense are
-  /// answered with an error. A look is for StatusRequests, who answer many at once.
+  /// Hands the request to `service`, whose reply becomes the answer. Arguments that make no sense
+  /// are answered with an error.
   void serve(NODOHelperXPCProtocol& service) const;
 
   /// Answers with `text`, or with an error when there is none or it cannot be sent.
@@ -36,9 +36,6 @@ class HelperRequest {
   void refuse(const char* name, const std::string& reason) const;
 
  private:
-  void serveEnableManual(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
-  void serveEnableManualV2(NODOHelperXPCProtocol& service, const HelperReply& reply) const;
-
   std::shared_ptr<sd_bus_message> call_;
 };
 

@@ -24,7 +24,7 @@ LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus)
     : bus_(openDaemonBus(bus)),
       serviceManager_(events_),
       watch_(events_, bus_.kind == DaemonBus::Kind::system ? bus_.connection.get() : nullptr,
-             [this](const std::string& what) { handlers_.machineChanged(what); }),
+             [this](const std::vector<News>& news) { handlers_.machineChanged(news); }),
       timer_(events_, CLOCK_BOOTTIME, timerAccuracy, [this] { timerFired(); }) {
   addSignals();
   addBus();

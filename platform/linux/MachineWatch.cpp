@@ -1,4 +1,3 @@
-#include <platform/ChangeNames.h>
 #include <platform/linux/DaemonLog.h>
 #include <platform/linux/DefaultRoute.h>
 #include <platform/linux/MachineWatch.h>
@@ -6,6 +5,7 @@
 #include <chrono>
 #include <ctime>
 #include <exception>
+#include <string>
 #include <utility>
 
 namespace nodo {
@@ -13,9 +13,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// How long messages are gathered: a burst's last one may be the one that matters, and logind must
-// have seen the lid by then, which is asked for it.
-constexpr milliseconds settleTime(100);
+// Also for the lid: logind must have seen it by then, which is asked for it.
+constexpr auto settleTime = std::chrono::duration_cast<milliseconds>(NewsBurst::settleTime);
 
 constexpr char supplies[] = "/sys/class/power_supply";
 constexpr char procNet[] = "/proc/net";
@@ -33,15 +32,15 @@ void open(std::optional<Source>& source, const std::string& name, Arguments&&...
 }  // namespace
 
 MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
-                           std::function<void(const std::string& what)> changed)
+                           std::function<void(const std::vector<News>& news)> changed)
     : changed_(std::move(changed)),
       settled_(loop, CLOCK_MONOTONIC, settleTime / 4, [this] { look(); }),
       logindSignals_(loop, systemBus,
-                     {.lidChanged = [this] { suspect(&Suspicions::lid); },
-                      .resumed = [this] { suspect(&Suspicions::resume); }}) {
-  const auto lid = [this] { suspect(&Suspicions::lid); };
+                     {.lidChanged = [this] { suspect(News::lid); },
+                      .resumed = [this] { suspect(News::resume); }}) {
+  const auto lid = [this] { suspect(News::lid); };
   open(supplyMessages_, "the power supplies", loop,
-       SupplyMessages::Listener{.supplyChanged = [this] { suspect(&Suspicions::power); },
+       SupplyMessages::Listener{.supplyChanged = [this] { suspect(News::powerSupply); },
                                 .inputAdded =
                                     [this](sd_device* device) {
                                       if (lidSwitches_) {
@@ -51,7 +50,7 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
   // After udev's messages, so that no lid comes between the two. One that comes meanwhile is told
   // of in the loop, thus not before it can be considered.
   open(lidSwitches_, "the lid switch", loop, lid);
-  open(routeMessages_, "the network", loop, [this] { suspect(&Suspicions::route); });
+  open(routeMessages_, "the network", loop, [this] { suspect(News::route); });
   // Read after the sources are open, so that no change can fall in between.
   power_ = readPowerSupplies(supplies);
   hasRoute_ = readDefaultRoute(procNet);
@@ -61,31 +60,32 @@ void MachineWatch::repair() {
   logindSignals_.repair();
 }
 
-void MachineWatch::suspect(bool Suspicions::*what) {
-  suspicions_.*what = true;
-  if (!settled_.isSet()) {
+void MachineWatch::suspect(News news) {
+  if (suspicions_.add(news)) {
     settled_.set(settleTime);
   }
 }
 
 void MachineWatch::look() {
-  const Suspicions suspicions = std::exchange(suspicions_, {});
-  ChangeNames changes;
-  if (suspicions.resume) {
-    changes.add("resume");
+  std::vector<News> news = suspicions_.take();
+  std::erase_if(news, [this](News each) { return !isConfirmed(each); });
+  if (!news.empty()) {
+    changed_(news);
   }
-  if (suspicions.lid) {
-    changes.add("lid");
+}
+
+// Most messages about power supplies and routes change nothing that nodo looks at.
+bool MachineWatch::isConfirmed(News news) {
+  switch (news) {
+    case News::powerSupply:
+      return std::exchange(power_, readPowerSupplies(supplies)) != power_;
+    case News::route:
+      return std::exchange(hasRoute_, readDefaultRoute(procNet)) != hasRoute_;
+    case News::lid:
+    case News::resume:
+      break;
   }
-  if (suspicions.power && std::exchange(power_, readPowerSupplies(supplies)) != power_) {
-    changes.add("power supply");
-  }
-  if (suspicions.route && std::exchange(hasRoute_, readDefaultRoute(procNet)) != hasRoute_) {
-    changes.add("route");
-  }
-  if (!changes.isEmpty()) {
-    changed_(changes.take());
-  }
+  return true;
 }
 
 }  // namespace nodo

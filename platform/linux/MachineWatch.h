@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/daemon/DaemonLoop.h>
 #include <platform/linux/EventLoop.h>
 #include <platform/linux/LidSwitches.h>
 #include <platform/linux/LogindSignals.h>
@@ -9,7 +10,7 @@
 
 #include <functional>
 #include <optional>
-#include <string>
+#include <vector>
 
 namespace nodo {
 
@@ -21,10 +22,10 @@ namespace nodo {
 class MachineWatch {
  public:
   /// `systemBus`: a connection to the system bus that the loop serves, or null to make one.
-  /// `changed`: called in the loop with what changed, such as "route" or "lid, power supply".
+  /// `changed`: called in the loop with what changed.
   /// A source of messages that cannot be had is logged and gone without.
   MachineWatch(EventLoop& loop, sd_bus* systemBus,
-               std::function<void(const std::string& what)> changed);
+               std::function<void(const std::vector<News>& news)> changed);
 
   MachineWatch(const MachineWatch&) = delete;
   MachineWatch& operator=(const MachineWatch&) = delete;
@@ -34,18 +35,12 @@ class MachineWatch {
   void repair();
 
  private:
-  struct Suspicions {
-    bool power = false;
-    bool route = false;
-    bool lid = false;
-    bool resume = false;
-  };
-
-  void suspect(bool Suspicions::*what);
+  void suspect(News news);
+  bool isConfirmed(News news);
   void look();
 
-  std::function<void(const std::string& what)> changed_;
-  Suspicions suspicions_;
+  std::function<void(const std::vector<News>& news)> changed_;
+  NewsBurst suspicions_;
   LoopTimer settled_;
   std::optional<LidSwitches> lidSwitches_;
   std::optional<SupplyMessages> supplyMessages_;

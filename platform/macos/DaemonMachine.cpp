@@ -4,7 +4,6 @@
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
-#include <platform/macos/PMSetSleepLock.h>
 #include <platform/macos/SecurityCodeSigning.h>
 
 #include <exception>

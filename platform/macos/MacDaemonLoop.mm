@@ -1,5 +1,4 @@
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <platform/ChangeNames.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/MachineNews.h>
 #include <platform/macos/XPCHelperListener.h>
@@ -12,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
@@ -20,9 +20,6 @@
 namespace nodo {
 namespace {
 
-// What happens within this time is one change: the last message of a burst may be the one that
-// matters, and each look at the machine runs several tools.
-constexpr Seconds settleTime(0.1);
 // Far enough to be never, near enough for the clock.
 constexpr Seconds longestTimer(366.0 * 24 * 3600);
 
@@ -159,28 +156,27 @@ class MacDaemonLoop::Parts {
     CFRunLoopStop(CFRunLoopGetMain());
   }
 
-  void machineChanged(const std::string& what) {
-    if (changes_.isEmpty()) {
-      settled_.set(settleTime);
+  void machineChanged(News news) {
+    if (burst_.add(news)) {
+      settled_.set(NewsBurst::settleTime);
     }
-    changes_.add(what);
   }
 
   void reportChanges() {
-    const std::string what = changes_.take();
-    handle([&what](const DaemonHandlers& handlers) { handlers.machineChanged(what); });
+    const std::vector<News> news = burst_.take();
+    handle([&news](const DaemonHandlers& handlers) { handlers.machineChanged(news); });
   }
 
   std::shared_ptr<const CodeSigning> codeSigning_;
   const DaemonHandlers* handlers_ = nullptr;
   bool ended_ = false;
   std::exception_ptr failure_;
-  ChangeNames changes_;
+  NewsBurst burst_;
   Timer timer_{[this] { handle([](const DaemonHandlers& handlers) { handlers.timerFired(); }); }};
   Timer settled_{[this] { reportChanges(); }};
   Signal terminated_{SIGTERM, [this] { terminate(); }};
   Signal interrupted_{SIGINT, [this] { terminate(); }};
-  MachineNews news_{[this](const char* what) { machineChanged(what); }};
+  MachineNews news_{[this](News news) { machineChanged(news); }};
   std::unique_ptr<XPCHelperListener> listener_;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <NODOCore/daemon/DaemonLoop.h>
+
 #include <functional>
 #include <memory>
 
@@ -12,8 +14,8 @@ namespace nodo {
 /// itself while it holds the lock, only later.
 class MachineNews {
  public:
-  /// `changed` is given the name of what changed. It may be called when nothing did.
-  explicit MachineNews(std::function<void(const char* what)> changed);
+  /// `changed` is given what changed. It may be called when nothing did.
+  explicit MachineNews(std::function<void(News news)> changed);
 
   MachineNews(const MachineNews&) = delete;
   MachineNews& operator=(const MachineNews&) = delete;
@@ -26,7 +28,7 @@ class MachineNews {
   class Sleep;
   class Route;
 
-  std::function<void(const char* what)> changed_;
+  std::function<void(News news)> changed_;
   std::unique_ptr<Power> power_;
   std::unique_ptr<Lid> lid_;
   std::unique_ptr<Sleep> sleep_;

@@ -16,7 +16,7 @@
 namespace nodo {
 namespace {
 
-using Changed = std::function<void(const char* what)>;
+using Changed = std::function<void(News news)>;
 
 void reportMissing(const char* what) {
   std::fprintf(stderr, "nodod: no news of %s: the system does not offer them\n", what);
@@ -28,7 +28,7 @@ class MachineNews::Power {
  public:
   explicit Power(const Changed& changed) : changed_(changed) {
     source_ = IOPSNotificationCreateRunLoopSource(
-        [](void* self) { static_cast<Power*>(self)->changed_("power supply"); }, this);
+        [](void* self) { static_cast<Power*>(self)->changed_(News::powerSupply); }, this);
     if (source_ == nullptr) {
       reportMissing("the power supply");
       return;
@@ -83,7 +83,7 @@ class MachineNews::Lid {
  private:
   static void received(void* self, io_service_t, natural_t messageType, void*) {
     if (messageType == kIOPMMessageClamshellStateChange) {
-      static_cast<Lid*>(self)->changed_("lid");
+      static_cast<Lid*>(self)->changed_(News::lid);
     }
   }
 
@@ -125,7 +125,7 @@ class MachineNews::Sleep {
         IOAllowPowerChange(sleep.root_, reinterpret_cast<intptr_t>(argument));
         break;
       case kIOMessageSystemHasPoweredOn:
-        sleep.changed_("resume");
+        sleep.changed_(News::resume);
         break;
       default:
         break;
@@ -149,7 +149,7 @@ class MachineNews::Route {
     const Changed* told = &changed;
     nw_path_monitor_set_queue(monitor_, dispatch_get_main_queue());
     nw_path_monitor_set_update_handler(monitor_, ^(nw_path_t) {
-      (*told)("route");
+      (*told)(News::route);
     });
     nw_path_monitor_start(monitor_);
   }
@@ -168,7 +168,7 @@ class MachineNews::Route {
   nw_path_monitor_t monitor_ = nil;
 };
 
-MachineNews::MachineNews(std::function<void(const char* what)> changed)
+MachineNews::MachineNews(std::function<void(News news)> changed)
     : changed_(std::move(changed)),
       power_(std::make_unique<Power>(changed_)),
       lid_(std::make_unique<Lid>(changed_)),

@@ -1,12 +1,10 @@
-#include <platform/macos/XPCError.h>
 #include <platform/macos/XPCHelperConnection.h>
 
-#include <cstdint>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 #import <Foundation/Foundation.h>
 #import <platform/macos/FoundationText.h>
@@ -26,8 +24,34 @@ std::exception_ptr exceptionFrom(NSError* error) {
   return std::make_exception_ptr(std::move(made));
 }
 
-/// The requests as messages to `proxy`. What they are given is copied by the system before a
-/// message returns, blocks included.
+/// Sends a request as the message that it is on the wire. What a message is given is copied by the
+/// system before it returns, blocks included.
+struct Message {
+  Proxy proxy;
+  ReplyBlock reply;
+
+  void operator()(const StatusRequest&) const { [proxy statusWithReply:reply]; }
+
+  void operator()(const EnableManualRequest& request) const {
+    [proxy enableManualWithMinutes:request.minutes withReply:reply];
+  }
+
+  void operator()(const EnableManualV2Request& request) const {
+    [proxy enableManualV2WithMinutes:request.minutes
+                          extendOnly:request.extendOnly ? YES : NO
+                       requesterName:systemText(request.requesterName)
+                    requesterContext:systemText(request.requesterContext)
+                      requesterEvent:systemText(request.requesterEvent)
+                           withReply:reply];
+  }
+
+  void operator()(const StopRequest&) const { [proxy stopWithReply:reply]; }
+
+  void operator()(const ReconcileRequest&) const { [proxy reconcileWithReply:reply]; }
+
+  void operator()(const RepairRequest&) const { [proxy repairWithReply:reply]; }
+};
+
 class ProxyRequests : public NODOHelperXPCProtocol {
  public:
   explicit ProxyRequests(id proxy) : proxy_([proxy retain]) {}
@@ -37,53 +61,17 @@ class ProxyRequests : public NODOHelperXPCProtocol {
 
   ~ProxyRequests() override { [proxy_ release]; }
 
-  void status(HelperReply reply) override {
-    send(std::move(reply), [](Proxy proxy, ReplyBlock block) { [proxy statusWithReply:block]; });
-  }
-
-  void enableManual(std::int64_t minutes, HelperReply reply) override {
-    send(std::move(reply), [&](Proxy proxy, ReplyBlock block) {
-      [proxy enableManualWithMinutes:minutes withReply:block];
-    });
-  }
-
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override {
-    send(std::move(reply), [&](Proxy proxy, ReplyBlock block) {
-      [proxy enableManualV2WithMinutes:minutes
-                            extendOnly:extendOnly ? YES : NO
-                         requesterName:systemText(requesterName)
-                      requesterContext:systemText(requesterContext)
-                        requesterEvent:systemText(requesterEvent)
-                             withReply:block];
-    });
-  }
-
-  void stop(HelperReply reply) override {
-    send(std::move(reply), [](Proxy proxy, ReplyBlock block) { [proxy stopWithReply:block]; });
-  }
-
-  void reconcile(HelperReply reply) override {
-    send(std::move(reply), [](Proxy proxy, ReplyBlock block) { [proxy reconcileWithReply:block]; });
-  }
-
-  void repair(HelperReply reply) override {
-    send(std::move(reply), [](Proxy proxy, ReplyBlock block) { [proxy repairWithReply:block]; });
-  }
-
- private:
-  template <class Message>
-  void send(HelperReply reply, const Message& message) {
+  void perform(HelperRequest request, HelperReply reply) override {
     @autoreleasepool {
       const auto shared = std::make_shared<const HelperReply>(std::move(reply));
-      message(proxy_, ^(NSString* text) {
+      const ReplyBlock block = ^(NSString* text) {
         (*shared)(textFrom(text));
-      });
+      };
+      std::visit(Message{proxy_, block}, request);
     }
   }
 
+ private:
   id proxy_;
 };
 

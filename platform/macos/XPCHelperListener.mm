@@ -1,24 +1,24 @@
 #include <NODOCore/helper/NODOXPCClientAuthentication.h>
 #include <platform/macos/XPCHelperListener.h>
 
-#include <functional>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <Block.h>
+#include <mach/message.h>
+#include <objc/runtime.h>
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
 #import <platform/macos/FoundationText.h>
 #import <platform/macos/NODOHelperXPCProtocol.h>
-#import <platform/macos/XPCConnectionPeer.h>
 
 namespace nodo {
 namespace {
 
 using Authentication = NODOXPCClientAuthentication;
-using Request = std::function<void(NODOHelperXPCProtocol& service)>;
 using ReplyBlock = void (^)(NSString*);
 
 /// What the exported object keeps of the service, which ends before connections do. For the main
@@ -27,28 +27,64 @@ struct ServiceAccess {
   NODOHelperXPCProtocol* service = nullptr;
 };
 
-// By value, as a block that names a reference keeps the reference and not what it refers to.
-void serveOnMainQueue(std::shared_ptr<ServiceAccess> access, Request request) {
-  dispatch_async(dispatch_get_main_queue(), ^{
-    @autoreleasepool {
-      if (access->service != nullptr) {
-        request(*access->service);
-      }
-    }
-  });
-}
-
-/// Sends the reply by `block`, which is the system's own and may be called on any thread. Letting
-/// go of it unused tells the client that there is no reply.
-HelperReply replyBy(ReplyBlock block) {
+/// Serves a request on the main queue and sends its reply by `block`, which is the system's own and
+/// may be called on any thread. Letting go of it unused tells the client that there is no reply.
+void serve(const std::shared_ptr<ServiceAccess>& access, HelperRequest request, ReplyBlock block) {
   const std::shared_ptr<void> kept((void*)Block_copy(block),
                                    [](void* copy) { Block_release(copy); });
-  return [kept](const std::optional<std::string>& text) {
+  const HelperReply reply = [kept](const std::optional<std::string>& text) {
     @autoreleasepool {
       NSString* sent = systemText(text);
       ((ReplyBlock)kept.get())(sent != nil ? sent : @"");
     }
   };
+  // A copy, as a block that names a reference keeps the reference and not what it refers to.
+  const std::shared_ptr<ServiceAccess> copy = access;
+  dispatch_async(dispatch_get_main_queue(), ^{
+    @autoreleasepool {
+      if (copy->service != nullptr) {
+        copy->service->perform(request, reply);
+      }
+    }
+  });
+}
+
+// By name: the compiler knows no method of that selector, so it could get its result type wrong.
+SEL auditTokenSelector() {
+  static const SEL selector = NSSelectorFromString(@"auditToken");
+  return selector;
+}
+
+/// The process at the other end of an XPC connection. For use while the connection lives.
+class XPCConnectionPeer : public XPCPeer {
+ public:
+  explicit XPCConnectionPeer(NSXPCConnection* connection) : connection_(connection) {}
+
+  /// By the connection's own method for it, which the system has but does not declare: that it may
+  /// be missing in some version is why it is looked for.
+  std::optional<AuditToken> auditToken() const override;
+
+ private:
+  NSXPCConnection* connection_;
+};
+
+std::optional<AuditToken> XPCConnectionPeer::auditToken() const {
+  using Getter = audit_token_t (*)(id, SEL);
+
+  const SEL selector = auditTokenSelector();
+  if (![connection_ respondsToSelector:selector]) {
+    return std::nullopt;
+  }
+  const Method method = class_getInstanceMethod([connection_ class], selector);
+  if (method == nullptr) {
+    return std::nullopt;
+  }
+  const auto get = reinterpret_cast<Getter>(method_getImplementation(method));
+  const audit_token_t token = get(connection_, selector);
+  AuditToken bytes;
+  static_assert(sizeof bytes == sizeof token);
+  std::memcpy(bytes.data(), &token, sizeof token);
+  return bytes;
 }
 
 }  // namespace
@@ -79,13 +115,11 @@ HelperReply replyBy(ReplyBlock block) {
 }
 
 - (void)statusWithReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) { service.status(answer); });
+  nodo::serve(*access_, nodo::StatusRequest{}, reply);
 }
 
 - (void)enableManualWithMinutes:(int64_t)minutes withReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) { service.enableManual(minutes, answer); });
+  nodo::serve(*access_, nodo::EnableManualRequest{minutes}, reply);
 }
 
 - (void)enableManualV2WithMinutes:(int64_t)minutes
@@ -94,29 +128,23 @@ HelperReply replyBy(ReplyBlock block) {
                  requesterContext:(NSString*)requesterContext
                    requesterEvent:(NSString*)requesterEvent
                         withReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  const bool extends = extendOnly;
-  const auto name = nodo::textFrom(requesterName);
-  const auto context = nodo::textFrom(requesterContext);
-  const auto event = nodo::textFrom(requesterEvent);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) {
-    service.enableManualV2(minutes, extends, name, context, event, answer);
-  });
+  nodo::serve(
+      *access_,
+      nodo::EnableManualV2Request{minutes, extendOnly != NO, nodo::textFrom(requesterName),
+                                  nodo::textFrom(requesterContext), nodo::textFrom(requesterEvent)},
+      reply);
 }
 
 - (void)stopWithReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) { service.stop(answer); });
+  nodo::serve(*access_, nodo::StopRequest{}, reply);
 }
 
 - (void)reconcileWithReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) { service.reconcile(answer); });
+  nodo::serve(*access_, nodo::ReconcileRequest{}, reply);
 }
 
 - (void)repairWithReply:(void (^)(NSString*))reply {
-  const nodo::HelperReply answer = nodo::replyBy(reply);
-  nodo::serveOnMainQueue(*access_, [=](auto& service) { service.repair(answer); });
+  nodo::serve(*access_, nodo::RepairRequest{}, reply);
 }
 
 @end

@@ -1,6 +1,9 @@
 #pragma once
 
-#include <programs/nodod/Options.h>
+#include <NODOCore/base/Date.h>
+#include <NODOCore/control/PowerDecision.h>
+#include <platform/DaemonMachine.h>
+#include <programs/shared/DefaultPolicy.h>
 #include <programs/shared/ProgramFrame.h>
 
 #include <string>
@@ -8,6 +11,16 @@
 #include <vector>
 
 namespace nodo::nodod {
+
+/// How the daemon is to run.
+struct Options {
+  std::optional<std::string> stateFolder;  ///< absent: what the system has for it
+  std::optional<std::string> bus;          ///< absent: the system bus if there is one
+  PowerChoice power = PowerChoice::automatic;
+  SafetyPolicy policy = defaultPolicy;
+  Seconds releaseGrace{1};  ///< how long after the end of a timer the release is due
+  bool once = false;        ///< one pass, then the end
+};
 
 using ParsedCommandLine = std::variant<Options, HelpText, UsageError>;
 

@@ -1,15 +1,27 @@
 #include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/daemon/Daemon.h>
 #include <programs/nodod/CommandLine.h>
-#include <programs/nodod/Daemon.h>
-#include <programs/nodod/LockKeeper.h>
 #include <programs/nodod/Program.h>
-#include <programs/nodod/StateFolderLock.h>
 
+#include <cerrno>
 #include <exception>
+#include <stdexcept>
 #include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 namespace nodo::nodod {
 namespace {
+
+void makePrivateFolder(const std::filesystem::path& folder) {
+  std::error_code failure;
+  std::filesystem::create_directories(folder.parent_path(), failure);
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    throwErrno("Unable to make the folder", folder.string());
+  }
+}
 
 std::filesystem::path stateFolder(const Options& options, const DaemonContext& context) {
   return options.stateFolder ? std::filesystem::path(*options.stateFolder)
@@ -25,7 +37,8 @@ NODOController controllerFor(const Options& options, const std::filesystem::path
           .decisionEngine = {options.policy}};
 }
 
-SleepLock makeSleepLock(const Options& options, const DaemonContext& context, const Log& log) {
+SleepLock makeSleepLock(const Options& options, const DaemonContext& context,
+                        const DaemonLog& log) {
   SleepLock lock = context.makeSleepLock(options.power);
   if (lock.isSimulated && options.power == PowerChoice::automatic) {
     log("this computer offers no way to switch a sleep lock; it is only simulated");
@@ -49,7 +62,7 @@ void passOnce(LockKeeper& keeper, const DaemonContext& context) {
 }
 
 void run(const Options& options, const DaemonContext& context) {
-  const Log log = [console = context.console()](const std::string& line) {
+  const DaemonLog log = [console = context.console()](const std::string& line) {
     console.complain(line);
   };
   const std::filesystem::path folder = stateFolder(options, context);
@@ -65,6 +78,22 @@ void run(const Options& options, const DaemonContext& context) {
 }
 
 }  // namespace
+
+StateFolderLock::StateFolderLock(const std::filesystem::path& folder) {
+  makePrivateFolder(folder);
+  const std::filesystem::path name = folder / "nodod.lock";
+  file_ = FileDescriptor(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!file_) {
+    throwErrno("Unable to open", name.string());
+  }
+  if (::flock(file_.get(), LOCK_EX | LOCK_NB) == 0) {
+    return;
+  }
+  if (errno == EWOULDBLOCK) {
+    throw std::runtime_error("another nodod works on the state in " + folder.string());
+  }
+  throwErrno("Unable to lock", name.string());
+}
 
 int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context) {
   return runProgram<Options>(context.console(), arguments, parseCommandLine,

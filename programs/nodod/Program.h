@@ -2,6 +2,7 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
+#include <NODOCore/base/Files.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
 #include <programs/shared/ProgramFrame.h>
@@ -15,6 +16,19 @@
 #include <vector>
 
 namespace nodo::nodod {
+
+/// Keeps a second daemon away from the same state while it lives: the state has one writer. The
+/// system frees it when the process ends, however it does.
+class StateFolderLock {
+ public:
+  /// Makes the folder, readable for its owner only (the state names people's projects), unless it
+  /// is there. Throws std::runtime_error when another process has it, std::system_error when there
+  /// can be none.
+  explicit StateFolderLock(const std::filesystem::path& folder);
+
+ private:
+  FileDescriptor file_;
+};
 
 /// All that nodod has of the world, so that tests can set it.
 struct DaemonContext {

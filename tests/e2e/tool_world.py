@@ -16,7 +16,9 @@ import tempfile
 import termios
 import time
 
-from expectations import check, listens, skip, wait_until
+from buses import PrivateBus
+from expectations import check, skip, wait_until
+from processes import start
 
 PATIENCE = 30  # seconds for what must happen at all
 
@@ -35,7 +37,9 @@ class World:
         self.folder = tempfile.mkdtemp(prefix="nodo-tool-", dir=memory)
         self.processes = []
         atexit.register(self.end)
-        self.address = f"unix:path={self.folder}/bus"
+        self.bus = PrivateBus(self.folder)
+        self.processes.append(self.bus.process)
+        self.address = self.bus.address
         self.environment = {
             "PATH": os.environ["PATH"],
             "HOME": self.folder,
@@ -45,16 +49,11 @@ class World:
             "LANG": "C.UTF-8",
             **{key: value for key, value in os.environ.items() if "SAN_OPTIONS" in key},
         }
-        self.bus = self.start(
-            ["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--address={self.address}"]
-        )
-        wait_until(lambda: listens(f"{self.folder}/bus"), "the bus listens")
 
     def start(self, command, **options):
-        log = open(f"{self.folder}/log", "ab")
-        process = subprocess.Popen(
-            command, env=self.environment, stdin=subprocess.DEVNULL, **{"stderr": log, **options}
-        )
+        with open(f"{self.folder}/log", "ab") as log:
+            process = start(*command, env=self.environment, stdin=subprocess.DEVNULL, stderr=log,
+                            **options)
         self.processes.append(process)
         return process
 
@@ -69,6 +68,7 @@ class World:
     def run(self, *arguments, **options):
         return subprocess.run(
             [self.nodoctl, *arguments],
+            check=False,
             **{
                 "env": self.environment,
                 "stdin": subprocess.DEVNULL,
@@ -94,13 +94,13 @@ class World:
 class Terminal:
     """A terminal on which a program is the one that keys go to, as in a window of its own."""
 
-    def __init__(self, world, command, columns=80, rows=24):
+    def __init__(self, environment, command, columns=80, rows=24):
         self.output = b""
         self.usage = None  # of the processor, once it has ended
         self.pid, self.master = pty.fork()
         if self.pid == 0:
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
-            os.execvpe(command[0], command, world.environment)
+            os.execvpe(command[0], command, environment)
 
     def resize(self, columns, rows):
         fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))

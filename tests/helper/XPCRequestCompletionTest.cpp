@@ -32,7 +32,7 @@ std::string outcome(XPCRequestCompletion& completion) {
 
 class SignalledCompletion : public XPCRequestCompletion {
  public:
-  void signalWithoutOutcome() { semaphore.signal(); }
+  void signalWithoutOutcome() { signal(); }
 };
 
 TEST(XPCRequestCompletionTest, AnOutcomeThatIsThereCountsThoughTheDeadlineHasPassed) {

@@ -61,7 +61,8 @@ class MacDaemonLoopTest : public ::testing::Test {
     }
     mac.whenIdle([this] { mac.raise(SIGTERM); });
     loop->run(
-        {.machineChanged = [this](const std::string& what) { events.push_back("changed " + what); },
+        {.machineChanged =
+             [this](const std::vector<News>& news) { events.push_back("changed " + listed(news)); },
          .timerFired = [this] { events.emplace_back("timer"); },
          .terminate = [this] { events.emplace_back("terminate"); }});
     return events;
@@ -214,7 +215,7 @@ TEST_F(MacDaemonLoopTest, AnErrorOfAHandlerEndsTheLoopAndReachesItsCaller) {
     mac.pass(0);
   });
   try {
-    loop->run({.machineChanged = [](const std::string&) {},
+    loop->run({.machineChanged = [](const std::vector<News>&) {},
                .timerFired = [] { throw std::runtime_error("broken"); },
                .terminate = [] {}});
     FAIL() << "the loop ended well";

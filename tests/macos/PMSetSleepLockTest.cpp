@@ -1,5 +1,5 @@
 #include <platform/DaemonMachine.h>
-#include <platform/macos/PMSetSleepLock.h>
+#include <platform/macos/MacDaemonLoop.h>
 #include <testing/ScriptedCommandRunner.h>
 
 #include <memory>

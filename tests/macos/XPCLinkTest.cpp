@@ -4,9 +4,10 @@
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/HelperMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
-#include <platform/macos/XPCError.h>
+#include <platform/macos/XPCHelperConnection.h>
 #include <platform/macos/XPCHelperListener.h>
 #include <testing/FakeCodeSigning.h>
+#include <testing/FakeHelper.h>
 
 #include <bit>
 #include <csignal>
@@ -45,35 +46,13 @@ class RecordingService : public NODOHelperXPCProtocol {
   bool isOnMainThread = true;
   std::function<void(const HelperReply&)> reply;
 
-  void status(HelperReply answer) override { note("status", answer); }
-
-  void enableManual(std::int64_t minutes, HelperReply answer) override {
-    note("enableManual " + std::to_string(minutes), answer);
-  }
-
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply answer) override {
-    note("enableManualV2 " + std::to_string(minutes) + (extendOnly ? " extend " : " replace ") +
-             requesterName.value_or("nil") + "," + requesterContext.value_or("nil") + "," +
-             requesterEvent.value_or("nil"),
-         answer);
-  }
-
-  void stop(HelperReply answer) override { note("stop", answer); }
-
-  void reconcile(HelperReply answer) override { note("reconcile", answer); }
-
-  void repair(HelperReply answer) override { note("repair", answer); }
-
- private:
-  void note(const std::string& request, const HelperReply& answer) {
-    requests.push_back(request);
+  void perform(HelperRequest request, HelperReply answer) override {
+    requests.push_back(test::requestText(request));
     isOnMainThread = isOnMainThread && std::this_thread::get_id() == mainThread_;
     reply(answer);
   }
 
+ private:
   const std::thread::id mainThread_ = std::this_thread::get_id();
 };
 
@@ -180,9 +159,10 @@ TEST_F(XPCLinkTest, EveryRequestReachesTheServiceOnTheMainThread) {
             }),
             "ok");
   EXPECT_EQ(service.requests,
-            (Texts{"status", "enableManual -7", "enableManualV2 20 extend pi,nil,Stop \u00e9",
-                   "enableManualV2 9223372036854775807 replace pi,nil,Stop \u00e9",
-                   "enableManualV2 1 extend nil,nil,nil", "stop", "reconcile", "repair"}));
+            (Texts{"status", "enableManual -7",
+                   "enableManualV2 20 extend-only \"pi\" nil \"Stop \u00e9\"",
+                   "enableManualV2 9223372036854775807 replace \"pi\" nil \"Stop \u00e9\"",
+                   "enableManualV2 1 extend-only nil nil nil", "stop", "reconcile", "repair"}));
   EXPECT_TRUE(service.isOnMainThread);
   EXPECT_EQ(log(), "");
 }

@@ -1,18 +1,14 @@
 #!/usr/bin/env bash
-# Every script can be run as it stands, and those that people call explain themselves.
+# Every script can be run as it stands and has a name by which it is checked, and those that people
+# call explain themselves.
 #
 # usage: check-scripts.sh PROJECT-FOLDER
 
-set -euo pipefail
+# shellcheck source=../common.sh source-path=SCRIPTDIR
+. "$(dirname "$0")/../common.sh"
 
 root=${1:?the folder of the project}
-failures=0
 checked=0
-
-complain() {
-  printf '%s\n' "$*" >&2
-  failures=$((failures + 1))
-}
 
 explains_itself() {
   local help
@@ -38,11 +34,14 @@ for script in setup format lint; do
 done
 
 while IFS= read -r -d '' file; do
-  if [ "$(head -c 2 "$file" | tr -d '\0')" != '#!' ]; then
+  first=$(head -n 1 "$file" | tr -d '\0')
+  if [ "${first:0:2}" != '#!' ]; then
     continue
   fi
   checked=$((checked + 1))
   [ -x "$file" ] || complain "$file: begins like a script but cannot be run"
+  [[ $first != *python* || $file == *.py ]] ||
+    complain "$file: a Python program without .py in its name, which scripts/lint passes over"
 done < <(find "$root" \( -path "$root/build" -o -path "$root/.git" -o -path "$root/tests/data" \
   -o -path "$root/fuzz/corpus" \) -prune -o -type f -print0)
 

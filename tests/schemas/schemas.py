@@ -54,7 +54,6 @@ class Schemas:
             for error in validator.iter_errors(document)
         ]
 
-
     def resolved(self, name, schema):
         """The schema that this part of the file `name` refers to, with the name of its file."""
         while "$ref" in schema:

@@ -20,26 +20,9 @@ class NotingProxy : public NODOHelperXPCProtocol {
   NotingProxy(std::shared_ptr<NODOHelperXPCProtocol> daemon, std::shared_ptr<Progress> progress)
       : daemon_(std::move(daemon)), progress_(std::move(progress)) {}
 
-  void status(HelperReply reply) override { daemon_->status(noting(std::move(reply))); }
-
-  void enableManual(std::int64_t minutes, HelperReply reply) override {
-    daemon_->enableManual(minutes, noting(std::move(reply)));
+  void perform(HelperRequest request, HelperReply reply) override {
+    daemon_->perform(std::move(request), noting(std::move(reply)));
   }
-
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override {
-    daemon_->enableManualV2(minutes, extendOnly, std::move(requesterName),
-                            std::move(requesterContext), std::move(requesterEvent),
-                            noting(std::move(reply)));
-  }
-
-  void stop(HelperReply reply) override { daemon_->stop(noting(std::move(reply))); }
-
-  void reconcile(HelperReply reply) override { daemon_->reconcile(noting(std::move(reply))); }
-
-  void repair(HelperReply reply) override { daemon_->repair(noting(std::move(reply))); }
 
  private:
   HelperReply noting(HelperReply reply) const {

@@ -14,6 +14,8 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <variant>
 
 namespace {
 
@@ -36,10 +38,20 @@ class Service : public nodo::NODOHelperXPCProtocol {
  public:
   explicit Service(nodo::DaemonLoop& loop) : loop_(loop) {}
 
-  void status(HelperReply reply) override { answer("status", reply); }
+  void perform(nodo::HelperRequest request, HelperReply reply) override {
+    std::visit([&](const auto& asked) { serve(asked, reply); }, request);
+  }
 
-  void enableManual(std::int64_t minutes, HelperReply reply) override {
-    switch (minutes) {
+  void timerFired() {
+    say("timer");
+    loop_.setLockHeld(isLockHeld_);
+  }
+
+ private:
+  void serve(const nodo::StatusRequest&, const HelperReply& reply) { answer("status", reply); }
+
+  void serve(const nodo::EnableManualRequest& request, const HelperReply& reply) {
+    switch (request.minutes) {
       case -1:
         throw std::runtime_error("the driver fails");
       case -2:
@@ -64,44 +76,38 @@ class Service : public nodo::NODOHelperXPCProtocol {
       case -9:
         throw std::runtime_error(std::string(moreThanABusTakes, 'e'));
       default:
-        answer("enableManual " + std::to_string(minutes), reply);
+        answer("enableManual " + std::to_string(request.minutes), reply);
     }
   }
 
-  void enableManualV2(std::int64_t minutes, bool extendOnly,
-                      std::optional<std::string> requesterName,
-                      std::optional<std::string> requesterContext,
-                      std::optional<std::string> requesterEvent, HelperReply reply) override {
-    if (requesterName == "timer") {
-      loop_.setTimer(minutes < 0 ? std::nullopt
-                                 : std::optional(Seconds(0.001 * static_cast<double>(minutes))));
-    } else if (requesterName == "lock") {
-      isLockHeld_ = minutes != 0;
+  void serve(const nodo::EnableManualV2Request& request, const HelperReply& reply) {
+    if (request.requesterName == "timer") {
+      loop_.setTimer(request.minutes < 0
+                         ? std::nullopt
+                         : std::optional(Seconds(0.001 * static_cast<double>(request.minutes))));
+    } else if (request.requesterName == "lock") {
+      isLockHeld_ = request.minutes != 0;
       loop_.setLockHeld(isLockHeld_);
     }
-    answer("enableManualV2 " + std::to_string(minutes) + (extendOnly ? " extend " : " replace ") +
-               textOr(requesterName) + " " + textOr(requesterContext) + " " +
-               textOr(requesterEvent),
+    answer("enableManualV2 " + std::to_string(request.minutes) +
+               (request.extendOnly ? " extend " : " replace ") + textOr(request.requesterName) +
+               " " + textOr(request.requesterContext) + " " + textOr(request.requesterEvent),
            reply);
   }
 
-  void stop(HelperReply reply) override {
+  void serve(const nodo::StopRequest&, const HelperReply& reply) {
     answer("stop", reply);
     if (kept_) {
       std::exchange(kept_, nullptr)("late");
     }
   }
 
-  void reconcile(HelperReply reply) override { answer("reconcile", reply); }
-
-  void timerFired() {
-    say("timer");
-    loop_.setLockHeld(isLockHeld_);
+  void serve(const nodo::ReconcileRequest&, const HelperReply& reply) {
+    answer("reconcile", reply);
   }
 
-  void repair(HelperReply reply) override { answer("repair", reply); }
+  void serve(const nodo::RepairRequest&, const HelperReply& reply) { answer("repair", reply); }
 
- private:
   void answer(const std::string& what, const HelperReply& reply) {
     say("request " + what);
     reply("answer " + std::to_string(++count_));
@@ -118,7 +124,8 @@ void runLoop(const std::optional<std::string>& bus) {
   Service service(*loop);
   loop->serve(service);
   say("serving");
-  loop->run({.machineChanged = [](const std::string& what) { say("changed " + what); },
+  loop->run({.machineChanged =
+                 [](const std::vector<nodo::News>& news) { say("changed " + nodo::listed(news)); },
              .timerFired = [&] { service.timerFired(); },
              .terminate = [] { say("terminate"); }});
   say("over");

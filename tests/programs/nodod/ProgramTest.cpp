@@ -1,6 +1,5 @@
 #include <NODOCore/base/JSONValue.h>
 #include <programs/nodod/Program.h>
-#include <programs/nodod/StateFolderLock.h>
 #include <testing/DiskFull.h>
 
 #include <memory>
@@ -8,7 +7,7 @@
 #include <utility>
 
 #include <sys/stat.h>
-#include <tests/programs/nodod/DaemonFixture.h>
+#include <tests/daemon/DaemonFixture.h>
 
 namespace nodo::nodod {
 namespace {

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/TextEnum.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nodo {
+
+/// Takes one line of the daemon's log, without the program's name and the line's end. Foreign texts
+/// in it are as they came: the sink makes them fit for a terminal.
+using DaemonLog = std::function<void(const std::string& line)>;
+
+/// What the machine tells by itself.
+enum class News { powerSupply, route, lid, resume };
+
+template <>
+struct EnumTexts<News> {
+  static constexpr std::array cases{EnumText{News::powerSupply, "power supply"},
+                                    EnumText{News::route, "route"}, EnumText{News::lid, "lid"},
+                                    EnumText{News::resume, "resume"}};
+};
+
+/// News as a line of the log names them: "lid, power supply".
+std::string listed(const std::vector<News>& news);
+
+/// News that come in a burst, gathered until it has settled: the last message of a burst may be the
+/// one that matters, and each look at the machine costs something. Not thread-safe.
+class NewsBurst {
+ public:
+  /// How long after a burst's first message it is taken.
+  static constexpr Seconds settleTime{0.1};
+
+  /// Whether this begins a burst, which is then to be taken after `settleTime`.
+  bool add(News news);
+
+  /// What came, each once, in the order in which it came first; nothing is left.
+  std::vector<News> take();
+
+ private:
+  std::vector<News> news_;
+};
+
+/// What the daemon's loop calls, all of it on the loop's own thread and one after another.
+struct DaemonHandlers {
+  std::function<void(const std::vector<News>& news)> machineChanged;
+  std::function<void()> timerFired;
+  /// SIGTERM or SIGINT; the loop ends when the handler returns, and serves no request any more.
+  std::function<void()> terminate;
+};
+
+/// The daemon's one thread: its timer, its signals, the machine's news and its clients' requests.
+///
+/// Sleeps in the kernel without a single wake-up unless something of that happens. Not thread-safe.
+class DaemonLoop {
+ public:
+  virtual ~DaemonLoop() = default;
+
+  /// Offers `service` under the daemon's name. From then on requests of callers that may make them
+  /// reach it inside `run`, one after another; refusals are logged here. Throws std::runtime_error
+  /// when the name is taken or cannot be had.
+  virtual void serve(NODOHelperXPCProtocol& service) = 0;
+
+  /// Sets the one timer to fire that long from now, time asleep included; absent for never.
+  virtual void setTimer(std::optional<Seconds> fromNow) = 0;
+
+  /// Tells the service manager, where there is one, whether the lock is held. To be called after
+  /// every pass: while the lock is held this proves that the daemon lives, which else is restarted.
+  virtual void setLockHeld(bool held) = 0;
+
+  /// Serves until `terminate` was handled. Throws std::runtime_error when it cannot go on, e.g.
+  /// because the bus is gone.
+  virtual void run(const DaemonHandlers& handlers) = 0;
+};
+
+}  // namespace nodo

@@ -1,0 +1,152 @@
+#!/usr/bin/python3 -B
+"""The lock in logind's own list comes and goes as the requests and the timer say.
+
+usage: daemon-lock.py NODOD NODOCTL
+"""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+from buses import HELPER, call
+from daemon_world import main
+from expectations import check, equal, wait_until
+from laptop import FOLDER, Network, PowerSupplies
+from processes import NOBODY, environment, start
+
+
+def nodoctl(*arguments):
+    return subprocess.run([sys.argv[2], *arguments], capture_output=True, text=True, check=False,
+                          env=environment(NODO_STATE_DIR=str(FOLDER / "user")))
+
+
+def requests_switch_the_lock(daemon, logind):
+    daemon.start()
+    equal(logind.locks(), [], "no lock without a timer")
+    answer = nodoctl("manual", "--minutes", "20", "--extend-only", "--requester", "Claude Code",
+                     "--json")
+    equal((answer.returncode, answer.stderr), (0, ""), "nodoctl manual")
+    check(json.loads(answer.stdout)["state"]["ownsSleepDisable"], "the answer knows of the lock")
+    equal(logind.locks(), [daemon.process.pid], "the lock is the daemon's")
+    equal(daemon.state()["lastRequester"]["name"], "Claude Code", "who asked")
+    mode = (daemon.state_folder / "state.json").stat().st_mode
+    equal(mode & 0o077, 0, f"nobody else may read who asked: mode {mode:o}")
+    daemon.manual(30)
+    equal(logind.locks(), [daemon.process.pid], "one lock, not two")
+    no_program_inherits_the_lock(daemon)
+    answer = nodoctl("stop", "--json")
+    equal((answer.returncode, answer.stderr), (0, ""), "nodoctl stop")
+    equal(logind.locks(), [], "the lock is gone when stop returns")
+    equal(daemon.audits(), ["enable:manual_timer", "release:user_stop"], "audits")
+
+
+def no_program_inherits_the_lock(daemon):
+    """Whoever is started by the daemon must not hold the lock on when the daemon is gone, nor keep
+    the state folder from the next one."""
+    process = pathlib.Path(f"/proc/{daemon.process.pid}")
+    held = [link.name for link in (process / "fd").iterdir()
+            if os.readlink(link).startswith(("/run/systemd/inhibit/", str(daemon.state_folder)))]
+    equal(len(held), 2, "descriptors of the two")
+    for descriptor in held:
+        lines = (process / "fdinfo" / descriptor).read_text(encoding="ascii").splitlines()
+        flags = next(int(line.split()[1], 8) for line in lines if line.startswith("flags:"))
+        check(flags & os.O_CLOEXEC, f"it is closed on exec: flags {flags:o}")
+
+
+def a_refused_caller_changes_nothing(daemon, logind):
+    daemon.manual(20)
+    before = daemon.state()
+    for arguments in [("EnableManual", "x", "700"), ("Stop",), ("Repair",), ("Reconcile",),
+                      ("EnableManualV2", "xba{sv}", "700", "false", "0")]:
+        refused = call(HELPER, *arguments, user=NOBODY)
+        check(refused.returncode != 0, f"{arguments} of nobody is refused")
+        check("Access denied" in refused.stderr or "AccessDenied" in refused.stderr
+              or "rejected" in refused.stderr, f"a clear refusal: {refused.stderr}")
+    equal(daemon.state(), before, "the state after refusals")
+    equal(logind.locks(), [daemon.process.pid], "the lock after refusals")
+    equal(daemon.log().count("nodod: rejected"), 5, "lines about refusals")
+    status = call(HELPER, "Status", user=NOBODY)
+    equal(status.returncode, 0, f"anyone may look ({status.stderr})")
+
+
+def an_invalid_request_is_refused_with_its_reason(daemon, logind):
+    equal(daemon.call("EnableManual", "x", (721,)),
+          {"error": "Invalid duration: minutes must be <= 720"}, "too long a timer")
+    equal(logind.locks(), [daemon.process.pid], "the lock after a bad request")
+
+
+def a_second_daemon_gives_way(daemon, logind):
+    same = daemon.command()
+    for command, words in [(same, "another nodod works on the state in"),
+                           ([*same[:-1], FOLDER / "other"], HELPER[0])]:
+        second = subprocess.run(command, capture_output=True, text=True, check=False, timeout=10)
+        equal((second.returncode, second.stdout), (1, ""), "a second daemon's exit")
+        check(second.stderr.startswith("nodod: ") and words in second.stderr, second.stderr)
+        equal(second.stderr.count("\n"), 1, f"one line: {second.stderr}")
+    check(daemon.is_serving(), "the first one still serves")
+    equal(logind.locks(), [daemon.process.pid], "and holds its lock")
+
+
+def a_signal_releases_the_lock_and_the_next_start_takes_it(daemon, logind):
+    until = daemon.state()["manualUntil"]
+    equal(daemon.terminate(), 0, "the exit after SIGTERM")
+    wait_until(lambda: logind.locks() == [], "the lock goes with the daemon")
+    equal(daemon.audits()[-1], "release:daemon_stopping", "the audit of the end")
+    equal(daemon.state()["manualUntil"], until, "the timer is kept")
+    daemon.start()
+    wait_until(lambda: logind.locks() == [daemon.process.pid], "the lock is back", 2)
+    daemon.stop()
+    equal(daemon.terminate(), 0, "the exit without a lock")
+
+
+def the_end_of_the_timer_releases_the_lock(daemon, logind):
+    daemon.put_timer(6, ownsSleepDisable=True)
+    daemon.start()
+    wait_until(lambda: logind.locks() == [daemon.process.pid], "a dead daemon's lock is back", 2)
+    wait_until(lambda: logind.locks() == [], "the timer's end releases the lock", 11)
+    state = wait_until(lambda: "manualUntil" not in daemon.state() and daemon.state(),
+                       "it is saved")
+    equal((state["ownsSleepDisable"], state["lastStopReason"]), (False, "manual_expired"), "state")
+    equal(daemon.terminate(), 0, "the exit")
+
+
+def a_log_that_nobody_reads_does_not_end_it(daemon, logind):
+    reader, writer = os.pipe()
+    daemon.process = start(*daemon.command(), stdout=writer, stderr=writer)
+    os.close(reader)
+    os.close(writer)
+    wait_until(daemon.is_serving, "nodod takes its name")
+    daemon.manual(20)
+    equal(logind.locks(), [daemon.process.pid], "the lock of which nobody could be told")
+    daemon.stop()
+    equal(daemon.terminate(), 0, "the exit")
+
+
+def a_single_pass_prints_its_report(daemon, logind):
+    daemon.put_timer(600)
+    single = subprocess.run(
+        [sys.argv[1], "--once", "--power", "logind", "--state-dir", daemon.state_folder],
+        capture_output=True, text=True, check=False)
+    equal(single.returncode, 0, single.stderr)
+    report = json.loads(single.stdout)
+    equal(report["operation"]["action"], "disable_sleep", "the pass took the lock")
+    equal(logind.locks(), [], "which ended with it")
+    check(not daemon.state()["ownsSleepDisable"], "and the state knows")
+
+
+def test(daemon, logind):
+    Network()
+    PowerSupplies()
+    requests_switch_the_lock(daemon, logind)
+    a_refused_caller_changes_nothing(daemon, logind)
+    an_invalid_request_is_refused_with_its_reason(daemon, logind)
+    a_second_daemon_gives_way(daemon, logind)
+    a_signal_releases_the_lock_and_the_next_start_takes_it(daemon, logind)
+    the_end_of_the_timer_releases_the_lock(daemon, logind)
+    a_log_that_nobody_reads_does_not_end_it(daemon, logind)
+    a_single_pass_prints_its_report(daemon, logind)
+
+
+main(test)

@@ -1,0 +1,201 @@
+#!/usr/bin/python3 -B
+"""The tool and the daemon, whatever the daemon does: answers, is not there, hangs, dies, refuses.
+
+usage: tool-and-daemon.py NODOCTL NODOD
+"""
+
+import json
+import os
+import signal
+import subprocess
+import threading
+import time
+
+from tool_world import main
+from expectations import check, contains, equal, wait_until
+
+HOOK_SECONDS = 5  # after which agents end a hook, which runs two commands
+# What is waited for more than once, or not at all, shows with a limit beside which a slow machine
+# is quick.
+LONG_LIMIT = 20
+SOME_LIMIT = 4
+
+MANUAL = ["manual", "--minutes", "20", "--extend-only", "--requester", "Codex", "--json"]
+
+
+def seconds_of(function):
+    begin = time.monotonic()
+    return function(), time.monotonic() - begin
+
+
+def quickest(world, enough, *arguments):
+    """The least of several runs' seconds, as other work of the machine may hold any one up."""
+    least = float("inf")
+    for _ in range(5):
+        least = min(least, seconds_of(lambda: world.run(*arguments))[1])
+        if least < enough:
+            break
+    return least
+
+
+def the_daemon_keeps_the_state(world):
+    world.start_daemon()
+    done = world.run(*MANUAL)
+    equal((done.returncode, done.stderr), (0, ""), "the outcome")
+    equal(json.loads(done.stdout)["state"]["lastRequester"]["name"], "Codex", "the requester")
+    check(world.status()["manualRemainingSeconds"] > 1190, "the timer runs")
+    check(not os.path.exists(f"{world.folder}/.nodo"), "there is no state of the tool's own")
+    for command in [["repair"], ["reconcile"], ["stop"]]:
+        done = world.run(*command)
+        equal((done.returncode, done.stderr), (0, ""), f"the outcome of {command}")
+    check("manualRemainingSeconds" not in world.status(), "the timer is off")
+
+
+def without_a_daemon_the_own_state_serves(world):
+    limit = ["--helper-timeout", str(LONG_LIMIT)]
+    done, seconds = seconds_of(lambda: world.run(*MANUAL, *limit))
+    equal(done.returncode, 0, "the exit status")
+    reason = "nodoctl: helper unavailable (the daemon nodod is not running"
+    check(done.stderr.startswith(reason), done.stderr)
+    check(done.stderr.endswith("); using the local state\n"), done.stderr)
+    check(json.loads(done.stdout)["manualRemainingSeconds"] > 1190, "the timer runs")
+    check(seconds < LONG_LIMIT / 2, f"it took {seconds} s")
+    doctor = world.run("doctor")
+    equal(doctor.returncode, 1, "the exit status")
+    check("\nStatus source: local fallback\n" in doctor.stdout, doctor.stdout)
+
+
+def without_a_bus_library_the_own_state_serves(world):
+    """As on a machine whose library is broken, or older than what the tool calls."""
+    world.start_daemon()
+    with open("/proc/self/maps", encoding="utf-8") as maps:
+        another = next(path for path in maps.read().split() if "/libc.so" in path)
+    folder = f"{world.folder}/libraries"
+    os.mkdir(folder)
+    library = f"{folder}/libsystemd.so.0"
+    world.environment["LD_LIBRARY_PATH"] = folder
+    with open(library, "w", encoding="utf-8") as broken:
+        broken.write("no library")
+    commands_use_the_own_state(world, "no D-Bus client library: ")
+    os.remove(library)
+    os.symlink(another, library)
+    commands_use_the_own_state(world, "libsystemd.so.0 is too old: it lacks sd_bus_new")
+
+
+def commands_use_the_own_state(world, reason):
+    for command, status in [(["status"], 0), (MANUAL, 0), (["doctor"], 1)]:
+        done = world.run(*command)
+        equal(done.returncode, status, f"the exit status of {command}")
+        contains(done.stderr, f"helper unavailable ({reason}", f"what {command} says")
+
+
+def hook_takes(world, what_hangs, *options):
+    """The seconds of the two commands that a hook runs, with something that hangs."""
+    manual, first = seconds_of(lambda: world.run(*MANUAL, *options))
+    doctor, second = seconds_of(lambda: world.run("doctor", *options))
+    said = " ".join(["with", what_hangs, "that hangs", *options])
+    print(f"{said}: manual took {first:.2f} s and doctor {second:.2f} s")
+    for done, status in [(manual, 0), (doctor, 1)]:
+        equal(done.returncode, status, "the exit status")
+        check("helper unavailable (Helper request timed out)" in done.stderr, done.stderr)
+    if not options:
+        check(first + second < HOOK_SECONDS, "a hook is over before it is ended")
+    return first, second
+
+
+def a_daemon_that_hangs_costs_its_time_once(world):
+    daemon = world.start_daemon()
+    daemon.send_signal(signal.SIGSTOP)
+    for seconds in hook_takes(world, "a daemon"):
+        check(seconds >= 1, f"it took {seconds} s")
+    for seconds in hook_takes(world, "a daemon", "--helper-timeout", str(SOME_LIMIT)):
+        check(SOME_LIMIT <= seconds < 2 * SOME_LIMIT,
+              f"with a limit of {SOME_LIMIT} s it took {seconds} s")
+    quick = quickest(world, 1, "status", "--helper-timeout", "0.2")
+    check(0.2 <= quick < 1, f"with a shorter limit it took {quick} s")
+    daemon.send_signal(signal.SIGCONT)
+    equal(world.run("status").stderr, "", "the daemon answers again")
+
+
+def a_bus_that_hangs_costs_little_more(world):
+    """The machine's own senses ask on the same bus, for the lid and for what blocks sleep."""
+    world.start_daemon()
+    world.bus.process.send_signal(signal.SIGSTOP)
+    hook_takes(world, "a bus")
+    for command in [MANUAL, ["doctor"]]:
+        check(quickest(world, 2, *command) < 2, f"{command} takes little more")
+
+
+def a_daemon_that_dies_during_a_request_is_noticed_at_once(world):
+    daemon = world.start_daemon()
+    daemon.send_signal(signal.SIGSTOP)
+    outcome = []
+    asking = threading.Thread(
+        target=lambda: outcome.append(
+            seconds_of(lambda: world.run("status", "--helper-timeout", "20"))
+        )
+    )
+    asking.start()
+    wait_until(lambda: asks(world), "the tool asks")
+    daemon.kill()
+    asking.join()
+    done, seconds = outcome[0]
+    equal(done.returncode, 0, "the exit status")
+    check("(the daemon nodod " in done.stderr, done.stderr)
+    check(seconds < 10, f"it took {seconds} s")
+
+
+def asks(world):
+    """Whether the tool is connected to the bus."""
+    names = subprocess.run(
+        ["busctl", f"--address={world.address}", "list", "--unique", "--no-legend"],
+        capture_output=True,
+        text=True,
+        check=True,
+    ).stdout
+    return any(name.split()[2] == "nodoctl" for name in names.splitlines())
+
+
+def a_state_that_cannot_be_read_is_the_reason(world):
+    daemon = world.start_daemon()
+    world.run(*MANUAL)
+    path = f"{world.folder}/daemon/state.json"
+    with open(path, "w", encoding="utf-8") as state:
+        state.write("[")
+    done = world.run("status")
+    equal(done.returncode, 0, "the exit status")
+    reason = f"nodoctl: helper unavailable (the state file {path} cannot be read: "
+    check(done.stderr.startswith(reason), done.stderr)
+    equal(daemon.poll(), None, "the daemon lives")
+
+
+def minutes_that_the_daemon_refuses_are_refused(world):
+    world.start_daemon()
+    done = world.run("manual", "--minutes", "721")
+    equal((done.returncode, done.stdout), (1, ""), "the outcome")
+    reason = "\nnodoctl: Invalid duration: minutes must be <= 720\n"
+    check(done.stderr.endswith(reason), done.stderr)
+
+
+def a_timer_through_the_daemon_ends_a_fallback(world):
+    world.start_daemon()
+    with open(f"{world.folder}/hook.log", "w", encoding="utf-8") as log:
+        log.write(time.strftime("%Y-%m-%d %H:%M:%S") + " fallback caffeinate started seconds=600\n")
+    check("\nHook fallback: active\n" in world.run("doctor").stdout, "the fallback is active")
+    equal(world.run(*MANUAL).returncode, 0, "the exit status")
+    with open(f"{world.folder}/hook.log", encoding="utf-8") as log:
+        check(log.read().endswith(" fallback resolved reason=helper manual\n"), "it is resolved")
+    check("\nHook fallback: inactive\n" in world.run("doctor").stdout, "the fallback has ended")
+
+
+main(
+    the_daemon_keeps_the_state,
+    without_a_daemon_the_own_state_serves,
+    without_a_bus_library_the_own_state_serves,
+    a_daemon_that_hangs_costs_its_time_once,
+    a_bus_that_hangs_costs_little_more,
+    a_daemon_that_dies_during_a_request_is_noticed_at_once,
+    a_state_that_cannot_be_read_is_the_reason,
+    minutes_that_the_daemon_refuses_are_refused,
+    a_timer_through_the_daemon_ends_a_fallback,
+)
