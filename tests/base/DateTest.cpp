@@ -134,5 +134,19 @@ TEST(DateDeathTest, ALengthThatIsNoNumberOfSecondsStopsTheProcess) {
   }
 }
 
+TEST(DurationTextTest, IsAsTheReferenceValuesSay) {
+  int checked = 0;
+  const JSONValue rows = testData("vectors/durations.json");
+  for (const JSONValue& row : *rows.array()) {
+    const JSONValue& expected = *row.member("doctor");
+    if (!expected.isNull()) {  // null where the number is not positive
+      EXPECT_EQ(durationText(std::stoll(row.member("seconds")->number()->digits)),
+                *expected.text());
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 10);
+}
+
 }  // namespace
 }  // namespace nodo

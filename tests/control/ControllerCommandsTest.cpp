@@ -158,13 +158,18 @@ TEST_F(ControllerCommandsTest, ANewTimerForgetsWhyTheLastOneStopped) {
 }
 
 TEST_F(ControllerCommandsTest, AtMostSixRecentRequestersAndFiveHundredRequestsAreKept) {
-  for (int index = 0; index < 510; ++index) {
+  NODOState before = NODOState::fresh(now);
+  for (int index = 0; index < 500; ++index) {
+    before.recordRequester(requester("agent"), now, 6, 500);
+  }
+  put(before);
+  for (int index = 0; index < 8; ++index) {
     advance(1);
-    extend(20, requester("agent " + std::to_string(index % 8)));
+    extend(20, requester("agent " + std::to_string(index)));
   }
   const NODOState state = stored();
   EXPECT_EQ(state.recentRequesters.size(), 6U);
-  EXPECT_EQ(state.recentRequesters.front().name, "agent 5");
+  EXPECT_EQ(state.recentRequesters.front().name, "agent 7");
   EXPECT_EQ(state.triggerHistory.size(), 500U);
   EXPECT_EQ(state.triggerHistory.back().requestedAt, now);
 }
