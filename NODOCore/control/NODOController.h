@@ -83,9 +83,7 @@ inline constexpr std::size_t maxPowerOperationHistory = 20;
 
 /// Whether a release of the lock has to be followed by a request for sleep. With the lid closed
 /// nobody would put the machine to sleep again, and on battery it would run empty in its bag.
-inline bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot) {
-  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
-}
+bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot);
 
 /// When the daemon has to make a pass although nothing happens.
 struct ReconcileSchedule {

@@ -144,6 +144,10 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
   return pass;
 }
 
+bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot) {
+  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
+}
+
 ReconcileSchedule ReconcileSchedule::sleepReleaseDeadline(const StatusReport& report,
                                                           double graceSeconds) {
   if (!report.state.ownsSleepDisable && !report.decision.shouldPreventSleep) {
