@@ -14,7 +14,7 @@ Answer performDoctor(const Invocation& invocation, const ToolContext& context) {
                             facts.hookInspection);
   Answer answer{.output = invocation.json ? jsonDocument(report) : report.text() + "\n",
                 .hints = healthHints(facts),
-                .failed = !report.isReady()};
+                .failed = !isReady(report.verdict)};
   if (invocation.verbose && !invocation.json) {
     answer.output += verboseText(facts, context.environment);
   }

@@ -63,10 +63,6 @@ std::string shown(std::string_view text, const TextStyle& style) {
   return style.utf8 ? escaped : asciiText(escaped);
 }
 
-Tint tintOf(const std::string& verdict) {
-  return verdict.starts_with("Ready:") ? Tint::plain : Tint::bad;
-}
-
 // The first `columns` characters of `rest` that end a word, taken off its front.
 std::string takeLine(std::string_view& rest, std::size_t columns) {
   const std::string_view most = firstCharacters(rest, columns);
@@ -98,7 +94,8 @@ std::vector<MenuLine> menuLines(const MenuReport& report, const TextStyle& style
   if (report.setupLine) {
     lines.push_back({.text = shown(*report.setupLine, style), .tint = Tint::bad});
   }
-  lines.push_back({.text = shown(report.verdict, style), .tint = tintOf(report.verdict)});
+  lines.push_back({.text = shown(rawValue(report.verdict), style),
+                   .tint = isReady(report.verdict) ? Tint::plain : Tint::bad});
   return lines;
 }
 

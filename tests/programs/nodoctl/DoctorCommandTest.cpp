@@ -90,7 +90,7 @@ TEST_F(DoctorCommandTest, TheDocumentHoldsTheSameFacts) {
   const auto report =
       decodeJSON<DoctorReport>(jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
   EXPECT_EQ(report.text() + "\n", run({"doctor"}).output);
-  EXPECT_EQ(report.verdict, "Ready: nodo owns the macOS power lock.");
+  EXPECT_EQ(report.verdict, DoctorVerdict::locked);
 }
 
 TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {
