@@ -1,6 +1,6 @@
 #include <NODOCore/power/ChildProcess.h>
 #include <NODOCore/sensing/AgentDetector.h>
-#include <platform/linux/ProcProcessListing.h>
+#include <platform/linux/senses/ProcProcessListing.h>
 #include <testing/TemporaryFolder.h>
 
 #include <benchmark/benchmark.h>

@@ -51,13 +51,9 @@ unsafe: the battery runs low, or the network stays away.
 This package contains nodoctl, the tool for people and for the agents' hooks,
 and nodod, the daemon that holds the sleep lock.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-# The programs load libsystemd when they need it, which shlibdeps cannot see.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsystemd0")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "dbus | dbus-system-bus, polkitd, systemd")
-if(TARGET nodod)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${NODO_DEBIAN}/postinst" "${NODO_DEBIAN}/prerm"
-                                                 "${NODO_DEBIAN}/postrm")
-endif()
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${NODO_DEBIAN}/postinst" "${NODO_DEBIAN}/prerm"
+                                               "${NODO_DEBIAN}/postrm")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnodocore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -1,5 +1,5 @@
 #include <NODOCore/base/Text.h>
-#include <platform/linux/ProcTexts.h>
+#include <platform/linux/senses/ProcProcessListing.h>
 
 #include <string>
 

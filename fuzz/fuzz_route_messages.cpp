@@ -1,4 +1,4 @@
-#include <platform/linux/RouteMessages.h>
+#include <platform/linux/news/KernelMessages.h>
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
-#include <platform/linux/DefaultRoute.h>
+#include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
 
 #include <algorithm>
 #include <string>

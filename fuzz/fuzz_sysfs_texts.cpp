@@ -1,6 +1,6 @@
 #include <NODOCore/base/Text.h>
-#include <platform/linux/LidSwitches.h>
-#include <platform/linux/PowerSupplies.h>
+#include <platform/linux/news/LidSwitches.h>
+#include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
 
 #include <algorithm>
 #include <functional>

@@ -1,10 +1,9 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
-#include <platform/linux/BusConnection.h>
-#include <platform/linux/BusError.h>
-#include <platform/linux/LinuxDaemonLoop.h>
-#include <platform/linux/LogindPowerManager.h>
+#include <platform/linux/bus/BusConnection.h>
+#include <platform/linux/logind/LogindPowerManager.h>
+#include <platform/linux/news/LinuxDaemonLoop.h>
 
 #include <chrono>
 #include <stdexcept>
@@ -13,8 +12,6 @@
 
 namespace nodo {
 namespace {
-
-constexpr std::chrono::seconds systemBusLimit(2);
 
 SleepLock logindLock() {
   auto manager = std::make_unique<LogindPowerManager>();
@@ -28,7 +25,7 @@ SleepLock logindLock() {
 
 bool hasSystemBus() {
   try {
-    BusConnection::openSystem(systemBusLimit, systemBusLimit);
+    openBus(systemBus, BusDescriptors::refused, BusClock::now() + std::chrono::seconds(2));
     return true;
   } catch (const BusError&) {
     return false;
@@ -36,7 +33,7 @@ bool hasSystemBus() {
 }
 
 bool isSessionBus(const std::optional<std::string>& bus) {
-  return bus ? *bus == "session" : !hasSystemBus();
+  return bus ? *bus == sessionBus : !hasSystemBus();
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
 #include <platform/HostMachine.h>
-#include <platform/linux/BusError.h>
-#include <platform/linux/LinuxSystemSnapshotProvider.h>
-#include <platform/linux/Logind.h>
-#include <platform/linux/LogindDiagnostics.h>
-#include <platform/linux/ProcProcessListing.h>
-#include <platform/linux/SleepLockInhibitor.h>
+#include <platform/linux/bus/BusConnection.h>
+#include <platform/linux/logind/Logind.h>
+#include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
+#include <platform/linux/senses/ProcProcessListing.h>
 
 #include <unistd.h>
 
@@ -12,7 +10,8 @@ namespace nodo {
 namespace {
 
 // A person and an agent's hook both wait for the answer.
-constexpr std::chrono::milliseconds logindTimeLimit(500);
+constexpr BusLimits logindLimits{.connecting = std::chrono::milliseconds(500),
+                                 .call = std::chrono::milliseconds(500)};
 
 std::optional<bool> readLid(Logind& logind) {
   try {
@@ -41,7 +40,7 @@ SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
 }  // namespace
 
 HostMachine hostMachine() {
-  const auto logind = std::make_shared<Logind>(logindTimeLimit);
+  const auto logind = std::make_shared<Logind>(logindLimits);
   return {.processListing = std::make_shared<ProcProcessListing>(),
           .snapshotProvider =
               std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),

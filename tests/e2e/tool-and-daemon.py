@@ -12,7 +12,7 @@ import threading
 import time
 
 from tool_world import main
-from expectations import check, contains, equal, wait_until
+from expectations import check, equal, wait_until
 
 HOOK_SECONDS = 5  # after which agents end a hook, which runs two commands
 # What is waited for more than once, or not at all, shows with a limit beside which a slow machine
@@ -63,30 +63,6 @@ def without_a_daemon_the_own_state_serves(world):
     doctor = world.run("doctor")
     equal(doctor.returncode, 1, "the exit status")
     check("\nStatus source: local fallback\n" in doctor.stdout, doctor.stdout)
-
-
-def without_a_bus_library_the_own_state_serves(world):
-    """As on a machine whose library is broken, or older than what the tool calls."""
-    world.start_daemon()
-    with open("/proc/self/maps", encoding="utf-8") as maps:
-        another = next(path for path in maps.read().split() if "/libc.so" in path)
-    folder = f"{world.folder}/libraries"
-    os.mkdir(folder)
-    library = f"{folder}/libsystemd.so.0"
-    world.environment["LD_LIBRARY_PATH"] = folder
-    with open(library, "w", encoding="utf-8") as broken:
-        broken.write("no library")
-    commands_use_the_own_state(world, "no D-Bus client library: ")
-    os.remove(library)
-    os.symlink(another, library)
-    commands_use_the_own_state(world, "libsystemd.so.0 is too old: it lacks sd_bus_new")
-
-
-def commands_use_the_own_state(world, reason):
-    for command, status in [(["status"], 0), (MANUAL, 0), (["doctor"], 1)]:
-        done = world.run(*command)
-        equal(done.returncode, status, f"the exit status of {command}")
-        contains(done.stderr, f"helper unavailable ({reason}", f"what {command} says")
 
 
 def hook_takes(world, what_hangs, *options):
@@ -191,7 +167,6 @@ def a_timer_through_the_daemon_ends_a_fallback(world):
 main(
     the_daemon_keeps_the_state,
     without_a_daemon_the_own_state_serves,
-    without_a_bus_library_the_own_state_serves,
     a_daemon_that_hangs_costs_its_time_once,
     a_bus_that_hangs_costs_little_more,
     a_daemon_that_dies_during_a_request_is_noticed_at_once,

@@ -1,11 +1,12 @@
-"""nodo_daemon_driver, which the scripts here drive: it is their first argument."""
+"""nodo_daemon_driver, which the scripts here drive: it is their first argument. A second one names
+the test that is to be run, where each is run alone."""
 
 import sys
 
 from buses import HELPER, call, reply_of
-from expectations import equal
+from expectations import check, equal
 from laptop import FOLDER
-from processes import Driven
+from processes import NOBODY, Driven
 
 DRIVER = sys.argv[1]
 NOWHERE = f"unix:path={FOLDER}/nowhere"
@@ -34,3 +35,25 @@ def request_by_name(loop, name, number, **options):
 
 def end_well(loop):
     equal(loop.end(), 0, "its end")
+
+
+def ask(member, *arguments, **options):
+    return reply_of(call(HELPER, member, *arguments, **options))
+
+
+def refused(loop, member, *arguments):
+    """Makes a call that must be refused; returns the reason in the log."""
+    result = call(HELPER, member, *arguments, user=NOBODY)
+    check(result.returncode != 0, f"{member} was served: {result.stdout}")
+    line = loop.next_error("the line about a refusal")
+    start = "nodod: rejected D-Bus caller :1."
+    equal(line[:len(start)], start, "the line's start")
+    number, rest = line[len(start):].split(" ", 1)
+    check(number.isdigit(), "the caller's number")
+    user_text = f"(uid {NOBODY}): "
+    equal(rest[:len(user_text)], user_text, "the user in the line")
+    return rest[len(user_text):]
+
+
+def the_test(functions):
+    return functions[sys.argv[2]]

@@ -10,7 +10,9 @@ import signal
 import subprocess
 import time
 
-from buses import LOGIND, call, process_of, reply_of
+import clients
+from buses import BUS, LOGIND, call, process_of, reply_of
+from clients import Client
 from driven import DRIVER
 from expectations import PATIENCE, check, contains, equal, wait_until
 from laptop import FOLDER
@@ -69,6 +71,24 @@ def it_leaks_no_descriptors(lock):
         lock.ask("take")
         lock.ask("release")
     equal(lock.descriptors(), before, "descriptors after fifty locks")
+
+
+def it_gathers_nothing_that_others_send_meanwhile():
+    lock = start_lock()
+    contains(lock.ask("take"), "disable_sleep", "a lock")
+    contains(lock.ask("release"), "enable_sleep", "its end")
+    before = lock.descriptors()
+    own, = [name for name in reply_of(call(BUS, "ListNames"))
+            if name[0] == ":" and process_of(name) == lock.pid]
+    for _ in range(3):
+        lender = Client(clients.lend_descriptors_by_signals, own)
+        lender.expect("done")
+        lender.end()
+        contains(lock.ask("take"), "disable_sleep", "a lock")
+        contains(lock.ask("release"), "enable_sleep", "its end")
+        equal(lock.descriptors(), before, "descriptors")
+    lock.process.stdin.close()
+    equal(lock.process.wait(), 0, "its end")
 
 
 def another_of_the_same_name_is_not_its_own(lock):
@@ -162,6 +182,7 @@ def main():
     lock = start_lock()
     it_is_taken_and_released(lock)
     it_leaks_no_descriptors(lock)
+    it_gathers_nothing_that_others_send_meanwhile()
     another_of_the_same_name_is_not_its_own(lock)
     it_does_not_stand_in_the_way_of_sleep(lock)
     the_kernel_frees_a_dead_ones(lock)

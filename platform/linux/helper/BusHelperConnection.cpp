@@ -1,0 +1,181 @@
+#include <platform/linux/helper/BusHelperConnection.h>
+#include <platform/linux/helper/BusRequest.h>
+
+#include <cstdint>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr std::uint64_t noTimeLimit = UINT64_MAX;  // the deadline of `serve` ends the wait
+
+std::string commandToStartDaemon(const std::string& bus) {
+  return bus == systemBus ? "systemctl start nodod" : "nodod --bus " + bus;
+}
+
+void fail(const HelperConnection::ErrorHandler& failed, const std::string& reason,
+          bool daemonIsThere) {
+  failed(std::make_exception_ptr(HelperConnectionError(reason, daemonIsThere)));
+}
+
+bool saysThatNobodyIsThere(const sd_bus_error& error) {
+  return sd_bus_error_has_names(&error, SD_BUS_ERROR_SERVICE_UNKNOWN,
+                                SD_BUS_ERROR_NAME_HAS_NO_OWNER) != 0;
+}
+
+}  // namespace
+
+class BusHelperConnection::Proxy : public NODOHelperXPCProtocol {
+ public:
+  Proxy(BusHelperConnection& connection, ErrorHandler failed)
+      : connection_(connection), failed_(std::move(failed)) {}
+
+  void perform(HelperRequest request, HelperReply reply) override {
+    connection_.ask({.request = std::move(request), .reply = std::move(reply), .failed = failed_});
+  }
+
+ private:
+  BusHelperConnection& connection_;
+  ErrorHandler failed_;
+};
+
+BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::string serviceName)
+    : choice_(std::move(bus)), serviceName_(std::move(serviceName)) {}
+
+void BusHelperConnection::setInvalidationHandler(Handler handler) {
+  invalidated_ = std::move(handler);
+}
+
+void BusHelperConnection::setInterruptionHandler(Handler handler) {
+  interrupted_ = std::move(handler);
+}
+
+std::shared_ptr<NODOHelperXPCProtocol> BusHelperConnection::remoteProxy(ErrorHandler errorHandler) {
+  return std::make_shared<Proxy>(*this, std::move(errorHandler));
+}
+
+void BusHelperConnection::ask(Asked asked) {
+  if (hasEnded_) {
+    fail(asked.failed, "the connection to the daemon has ended", false);
+    return;
+  }
+  asked_.push_back(std::move(asked));
+}
+
+void BusHelperConnection::serve(BusClock::time_point deadline) {
+  try {
+    connect(deadline);
+  } catch (const std::exception& error) {
+    for (const Asked& asked : std::exchange(asked_, {})) {
+      fail(asked.failed, error.what(), false);
+    }
+    return;
+  }
+  try {
+    exchange(deadline);
+  } catch (const std::exception&) {
+    bus_.reset();
+    sent_.clear();
+    if (interrupted_) {
+      interrupted_();
+    }
+  }
+}
+
+void BusHelperConnection::invalidate() {
+  hasEnded_ = true;
+  bus_.reset();
+  asked_.clear();
+  sent_.clear();
+  if (const Handler told = std::exchange(invalidated_, nullptr)) {
+    told();
+  }
+}
+
+void BusHelperConnection::connect(BusClock::time_point deadline) {
+  if (bus_) {
+    return;
+  }
+  connectToChosenBus(choice_, [&](const std::string& bus) {
+    busName_ = bus;
+    try {
+      bus_ = openBus(bus, BusDescriptors::refused, deadline);
+    } catch (const BusTimeout&) {
+      // One that hangs is no reason to try another.
+    }
+  });
+}
+
+void BusHelperConnection::exchange(BusClock::time_point deadline) {
+  if (!bus_) {
+    return;
+  }
+  for (Asked& asked : std::exchange(asked_, {})) {
+    send(std::move(asked));
+  }
+  const std::string action = "stay connected to " + describedBus(busName_);
+  while (!sent_.empty() && processBus(bus_.get(), deadline, action)) {
+  }
+}
+
+void BusHelperConnection::send(Asked asked) {
+  try {
+    const BusMessage call = newRequest(bus_.get(), serviceName_, asked.request);
+    sent_.push_back({.connection = *this, .asked = asked});
+    const int result =
+        sd_bus_call_async(bus_.get(), nullptr, call.get(), onAnswer, &sent_.back(), noTimeLimit);
+    if (result < 0) {
+      sent_.pop_back();
+    }
+    checkSystemd(result, "ask the daemon nodod");
+  } catch (const BusError& error) {
+    fail(asked.failed, error.what(), false);
+  }
+}
+
+int BusHelperConnection::onAnswer(sd_bus_message* message, void* sent, sd_bus_error* /*error*/) {
+  const Sent& self = *static_cast<Sent*>(sent);
+  self.connection.hearAnswer(self, message);
+  return 1;
+}
+
+void BusHelperConnection::hearAnswer(const Sent& sent, sd_bus_message* message) {
+  const bool isError = sd_bus_message_is_method_error(message, nullptr) > 0;
+  // A bus that went away leaves such an answer, too; that is for the interruption handler.
+  if (isError && sd_bus_is_open(bus_.get()) <= 0) {
+    return;
+  }
+  const Asked asked = sent.asked;
+  sent_.remove_if([&sent](const Sent& each) { return &each == &sent; });
+  if (isError) {
+    const sd_bus_error& error = *sd_bus_message_get_error(message);
+    fail(asked.failed, explained(error), !saysThatNobodyIsThere(error));
+    return;
+  }
+  const char* text = nullptr;
+  if (sd_bus_message_read(message, "s", &text) < 0 || text == nullptr) {
+    fail(asked.failed,
+         "the daemon nodod gave an answer without a text; it may be of another version", true);
+    return;
+  }
+  asked.reply(std::string(text));
+}
+
+std::string BusHelperConnection::explained(const sd_bus_error& error) const {
+  if (saysThatNobodyIsThere(error)) {
+    return "the daemon nodod is not running on " + describedBus(busName_) + "; start it with '" +
+           commandToStartDaemon(busName_) + "'";
+  }
+  if (sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) != 0) {
+    return "the daemon nodod ended before it answered";
+  }
+  std::string text =
+      error.message != nullptr && *error.message != '\0' ? error.message : error.name;
+  if (sd_bus_error_has_names(&error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_OBJECT,
+                             SD_BUS_ERROR_UNKNOWN_INTERFACE, SD_BUS_ERROR_INVALID_ARGS) != 0) {
+    return "the daemon nodod does not know the request, it may be of another version: " + text;
+  }
+  return text;
+}
+
+}  // namespace nodo

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <NODOCore/helper/HelperConnection.h>
+#include <platform/linux/bus/BusConnection.h>
+
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nodo {
+
+/// A connection to the daemon over D-Bus, on a bus connection of its own.
+///
+/// Has no thread: requests are sent and answered inside `serve`, and all handlers but that of the
+/// invalidation run there. A request that cannot be delivered is told to its error handler as a
+/// HelperConnectionError; a bus that goes away during a request, to the interruption handler. Not
+/// thread-safe; proxies must not outlive it.
+class BusHelperConnection : public HelperConnection {
+ public:
+  /// `bus` as in `helperConnecting`; `serviceName` is the name that the daemon owns there.
+  BusHelperConnection(std::optional<std::string> bus, std::string serviceName);
+
+  BusHelperConnection(const BusHelperConnection&) = delete;
+  BusHelperConnection& operator=(const BusHelperConnection&) = delete;
+  ~BusHelperConnection() override = default;
+
+  void setInvalidationHandler(Handler handler) override;
+  void setInterruptionHandler(Handler handler) override;
+
+  void resume() override {}
+
+  std::shared_ptr<NODOHelperXPCProtocol> remoteProxy(ErrorHandler errorHandler) override;
+
+  /// Connects if need be, sends what was asked for and waits until all of it is answered or has
+  /// failed, or until `deadline`: then the rest stays without a word.
+  void serve(BusClock::time_point deadline) override;
+
+  void invalidate() override;
+
+ private:
+  class Proxy;
+
+  struct Asked {
+    HelperRequest request;
+    HelperReply reply;
+    ErrorHandler failed;
+  };
+
+  struct Sent {
+    BusHelperConnection& connection;
+    Asked asked;
+  };
+
+  void ask(Asked asked);
+  void connect(BusClock::time_point deadline);
+  void exchange(BusClock::time_point deadline);
+  void send(Asked asked);
+  static int onAnswer(sd_bus_message* message, void* sent, sd_bus_error* error);
+  void hearAnswer(const Sent& sent, sd_bus_message* message);
+  std::string explained(const sd_bus_error& error) const;
+
+  std::optional<std::string> choice_;
+  std::string serviceName_;
+  Handler invalidated_;
+  Handler interrupted_;
+  std::string busName_;  // of the one it is connected to
+  bool hasEnded_ = false;
+  std::vector<Asked> asked_;  // and not sent
+  std::list<Sent> sent_;      // and not answered
+  BusHandle bus_;             // calls back with what was sent, so it goes first
+};
+
+}  // namespace nodo

@@ -1,0 +1,168 @@
+#include <platform/linux/helper/CallerPolicy.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace nodo {
+namespace {
+
+constexpr std::uint32_t root = 0;
+
+constexpr BusObject polkit{.service = "org.freedesktop.PolicyKit1",
+                           .path = "/org/freedesktop/PolicyKit1/Authority",
+                           .interface = "org.freedesktop.PolicyKit1.Authority"};
+constexpr BusObject busItself{.service = "org.freedesktop.DBus",
+                              .path = "/org/freedesktop/DBus",
+                              .interface = "org.freedesktop.DBus"};
+
+CallerVerdict refuse(std::string reason) {
+  return {.kind = CallerVerdict::Kind::refuse, .reason = std::move(reason)};
+}
+
+}  // namespace
+
+CallerVerdict CallerPolicy::judge(const HelperRequest& request,
+                                  std::optional<std::uint32_t> caller) const {
+  if (isLook(request) || caller == root || (isOwnUsersBus && caller && *caller == ownUser)) {
+    return {.kind = CallerVerdict::Kind::serve, .reason = ""};
+  }
+  if (!caller) {
+    return refuse("the bus does not tell whose request this is");
+  }
+  if (!hasAuthority) {
+    return refuse("on this bus only its own user and root may do this");
+  }
+  return {.kind = CallerVerdict::Kind::askAuthority, .reason = ""};
+}
+
+CallerVerdict CallerPolicy::judge(const AuthorityAnswer& answer) {
+  if (answer.failure) {
+    return refuse("polkit cannot be asked: " + *answer.failure);
+  }
+  if (answer.isAuthorized) {
+    return {.kind = CallerVerdict::Kind::serve, .reason = ""};
+  }
+  if (answer.needsAuthentication) {
+    return refuse(fmt::format("polkit wants an administrator's password for {}", action));
+  }
+  return refuse(fmt::format("polkit does not allow {}", action));
+}
+
+std::string rejectionLogMessage(const std::string& caller, std::optional<std::uint32_t> user,
+                                const std::string& reason) {
+  return fmt::format("nodod: rejected D-Bus caller {} (uid {}): {}", caller,
+                     user ? std::to_string(*user) : "unknown", reason);
+}
+
+SystemdHandle<sd_bus_slot> askPolkit(sd_bus* bus, const std::string& caller,
+                                     sd_bus_message_handler_t answered, void* userData) {
+  // A client that asks by default gives up after one second.
+  constexpr std::chrono::microseconds timeLimit(std::chrono::seconds(2));
+  constexpr std::uint32_t noInteraction = 0;
+  constexpr char asking[] = "ask polkit";
+  const BusMessage call = newCall(bus, polkit, "CheckAuthorization", asking);
+  checkSystemd(
+      sd_bus_message_append(call.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s",
+                            caller.c_str(), CallerPolicy::action, 0, noInteraction, ""),
+      asking);
+  SystemdHandle<sd_bus_slot> question;
+  checkSystemd(sd_bus_call_async(bus, into(question), call.get(), answered, userData,
+                                 static_cast<std::uint64_t>(timeLimit.count())),
+               asking);
+  return question;
+}
+
+AuthorityAnswer readPolkitAnswer(sd_bus_message* reply) {
+  AuthorityAnswer answer;
+  if (sd_bus_message_is_method_error(reply, nullptr) > 0) {
+    const sd_bus_error* error = sd_bus_message_get_error(reply);
+    answer.failure = error->message != nullptr ? error->message : error->name;
+    return answer;
+  }
+  int isAuthorized = 0;
+  int isChallenge = 0;
+  const int read = sd_bus_message_enter_container(reply, 'r', "bba{ss}");
+  const int result =
+      read < 0 ? read : sd_bus_message_read(reply, "bb", &isAuthorized, &isChallenge);
+  if (result < 0) {
+    answer.failure = std::string("its answer makes no sense: ") + std::strerror(-result);
+    return answer;
+  }
+  answer.isAuthorized = isAuthorized != 0;
+  answer.needsAuthentication = isChallenge != 0;
+  return answer;
+}
+
+namespace {
+
+BusMessage askBus(const BusConnection& bus, const std::string& question, const std::string& name) {
+  const BusMessage call = bus.newCall(busItself, question);
+  checkSystemd(sd_bus_message_append(call.get(), "s", name.c_str()), "ask the bus");
+  return bus.send(call);
+}
+
+std::uint32_t userOf(const BusConnection& bus, const std::string& name) {
+  const BusMessage reply = askBus(bus, "GetConnectionUnixUser", name);
+  std::uint32_t user = 0;
+  checkSystemd(sd_bus_message_read(reply.get(), "u", &user), "read a caller's user");
+  return user;
+}
+
+bool hasOwner(const BusConnection& bus, const std::string& name) {
+  const BusMessage reply = askBus(bus, "NameHasOwner", name);
+  int isOwned = 0;
+  checkSystemd(sd_bus_message_read(reply.get(), "b", &isOwned), "read who is there");
+  return isOwned != 0;
+}
+
+}  // namespace
+
+CallerDirectory::CallerDirectory(std::string bus) : bus_(std::move(bus)) {
+  known_.reserve(mostRemembered);
+}
+
+BusPeer CallerDirectory::find(const std::string& name) {
+  const auto known = std::find_if(known_.begin(), known_.end(),
+                                  [&name](const Known& each) { return each.name == name; });
+  if (known != known_.end()) {
+    return {.isThere = true, .user = known->user};
+  }
+  const BusPeer peer = ask(name);
+  if (peer.user) {
+    remember(name, *peer.user);
+  }
+  return peer;
+}
+
+void CallerDirectory::remember(const std::string& name, std::uint32_t user) {
+  if (known_.size() < mostRemembered) {
+    known_.push_back({.name = name, .user = user});
+    return;
+  }
+  known_[oldest_] = {.name = name, .user = user};
+  oldest_ = (oldest_ + 1) % mostRemembered;
+}
+
+bool CallerDirectory::isThere(const std::string& name) const {
+  return ask(name).isThere;
+}
+
+BusPeer CallerDirectory::ask(const std::string& name) const {
+  try {
+    const BusConnection bus(bus_, twoSecondsTogether);
+    try {
+      return {.isThere = true, .user = userOf(bus, name)};
+    } catch (const BusError&) {
+      return {.isThere = hasOwner(bus, name), .user = std::nullopt};
+    }
+  } catch (const BusError&) {
+    return {.isThere = true, .user = std::nullopt};  // nobody who could tell
+  }
+}
+
+}  // namespace nodo

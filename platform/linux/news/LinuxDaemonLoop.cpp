@@ -1,0 +1,133 @@
+#include <platform/linux/news/EventLoop.h>
+#include <platform/linux/news/LinuxDaemonLoop.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <stdexcept>
+
+#include <sys/signalfd.h>
+#include <systemd/sd-daemon.h>
+
+namespace nodo {
+namespace {
+
+// Coarse enough to fire together with other timers of the machine's.
+constexpr std::chrono::milliseconds timerAccuracy(50);
+// Three of the daemon's polls.
+constexpr char watchdogMicroseconds[] = "180000000";
+
+std::string statusOf(bool lockHeld) {
+  return lockHeld ? "STATUS=Keeping the machine awake" : "STATUS=Idle";
+}
+
+}  // namespace
+
+ServiceManager::ServiceManager(EventLoop& loop) {
+  const int feeds = sd_event_set_watchdog(loop.get(), 1);
+  checkSystemd(feeds, "feed the service manager's watchdog");
+  loopFeedsWatchdog_ = feeds > 0;
+}
+
+void ServiceManager::tellReady() {
+  tell("READY=1\n" + statusOf(lockHeld_));
+}
+
+void ServiceManager::tellStopping() {
+  tell("STOPPING=1\nSTATUS=Stopping");
+}
+
+void ServiceManager::tellLockHeld(bool held) {
+  if (held == lockHeld_) {
+    if (held && !loopFeedsWatchdog_) {
+      tell("WATCHDOG=1");
+    }
+    return;
+  }
+  lockHeld_ = held;
+  std::string state = statusOf(held);
+  if (!loopFeedsWatchdog_) {
+    // The proof of life goes along, as the time may count from an earlier one. Zero is "off".
+    state += held ? std::string("\nWATCHDOG=1\nWATCHDOG_USEC=") + watchdogMicroseconds
+                  : "\nWATCHDOG_USEC=0";
+  }
+  tell(state);
+}
+
+void ServiceManager::tell(const std::string& state) {
+  const int result = sd_notify(0, state.c_str());
+  if (result < 0 && !failureWasLogged_) {
+    failureWasLogged_ = true;
+    logLine(std::string("nodod: cannot tell the service manager: ") + std::strerror(-result));
+  }
+}
+
+LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus)
+    : bus_(openDaemonBus(bus)),
+      serviceManager_(events_),
+      watch_(events_, bus_.name == systemBus ? bus_.connection.get() : nullptr,
+             [this](const std::vector<News>& news) { handlers_.machineChanged(news); }),
+      timer_(events_, CLOCK_BOOTTIME, timerAccuracy, [this] { handlers_.timerFired(); }) {
+  addSignals();
+  busLost_ =
+      events_.attach(bus_.connection.get(), onBusLost, this, "serve " + describedBus(bus_.name));
+}
+
+void LinuxDaemonLoop::addSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  ::sigaddset(&signals, SIGTERM);
+  ::sigaddset(&signals, SIGINT);
+  checkSystemd(-::pthread_sigmask(SIG_BLOCK, &signals, nullptr), "block signals");
+  constexpr char action[] = "wait for signals";
+  constexpr std::array numbers{SIGTERM, SIGINT};
+  for (std::size_t index = 0; index < numbers.size(); ++index) {
+    SystemdHandle<sd_event_source>& source = endSignals_[index];
+    checkSystemd(sd_event_add_signal(events_.get(), into(source), numbers[index], onSignal, this),
+                 action);
+    // Not behind requests that keep coming.
+    checkSystemd(sd_event_source_set_priority(source.get(), SD_EVENT_PRIORITY_IMPORTANT), action);
+  }
+}
+
+void LinuxDaemonLoop::serve(NODOHelperXPCProtocol& service) {
+  listener_ = std::make_unique<HelperListener>(events_, bus_, service);
+}
+
+void LinuxDaemonLoop::setTimer(std::optional<Seconds> fromNow) {
+  timer_.set(fromNow);
+}
+
+void LinuxDaemonLoop::setLockHeld(bool held) {
+  serviceManager_.tellLockHeld(held);
+  // Follows every pass, so while the lock is held what got lost is sought within a minute.
+  watch_.repair();
+}
+
+void LinuxDaemonLoop::run(const DaemonHandlers& handlers) {
+  handlers_ = handlers;
+  serviceManager_.tellReady();
+  events_.run();
+}
+
+int LinuxDaemonLoop::onSignal(sd_event_source* /*source*/, const signalfd_siginfo* /*signal*/,
+                              void* loop) {
+  auto& self = *static_cast<LinuxDaemonLoop*>(loop);
+  self.events_.protect([&self] { self.terminate(); });
+  return 0;
+}
+
+void LinuxDaemonLoop::terminate() {
+  serviceManager_.tellStopping();
+  handlers_.terminate();
+  events_.end();
+}
+
+int LinuxDaemonLoop::onBusLost(sd_bus_message* /*message*/, void* loop, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LinuxDaemonLoop*>(loop);
+  self.events_.fail(std::make_exception_ptr(BusError(describedBus(self.bus_.name) + " has gone")));
+  return 0;
+}
+}  // namespace nodo

@@ -1,0 +1,125 @@
+#include <platform/linux/bus/BusConnection.h>
+#include <platform/linux/logind/Logind.h>
+#include <platform/linux/news/EventLoop.h>
+#include <platform/linux/news/LogindSignals.h>
+
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace nodo {
+namespace {
+
+constexpr char action[] = "listen to logind";
+
+// Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One
+// that is not understood may name it.
+bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
+  const char* interface = nullptr;
+  if (sd_bus_message_read(message, "s", &interface) < 0 ||
+      std::string_view(interface) != logindManager.interface) {
+    return false;
+  }
+  if (sd_bus_message_enter_container(message, 'a', "{sv}") < 0) {
+    return true;
+  }
+  const char* name = nullptr;
+  while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
+    if (sd_bus_message_read(message, "s", &name) < 0 || name == wanted ||
+        sd_bus_message_skip(message, "v") < 0 || sd_bus_message_exit_container(message) < 0) {
+      return true;
+    }
+  }
+  if (sd_bus_message_exit_container(message) < 0 ||
+      sd_bus_message_enter_container(message, 'a', "s") < 0) {
+    return true;
+  }
+  while (sd_bus_message_read(message, "s", &name) > 0) {
+    if (name == wanted) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+LogindSignals::LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener)
+    : loop_(loop), listener_(std::move(listener)) {
+  if (systemBus != nullptr) {
+    subscribe(systemBus);
+    isConnected_ = true;
+  } else {
+    connect();
+  }
+}
+
+void LogindSignals::repair() {
+  if (!isConnected_) {
+    connect();
+  }
+}
+
+void LogindSignals::connect() {
+  connection_ = {};
+  try {
+    connection_.own = startBus(systemBus, BusDescriptors::refused);
+    connection_.lost = loop_.attach(connection_.own.get(), onLost, this, action);
+    subscribe(connection_.own.get());
+    isConnected_ = true;
+    lossWasLogged_ = false;
+  } catch (const std::exception& error) {
+    connection_ = {};
+    logLoss(error.what());
+  }
+}
+
+void LogindSignals::subscribe(sd_bus* bus) {
+  // Without waiting for the bus's agreement: one that hangs must not hold up the daemon.
+  const auto listen = [this, bus](const BusObject& object, const char* signal,
+                                  sd_bus_message_handler_t handler,
+                                  SystemdHandle<sd_bus_slot>& slot) {
+    checkSystemd(sd_bus_match_signal_async(bus, into(slot), object.service, object.path,
+                                           object.interface, signal, handler, nullptr, this),
+                 action);
+  };
+  listen(logindManager, "PrepareForSleep", onSleep, connection_.sleep);
+  listen(logindProperties, "PropertiesChanged", onProperties, connection_.properties);
+}
+
+void LogindSignals::logLoss(const std::string& reason) {
+  if (!std::exchange(lossWasLogged_, true)) {
+    logLine("nodod: no news from logind: " + reason);
+  }
+}
+
+int LogindSignals::onSleep(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  self.loop_.protect([&self, message] {
+    int begins = 0;
+    if (sd_bus_message_read(message, "b", &begins) < 0 || begins == 0) {
+      self.listener_.resumed();
+    }
+  });
+  return 0;
+}
+
+int LogindSignals::onProperties(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  self.loop_.protect([&self, message] {
+    if (mayNameProperty(message, "LidClosed")) {
+      self.listener_.lidChanged();
+    }
+  });
+  return 0;
+}
+
+int LogindSignals::onLost(sd_bus_message* /*message*/, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  // The connection itself must outlive its own callback.
+  self.isConnected_ = false;
+  self.loop_.protect([&self] { self.logLoss("the system bus has gone"); });
+  return 0;
+}
+
+}  // namespace nodo
