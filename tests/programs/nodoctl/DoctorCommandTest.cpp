@@ -2,7 +2,7 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/presentation/SetupMenu.h>
-#include <programs/nodoctl/health/HealthFacts.h>
+#include <programs/nodoctl/commands/Health.h>
 #include <testing/OpenDescriptors.h>
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include <programs/nodoctl/menu/MenuText.h>
+#include <programs/nodoctl/commands/MenuDisplay.h>
 
 #include <gtest/gtest.h>
 

@@ -4,9 +4,8 @@
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/power/PowerManaging.h>
-#include <programs/nodoctl/helper/ImpatientConnecting.h>
-#include <programs/nodoctl/helper/StateAccess.h>
-#include <programs/shared/DefaultPolicy.h>
+#include <programs/nodoctl/StateAccess.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <limits>
 #include <stdexcept>
@@ -54,12 +53,10 @@ std::string localStateNotice(const std::string& reason) {
 
 Unavailability Unavailability::from(const std::exception& error) {
   if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
-    if (client->errorCase() != NODOHelperClientError::Case::unavailable) {
-      return {.reason = client->what(), .isBroken = true};
-    }
-    const std::string& reason = client->reason();
+    const bool isUnavailable = client->errorCase() == NODOHelperClientError::Case::unavailable;
+    const std::string reason = isUnavailable ? client->reason() : client->what();
     return {.reason = reason.empty() ? "it gave no reason" : reason,
-            .isBroken = reason != "connection invalidated"};
+            .isBroken = client->helperIsThere()};
   }
   if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
     return {.reason = std::string("its answer cannot be read: ") + error.what(), .isBroken = true};
@@ -68,14 +65,34 @@ Unavailability Unavailability::from(const std::exception& error) {
   return {.reason = error.what(), .isBroken = connection != nullptr && connection->helperIsThere()};
 }
 
-StateAccess::StateAccess(const HelperOptions& options, const ToolContext& context,
+BudgetedConnecting::BudgetedConnecting(std::shared_ptr<const HelperConnecting> connecting,
+                                       double& timeout, std::function<Clock::time_point()> now)
+    : connecting_(std::move(connecting)),
+      timeout_(timeout),
+      now_(std::move(now)),
+      limit_(timeout),
+      begin_(now_()) {}
+
+std::unique_ptr<HelperConnection> BudgetedConnecting::privilegedConnection(
+    const std::string& machServiceName) const {
+  const double left = limit_ - Seconds(now_() - begin_).count();
+  if (left <= 0) {
+    throw NODOHelperClientError::timedOut();
+  }
+  timeout_ = left;
+  return connecting_->privilegedConnection(machServiceName);
+}
+
+StateAccess::StateAccess(const DaemonOptions& options, const ToolContext& context,
                          std::function<void(const std::string& reason)> unavailable)
     : context_(context),
       daemon_{.machServiceName = std::string(NODOServiceConstants::helperMachServiceName),
               .timeout = options.timeout,
-              .connecting =
-                  std::make_shared<ImpatientConnecting>(context.helperConnecting(options.bus))},
-      unavailable_(std::move(unavailable)) {}
+              .connecting = nullptr},
+      unavailable_(std::move(unavailable)) {
+  daemon_.connecting =
+      std::make_shared<BudgetedConnecting>(context.helperConnecting(options.bus), daemon_.timeout);
+}
 
 SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
   try {

@@ -4,23 +4,21 @@
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/state/NODOState.h>
+#include <programs/nodoctl/CommandLine.h>
 #include <programs/nodoctl/Tool.h>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
 namespace nodo::nodoctl {
-
-/// How the daemon is asked.
-struct HelperOptions {
-  std::optional<std::string> bus;  ///< as in `helperConnecting`
-  double timeout = 1;              ///< seconds for each request
-};
 
 /// What the timer is set to, and for whom.
 struct ManualRequest {
@@ -43,16 +41,44 @@ struct Unavailability {
   static Unavailability from(const std::exception& error);
 };
 
+/// Makes connections for one client as long as its time with the daemon lasts, which begins now.
+///
+/// One command may take several requests, e.g. the detour for a daemon of the first generation, and
+/// a person and an agent's hook wait for all of them. So each request may wait only for what the
+/// ones before it have left. Not thread-safe.
+class BudgetedConnecting : public HelperConnecting {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// `timeout` is the client's own, which lives longer than this. It holds the time for all
+  /// requests together, and from the first one on what is left for each.
+  BudgetedConnecting(std::shared_ptr<const HelperConnecting> connecting, double& timeout,
+                     std::function<Clock::time_point()> now = Clock::now);
+
+  /// Throws NODOHelperClientError::timedOut once the time is used up.
+  std::unique_ptr<HelperConnection> privilegedConnection(
+      const std::string& machServiceName) const override;
+
+ private:
+  std::shared_ptr<const HelperConnecting> connecting_;
+  double& timeout_;
+  std::function<Clock::time_point()> now_;
+  double limit_;
+  Clock::time_point begin_;
+};
+
 /// The keep-awake state as one command reads and changes it: the daemon's, and where that fails the
 /// user's own, on which nothing depends but what this tool shows.
 ///
-/// A daemon that hangs costs the time limit once, however many requests a command makes. Not
+/// The time limit is for all that is asked of the daemon, from the making of this on. Not
 /// thread-safe. What fails locally as well is thrown with a message for people.
 class StateAccess {
  public:
   /// `unavailable` is told the reason why the daemon could not serve, before the own state is used.
-  StateAccess(const HelperOptions& options, const ToolContext& context,
+  StateAccess(const DaemonOptions& options, const ToolContext& context,
               std::function<void(const std::string& reason)> unavailable);
+  StateAccess(const StateAccess&) = delete;
+  StateAccess& operator=(const StateAccess&) = delete;
 
   SourcedStatus status();
 

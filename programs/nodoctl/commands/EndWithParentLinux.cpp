@@ -1,4 +1,4 @@
-#include <programs/nodoctl/run/EndWithParent.h>
+#include <programs/nodoctl/commands/CommandProcess.h>
 
 #include <csignal>
 

@@ -1,16 +1,14 @@
 #include <NODOCore/base/Files.h>
-#include <programs/nodoctl/ToolPath.h>
-#include <programs/nodoctl/run/CommandProcess.h>
+#include <NODOCore/base/System.h>
+#include <programs/nodoctl/Tool.h>
+#include <programs/nodoctl/commands/CommandProcess.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <string_view>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -79,26 +77,13 @@ CommandError::CommandError(const std::string& command, int error)
       exitStatus_(statusOfError(error)) {}
 
 void checkCommand(const std::string& command, const std::string& searchPath) {
-  if (command.find('/') != std::string::npos) {
-    if (!isProgram(command)) {
-      throw CommandError(command, fs::exists(command) ? EACCES : ENOENT);
-    }
-    return;
-  }
   bool isThere = false;
-  std::string_view rest = searchPath;
-  while (!command.empty()) {
-    const auto end = std::min(rest.find(':'), rest.size());
-    const fs::path candidate = fs::path(rest.substr(0, end)) / command;
-    if (isProgram(candidate)) {
+  for (const fs::path& place : placesOfProgram(command, searchPath)) {
+    if (isProgram(place)) {
       return;
     }
     std::error_code ignored;
-    isThere = isThere || fs::exists(candidate, ignored);
-    if (end == rest.size()) {
-      break;
-    }
-    rest.remove_prefix(end + 1);
+    isThere = isThere || fs::exists(place, ignored);
   }
   throw CommandError(command, isThere ? EACCES : ENOENT);
 }
@@ -110,28 +95,20 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }
   arguments.push_back(nullptr);
-  std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) {
-    throwErrno("Unable to make", "a pipe");
-  }
-  const FileDescriptor output(ends[0]);
-  FileDescriptor input(ends[1]);
-  for (const int end : ends) {
-    ::fcntl(end, F_SETFD, FD_CLOEXEC);
-  }
+  Pipe pipe = makePrivatePipe();
   {
     const AllSignalsBlocked blocked;
     pid_ = ::fork();
     if (pid_ == 0) {
-      becomeCommand(arguments, blocked.before(), endWithParent_, input.get());
+      becomeCommand(arguments, blocked.before(), endWithParent_, pipe.writeEnd.get());
     }
   }
   if (pid_ < 0) {
     throwErrno("Unable to start", words.front());
   }
-  input.reset();
+  pipe.writeEnd.reset();
   // Its end, without anything in it, means that the child has become the command.
-  const std::string report = readToEnd(output, "the report of the new process");
+  const std::string report = readToEnd(pipe.readEnd, "the report of the new process");
   if (!report.empty()) {
     int error = 0;
     std::memcpy(&error, report.data(), std::min(report.size(), sizeof error));

@@ -4,8 +4,8 @@
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/presentation/SetupMenu.h>
+#include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/Tool.h>
-#include <programs/nodoctl/helper/StateAccess.h>
 
 #include <cstdint>
 #include <optional>
@@ -28,8 +28,8 @@ struct HealthFacts {
   std::vector<std::string> problems;  ///< the sources that failed, with the reason
 };
 
-/// Asks the daemon and looks at this machine, both at once.
-HealthFacts gatherHealth(const HelperOptions& options, const ToolContext& context);
+/// Asks the daemon and looks at this machine.
+HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context);
 
 /// What could not be had and why, for standard error.
 std::vector<std::string> healthHints(const HealthFacts& facts);

@@ -1,10 +1,10 @@
-#include <programs/nodoctl/run/EndWithParent.h>
+#include <NODOCore/base/System.h>
+#include <programs/nodoctl/commands/CommandProcess.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,15 +45,8 @@ void EndWithParent::inChild() const noexcept {
 }
 
 void EndWithParent::inParent(pid_t child) {
-  std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) {
-    throwErrno("Unable to make", "a pipe");
-  }
-  FileDescriptor output(ends[0]);
-  guarded_ = FileDescriptor(ends[1]);
-  for (const int end : ends) {
-    ::fcntl(end, F_SETFD, FD_CLOEXEC);
-  }
+  Pipe pipe = makePrivatePipe();
+  guarded_ = std::move(pipe.writeEnd);
   // The guard goes on with all signals blocked, as this process's handlers are not for it.
   sigset_t all;
   sigset_t before;
@@ -62,11 +55,11 @@ void EndWithParent::inParent(pid_t child) {
   guard_ = ::fork();
   const int error = errno;
   if (guard_ == 0) {
-    ::close(ends[1]);
+    ::close(guarded_.get());
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
       ::close(stream);  // whoever reads them is not to wait for the guard
     }
-    guard(ends[0], child);
+    guard(pipe.readEnd.get(), child);
   }
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   if (guard_ < 0) {

@@ -1,7 +1,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/control/PowerDecision.h>
-#include <programs/nodoctl/ReportText.h>
+#include <programs/nodoctl/commands/Commands.h>
 
 #include <array>
 #include <optional>
