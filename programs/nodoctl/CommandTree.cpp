@@ -168,16 +168,15 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
         "Write the hook script, and make agents run it when they start, get a prompt or use a tool",
         &TreeBuilder::addHooksOptions);
     add(hooks, Command::hooksUninstall, "uninstall",
-        "Take the hooks out of the agents' configuration again; for all four agents the hook "
-        "script "
+        "Take the hooks out of the agents' configuration again; for all agents the hook script "
         "goes too",
         &TreeBuilder::addHooksOptions);
     add(hooks, Command::hooksInspect, "inspect",
         "Show what is installed, and whether it is what this version installs",
         &TreeBuilder::addHooksOptions);
-    hooks.footer(
-        "The agents are Claude Code, Codex, Grok Build and Pi; without a target all four are "
-        "meant.\nOther tools' hooks and settings are left as they are.");
+    hooks.footer("The agents are " + listedAgentNames() +
+                 "; without a target all of them are meant.\n"
+                 "Other tools' hooks and settings are left as they are.");
   }
 
   void addHooksOptions(CLI::App& command) {
@@ -189,8 +188,8 @@ class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
                 into.hookTargets.push_back(hookTarget(text));
               }
             },
-            "Which agents; all four when none is named")
-        ->type_name("claude|codex|grok|pi");
+            "Which agents; all of them when none is named")
+        ->type_name(joinedHookTargets("|"));
     command
         .add_option("--home", invocation_.home,
                     "The home folder that the agents' configuration lies in (default: HOME)")

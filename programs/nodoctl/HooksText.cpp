@@ -1,5 +1,5 @@
 #include <NODOCore/base/Text.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 #include <programs/nodoctl/HooksText.h>
 
 #include <algorithm>
@@ -21,11 +21,12 @@ std::string_view nameOf(const AgentHookInstallReport& report) {
   return target ? displayName(*target) : "Hook script";
 }
 
-// A step of one agent, where its hooks are in place.
-std::string step(const Reports& reports, AgentHookTarget target, std::string_view text) {
+// What is left to do for an agent, where its hooks are in place.
+std::string step(const Reports& reports, const Agent& agent) {
   for (const AgentHookInstallReport& report : reports) {
-    if (report.succeeded() && report.target == rawValue(target)) {
-      return fmt::format("  {}: {}\n", displayName(target), text);
+    if (report.succeeded() && report.target == rawValue(agent.target) &&
+        !agent.stepAfterInstalling.empty()) {
+      return fmt::format("  {}: {}\n", agent.displayName, agent.stepAfterInstalling);
     }
   }
   return "";
@@ -58,13 +59,9 @@ std::string reportText(const AgentHookSetupInspection& inspection) {
 
 std::string stepsAfterInstalling(const Reports& reports) {
   std::string steps;
-  steps += step(reports, AgentHookTarget::claude,
-                "in interactive use it runs hooks only in a folder that you trust; say yes when it "
-                "asks.");
-  steps += step(reports, AgentHookTarget::codex,
-                "it asks to review new hooks in its own screen, and runs them only after that.");
-  steps += step(reports, AgentHookTarget::grok,
-                "it also runs Claude Code's hooks, so its work may be shown under that name too.");
+  for (const Agent& agent : allAgents()) {
+    steps += step(reports, agent);
+  }
   const bool isAnyInstalled = std::any_of(reports.begin(), reports.end(),
                                           [](const auto& report) { return report.succeeded(); });
   if (!isAnyInstalled) {
@@ -75,13 +72,14 @@ std::string stepsAfterInstalling(const Reports& reports) {
 }
 
 std::string stepsAfterUninstalling(const Reports& reports) {
+  std::string text;
   for (const AgentHookInstallReport& report : reports) {
-    if (report.changed && report.target == rawValue(AgentHookTarget::codex)) {
-      return "Codex's own switch for hooks, in its config.toml, is left as it is: other hooks may "
-             "need it.\n";
+    const auto target = fromRawValue<AgentHookTarget>(report.target);
+    if (target && report.changed && !agentOf(*target).leftAfterUninstalling.empty()) {
+      text += fmt::format("{}\n", agentOf(*target).leftAfterUninstalling);
     }
   }
-  return "";
+  return text;
 }
 
 }  // namespace nodo::nodoctl

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 
 #include <cstdint>
 #include <optional>

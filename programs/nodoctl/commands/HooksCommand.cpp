@@ -1,14 +1,11 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
-#include <NODOCore/hooks/HookTargetSetup.h>
 #include <programs/nodoctl/HooksText.h>
 #include <programs/nodoctl/ToolPath.h>
 #include <programs/nodoctl/commands/HooksCommand.h>
 
 #include <algorithm>
-#include <exception>
 #include <stdexcept>
-#include <utility>
 
 #include <fmt/format.h>
 
@@ -64,45 +61,11 @@ Targets targetsOf(const Invocation& invocation) {
   return targets;
 }
 
-AgentHookInstallReport failureReport(std::string target, const fs::path& path,
-                                     const std::exception& error) {
-  return {.target = std::move(target),
-          .path = path.string(),
-          .changed = false,
-          .message = "failed",
-          .error = error.what()};
-}
-
-// One by one, so that a file that cannot be changed keeps only its own agent's hooks installed. The
-// script stays as long as an agent may still run it.
-Reports uninstallReportingFailures(const AgentHookInstaller& installer, const Targets& targets) {
-  Reports reports;
-  bool failed = false;
-  for (const AgentHookTarget target : targets) {
-    try {
-      reports.push_back(installer.uninstall({target}).front());
-    } catch (const std::exception& error) {
-      failed = true;
-      reports.push_back(failureReport(std::string(rawValue(target)),
-                                      hookConfigurationFile(target, installer.homeDirectory),
-                                      error));
-    }
-  }
-  if (!failed && targets.size() == allCases<AgentHookTarget>().size()) {
-    try {
-      reports.push_back(installer.uninstall(targets).back());
-    } catch (const std::exception& error) {
-      reports.push_back(failureReport("hook-script", installer.hookScriptPath, error));
-    }
-  }
-  return reports;
-}
-
 Reports changeHooks(const Invocation& invocation, const AgentHookInstaller& installer) {
   const Targets targets = targetsOf(invocation);
   return invocation.command == Command::hooksInstall
              ? installer.installReportingFailures(targets)
-             : uninstallReportingFailures(installer, targets);
+             : installer.uninstallReportingFailures(targets);
 }
 
 template <class Document>
