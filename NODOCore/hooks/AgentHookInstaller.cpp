@@ -190,11 +190,9 @@ Done installed(const Hooks& hooks, bool scriptChanged) {
 
 Reports installAll(const AgentHookInstaller& installer, const Targets& targets, Failures failures) {
   Reports reports;
-  bool scriptChanged = false;
   const AgentHookInstallReport script =
       reportOf("hook-script", installer.hookScriptPath, failures, [&]() -> Done {
-        scriptChanged = installScript(installer);
-        return {scriptChanged, ""};
+        return {installScript(installer), ""};
       });
   for (const AgentHookTarget target : targets) {
     if (script.error) {
@@ -205,7 +203,7 @@ Reports installAll(const AgentHookInstaller& installer, const Targets& targets, 
     }
     const Hooks hooks = hooksOf(installer, target);
     reports.push_back(reportOf(rawValue(target), hooks.file, failures,
-                               [&] { return installed(hooks, scriptChanged); }));
+                               [&] { return installed(hooks, script.changed); }));
   }
   return reports;
 }

@@ -76,8 +76,8 @@ struct Agent {
   std::string_view leftAfterUninstalling;
 };
 
-/// Every agent once, in the order in which a process is tested for them: the first that it may be
-/// is the one that it is.
+/// Every agent once, in the order in which a process is tested for them: it is the first whose sign
+/// it shows.
 const std::vector<Agent>& allAgents();
 
 const Agent& agentOf(AgentKind kind);
