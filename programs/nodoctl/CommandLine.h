@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/TextEnum.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 #include <programs/shared/ProgramFrame.h>
 
 #include <array>

@@ -117,13 +117,13 @@ class TreeBuilder {
                              "a prompt or use a tool");
     add<HooksUninstallCommand>(*hooks, "uninstall",
                                "Take the hooks out of the agents' configuration again; for all "
-                               "four agents the hook script goes too");
+                               "agents the hook script goes too");
     add<HooksInspectCommand>(*hooks, "inspect",
                              "Show what is installed, and whether it is what this version "
                              "installs");
-    hooks->footer(
-        "The agents are Claude Code, Codex, Grok Build and Pi; without a target all four are "
-        "meant.\nOther tools' hooks and settings are left as they are.");
+    hooks->footer("The agents are " + listedAgentNames() +
+                  "; without a target all of them are meant.\n"
+                  "Other tools' hooks and settings are left as they are.");
   }
 
   CLI::App* addNamed(CLI::App& parent, const std::string& name, const std::string& description) {
@@ -227,7 +227,7 @@ class TreeBuilder {
         [&hooks](const std::vector<std::string>& texts) {
           std::transform(texts.begin(), texts.end(), std::back_inserter(hooks.targets), hookTarget);
         },
-        "Which agents; all four when none is named");
+        "Which agents; all of them when none is named");
     offerTexts<AgentHookTarget>(*target, [](AgentHookTarget each) { return displayName(each); });
     CLI::Option* home =
         app.add_option("--home", hooks.home,

@@ -1,13 +1,11 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
-#include <NODOCore/hooks/HookTargetSetup.h>
+#include <NODOCore/hooks/Agents.h>
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
-#include <exception>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -35,11 +33,12 @@ std::string_view nameOf(const AgentHookInstallReport& report) {
   return target ? displayName(*target) : "Hook script";
 }
 
-// A step of one agent, where its hooks are in place.
-std::string step(const Reports& reports, AgentHookTarget target, std::string_view text) {
+// What is left to do for an agent, where its hooks are in place.
+std::string step(const Reports& reports, const Agent& agent) {
   for (const AgentHookInstallReport& report : reports) {
-    if (report.succeeded() && report.target == rawValue(target)) {
-      return fmt::format("  {}: {}\n", displayName(target), text);
+    if (report.succeeded() && report.target == rawValue(agent.target) &&
+        !agent.stepAfterInstalling.empty()) {
+      return fmt::format("  {}: {}\n", agent.displayName, agent.stepAfterInstalling);
     }
   }
   return "";
@@ -73,13 +72,9 @@ std::string reportText(const AgentHookSetupInspection& inspection) {
 // What the person has to do before the agents run the hooks that the reports tell of.
 std::string stepsAfterInstalling(const Reports& reports) {
   std::string steps;
-  steps += step(reports, AgentHookTarget::claude,
-                "in interactive use it runs hooks only in a folder that you trust; say yes when it "
-                "asks.");
-  steps += step(reports, AgentHookTarget::codex,
-                "it asks to review new hooks in its own screen, and runs them only after that.");
-  steps += step(reports, AgentHookTarget::grok,
-                "it also runs Claude Code's hooks, so its work may be shown under that name too.");
+  for (const Agent& agent : allAgents()) {
+    steps += step(reports, agent);
+  }
   const bool isAnyInstalled = std::any_of(reports.begin(), reports.end(),
                                           [](const auto& report) { return report.succeeded(); });
   if (!isAnyInstalled) {
@@ -91,13 +86,14 @@ std::string stepsAfterInstalling(const Reports& reports) {
 
 // What stays behind on purpose.
 std::string stepsAfterUninstalling(const Reports& reports) {
+  std::string text;
   for (const AgentHookInstallReport& report : reports) {
-    if (report.changed && report.target == rawValue(AgentHookTarget::codex)) {
-      return "Codex's own switch for hooks, in its config.toml, is left as it is: other hooks may "
-             "need it.\n";
+    const auto target = fromRawValue<AgentHookTarget>(report.target);
+    if (target && report.changed && !agentOf(*target).leftAfterUninstalling.empty()) {
+      text += fmt::format("{}\n", agentOf(*target).leftAfterUninstalling);
     }
   }
-  return "";
+  return text;
 }
 
 // ---- what is done
@@ -147,40 +143,6 @@ Targets targetsOf(const HooksChoice& hooks) {
   return targets;
 }
 
-AgentHookInstallReport failureReport(std::string target, const fs::path& path,
-                                     const std::exception& error) {
-  return {.target = std::move(target),
-          .path = path.string(),
-          .changed = false,
-          .message = "failed",
-          .error = error.what()};
-}
-
-// One by one, so that a file that cannot be changed keeps only its own agent's hooks installed. The
-// script stays as long as an agent may still run it.
-Reports uninstallReportingFailures(const AgentHookInstaller& installer, const Targets& targets) {
-  Reports reports;
-  bool failed = false;
-  for (const AgentHookTarget target : targets) {
-    try {
-      reports.push_back(installer.uninstall({target}).front());
-    } catch (const std::exception& error) {
-      failed = true;
-      reports.push_back(failureReport(std::string(rawValue(target)),
-                                      hookConfigurationFile(target, installer.homeDirectory),
-                                      error));
-    }
-  }
-  if (!failed && targets.size() == allCases<AgentHookTarget>().size()) {
-    try {
-      reports.push_back(installer.uninstall(targets).back());
-    } catch (const std::exception& error) {
-      reports.push_back(failureReport("hook-script", installer.hookScriptPath, error));
-    }
-  }
-  return reports;
-}
-
 // `steps` follow the text; `done` says what could not be done where something failed.
 Answer answer(const Reports& reports, bool asJSON, const std::string& steps, const char* done) {
   Answer answer{.output = asJSON ? jsonDocument(reports) : reportText(reports) + steps};
@@ -209,7 +171,7 @@ Answer perform(const HooksInstallCommand& command, const ToolContext& context) {
 Answer perform(const HooksUninstallCommand& command, const ToolContext& context) {
   // Which nodoctl the hooks run plays no part in it.
   const AgentHookInstaller installer(homeOf(command.hooks, context.environment), std::nullopt, "");
-  const Reports reports = uninstallReportingFailures(installer, targetsOf(command.hooks));
+  const Reports reports = installer.uninstallReportingFailures(targetsOf(command.hooks));
   return answer(reports, command.json, stepsAfterUninstalling(reports), "uninstalled");
 }
 
