@@ -25,7 +25,7 @@
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/PowerManaging.h>

@@ -18,16 +18,18 @@ const std::vector<RunningProcess>& rows() {
   return rows;
 }
 
-// What the detector looks for anywhere in a command line.
-constexpr const char* needles =
-    "claude-code\n"
-    ".app/contents/macos\n"
-    "/.codex/bin/codex\n"
-    "openai codex\n"
-    "/.grok/bin/grok\n"
-    "/.grok/downloads/grok-\n"
-    "/bin/pi \n"
-    "@earendil-works/pi-coding-agent\n";
+// What the detector looks for anywhere in a command line, a line for each text.
+std::string needles() {
+  std::string lines;
+  for (const Agent& agent : allAgents()) {
+    for (const AgentSign& sign : agent.signs) {
+      if (sign.place == AgentSign::Place::inCommand) {
+        lines += std::string(sign.text) + "\n";
+      }
+    }
+  }
+  return lines;
+}
 
 std::string rowsAsText() {
   std::string text;
@@ -51,7 +53,7 @@ BENCHMARK(BM_ClassifyRows)->UseRealTime()->Unit(benchmark::kMillisecond);
 void BM_RunGrepOnRows(benchmark::State& state) {
   const test::TemporaryFolder folder;
   folder.write("rows", rowsAsText());
-  folder.write("needles", needles);
+  folder.write("needles", needles());
   // Into a file: grep stops at the first match when nobody can see its output.
   for (auto _ : state) {
     const int status = runIntoFile(

@@ -24,7 +24,7 @@ std::string foreignSettings() {
 }
 
 // What the setup menu and the doctor do each time they are shown.
-void BM_InspectFourInstalledTargets(benchmark::State& state) {
+void BM_InspectInstalledTargets(benchmark::State& state) {
   const test::TemporaryFolder home;
   home.write(".claude/settings.json", foreignSettings());
   home.write(".codex/hooks.json", R"({"description": "mine"})");
@@ -39,7 +39,7 @@ void BM_InspectFourInstalledTargets(benchmark::State& state) {
   }
 }
 
-BENCHMARK(BM_InspectFourInstalledTargets)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_InspectInstalledTargets)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 // Installing where all is up to date, as an application does at each start.
 void BM_InstallWhatIsInstalled(benchmark::State& state) {

@@ -1,7 +1,7 @@
 #include <NODOCore/control/NODOController.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
-#include <programs/shared/DefaultPolicy.h>
+#include <programs/shared/ProgramFrame.h>
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>
 

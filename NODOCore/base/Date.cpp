@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <tuple>
 
 #include <fmt/format.h>
 
@@ -12,71 +11,47 @@ namespace nodo {
 
 namespace {
 
-// Both calendars repeat after a cycle of whole days. Years are taken to begin on 1 March, so that
-// the leap day is the last of its year; day 0 of the first cycle is 1 March of the year 0.
-struct CalendarRules {
-  std::int64_t yearsPerCycle;
-  std::int64_t daysPerCycle;
-  std::int64_t dayOf1970;  // 1970-01-01 in days since that day 0
-  bool skipsCenturies;     // no leap day in years that 100 divides and 400 does not
-};
-
-constexpr CalendarRules gregorian{400, 146097, 719468, true};
-constexpr CalendarRules julian{4, 1461, 719470, false};
-
-constexpr std::int64_t firstGregorianDay = -141427;  // 1582-10-15, in days since 1970-01-01
-
-// Days in the whole years of a cycle before its year number `year`.
-std::int64_t daysBeforeYear(std::int64_t year, const CalendarRules& rules) {
-  return year * 365 + year / 4 - (rules.skipsCenturies ? year / 100 : 0);
-}
-
-CalendarDay fromDays(std::int64_t days, const CalendarRules& rules) {
-  const std::int64_t sinceStart = days + rules.dayOf1970;
-  const std::int64_t cycle = floorDivide(sinceStart, rules.daysPerCycle);
-  const std::int64_t dayOfCycle = sinceStart - cycle * rules.daysPerCycle;
-  std::int64_t yearOfCycle = dayOfCycle / 365;  // too large by one at most, close to a year's end
-  while (daysBeforeYear(yearOfCycle, rules) > dayOfCycle || yearOfCycle == rules.yearsPerCycle) {
-    --yearOfCycle;
-  }
-  const std::int64_t dayOfYear = dayOfCycle - daysBeforeYear(yearOfCycle, rules);
-  // From March on five months have 153 days, in the same pattern of 31 and 30 again and again.
-  const std::int64_t monthFromMarch = (5 * dayOfYear + 2) / 153;
-  const bool nextYear = monthFromMarch >= 10;  // January and February
-  return {.year = cycle * rules.yearsPerCycle + yearOfCycle + (nextYear ? 1 : 0),
-          .month = nextYear ? monthFromMarch - 9 : monthFromMarch + 3,
-          .day = dayOfYear - (153 * monthFromMarch + 2) / 5 + 1};
-}
-
-std::int64_t toDays(const CalendarDay& day, const CalendarRules& rules) {
-  const bool beforeMarch = day.month <= 2;
-  const std::int64_t year = day.year - (beforeMarch ? 1 : 0);
-  const std::int64_t monthFromMarch = beforeMarch ? day.month + 9 : day.month - 3;
-  const std::int64_t cycle = floorDivide(year, rules.yearsPerCycle);
-  return cycle * rules.daysPerCycle + daysBeforeYear(year - cycle * rules.yearsPerCycle, rules) +
-         (153 * monthFromMarch + 2) / 5 + day.day - 1 - rules.dayOf1970;
-}
-
-}  // namespace
-
-CalendarDay calendarDay(std::int64_t days) {
-  return fromDays(days, days < firstGregorianDay ? julian : gregorian);
-}
-
-std::optional<std::int64_t> daysSince1970(const CalendarDay& day) {
-  const bool isJulian = std::tie(day.year, day.month, day.day) <
-                        std::make_tuple(std::int64_t{1582}, std::int64_t{10}, std::int64_t{15});
-  const std::int64_t days = toDays(day, isJulian ? julian : gregorian);
-  // A day that does not exist (30 February, 10 October 1582) comes back under another name.
-  return calendarDay(days) == day ? std::optional(days) : std::nullopt;
-}
-
-namespace {
-
-constexpr std::int64_t secondsPerDay = 86400;
 // Every second of these years has a double of its own.
 constexpr std::size_t largestYearDigits = 6;
 constexpr std::int64_t largestYear = 999'999;
+
+// The calendar repeats after these. std::chrono's years end with 32767, so it is asked about the
+// years of one cycle only.
+constexpr std::int64_t yearsInCycle = 400;
+constexpr std::chrono::seconds cycle = std::chrono::days(146097);
+
+constexpr std::int64_t flooredQuotient(std::int64_t value, std::int64_t divisor) {
+  return value / divisor - (value % divisor < 0 ? 1 : 0);
+}
+
+// A day and a time of it in UTC.
+struct CivilTime {
+  std::int64_t year;
+  std::chrono::year_month_day dayOfCycle;
+  std::chrono::hh_mm_ss<std::chrono::seconds> time;
+};
+
+CivilTime civilTime(std::chrono::seconds since1970) {
+  const std::int64_t cycles = flooredQuotient(since1970.count(), cycle.count());
+  const std::chrono::sys_seconds instant((since1970 % cycle + cycle) % cycle);
+  const auto midnight = std::chrono::floor<std::chrono::days>(instant);
+  const std::chrono::year_month_day day(midnight);
+  return {static_cast<int>(day.year()) + cycles * yearsInCycle, day,
+          std::chrono::hh_mm_ss(instant - midnight)};
+}
+
+// When the day begins, since 1970; nothing when there is no such day.
+std::optional<std::chrono::seconds> startOfDay(int year, int month, int day) {
+  const std::int64_t cycles = flooredQuotient(year, yearsInCycle);
+  const std::chrono::year_month_day dayOfCycle(
+      std::chrono::year(static_cast<int>(year - cycles * yearsInCycle)),
+      std::chrono::month(static_cast<unsigned>(month)),
+      std::chrono::day(static_cast<unsigned>(day)));
+  if (!dayOfCycle.ok()) {
+    return std::nullopt;
+  }
+  return std::chrono::sys_days(dayOfCycle).time_since_epoch() + cycles * cycle;
+}
 
 // Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
 // digits, and would look at the process's locale.
@@ -164,13 +139,11 @@ std::string iso8601Text(Date date) {
   // the same second for a date within a hair of the next one.
   constexpr std::int64_t secondsTo2001 = 978307200;
   const Seconds since2001 = date.time_since_epoch() - Seconds(secondsTo2001);
-  const std::int64_t total = wholeSeconds(since2001) + secondsTo2001;
-  const std::int64_t dayInUTC = floorDivide(total, secondsPerDay);
-  const std::int64_t secondOfDay = total - dayInUTC * secondsPerDay;
-  const CalendarDay day = calendarDay(dayInUTC);
-  return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", day.year < 0 ? "-" : "",
-                     std::abs(day.year), day.month, day.day, secondOfDay / 3600,
-                     secondOfDay / 60 % 60, secondOfDay % 60);
+  const auto [year, day, time] =
+      civilTime(std::chrono::seconds(wholeSeconds(since2001) + secondsTo2001));
+  return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", year < 0 ? "-" : "", std::abs(year),
+                     static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
+                     time.hours().count(), time.minutes().count(), time.seconds().count());
 }
 
 std::optional<Date> dateFromISO8601(std::string_view text) {
@@ -190,17 +163,16 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
     return std::nullopt;
   }
   const auto offset = readOffset(reader);
-  const auto days = daysSince1970({.year = year, .month = month, .day = day});
-  if (!offset || !reader.atEnd() || !days || hour > 23 || minute > 59 || second > 59) {
+  const auto midnight = startOfDay(year, month, day);
+  if (!offset || !reader.atEnd() || !midnight || hour > 23 || minute > 59 || second > 59) {
     return std::nullopt;
   }
-  const auto instant = std::chrono::seconds(*days * secondsPerDay) + std::chrono::hours(hour) +
-                       std::chrono::minutes(minute) + std::chrono::seconds(second) - *offset;
-  const std::int64_t dayInUTC = floorDivide(instant.count(), secondsPerDay);
-  if (std::abs(calendarDay(dayInUTC).year) > largestYear) {
+  const auto instant = *midnight + std::chrono::hours(hour) + std::chrono::minutes(minute) +
+                       std::chrono::seconds(second) - *offset;
+  if (std::abs(civilTime(instant).year) > largestYear) {
     return std::nullopt;  // the offset led out of the years that can be read
   }
-  return Date(std::chrono::duration_cast<Seconds>(instant));
+  return Date(instant);
 }
 
 std::string durationText(std::int64_t seconds) {

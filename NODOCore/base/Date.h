@@ -33,36 +33,14 @@ Date currentDate();
 std::int64_t wholeSeconds(Seconds length);
 
 /// `date` as ISO 8601 text in UTC with whole seconds (rounded towards minus infinity, also before
-/// 1970), e.g. "2026-01-31T08:15:00Z". Days before 15 October 1582 are those of the Julian
-/// calendar, as in the platform's own formatter, whose files these are; years beyond 9999 take more
-/// digits.
+/// 1970), e.g. "2026-01-31T08:15:00Z". The Gregorian calendar holds at all times, also before there
+/// was one; years beyond 9999 take more digits.
 std::string iso8601Text(Date date);
 
 /// Reads ISO 8601 text with whole seconds: "2026-01-31T08:15:00" followed by "Z" or an offset such
 /// as "+01:00" or "-0930". Any other text, and a day or time that does not exist, gives nothing.
 /// Whatever `iso8601Text` writes can be read, up to the year 999999.
 std::optional<Date> dateFromISO8601(std::string_view text);
-
-/// A day by its name in the calendar: the Julian one before 15 October 1582, the Gregorian one from
-/// then on (the day before is 4 October). Years are counted astronomically: 1 BC is 0.
-struct CalendarDay {
-  std::int64_t year = 0;
-  std::int64_t month = 1;
-  std::int64_t day = 1;
-
-  bool operator==(const CalendarDay&) const = default;
-};
-
-/// `value` divided by a positive number, rounded towards minus infinity.
-constexpr std::int64_t floorDivide(std::int64_t value, std::int64_t divisor) {
-  return (value >= 0 ? value : value - divisor + 1) / divisor;
-}
-
-/// The day that lies `days` days after 1970-01-01.
-CalendarDay calendarDay(std::int64_t days);
-
-/// How many days after 1970-01-01 the day lies; nothing when the calendar has no such day.
-std::optional<std::int64_t> daysSince1970(const CalendarDay& day);
 
 /// A positive number of seconds for people: "45s", "12m 5s", and from an hour upwards "2h 0m"
 /// without the seconds.

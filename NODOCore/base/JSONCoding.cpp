@@ -5,17 +5,15 @@
 
 namespace nodo {
 
-JSONReader JSONReader::child(const JSONValue& value, std::string key) const {
-  return {value, this, std::move(key)};
-}
-
 std::string JSONReader::path() const {
   if (parent_ == nullptr) {
     return "";
   }
   const std::string before = parent_->path();
-  const bool needsDot = !before.empty() && !key_.starts_with('[');
-  return before + (needsDot ? "." : "") + key_;
+  if (const auto* place = std::get_if<std::size_t>(&step_)) {
+    return before + "[" + std::to_string(*place) + "]";
+  }
+  return before + (before.empty() ? "" : ".") + std::string(std::get<std::string_view>(step_));
 }
 
 void JSONReader::fail(const std::string& expected) const {
@@ -24,7 +22,7 @@ void JSONReader::fail(const std::string& expected) const {
 
 void JSONReader::failMissing(std::string_view key, const std::string& expected) const {
   static const JSONValue absent;
-  throw DecodingError(child(absent, std::string(key)).path(), expected, "nothing");
+  throw DecodingError(child(absent, key).path(), expected, "nothing");
 }
 
 JSONValue encode(bool value) {

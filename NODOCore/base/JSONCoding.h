@@ -5,6 +5,7 @@
 #include <NODOCore/base/TextEnum.h>
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 /// Records to JSON and back.
@@ -24,22 +26,29 @@
 ///     }
 ///
 /// Its header declares `JSONValue encode(const Record&)` and `void decode(const JSONReader&,
-/// Record&)`. A record that reads more than its fields defines these two with an ObjectEncoder and
-/// an ObjectDecoder itself.
+/// Record&)`. A record that derives what is missing from what is there overloads `deriveMissing`
+/// before that.
 ///
 /// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole
-/// number, 1.5 and true are not) and forgiving in unknown keys. Every failure is a DecodingError.
+/// number, 1.5 and true are not) and forgiving in unknown keys. It replaces whatever the record
+/// held before. Every failure is a DecodingError.
 namespace nodo {
 
-/// A value of a document that is being decoded, together with the keys that lead to it.
+/// A value of a document that is being decoded, together with the way that leads to it, which is
+/// put into words only when decoding fails.
 class JSONReader {
  public:
   explicit JSONReader(const JSONValue& value) : value_(&value) {}
 
   const JSONValue& value() const { return *value_; }
 
-  /// The reader of a value inside this one. It refers to this one, which must outlive it.
-  JSONReader child(const JSONValue& value, std::string key) const;
+  /// The reader of a value inside this one, by its key or by its place in a list. It refers to this
+  /// one and to `key`, which must outlive it.
+  JSONReader child(const JSONValue& value, std::string_view key) const {
+    return {value, this, key};
+  }
+
+  JSONReader child(const JSONValue& value, std::size_t place) const { return {value, this, place}; }
 
   /// Ends the decoding of this value with a DecodingError.
   [[noreturn]] void fail(const std::string& expected) const;
@@ -48,14 +57,16 @@ class JSONReader {
   [[noreturn]] void failMissing(std::string_view key, const std::string& expected) const;
 
  private:
-  JSONReader(const JSONValue& value, const JSONReader* parent, std::string key)
-      : value_(&value), parent_(parent), key_(std::move(key)) {}
+  using Step = std::variant<std::string_view, std::size_t>;
+
+  JSONReader(const JSONValue& value, const JSONReader* parent, Step step)
+      : value_(&value), parent_(parent), step_(step) {}
 
   std::string path() const;
 
   const JSONValue* value_;
   const JSONReader* parent_ = nullptr;
-  std::string key_;
+  Step step_;  // from the parent
 };
 
 JSONValue encode(bool value);
@@ -108,7 +119,7 @@ void decode(const JSONReader& from, std::vector<Element>& list) {
   list.clear();
   list.reserve(array->size());
   for (const JSONValue& value : *array) {
-    const JSONReader reader = from.child(value, "[" + std::to_string(list.size()) + "]");
+    const JSONReader reader = from.child(value, list.size());
     decode(reader, list.emplace_back());
   }
 }
@@ -144,8 +155,7 @@ class ObjectEncoder {
     object_.emplace_back(key, encode(value));
   }
 
-  /// A field that is always written and keeps its present value when it is missing or null on
-  /// reading.
+  /// A field that is always written and keeps its default when it is missing or null on reading.
   template <class Value>
   void defaulted(std::string_view key, const Value& value) {
     required(key, value);
@@ -180,13 +190,13 @@ class ObjectDecoder {
     if (found == nullptr) {
       from_->failMissing(key, "a value");
     }
-    decode(from_->child(*found, std::string(key)), value);
+    decode(from_->child(*found, key), value);
   }
 
   template <class Value>
   void defaulted(std::string_view key, Value& value) {
     if (const JSONValue* found = find(key)) {
-      decode(from_->child(*found, std::string(key)), value);
+      decode(from_->child(*found, key), value);
     }
   }
 
@@ -194,7 +204,7 @@ class ObjectDecoder {
   void optional(std::string_view key, std::optional<Value>& value) {
     value.reset();
     if (const JSONValue* found = find(key)) {
-      decode(from_->child(*found, std::string(key)), value.emplace());
+      decode(from_->child(*found, key), value.emplace());
     }
   }
 
@@ -203,6 +213,10 @@ class ObjectDecoder {
 
   const JSONReader* from_;
 };
+
+/// Called once a record's fields are read. `fields` tells which of them were there.
+template <class Record>
+void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
 
 // Defines `encode` and `decode` of `Record` by the description of its fields that follows.
 #define NODO_JSON_RECORD(Record, fields, record)           \
@@ -215,8 +229,10 @@ class ObjectDecoder {
     return encoder.finish();                               \
   }                                                        \
   void decode(const JSONReader& from, Record& value) {     \
+    value = Record();                                      \
     ObjectDecoder decoder(from);                           \
     describe(decoder, value);                              \
+    deriveMissing(decoder, value);                         \
   }                                                        \
   template <class Fields, class Self>                      \
   requires std::same_as<std::remove_const_t<Self>, Record> \

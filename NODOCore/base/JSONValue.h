@@ -14,8 +14,8 @@ namespace nodo {
 /// A JSON document as a tree of values.
 ///
 /// Exists so that records need not know the JSON library, and because a document that belongs to
-/// somebody else must come back as it was: members keep their order, and a number keeps its digits
-/// instead of passing through a floating-point value.
+/// somebody else must come back as it was: members keep their order, unless they are written
+/// sorted, and a number keeps its digits instead of passing through a floating-point value.
 class JSONValue {
  public:
   /// A number as its JSON text, e.g. "1.10".

@@ -40,23 +40,6 @@ std::optional<std::int64_t> instantShowing(std::int64_t shown) {
   return latest;
 }
 
-bool hasTheForm(std::string_view text) {
-  constexpr std::string_view form = "0000-00-00 00:00:00";
-  static_assert(form.size() == localTimeLength);
-  return std::equal(
-      text.begin(), text.end(), form.begin(), form.end(), [](char character, char expected) {
-        return expected == '0' ? character >= '0' && character <= '9' : character == expected;
-      });
-}
-
-std::int64_t number(std::string_view digits) {
-  std::int64_t value = 0;
-  for (const char digit : digits) {
-    value = value * 10 + (digit - '0');
-  }
-  return value;
-}
-
 }  // namespace
 
 std::string localTimeText(Date date) {
@@ -65,27 +48,21 @@ std::string localTimeText(Date date) {
   if (!offset) {
     throw std::system_error(EOVERFLOW, std::generic_category(), "Unable to tell the local time");
   }
-  const std::int64_t shown = instant + *offset;
-  const std::int64_t secondOfDay = (shown % secondsPerDay + secondsPerDay) % secondsPerDay;
-  const CalendarDay day = calendarDay((shown - secondOfDay) / secondsPerDay);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", day.year, day.month, day.day,
-                     secondOfDay / 3600, secondOfDay / 60 % 60, secondOfDay % 60);
+  std::string text = iso8601Text(dateFromSeconds(static_cast<double>(instant + *offset)));
+  text.replace(text.find('T'), 1, " ");
+  text.pop_back();
+  return text;
 }
 
 std::optional<Date> dateFromLocalTime(std::string_view text) {
-  if (!hasTheForm(text)) {
+  constexpr std::size_t separator = 10;
+  if (text.size() != localTimeLength || text[separator] != ' ') {
     return std::nullopt;
   }
-  const auto days = daysSince1970({.year = number(text.substr(0, 4)),
-                                   .month = number(text.substr(5, 2)),
-                                   .day = number(text.substr(8, 2))});
-  const std::int64_t hour = number(text.substr(11, 2));
-  const std::int64_t minute = number(text.substr(14, 2));
-  const std::int64_t second = number(text.substr(17, 2));
-  if (!days || hour > 23 || minute > 59 || second > 59) {
-    return std::nullopt;
-  }
-  const auto instant = instantShowing(*days * secondsPerDay + hour * 3600 + minute * 60 + second);
+  const auto shown =
+      dateFromISO8601(fmt::format("{}T{}Z", text.substr(0, separator), text.substr(separator + 1)));
+  const auto instant =
+      shown ? instantShowing(wholeSeconds(shown->time_since_epoch())) : std::nullopt;
   if (!instant) {
     return std::nullopt;
   }

@@ -7,10 +7,11 @@
 
 #include <spawn.h>
 
+/// What POSIX leaves to each system, in a source file for each of them.
 namespace nodo {
 
 /// Makes what was written to the open file `descriptor` survive a power cut. Returns 0, or -1 with
-/// errno set. How far `fsync` goes differs by system, hence a source file each.
+/// errno set.
 int syncToDisk(int descriptor);
 
 /// Gives the open file `to` the access-control list of the file at `from`, or takes its own away
@@ -19,14 +20,13 @@ int syncToDisk(int descriptor);
 ///
 /// Returns 0, or -1 with errno set when a list that is there could not be kept: without it the
 /// file's mode alone may let more people in. The mode is to be set after this, which changes it.
-/// Systems differ in where they keep all this, hence a source file each.
 int copyFileAttributes(const std::filesystem::path& from, int to);
 
 /// The path by which this program was started (its argument 0); empty when it was given none.
 std::string startedPath();
 
-/// What keeps descriptors out of child processes. How that is done without a race against other
-/// threads that start children at the same time differs by system, hence a source file each.
+// ---- what keeps descriptors out of child processes, without a race against other threads that
+// start children at the same time
 
 struct Pipe {
   FileDescriptor readEnd;

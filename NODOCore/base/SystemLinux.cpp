@@ -13,10 +13,6 @@
 
 namespace nodo {
 
-int syncToDisk(int descriptor) {
-  return ::fsync(descriptor);
-}
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -70,6 +66,10 @@ void copyOwnersAttributes(const fs::path& from, int to) {
 }
 
 }  // namespace
+
+int syncToDisk(int descriptor) {
+  return ::fsync(descriptor);
+}
 
 int copyFileAttributes(const fs::path& from, int to) {
   constexpr const char* accessControlList = "system.posix_acl_access";

@@ -10,20 +10,6 @@
 
 namespace nodo {
 
-/// Follows a text's code points and tells where two consonants of an Indic script are joined into
-/// one character by a virama between them: rule GB9c of Unicode's text segmentation (UAX #29,
-/// version 15.1). Here because utf8proc has the rule only from 2.9 on; with a newer one it agrees.
-class IndicConjunct {
- public:
-  /// Takes the next code point: whether it continues the character before it by this rule.
-  bool joins(char32_t point);
-
- private:
-  enum class State { none, afterConsonant, afterLinker };
-
-  State state_ = State::none;
-};
-
 namespace {
 
 struct Range {
@@ -59,30 +45,38 @@ bool isExtender(char32_t point) {
          utf8proc_get_property(static_cast<utf8proc_int32_t>(point))->combining_class != 0;
 }
 
-}  // namespace
-
-bool IndicConjunct::joins(char32_t point) {
-  constexpr char32_t firstCombiningMark = 0x0300;
-  if (point < firstCombiningMark) {
-    state_ = State::none;
+// Follows a text's code points and tells where two consonants of an Indic script are joined into
+// one character by a virama between them: rule GB9c of Unicode's text segmentation (UAX #29,
+// version 15.1). Here because utf8proc has the rule only from 2.9 on; with a newer one it agrees.
+class IndicConjunct {
+ public:
+  // Takes the next code point: whether it continues the character before it by this rule.
+  bool joins(char32_t point) {
+    constexpr char32_t firstCombiningMark = 0x0300;
+    if (point < firstCombiningMark) {
+      state_ = State::none;
+      return false;
+    }
+    if (isConsonant(point)) {
+      const bool joined = state_ == State::afterLinker;
+      state_ = State::afterConsonant;
+      return joined;
+    }
+    if (state_ != State::none) {
+      if (isLinker(point)) {
+        state_ = State::afterLinker;
+      } else if (!isExtender(point)) {
+        state_ = State::none;
+      }
+    }
     return false;
   }
-  if (isConsonant(point)) {
-    const bool joined = state_ == State::afterLinker;
-    state_ = State::afterConsonant;
-    return joined;
-  }
-  if (state_ != State::none) {
-    if (isLinker(point)) {
-      state_ = State::afterLinker;
-    } else if (!isExtender(point)) {
-      state_ = State::none;
-    }
-  }
-  return false;
-}
 
-namespace {
+ private:
+  enum class State { none, afterConsonant, afterLinker };
+
+  State state_ = State::none;
+};
 
 constexpr char32_t replacement = 0xFFFD;
 

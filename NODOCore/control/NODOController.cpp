@@ -8,8 +8,8 @@
 namespace nodo {
 namespace {
 
-constexpr std::size_t mostRecentRequesters = 6;
-constexpr std::size_t mostTriggerHistory = 500;
+constexpr std::size_t maxRecentRequesters = 6;
+constexpr std::size_t maxTriggerHistory = 500;
 
 void clearPeriod(NODOState& state, const char* stopReason, Date now) {
   state.manualUntil.reset();
@@ -21,7 +21,7 @@ void clearPeriod(NODOState& state, const char* stopReason, Date now) {
 }
 
 void record(NODOState& state, const ActivationRequester& requester, Date now) {
-  state.recordRequester(requester, now, mostRecentRequesters, mostTriggerHistory);
+  state.recordRequester(requester, now, maxRecentRequesters, maxTriggerHistory);
 }
 
 }  // namespace

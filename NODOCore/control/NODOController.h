@@ -17,29 +17,6 @@
 
 namespace nodo {
 
-/// What holds whoever switches the sleep lock: a pass, or the daemon when passes fail.
-
-/// How many power operations the state's history keeps.
-inline constexpr std::size_t mostPowerOperations = 20;
-
-/// Whether a release has to be followed by a request for sleep. With the lid closed nobody would
-/// put the machine to sleep again, and on battery it would run empty in its bag.
-inline bool mustSleepAfterRelease(const SystemSnapshot& snapshot) {
-  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
-}
-
-/// When the daemon has to run again although nothing happens.
-struct ReconcileSchedule {
-  std::optional<Date> deadline;  ///< absent: nothing is pending
-
-  /// Just after the next moment at which a release can fall due: the end of the manual period or of
-  /// the no-route grace, whichever comes first, plus `graceSeconds`. A lock without either is
-  /// looked at again after the grace.
-  static ReconcileSchedule sleepReleaseDeadline(const StatusReport& report, double graceSeconds);
-
-  bool operator==(const ReconcileSchedule&) const = default;
-};
-
 /// The one entry point through which programs read or change the keep-awake state.
 ///
 /// Every command takes the time from its caller, loads the state, looks at the machine once and
@@ -68,27 +45,28 @@ struct NODOController {
   StatusReport enableManual(std::int64_t minutes, Date now, bool extendOnly,
                             const std::optional<ActivationRequester>& requester) const;
 
-  /// Ends the manual period and forgets the trackers. The lock is released by the next reconcile.
+  /// Ends the manual period and forgets the trackers. The next pass releases the lock.
   StatusReport stop(Date now) const;
 
   /// Resets the state but for its histories, ownership of the lock included: for a caller that has
   /// released the lock or knows that there is none.
   StatusReport repairState(Date now) const;
 
-  // ---- the daemon's runs
+  // ---- the daemon's passes
 
-  /// Brings the machine's sleep lock in line with the decision: switches it on or off, records what
-  /// was done, and asks for sleep after a release with the lid closed on battery.
+  /// One pass: brings the machine's sleep lock in line with the decision. It switches the lock on
+  /// or off, records what was done, and asks for sleep after a release with the lid closed on
+  /// battery.
   ///
   /// `liveSleepDisabled` is the lock as the caller read it from the machine, absent when unknown: a
   /// lock that is on without being owned is released only when the state shows that nodo was in
   /// use. An operation that fails (non-zero exit code) or is a dry run is recorded and changes no
-  /// ownership, so the next run tries again. An error of a power call is passed on; nothing of the
-  /// run is saved then, except that a release is saved before sleep is asked for.
+  /// ownership, so the next pass tries again. An error of a power call is passed on; nothing of the
+  /// pass is saved then, except that a release is saved before sleep is asked for.
   DaemonRunReport reconcile(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
                             Date now) const;
 
-  /// Releases the lock if it is owned or on, resets the state and reconciles.
+  /// Releases the lock if it is owned or on, resets the state and makes a pass.
   DaemonRunReport repair(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
                          Date now) const;
 
@@ -98,6 +76,25 @@ struct NODOController {
   // The report of a state whose trackers know the snapshot already.
   StatusReport report(const NODOState& state, std::vector<AgentProcess> agents,
                       const SystemSnapshot& snapshot) const;
+};
+
+/// How many power operations the state's history keeps.
+inline constexpr std::size_t maxPowerOperationHistory = 20;
+
+/// Whether a release of the lock has to be followed by a request for sleep. With the lid closed
+/// nobody would put the machine to sleep again, and on battery it would run empty in its bag.
+bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot);
+
+/// When the daemon has to make a pass although nothing happens.
+struct ReconcileSchedule {
+  std::optional<Date> deadline;  ///< absent: nothing is pending
+
+  /// Just after the next moment at which a release can fall due: the end of the manual period or of
+  /// the no-route grace, whichever comes first, plus `graceSeconds`. A lock without either is
+  /// looked at again after the grace.
+  static ReconcileSchedule sleepReleaseDeadline(const StatusReport& report, double graceSeconds);
+
+  bool operator==(const ReconcileSchedule&) const = default;
 };
 
 }  // namespace nodo

@@ -5,15 +5,18 @@
 #include <NODOCore/state/NODOState.h>
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// The words by which decisions, the state's audit, reports and the doctor name their reasons. They
 /// are stored in files and searched for by scripts, so they never change.
-
 namespace reason {
 
 // Why sleep is prevented.
@@ -39,21 +42,23 @@ inline constexpr char unknown[] = "unknown";
 
 }  // namespace reason
 
-class JSONReader;
-class JSONValue;
-
-/// The four limits within which the machine may be kept awake. Kept as given: nothing is clamped,
-/// and the library has no default policy (the programs choose theirs).
+/// The four limits within which the machine may be kept awake. Kept as given: nothing is clamped.
+///
+/// The library has no policy of its own, the programs choose theirs: a limit that is not given
+/// forbids nothing.
 struct SafetyPolicy {
+  /// Longer than any machine runs, in minutes or seconds, and little enough to be counted with.
+  static constexpr std::int64_t noLimit = std::numeric_limits<std::int32_t>::max();
+
   /// Percent; on battery, a charge at or below this forbids keeping awake (100 or more: always).
-  std::int64_t minimumBatteryPercent = 0;
+  std::int64_t minimumBatteryPercent = -1;
   /// Minutes; the longest period that one request may ask for. A longer one is refused.
-  std::int64_t maxManualDurationMinutes = 0;
+  std::int64_t maxManualDurationMinutes = noLimit;
   /// Seconds; how long after the lid was opened that counts as a reason of its own.
   std::int64_t lidOpenGraceSeconds = 0;
   /// Seconds; how long the default route may be missing during a manual period (negative: not at
   /// all).
-  std::int64_t noRouteGraceSeconds = 0;
+  std::int64_t noRouteGraceSeconds = noLimit;
 
   bool operator==(const SafetyPolicy&) const = default;
 };
@@ -63,7 +68,7 @@ JSONValue encode(const SafetyPolicy& policy);
 /// Requires all four keys.
 void decode(const JSONReader& from, SafetyPolicy& policy);
 
-/// The verdict of one instant. Its words are those of ReasonWords.h.
+/// The verdict of one instant, in the words above.
 struct PowerDecision {
   bool shouldPreventSleep = false;
   std::vector<std::string> reasons;       ///< why sleep is prevented; empty when it is not

@@ -53,7 +53,7 @@ PowerOperationResult takeLock(NODOState& state, PowerManaging& powerManager,
   const std::string why = reason::enablePrefix + auditDetail(decision, state);
   powerManager.announce(why);
   PowerOperationResult result = powerManager.setSleepDisabled(true);
-  state.recordPowerOperation(result, now, why, mostPowerOperations);
+  state.recordPowerOperation(result, now, why, maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = true;
     state.lastActivationReason = joined(decision.reasons);
@@ -67,7 +67,7 @@ PowerOperationResult releaseLock(NODOState& state, PowerManaging& powerManager,
   const std::string why = reason::releasePrefix + auditDetail(decision, state);
   powerManager.announce(why);
   PowerOperationResult result = powerManager.setSleepDisabled(false);
-  state.recordPowerOperation(result, now, why, mostPowerOperations);
+  state.recordPowerOperation(result, now, why, maxPowerOperationHistory);
   if (result.succeeded()) {
     state.ownsSleepDisable = false;
     if (state.lastStopReason != reason::manualExpired) {
@@ -90,23 +90,23 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
   expireTimer(state, now);
   const PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
 
-  DaemonRunReport run;
-  run.generatedAt = now;
+  DaemonRunReport pass;
+  pass.generatedAt = now;
   bool isSleepDue = false;
   if (decision.shouldPreventSleep) {
     if (!state.ownsSleepDisable) {
-      run.operation = takeLock(state, powerManager, decision, now);
+      pass.operation = takeLock(state, powerManager, decision, now);
     }
   } else if (isReleaseDue(state, liveSleepDisabled)) {
-    run.operation = releaseLock(state, powerManager, decision, now);
-    isSleepDue = run.operation->succeeded() && mustSleepAfterRelease(snapshot);
+    pass.operation = releaseLock(state, powerManager, decision, now);
+    isSleepDue = pass.operation->succeeded() && releaseNeedsSleepRequest(snapshot);
   }
-  if (run.operation) {
-    run.operations.push_back(*run.operation);
+  if (pass.operation) {
+    pass.operations.push_back(*pass.operation);
   }
 
-  run.stateChanged = state != loaded;
-  if (run.stateChanged) {
+  pass.stateChanged = state != loaded;
+  if (pass.stateChanged) {
     state.updatedAt = now;
     store.save(state);
   }
@@ -114,15 +114,15 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
   // lost.
   if (isSleepDue) {
     powerManager.announce(reason::closedLidRelease);
-    run.operations.push_back(powerManager.requestSleepNow());
+    pass.operations.push_back(powerManager.requestSleepNow());
     state = store.load();
-    state.recordPowerOperation(run.operations.back(), now, reason::closedLidRelease,
-                               mostPowerOperations);
+    state.recordPowerOperation(pass.operations.back(), now, reason::closedLidRelease,
+                               maxPowerOperationHistory);
     state.updatedAt = now;
     store.save(state);
   }
-  run.status = report(state, std::move(agents), snapshot);
-  return run;
+  pass.status = report(state, std::move(agents), snapshot);
+  return pass;
 }
 
 DaemonRunReport NODOController::repair(PowerManaging& powerManager,
@@ -135,13 +135,17 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
   }
   repairState(now);
   // The lock has just been released: what was read before is no longer to be trusted.
-  DaemonRunReport run = reconcile(powerManager, std::nullopt, now);
+  DaemonRunReport pass = reconcile(powerManager, std::nullopt, now);
   if (release) {
-    run.operations.insert(run.operations.begin(), *release);
-    run.operation = release;
+    pass.operations.insert(pass.operations.begin(), *release);
+    pass.operation = release;
   }
-  run.stateChanged = run.stateChanged || run.status.state != loaded;
-  return run;
+  pass.stateChanged = pass.stateChanged || pass.status.state != loaded;
+  return pass;
+}
+
+bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot) {
+  return snapshot.lidClosed == true && snapshot.powerSource == PowerSource::battery;
 }
 
 ReconcileSchedule ReconcileSchedule::sleepReleaseDeadline(const StatusReport& report,

@@ -14,6 +14,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// The answer of every controller command: the state and the machine at one instant, and what
 /// follows.
 struct StatusReport {
@@ -31,14 +34,14 @@ struct StatusReport {
 JSONValue encode(const StatusReport& report);
 void decode(const JSONReader& from, StatusReport& report);
 
-/// The answer of the daemon's reconcile and repair runs.
+/// The answer of the daemon's passes: `reconcile` and `repair`.
 struct DaemonRunReport {
   Date generatedAt;
-  StatusReport status;  ///< after the run
-  std::optional<PowerOperationResult>
-      operation;  ///< the switching of the lock, never a sleep request
-  std::vector<PowerOperationResult> operations;  ///< all of the run, in order
-  bool stateChanged = false;
+  StatusReport status;  ///< after the pass
+  /// The switching of the lock, never a sleep request.
+  std::optional<PowerOperationResult> operation;
+  std::vector<PowerOperationResult> operations;  ///< all of the pass, in order
+  bool stateChanged = false;                     ///< the pass changed what is stored
 
   bool operator==(const DaemonRunReport&) const = default;
 };

@@ -265,7 +265,7 @@ bool LockKeeper::release(Date now, ReleaseCause cause) noexcept {
 }
 
 void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
-  if (mustSleepAfterRelease(lastSnapshot(now))) {
+  if (releaseNeedsSleepRequest(lastSnapshot(now))) {
     record(perform(PowerOperationAction::sleepNow, reason::closedLidRelease), now);
   }
 }
@@ -294,7 +294,7 @@ SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
 void LockKeeper::record(const LockOperation& operation, Date now) {
   const PowerOperationResult& result = operation.result;
   NODOState state = controller_.store.load();
-  state.recordPowerOperation(result, now, operation.reason, mostPowerOperations);
+  state.recordPowerOperation(result, now, operation.reason, maxPowerOperationHistory);
   if (result.action == PowerOperationAction::enableSleep && result.succeeded()) {
     state.ownsSleepDisable = false;
   }

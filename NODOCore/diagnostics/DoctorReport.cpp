@@ -126,6 +126,34 @@ std::string_view displayName(DoctorStatusSource source) {
   return source == DoctorStatusSource::helper ? "helper" : "local fallback";
 }
 
+bool isReady(DoctorVerdict verdict) {
+  switch (verdict) {
+    case DoctorVerdict::timerActive:
+    case DoctorVerdict::idle:
+    case DoctorVerdict::locked:
+      return true;
+    case DoctorVerdict::daemonUnavailable:
+    case DoctorVerdict::lockMissing:
+    case DoctorVerdict::settingOff:
+      break;
+  }
+  return false;
+}
+
+DoctorVerdict doctorVerdict(const StatusReport& report, DoctorStatusSource source,
+                            std::optional<bool> liveSleepDisabled) {
+  if (source == DoctorStatusSource::local) {
+    return DoctorVerdict::daemonUnavailable;
+  }
+  if (!report.state.ownsSleepDisable) {
+    if (report.decision.shouldPreventSleep) {
+      return DoctorVerdict::lockMissing;
+    }
+    return isTimerRunning(report) ? DoctorVerdict::timerActive : DoctorVerdict::idle;
+  }
+  return liveSleepDisabled == false ? DoctorVerdict::settingOff : DoctorVerdict::locked;
+}
+
 std::string DoctorReportFormatter::format(
     const StatusReport& report, DoctorStatusSource source, std::optional<bool> liveSleepDisabled,
     const std::optional<AgentHookFallbackStatus>& hookFallback,
@@ -154,28 +182,8 @@ std::string DoctorReportFormatter::format(
   addRecentRequests(lines, report.state.recentRequesters);
   addAgents(lines, report.agents);
   lines.add("Decision", report.decision.shouldPreventSleep ? "prevent sleep" : "allow sleep");
-  lines.add(verdict(report, source, liveSleepDisabled));
+  lines.add(rawValue(doctorVerdict(report, source, liveSleepDisabled)));
   return lines.text();
-}
-
-std::string_view DoctorReportFormatter::verdict(const StatusReport& report,
-                                                DoctorStatusSource source,
-                                                std::optional<bool> liveSleepDisabled) {
-  if (source == DoctorStatusSource::local) {
-    return "Warning: helper unavailable; closed-lid prevention will not work.";
-  }
-  if (!report.state.ownsSleepDisable) {
-    if (report.decision.shouldPreventSleep) {
-      return "Warning: nodo wants to prevent sleep, but the power lock is off.";
-    }
-    return isTimerRunning(report)
-               ? "Ready: timer active; power lock is off until nodo needs to prevent sleep."
-               : "Ready: helper works; enable a manual timer or run an agent hook to test.";
-  }
-  if (liveSleepDisabled == false) {
-    return "Warning: nodo state says locked, but macOS SleepDisabled is off.";
-  }
-  return "Ready: nodo owns the macOS power lock.";
 }
 
 std::string DoctorReportFormatter::formatRepairResult(const StatusReport& report,
@@ -202,11 +210,7 @@ DoctorReport::DoctorReport(DoctorStatusSource statusSource, StatusReport report,
       liveSleepDisabled(liveSleepDisabled),
       hookFallback(std::move(hookFallback)),
       hookInspection(std::move(hookInspection)),
-      verdict(DoctorReportFormatter::verdict(this->report, statusSource, liveSleepDisabled)) {}
-
-bool DoctorReport::isReady() const {
-  return verdict.starts_with("Ready:");
-}
+      verdict(doctorVerdict(this->report, statusSource, liveSleepDisabled)) {}
 
 std::string DoctorReport::text() const {
   return DoctorReportFormatter::format(report, statusSource, liveSleepDisabled, hookFallback,

@@ -12,6 +12,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// Where a status came from.
 enum class DoctorStatusSource {
   helper,  ///< the daemon
@@ -27,6 +30,41 @@ struct EnumTexts<DoctorStatusSource> {
 /// The source as people read it: "helper" or "local fallback".
 std::string_view displayName(DoctorStatusSource source);
 
+/// What the health check comes to.
+enum class DoctorVerdict {
+  daemonUnavailable,  ///< a local reading, which is never ready
+  lockMissing,        ///< sleep is to be prevented, but nodo does not hold the lock
+  timerActive,        ///< a timer runs and does not need the lock now
+  idle,               ///< there is nothing to do
+  settingOff,         ///< nodo holds the lock, but the system's own setting is off
+  locked,             ///< nodo holds the lock
+};
+
+/// A sentence for each, which begins with "Ready:" or "Warning:".
+template <>
+struct EnumTexts<DoctorVerdict> {
+  static constexpr std::array cases{
+      EnumText{DoctorVerdict::daemonUnavailable,
+               "Warning: helper unavailable; closed-lid prevention will not work."},
+      EnumText{DoctorVerdict::lockMissing,
+               "Warning: nodo wants to prevent sleep, but the power lock is off."},
+      EnumText{DoctorVerdict::timerActive,
+               "Ready: timer active; power lock is off until nodo needs to prevent sleep."},
+      EnumText{DoctorVerdict::idle,
+               "Ready: helper works; enable a manual timer or run an agent hook to test."},
+      EnumText{DoctorVerdict::settingOff,
+               "Warning: nodo state says locked, but macOS SleepDisabled is off."},
+      EnumText{DoctorVerdict::locked, "Ready: nodo owns the macOS power lock."}};
+};
+
+/// Whether the verdict is no warning.
+bool isReady(DoctorVerdict verdict);
+
+/// The verdict on a status. `liveSleepDisabled` is the system's own setting, absent when it is not
+/// known. Pure.
+DoctorVerdict doctorVerdict(const StatusReport& report, DoctorStatusSource source,
+                            std::optional<bool> liveSleepDisabled);
+
 /// Texts that explain a status to a person. Pure.
 ///
 /// The hook script searches the health check for some of its lines, so they are fixed. A control
@@ -41,17 +79,9 @@ struct DoctorReportFormatter {
                             const std::optional<AgentHookFallbackStatus>& hookFallback,
                             const std::optional<AgentHookSetupInspection>& hookInspection);
 
-  /// The health check in one sentence that begins with "Ready:" or "Warning:". A local reading is
-  /// never ready.
-  static std::string_view verdict(const StatusReport& report, DoctorStatusSource source,
-                                  std::optional<bool> liveSleepDisabled);
-
   /// What a repair led to, in lines as above.
   static std::string formatRepairResult(const StatusReport& report, DoctorStatusSource source);
 };
-
-class JSONReader;
-class JSONValue;
 
 /// The facts of the health check, for programs; `text` is the same for people.
 struct DoctorReport {
@@ -60,7 +90,7 @@ struct DoctorReport {
   std::optional<bool> liveSleepDisabled;  ///< the system's own setting; absent: not known
   std::optional<AgentHookFallbackStatus> hookFallback;
   std::optional<AgentHookSetupInspection> hookInspection;
-  std::string verdict;  ///< one sentence that begins with "Ready:" or "Warning:"
+  DoctorVerdict verdict = DoctorVerdict::daemonUnavailable;  ///< in JSON, its sentence
 
   DoctorReport() = default;
 
@@ -69,9 +99,6 @@ struct DoctorReport {
                std::optional<bool> liveSleepDisabled,
                std::optional<AgentHookFallbackStatus> hookFallback,
                std::optional<AgentHookSetupInspection> hookInspection);
-
-  /// Whether the verdict is no warning.
-  bool isReady() const;
 
   /// The facts as DoctorReportFormatter writes them.
   std::string text() const;

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/TextEnum.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 
 #include <array>
 #include <cstdint>
@@ -16,21 +15,8 @@
 
 namespace nodo {
 
-/// A config.toml in which the hooks cannot be switched on without risk to the rest of it. The
-/// message names the file and says what to write there by hand.
-class CodexConfigError : public std::exception {
- public:
-  explicit CodexConfigError(std::string message) : message_(std::move(message)) {}
-
-  const char* what() const noexcept override { return message_.c_str(); }
-
-  bool operator==(const CodexConfigError& other) const { return message_ == other.message_; }
-
- private:
-  std::string message_;
-};
-
 class JSONReader;
+class JSONValue;
 
 /// What installing or uninstalling did for one target, or for the shared script.
 struct AgentHookInstallReport {
@@ -104,13 +90,28 @@ void decode(const JSONReader& from, AgentHookTargetInspection& inspection);
 JSONValue encode(const AgentHookSetupInspection& inspection);
 void decode(const JSONReader& from, AgentHookSetupInspection& inspection);
 
+/// A config.toml in which the hooks cannot be switched on without risk to the rest of it. The
+/// message names the file and says what to write there by hand.
+class CodexConfigError : public std::exception {
+ public:
+  explicit CodexConfigError(std::string message) : message_(std::move(message)) {}
+
+  const char* what() const noexcept override { return message_.c_str(); }
+
+  bool operator==(const CodexConfigError& other) const { return message_ == other.message_; }
+
+ private:
+  std::string message_;
+};
+
 /// Makes the agents of one user run the hook script, and undoes that.
 ///
-/// The agents' configuration belongs to the user: other tools' hooks and settings keep their values
-/// and their order, numbers their digits, files their mode and owner, and symbolic links stay what
-/// they are. A file that cannot be understood, or changed without such harm, is left as it is and
-/// makes its target fail. Not synchronised; two processes at once do no harm, as each change of a
-/// file is made to what stands in it at that instant.
+/// The agents' configuration belongs to the user: other tools' hooks and settings keep their
+/// values, lists their order, numbers their digits, files their mode and owner, and symbolic links
+/// stay what they are. A JSON file is written anew, though, indented and with the members of each
+/// object sorted by name. A file that cannot be understood, or changed without harm, is left as it
+/// is and makes its target fail. Not synchronised; two processes at once do no harm, as each change
+/// of a file is made to what stands in it at that instant.
 ///
 /// Failures are std::system_error for files, DecodingError for configuration that is not JSON and
 /// CodexConfigError for a config.toml that only a person can edit.
@@ -138,6 +139,11 @@ struct AgentHookInstaller {
   /// are all targets there are, the shared script goes too, with a last report. Throws at the first
   /// failure; what was done by then stays.
   std::vector<AgentHookInstallReport> uninstall(const std::vector<AgentHookTarget>& targets) const;
+
+  /// The same, but a failure becomes that target's report and the other targets go on. The script
+  /// stays when any of them failed: an agent may still run it.
+  std::vector<AgentHookInstallReport> uninstallReportingFailures(
+      const std::vector<AgentHookTarget>& targets) const;
 
   /// Compares what is installed with what `install` would write, each target once. Changes nothing.
   /// Throws when a target's file cannot be read or understood.

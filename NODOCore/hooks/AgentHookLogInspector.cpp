@@ -3,12 +3,14 @@
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/hooks/HookFallbackSearch.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -38,10 +40,100 @@ std::optional<std::int64_t> HookFallbackRecoveryPolicy::remainingMinutes(
 namespace {
 
 namespace fs = std::filesystem;
+using Inspector = AgentHookLogInspector;
+using Lines = std::vector<std::string_view>;
+
+// The number behind "seconds="; the usual one where there is none, or none that can be counted.
+std::int64_t secondsOf(std::string_view line) {
+  constexpr std::string_view key = "seconds=";
+  for (auto at = line.find(key); at != std::string_view::npos; at = line.find(key, at + 1)) {
+    const std::string_view value = line.substr(at + key.size());
+    if (hasPrefix(line.substr(at), key) && hasSuffix(line.substr(0, at + key.size()), key)) {
+      const auto end = std::min(value.find_first_not_of("0123456789"), value.size());
+      return integerFromText<std::int64_t>(value.substr(0, end))
+          .value_or(Inspector::defaultFallbackSeconds);
+    }
+  }
+  return Inspector::defaultFallbackSeconds;
+}
+
+// Of each kind of line the last one with a readable time counts.
+AgentHookFallbackStatus statusOf(const Lines& lines, std::string logPath, Date now) {
+  AgentHookFallbackStatus status{.logPath = std::move(logPath)};
+  std::optional<Date> succeededAt;
+  std::optional<Date> resolvedAt;
+  for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+    const bool starts = !status.lastStartedAt && contains(*line, Inspector::fallbackStartedMarker);
+    const bool succeeds = !succeededAt && contains(*line, Inspector::activeMarker);
+    const bool resolves = !resolvedAt && contains(*line, Inspector::fallbackResolvedMarker);
+    if (!starts && !succeeds && !resolves) {
+      continue;
+    }
+    const auto stamp = dateFromLocalTime(firstCharacters(*line, localTimeLength));
+    if (starts && stamp) {
+      status.lastStartedAt = stamp;
+      status.fallbackSeconds = secondsOf(*line);
+    }
+    succeededAt = succeeds ? stamp : succeededAt;
+    resolvedAt = resolves ? stamp : resolvedAt;
+  }
+  // An absent instant compares less than any.
+  const bool isResolved = std::max(succeededAt, resolvedAt) >= status.lastStartedAt;
+  status.isActive =
+      status.lastStartedAt && !isResolved &&
+      now < *status.lastStartedAt + Seconds(static_cast<double>(status.fallbackSeconds));
+  return status;
+}
+
+// Nothing for what is no regular file, or no file at all.
+std::optional<std::uint64_t> sizeOf(const FileDescriptor& file) {
+  struct stat status {};
+
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+// The end of a log: so much of it as is read.
+struct LogEnd {
+  std::string text;
+  bool isAll = true;
+
+  Lines lines() const {
+    Lines lines = splitLines(text);
+    const bool beginsWithALine = !lines.empty() && lines.front().data() == text.data();
+    if (!isAll && beginsWithALine) {
+      lines.erase(lines.begin());  // what stands before it may belong to it
+    }
+    return lines;
+  }
+};
+
+// Empty for what cannot be read or is no regular file, and for a log that becomes shorter
+// meanwhile.
+LogEnd readEndOf(const std::string& path) {
+  // Without O_NONBLOCK opening a named pipe would wait for a writer for ever.
+  const FileDescriptor log(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const std::uint64_t size = sizeOf(log).value_or(0);
+  const auto count = std::min<std::uint64_t>(size, Inspector::mostBytesRead);
+  LogEnd end{.text = std::string(static_cast<std::size_t>(count), '\0'), .isAll = count == size};
+  std::size_t done = 0;
+  while (done < end.text.size()) {
+    const ssize_t got = ::pread(log.get(), end.text.data() + done, end.text.size() - done,
+                                static_cast<off_t>(size - count + done));
+    if (got > 0) {
+      done += static_cast<std::size_t>(got);
+    } else if (got == 0 || errno != EINTR) {
+      return {};
+    }
+  }
+  return end;
+}
 
 std::string resolutionLine(std::string_view reason, Date now) {
-  std::string line = localTimeText(now) + " " +
-                     std::string(AgentHookLogInspector::fallbackResolvedMarker) + " reason=";
+  std::string line =
+      localTimeText(now) + " " + std::string(Inspector::fallbackResolvedMarker) + " reason=";
   for (const char character : reason) {
     const bool breaks = character == '\n' || character == '\r' || character == '\t';
     line += breaks ? ' ' : character;
@@ -64,18 +156,12 @@ FileDescriptor openForAppending(const std::string& path) {
   return file;
 }
 
-bool isRegular(const FileDescriptor& file) {
-  struct stat status {};
-
-  return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 // In one call, so that lines of other processes do not come in between.
 void append(const std::string& path, const std::string& line) {
   std::error_code ignored;
   fs::create_directories(fs::path(path).parent_path(), ignored);
   const FileDescriptor log = openForAppending(path);
-  if (!log || !isRegular(log)) {
+  if (!sizeOf(log)) {
     return;
   }
   while (::write(log.get(), line.data(), line.size()) < 0 && errno == EINTR) {
@@ -94,19 +180,14 @@ std::string AgentHookLogInspector::logPath(const Environment& environment) {
 AgentHookFallbackStatus AgentHookLogInspector::recentFallbackStatus(
     const std::optional<std::string>& logPath, Date now, const Environment& environment) {
   const std::string path = logPath ? *logPath : AgentHookLogInspector::logPath(environment);
-  try {
-    LogFileText log(path);
-    return fallbackStatus(log, path, now);
-  } catch (const std::system_error&) {
-    return recentFallbackStatus("", path, now);
-  }
+  const LogEnd log = readEndOf(path);
+  return statusOf(log.lines(), path, now);
 }
 
 AgentHookFallbackStatus AgentHookLogInspector::recentFallbackStatus(std::string_view logContents,
                                                                     const std::string& logPath,
                                                                     Date now) {
-  WholeLogText log(logContents);
-  return fallbackStatus(log, logPath, now);
+  return statusOf(splitLines(logContents), logPath, now);
 }
 
 void AgentHookLogInspector::markFallbackResolved(const std::optional<std::string>& logPath,

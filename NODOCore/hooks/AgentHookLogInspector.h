@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,8 +38,8 @@ struct HookFallbackRecoveryPolicy {
 /// Reads the log of the hook script, and writes the one line that is not the script's.
 ///
 /// The log lies where everybody may write, so its text is hostile: a line that makes no sense is
-/// passed over, and however large the log or a line of it is, little memory is used. Its times are
-/// local times of the process's time zone.
+/// passed over, and no more than the end of the log is read. Its times are local times of the
+/// process's time zone.
 ///
 /// Stateless. Not safe while another thread changes the environment.
 struct AgentHookLogInspector {
@@ -49,11 +50,16 @@ struct AgentHookLogInspector {
   static constexpr std::int64_t defaultFallbackSeconds = 600;
   static constexpr std::string_view timestampFormat = "yyyy-MM-dd HH:mm:ss";
 
+  /// How much of a log is read: of a longer one its last 16 MiB, more than a hundred thousand
+  /// lines. What stands there before the first end of a line may be cut, and counts as no line.
+  static constexpr std::size_t mostBytesRead = std::size_t{16} * 1024 * 1024;
+
   /// Where `environment` (its NODO_HOOK_LOG) says that the log is.
   static std::string logPath(const Environment& environment);
 
   /// The status by the log at `logPath`, or where `environment` says when there is no path. A log
-  /// that is missing, cannot be read or is no regular file counts as empty.
+  /// that is missing, cannot be read, is no regular file or becomes shorter while it is read counts
+  /// as empty.
   static AgentHookFallbackStatus recentFallbackStatus(const std::optional<std::string>& logPath,
                                                       Date now, const Environment& environment);
 

@@ -1,50 +1,8 @@
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
-
-#include <algorithm>
-#include <string_view>
 
 namespace nodo {
-
-namespace {
-
-struct Titles {
-  std::string_view button;
-  std::string_view busy;
-  std::string_view busyStatus;
-  std::string_view failureStatus;
-};
-
-Titles titles(AgentHookSetupAction action) {
-  switch (action) {
-    case AgentHookSetupAction::install:
-      return {"Install Hooks", "Installing...", "Installing hooks", "Hook install failed"};
-    case AgentHookSetupAction::update:
-      return {"Update Hooks", "Updating...", "Updating hooks", "Hook update failed"};
-    case AgentHookSetupAction::reinstall:
-      return {"Reinstall", "Reinstalling...", "Reinstalling hooks", "Hook reinstall failed"};
-  }
-  programmingFault("a setup action that is none of its cases");
-}
-
-}  // namespace
-
-std::string_view buttonTitle(AgentHookSetupAction action) {
-  return titles(action).button;
-}
-
-std::string_view busyTitle(AgentHookSetupAction action) {
-  return titles(action).busy;
-}
-
-std::string_view busyStatusTitle(AgentHookSetupAction action) {
-  return titles(action).busyStatus;
-}
-
-std::string_view failureStatusTitle(AgentHookSetupAction action) {
-  return titles(action).failureStatus;
-}
 
 NODO_JSON_RECORD(AgentHookActionResultRow, fields, row) {
   fields.required("target", row.target);
@@ -55,7 +13,31 @@ NODO_JSON_RECORD(AgentHookActionResultRow, fields, row) {
 
 namespace {
 
+using Action = AgentHookSetupAction;
+using State = AgentHookActionResultState;
 using Status = AgentHooksSetupStatus;
+
+struct Titles {
+  std::string_view button;
+  std::string_view busy;
+  std::string_view busyStatus;
+  std::string_view failureStatus;
+  std::string_view pastTense;
+};
+
+Titles titles(Action action) {
+  switch (action) {
+    case Action::install:
+      return {"Install Hooks", "Installing...", "Installing hooks", "Hook install failed",
+              "installed"};
+    case Action::update:
+      return {"Update Hooks", "Updating...", "Updating hooks", "Hook update failed", "updated"};
+    case Action::reinstall:
+      return {"Reinstall", "Reinstalling...", "Reinstalling hooks", "Hook reinstall failed",
+              "reinstalled"};
+  }
+  programmingFault("a setup action that is none of its cases");
+}
 
 struct DisplayName {
   std::string operator()(const Status::Installing& status) const {
@@ -76,18 +58,6 @@ struct DisplayName {
   std::string operator()(const Status::Checking&) const { return "Checking hooks"; }
 };
 
-}  // namespace
-
-std::string AgentHooksSetupStatus::displayName() const {
-  return std::visit(DisplayName(), value);
-}
-
-namespace {
-
-using Action = AgentHookSetupAction;
-using State = AgentHookActionResultState;
-using Status = AgentHooksSetupStatus;
-
 struct OfferedAction {
   std::optional<Action> operator()(const Status::Installing&) const { return std::nullopt; }
 
@@ -102,18 +72,6 @@ struct OfferedAction {
   std::optional<Action> operator()(const Status::Checking&) const { return std::nullopt; }
 };
 
-std::string_view pastTense(Action action) {
-  switch (action) {
-    case Action::install:
-      return "installed";
-    case Action::update:
-      return "updated";
-    case Action::reinstall:
-      return "reinstalled";
-  }
-  programmingFault("a setup action that is none of its cases");
-}
-
 AgentHookActionResultRow resultRow(Action action, AgentHookTarget target,
                                    const AgentHookInstallReport& report) {
   AgentHookActionResultRow row{.target = report.target,
@@ -125,7 +83,7 @@ AgentHookActionResultRow resultRow(Action action, AgentHookTarget target,
     row.message = *report.error;
   } else if (report.changed) {
     row.state = State::updated;
-    row.message = pastTense(action);
+    row.message = titles(action).pastTense;
   }
   return row;
 }
@@ -144,6 +102,26 @@ std::string listed(const std::vector<std::string>& names) {
 }
 
 }  // namespace
+
+std::string_view buttonTitle(AgentHookSetupAction action) {
+  return titles(action).button;
+}
+
+std::string_view busyTitle(AgentHookSetupAction action) {
+  return titles(action).busy;
+}
+
+std::string_view busyStatusTitle(AgentHookSetupAction action) {
+  return titles(action).busyStatus;
+}
+
+std::string_view failureStatusTitle(AgentHookSetupAction action) {
+  return titles(action).failureStatus;
+}
+
+std::string AgentHooksSetupStatus::displayName() const {
+  return std::visit(DisplayName(), value);
+}
 
 std::optional<AgentHookSetupAction> AgentHookSetupPresentation::action(
     const AgentHooksSetupStatus& status) {
@@ -188,7 +166,8 @@ AgentHooksSetupStatus AgentHookSetupPresentation::completedStatus(
   if (updated.empty()) {
     return {Status::Ready{"Hooks already current"}};
   }
-  return {Status::Ready{"Hooks " + std::string(pastTense(action)) + " for " + listed(updated)}};
+  return {
+      Status::Ready{"Hooks " + std::string(titles(action).pastTense) + " for " + listed(updated)}};
 }
 
 }  // namespace nodo

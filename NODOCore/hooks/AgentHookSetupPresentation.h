@@ -1,6 +1,5 @@
 #pragma once
 
-#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 
@@ -13,6 +12,9 @@
 #include <vector>
 
 namespace nodo {
+
+class JSONReader;
+class JSONValue;
 
 /// What the setup entry of the menu offers to do with the agents' hooks.
 enum class AgentHookSetupAction { install, update, reinstall };

@@ -101,9 +101,12 @@ std::string withTableAtTheEnd(std::string_view text, const std::vector<Line>& li
   return result + "[features]" + ending + std::string(switchedOn) + ending;
 }
 
-}  // namespace
-
-std::string codexConfigLinesWithHooksOn(std::string_view text) {
+// `text` with the line `hooks = true` in its table `[features]`, as far as lines tell: a line with
+// another value is rewritten (its indentation and comment stay), a missing one added right below
+// the table's header, a missing table added at the end. Lines that are added end as the one before
+// them does (LF or CR LF). What only looks like a table or a key, in a text of several lines for
+// example, is taken for one.
+std::string linesWithHooksOn(std::string_view text) {
   const std::vector<Line> lines = linesOf(text);
   const auto header = std::find_if(lines.begin(), lines.end(), isFeaturesHeader);
   if (header == lines.end()) {
@@ -120,8 +123,6 @@ std::string codexConfigLinesWithHooksOn(std::string_view text) {
   }
   return result;
 }
-
-namespace {
 
 // Each level of nesting that the TOML library does not count itself takes a dot, and it walks its
 // tables recursively: more dots than in any real file could exhaust the stack.
@@ -210,7 +211,7 @@ std::string codexConfigWithHooksOn(std::string_view text, const std::filesystem:
   if (before && isOn(*before)) {
     return std::string(text);
   }
-  std::string edited = codexConfigLinesWithHooksOn(text);
+  std::string edited = linesWithHooksOn(text);
   const std::optional<toml::table> after = parsed(edited);
   if (before && (!after || !isOn(*after) || restOf(*after) != restOf(*before))) {
     fail(file, whatToWrite(*before));

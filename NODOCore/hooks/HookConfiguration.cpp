@@ -23,46 +23,10 @@ const std::string* commandOf(const JSONValue& entry) {
   return command == nullptr ? nullptr : command->text();
 }
 
-}  // namespace
-
-std::string hookCommand(AgentHookTarget target, std::string_view event,
-                        const std::filesystem::path& hookScriptPath) {
-  return "NODO_HOOK_AGENT=" + shellQuoted(rawValue(target)) +
-         " NODO_HOOK_EVENT=" + shellQuoted(event) + " " + shellQuoted(hookScriptPath.string());
-}
-
-JSONValue hookGroup(AgentHookTarget target, std::string_view event,
-                    const std::filesystem::path& hookScriptPath) {
-  JSONValue::Object entry;
-  entry.emplace_back("type", JSONValue(std::string("command")));
-  entry.emplace_back("command", JSONValue(hookCommand(target, event, hookScriptPath)));
-  entry.emplace_back("timeout", JSONValue(timeoutSeconds));
-  JSONValue::Object group;
-  group.emplace_back("hooks", JSONValue(JSONValue::Array{JSONValue(std::move(entry))}));
-  return JSONValue(std::move(group));
-}
-
-bool isHookOf(AgentHookTarget target, const JSONValue& entry) {
-  const std::string* command = commandOf(entry);
-  if (command == nullptr) {
-    return false;
-  }
-  const std::string agent(rawValue(target));
-  return contains(*command, earlierScriptName) ||
-         (namesHookScript(*command) && (contains(*command, "NODO_HOOK_AGENT='" + agent + "'") ||
-                                        contains(*command, "NODO_HOOK_AGENT=" + agent)));
-}
-
-bool namesHookScript(std::string_view text) {
-  return contains(text, "nodo-agent-hook.sh");
-}
-
 bool runsHookScript(const JSONValue& entry) {
   const std::string* command = commandOf(entry);
   return command != nullptr && namesHookScript(*command);
 }
-
-namespace {
 
 bool isListOfObjects(const JSONValue& value) {
   const auto* list = value.array();
@@ -104,6 +68,38 @@ bool holdsGroup(const JSONValue* groups, const JSONValue& wanted) {
 }
 
 }  // namespace
+
+std::string hookCommand(AgentHookTarget target, std::string_view event,
+                        const std::filesystem::path& hookScriptPath) {
+  return "NODO_HOOK_AGENT=" + shellQuoted(rawValue(target)) +
+         " NODO_HOOK_EVENT=" + shellQuoted(event) + " " + shellQuoted(hookScriptPath.string());
+}
+
+JSONValue hookGroup(AgentHookTarget target, std::string_view event,
+                    const std::filesystem::path& hookScriptPath) {
+  JSONValue::Object entry;
+  entry.emplace_back("type", JSONValue(std::string("command")));
+  entry.emplace_back("command", JSONValue(hookCommand(target, event, hookScriptPath)));
+  entry.emplace_back("timeout", JSONValue(timeoutSeconds));
+  JSONValue::Object group;
+  group.emplace_back("hooks", JSONValue(JSONValue::Array{JSONValue(std::move(entry))}));
+  return JSONValue(std::move(group));
+}
+
+bool isHookOf(AgentHookTarget target, const JSONValue& entry) {
+  const std::string* command = commandOf(entry);
+  if (command == nullptr) {
+    return false;
+  }
+  const std::string agent(rawValue(target));
+  return contains(*command, earlierScriptName) ||
+         (namesHookScript(*command) && (contains(*command, "NODO_HOOK_AGENT='" + agent + "'") ||
+                                        contains(*command, "NODO_HOOK_AGENT=" + agent)));
+}
+
+bool namesHookScript(std::string_view text) {
+  return contains(text, "nodo-agent-hook.sh");
+}
 
 JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file) {
   JSONValue configuration{JSONValue::Object()};
@@ -152,7 +148,7 @@ bool removeHooks(JSONValue& configuration, AgentHookTarget target) {
   if (hooks == nullptr || hooks->object() == nullptr) {
     return false;
   }
-  std::set<std::string> events;
+  std::set<std::string> events;  // each once: of one that occurs twice the last counts
   for (const auto& [event, groups] : *hooks->object()) {
     events.insert(event);
   }

@@ -2,16 +2,19 @@
 
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONValue.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 
 #include <array>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
+/// An agent's JSON configuration, and the entries in it that make the agent run the hook script.
+///
+/// It is a "hooks" object that maps each event to a list of groups, each of which has a list
+/// "hooks" of entries, beside whatever else the agent keeps in the file. What is not ours keeps its
+/// value, and its place in a list; members of objects are written sorted by name.
 namespace nodo {
-
-/// The entries that make an agent run the hook script, and how they are told from everybody else's.
 
 /// The events at which agents run the script, in the order in which they are registered.
 constexpr std::array<std::string_view, 4> hookEvents = {"SessionStart", "UserPromptSubmit",
@@ -32,13 +35,6 @@ bool isHookOf(AgentHookTarget target, const JSONValue& entry);
 
 /// Whether `text`, a command or a program, names the hook script.
 bool namesHookScript(std::string_view text);
-
-/// Whether `entry` is a hook whose command names the hook script, for whichever agent.
-bool runsHookScript(const JSONValue& entry);
-
-/// An agent's JSON configuration: a "hooks" object that maps each event to a list of groups, each
-/// of which has a list "hooks" of entries. Everything that is not ours keeps its value and its
-/// order.
 
 /// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
 /// document that is no object. Throws DecodingError, which names `file`, for content that is not
@@ -62,7 +58,7 @@ bool removeHooks(JSONValue& configuration, AgentHookTarget target);
 bool hasAllHooks(const JSONValue& configuration, AgentHookTarget target,
                  const std::filesystem::path& hookScriptPath);
 
-/// Whether any hook runs the hook script.
+/// Whether any hook, for whichever agent, runs the hook script.
 bool runsHookScriptAnywhere(const JSONValue& configuration);
 
 /// A configuration that holds the hooks of `target` and nothing else.

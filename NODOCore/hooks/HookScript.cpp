@@ -1,11 +1,17 @@
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/System.h>
 #include <NODOCore/base/Text.h>
+#include <NODOCore/hooks/Agents.h>
 #include <NODOCore/hooks/HookScript.h>
-#include <NODOCore/hooks/HookScriptText.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <system_error>
 
 #include <fmt/format.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace nodo {
 
@@ -30,17 +36,350 @@ std::string fingerprint(std::string_view text) {
   return fmt::format("{:016x}", value);
 }
 
-std::string hookScriptText(const std::optional<std::string>& nodoctlPath) {
-  std::string text(hookScriptHeader);
-  text += "    \"/Applications/nodo.app/Contents/Library/Helpers/nodoctl\"\n";
-  text += "    \"$HOME/Applications/nodo.app/Contents/Library/Helpers/nodoctl\"";
+namespace {
+
+// The script in three pieces, between which stand what depends on where nodoctl is and on the
+// agents. Every byte counts: an installed script is compared with what these make.
+//
+// It runs under the bash 3.2 of macOS as well as under current ones. An agent waits for it at every
+// tool call, so it starts no program whose answer it can do without, and its functions answer in
+// variables, as each $(function) would be a process of its own.
+
+constexpr std::string_view upToCandidates = R"hook(#!/usr/bin/env bash
+# Asks nodo to keep this machine awake for as long as a coding agent works. The agent runs this at
+# each of its events; whatever goes wrong in here stays in here.
+set -u
+: "${HOME:=}"
+
+MINUTES="${NODO_HOOK_MINUTES:-20}"
+MIN_INTERVAL_SECONDS="${NODO_HOOK_MIN_INTERVAL_SECONDS:-120}"
+STAMP_PATH="${NODO_HOOK_STAMP:-$HOME/.nodo/last-extend.stamp}"
+FALLBACK_SECONDS="${NODO_HOOK_FALLBACK_SECONDS:-600}"
+LOG_PATH="${NODO_HOOK_LOG:-/tmp/nodo-agent-hook.log}"
+HOOK_AGENT="${NODO_HOOK_AGENT:-agent}"
+HOOK_EVENT="${NODO_HOOK_EVENT:-}"
+
+# Agents read what a hook prints, and take some exit statuses as a refusal.
+exec >/dev/null 2>&1
+trap 'exit 0' EXIT
+
+HOOK_PAYLOAD=""
+if [[ ! -t 0 ]]; then
+  HOOK_PAYLOAD=$(exec head -c 65536)
+fi
+
+# One line, whatever the words hold: the log is read by all that Unicode knows as an end of a line.
+# /tmp is open to everybody: a link there may lead to any file, and a pipe would hold the agent up.
+log() {
+  local message="$*" line_end now
+  if [[ -L $LOG_PATH || -p $LOG_PATH ]]; then
+    return
+  fi
+  for line_end in $'\n' $'\r' $'\v' $'\f' $'\xC2\x85' $'\xE2\x80\xA8' $'\xE2\x80\xA9'; do
+    message=${message//"$line_end"/ }
+  done
+  now=$(exec date '+%Y-%m-%d %H:%M:%S')
+  printf '%s %s\n' "$now" "$message" >>"$LOG_PATH"
+}
+
+# Sets DECIMAL to the number without leading zeros; fails for anything but decimal digits.
+decimal() {
+  local pattern='^0*(0|[1-9][0-9]*)$'
+  [[ $1 =~ $pattern ]] && DECIMAL=${BASH_REMATCH[1]}
+}
+
+# Sets BUNDLE_VERSION.
+nodoctl_bundle_version() {
+  local folder=. app version
+  BUNDLE_VERSION=0
+  if [[ $1 == */* ]]; then
+    folder=${1%/*}
+  fi
+  app=$(CDPATH='' cd -- "$folder/../../.." && pwd -P)
+  if [[ ! -f $app/Contents/Info.plist ]]; then
+    return
+  fi
+  version=$(exec /usr/libexec/PlistBuddy -c "Print :CFBundleVersion" "$app/Contents/Info.plist")
+  if decimal "$version"; then
+    BUNDLE_VERSION=$DECIMAL
+  fi
+}
+
+# Sets ctl.
+resolve_nodoctl() {
+  local candidate best=""
+  ctl=${NODOCTL_PATH:-}
+  if [[ -f $ctl && -x $ctl ]]; then
+    return 0
+  fi
+  ctl=""
+  local candidates=(
+)hook";
+
+constexpr std::string_view upToAgents = R"hook(
+  )
+  for candidate in "${candidates[@]}"; do
+    if [[ ! -f $candidate || ! -x $candidate ]]; then
+      continue
+    fi
+    nodoctl_bundle_version "$candidate"
+    # Longer is higher, and of the same length what sorts later: bash cannot count that far.
+    if [[ ${#BUNDLE_VERSION} -gt ${#best} ||
+      (${#BUNDLE_VERSION} -eq ${#best} && "v$BUNDLE_VERSION" > "v$best") ]]; then
+      best=$BUNDLE_VERSION
+      ctl=$candidate
+    fi
+  done
+  [[ -n $ctl ]]
+}
+
+# Sets REQUESTER_NAME.
+requester_name() {
+  case $HOOK_AGENT in
+)hook";
+
+constexpr std::string_view behindAgents = R"hook(    *) REQUESTER_NAME="Agent" ;;
+  esac
+}
+
+# Whether it takes a parser to know if the payload has this key. It has not when the name occurs
+# nowhere, nor an escape of a character that names are made of (tools print many escapes of others),
+# or when the payload was cut: no document with keys ends like that.
+may_have_key() {
+  case $HOOK_PAYLOAD in
+    *"\"$1\""* | *'\u00'[4-7]*) ;;
+    *) return 1 ;;
+  esac
+  case ${HOOK_PAYLOAD: -1} in
+    '}' | ']' | ' ' | $'\t' | $'\r' | $'\n') return 0 ;;
+  esac
+  return 1
+}
+
+# Sets JSON_VALUE to the first value of that key that says something, as one short line. Isolated
+# (-I), as python3 would otherwise import a json.py that lies in the agent's folder.
+json_value() {
+  local program='
+import json, os, sys
+key = os.environ["JSON_KEY"]
+values = [json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")]
+while values:
+    value = values.pop()
+    if isinstance(value, dict):
+        if value.get(key) not in (None, ""):
+            text = str(value[key]).replace("\r", " ").replace("\n", " ").strip()[:200]
+            sys.stdout.buffer.write(text.encode("utf-8"))
+            break
+        value = list(value.values())
+    if isinstance(value, list):
+        values.extend(reversed(value))
+'
+  JSON_VALUE=""
+  if may_have_key "$1" && command -v python3; then
+    JSON_VALUE=$(printf '%s' "$HOOK_PAYLOAD" | JSON_KEY=$1 python3 -I -S -c "$program")
+  fi
+}
+
+# Sets JSON_VALUE to that of the first of these keys that has one.
+first_json_value() {
+  local key
+  for key in "$@"; do
+    json_value "$key"
+    if [[ -n $JSON_VALUE ]]; then
+      return
+    fi
+  done
+}
+
+# Sets SESSION_SHORT.
+short_session() {
+  local name=${1##*/}
+  name=${name%.jsonl}
+  name=${name%.json}
+  SESSION_SHORT=${name:0:8}
+}
+
+# Sets REQUESTER_CONTEXT.
+hook_context() {
+  local session project
+  first_json_value session_id sessionId conversation_id conversationId transcript_path
+  session=$JSON_VALUE
+  first_json_value cwd project_dir project
+  project=${JSON_VALUE:-${PWD:-}}
+  project=${project##*/}
+  short_session "$session"
+  if [[ -n $project && -n $session ]]; then
+    REQUESTER_CONTEXT="$project - session $SESSION_SHORT"
+  elif [[ -n $session ]]; then
+    REQUESTER_CONTEXT="session $SESSION_SHORT"
+  elif [[ $project != . ]]; then
+    REQUESTER_CONTEXT=$project
+  else
+    REQUESTER_CONTEXT=""
+  fi
+}
+
+# Sets REQUESTER_EVENT.
+hook_event() {
+  REQUESTER_EVENT=$HOOK_EVENT
+  if [[ -z $REQUESTER_EVENT ]]; then
+    first_json_value hook_event_name hookEventName eventName event
+    REQUESTER_EVENT=$JSON_VALUE
+  fi
+}
+
+# Whether the last accepted request is too recent for another one. A stamp in the future, which only
+# a changed clock leaves, counts as recent.
+should_skip_extend() {
+  local stamp="" now plain=$'^[0-9]*\n?$'
+  if [[ ! -f $STAMP_PATH ]]; then
+    return 1
+  fi
+  # The end of the file before 32 characters and a NUL: then this is all of it.
+  if IFS= read -r -d '' -n 32 stamp <"$STAMP_PATH" || [[ ! $stamp =~ $plain ]]; then
+    stamp=$(exec tr -dc '0-9' <"$STAMP_PATH")
+  fi
+  stamp=${stamp%$'\n'}
+  decimal "$stamp" || return 1
+  stamp=$DECIMAL
+  if [[ ${#stamp} -gt 15 ]]; then
+    return 0
+  fi
+  now=$(exec date +%s)
+  decimal "$now" || return 1
+  # Not [[ ]], which would evaluate an interval that is no number.
+  [ "$((DECIMAL - stamp))" -lt "$MIN_INTERVAL_SECONDS" ]
+}
+
+record_extend_stamp() {
+  local folder=.
+  if [[ $STAMP_PATH == */* ]]; then
+    folder=${STAMP_PATH%/*}/
+  fi
+  if [[ ! -d $folder ]]; then
+    mkdir -p -- "$folder"
+  fi
+  if [[ ! -p $STAMP_PATH ]]; then
+    date +%s >"$STAMP_PATH"
+  fi
+}
+
+fallback_caffeinate() {
+  record_extend_stamp
+  if ! command -v caffeinate; then
+    log "fallback unavailable: caffeinate not found"
+    return
+  fi
+  caffeinate -is -t "$FALLBACK_SECONDS" </dev/null >/dev/null 2>&1 &
+  disown
+  log "fallback caffeinate started seconds=$FALLBACK_SECONDS"
+}
+
+requester_name
+if should_skip_extend; then
+  hook_event
+  log "nodo extend throttled seconds=$MIN_INTERVAL_SECONDS requester=$REQUESTER_NAME" \
+    "event=$REQUESTER_EVENT"
+  exit 0
+fi
+hook_context
+hook_event
+
+if ! resolve_nodoctl; then
+  log "nodoctl not found"
+  fallback_caffeinate
+  exit 0
+fi
+
+arguments=(manual --minutes "$MINUTES" --extend-only --requester "$REQUESTER_NAME" --json)
+if [[ -n $REQUESTER_CONTEXT ]]; then
+  arguments+=(--context "$REQUESTER_CONTEXT")
+fi
+if [[ -n $REQUESTER_EVENT ]]; then
+  arguments+=(--event "$REQUESTER_EVENT")
+fi
+if ! "$ctl" "${arguments[@]}" </dev/null >/dev/null 2>&1; then
+  log "nodo manual failed ctl=$ctl requester=$REQUESTER_NAME"
+  fallback_caffeinate
+  exit 0
+fi
+
+report=$("$ctl" doctor </dev/null 2>&1)
+if [[ $report == *"Status source: local fallback"* ]]; then
+  log "helper unavailable; using fallback"
+  fallback_caffeinate
+elif [[ $'\n'$report == *$'\n'"Status: active"* || $report == *"macOS SleepDisabled: on"* ]]; then
+  record_extend_stamp
+  log "nodo active minutes=$MINUTES requester=$REQUESTER_NAME context=$REQUESTER_CONTEXT" \
+    "event=$REQUESTER_EVENT"
+else
+  log "nodo helper reachable but sleep lock is off"
+fi
+
+exit 0)hook";
+
+std::string candidateLines(const std::optional<std::string>& nodoctlPath) {
+  std::string lines =
+      "    \"/Applications/nodo.app/Contents/Library/Helpers/nodoctl\"\n"
+      "    \"$HOME/Applications/nodo.app/Contents/Library/Helpers/nodoctl\"";
   const std::string configured = nodoctlPath ? *nodoctlPath : startedPath();
   const std::string_view path = trimmed(configured);
   if (!path.empty()) {
-    text += "\n    " + shellQuoted(path);
+    lines += "\n    " + shellQuoted(path);
   }
-  text += hookScriptFooter;
+  return lines;
+}
+
+std::string agentLines() {
+  std::string lines;
+  for (const Agent& agent : allAgents()) {
+    lines += fmt::format("    {}) REQUESTER_NAME=\"{}\" ;;\n", rawValue(agent.target),
+                         agent.displayName);
+  }
+  return lines;
+}
+
+}  // namespace
+
+std::string hookScriptText(const std::optional<std::string>& nodoctlPath) {
+  std::string text(upToCandidates);
+  text += candidateLines(nodoctlPath);
+  text += upToAgents;
+  text += agentLines();
+  text += behindAgents;
   return text;
+}
+
+std::optional<std::string> readHookScriptFile(const std::filesystem::path& path) {
+  try {
+    auto content = readFile(path);
+    return content && isValidUTF8(*content) ? content : std::nullopt;
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+}
+
+bool isExecutableFile(const std::filesystem::path& path) {
+  return ::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0;
+}
+
+bool writeHookScriptFile(const std::filesystem::path& path, std::string_view text) {
+  if (readHookScriptFile(path) == text && isExecutableFile(path)) {
+    return false;
+  }
+  makeFolder(path.parent_path());
+  replaceFile(path, text, std::filesystem::perms(0755));
+  return true;
+}
+
+bool removeHookScriptFile(const std::filesystem::path& path) {
+  if (::unlink(path.c_str()) == 0) {
+    return true;
+  }
+  if (errno != ENOENT && errno != ENOTDIR) {
+    throwErrno("Unable to remove", path.string());
+  }
+  return false;
 }
 
 }  // namespace nodo

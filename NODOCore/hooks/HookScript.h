@@ -25,6 +25,20 @@ std::string fingerprint(std::string_view text);
 /// `nodoctl` differs: that is how it is found to be outdated. Equal arguments give equal bytes.
 std::string hookScriptText(const std::optional<std::string>& nodoctlPath);
 
+/// The installed script, where all agents find it; nothing when it cannot be read or is not UTF-8
+/// text.
+std::optional<std::string> readHookScriptFile(const std::filesystem::path& path);
+
+/// Whether this process may execute the file.
+bool isExecutableFile(const std::filesystem::path& path);
+
+/// Brings the script up to date, and returns whether it was not. It is executable from the instant
+/// it is there, as an agent may run it at any time. Throws std::system_error.
+bool writeHookScriptFile(const std::filesystem::path& path, std::string_view text);
+
+/// Removes the script, and returns whether there was one. Throws std::system_error.
+bool removeHookScriptFile(const std::filesystem::path& path);
+
 /// The extension that makes Pi run the script at `hookScriptPath`, as Pi loads extensions instead
 /// of running commands. Equal paths give equal bytes.
 std::string piExtensionText(const std::filesystem::path& hookScriptPath);

@@ -5,21 +5,6 @@
 
 namespace nodo {
 
-namespace {
-
-template <class Fields, class Result>
-void describeResult(Fields& fields, Result& result) {
-  fields.defaulted("action", result.action);
-  fields.required("requestedSleepDisabled", result.requestedSleepDisabled);
-  fields.required("dryRun", result.dryRun);
-  fields.optional("executedCommand", result.executedCommand);
-  fields.optional("exitCode", result.exitCode);
-  fields.defaulted("stdout", result.standardOutput);
-  fields.defaulted("stderr", result.standardError);
-}
-
-}  // namespace
-
 PowerOperationAction powerOperationAction(bool disabled) {
   return disabled ? PowerOperationAction::disableSleep : PowerOperationAction::enableSleep;
 }
@@ -41,18 +26,21 @@ bool PowerOperationResult::succeeded() const {
   return !dryRun && exitCode == 0;
 }
 
-JSONValue encode(const PowerOperationResult& result) {
-  ObjectEncoder fields;
-  describeResult(fields, result);
-  return fields.finish();
-}
-
-void decode(const JSONReader& from, PowerOperationResult& result) {
-  ObjectDecoder fields(from);
-  describeResult(fields, result);
+// Records from before there was an action do not hold one.
+static void deriveMissing(const ObjectDecoder& fields, PowerOperationResult& result) {
   if (!fields.has("action")) {
     result.action = powerOperationAction(result.requestedSleepDisabled);
   }
+}
+
+NODO_JSON_RECORD(PowerOperationResult, fields, result) {
+  fields.defaulted("action", result.action);
+  fields.required("requestedSleepDisabled", result.requestedSleepDisabled);
+  fields.required("dryRun", result.dryRun);
+  fields.optional("executedCommand", result.executedCommand);
+  fields.optional("exitCode", result.exitCode);
+  fields.defaulted("stdout", result.standardOutput);
+  fields.defaulted("stderr", result.standardError);
 }
 
 PowerOperationResult PowerManaging::requestSleepNow() {

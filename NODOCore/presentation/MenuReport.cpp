@@ -9,6 +9,23 @@
 
 namespace nodo {
 
+namespace {
+
+// As far back as the state remembers.
+constexpr std::int64_t triggerHours = 12;
+
+// From the minutes' counts, as the list of single requests is cut when there are many.
+MenuTriggers triggersOf(const NODOState& state, Date now) {
+  const TriggerActivitySummary summary(state.triggerActivityBuckets, now, triggerHours,
+                                       triggerHours);
+  return {.line = summary.menuLine(),
+          .total = summary.total,
+          .buckets = summary.buckets,
+          .hours = summary.hours};
+}
+
+}  // namespace
+
 MenuBarIconState menuBarIconState(const std::optional<StatusReport>& report,
                                   const std::optional<std::string>& errorMessage,
                                   bool hookFallbackActive, bool setupNeedsAttention) {
@@ -51,23 +68,6 @@ std::string MenuBarCountdownFormatter::compactDuration(std::int64_t seconds) {
                       : fmt::format("{}h{}m", seconds / hour, minutes);
 }
 
-namespace {
-
-// As far back as the state remembers.
-constexpr std::int64_t triggerHours = 12;
-
-// From the minutes' counts, as the list of single requests is cut when there are many.
-MenuTriggers triggersOf(const NODOState& state, Date now) {
-  const TriggerActivitySummary summary(state.triggerActivityBuckets, now, triggerHours,
-                                       triggerHours);
-  return {.line = summary.menuLine(),
-          .total = summary.total,
-          .buckets = summary.buckets,
-          .hours = summary.hours};
-}
-
-}  // namespace
-
 MenuReport::MenuReport(const StatusReport& report, DoctorStatusSource statusSource,
                        std::optional<bool> liveSleepDisabled, bool hookFallbackActive,
                        const SetupMenuSignals& setup, Date now)
@@ -77,7 +77,7 @@ MenuReport::MenuReport(const StatusReport& report, DoctorStatusSource statusSour
       countdown(MenuBarCountdownFormatter::text(report, now)),
       triggers(triggersOf(report.state, now)),
       setupLine(SetupMenuPresentation::setupLine(setup)),
-      verdict(DoctorReportFormatter::verdict(report, statusSource, liveSleepDisabled)),
+      verdict(doctorVerdict(report, statusSource, liveSleepDisabled)),
       statusSource(statusSource) {
   if (report.state.lastRequester) {
     requester = report.state.lastRequester->displayText();

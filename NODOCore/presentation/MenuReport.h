@@ -14,6 +14,9 @@
 
 namespace nodo {
 
+class JSONReader;
+class JSONValue;
+
 /// Which icon the menu bar shows.
 enum class MenuBarIconState {
   loading,       ///< there is no report yet
@@ -49,9 +52,6 @@ struct MenuBarCountdownFormatter {
   static std::string compactDuration(std::int64_t seconds);
 };
 
-class JSONReader;
-class JSONValue;
-
 /// The keep-awake requests of the last 12 hours, as a menu shows them.
 struct MenuTriggers {
   std::string line;  ///< e.g. "Triggers 12h  ··▂█  5"
@@ -70,7 +70,7 @@ struct MenuReport {
   std::optional<std::string> requester;  ///< who asked last, e.g. "Codex - my project"
   MenuTriggers triggers;
   std::optional<std::string> setupLine;  ///< what is left to set up, if anything
-  std::string verdict;                   ///< that of the doctor report
+  DoctorVerdict verdict = DoctorVerdict::daemonUnavailable;  ///< in JSON, its sentence
   DoctorStatusSource statusSource = DoctorStatusSource::local;
 
   MenuReport() = default;

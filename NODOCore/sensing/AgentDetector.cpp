@@ -1,29 +1,14 @@
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/base/RE2Text.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
 
 #include <algorithm>
-#include <array>
 #include <initializer_list>
 #include <string>
 #include <string_view>
 
 namespace nodo {
-
-std::string_view displayName(AgentKind kind) {
-  switch (kind) {
-    case AgentKind::claudeCode:
-      return "Claude Code";
-    case AgentKind::codex:
-      return "Codex";
-    case AgentKind::grokBuild:
-      return "Grok Build";
-    case AgentKind::pi:
-      return "Pi";
-  }
-  programmingFault("a kind of agent that is none of its cases");
-}
 
 NODO_JSON_RECORD(AgentProcess, fields, agent) {
   fields.required("pid", agent.pid);
@@ -35,60 +20,14 @@ NODO_JSON_RECORD(AgentProcess, fields, agent) {
 
 namespace {
 
-// What stands anywhere in the command lines of agents.
-struct AgentText {
-  AgentKind kind;
-  std::string_view text;
-};
-
-constexpr std::array<AgentText, 7> agentTexts{{
-    {AgentKind::claudeCode, "claude-code"},
-    {AgentKind::codex, "/.codex/bin/codex"},
-    {AgentKind::codex, "openai codex"},
-    {AgentKind::grokBuild, "/.grok/bin/grok"},
-    {AgentKind::grokBuild, "/.grok/downloads/grok-"},
-    {AgentKind::pi, "/bin/pi "},
-    {AgentKind::pi, "@earendil-works/pi-coding-agent"},
-}};
-
-std::string patternOfAgentTexts() {
-  std::string pattern;
-  for (const AgentText& agent : agentTexts) {
-    pattern += (pattern.empty() ? "" : "|") + RE2::QuoteMeta(re2Text(agent.text));
-  }
-  return pattern;
-}
-
-// Whether any of these texts occurs, character boundaries apart. Nearly no row of a process table
-// holds one, and searching each row for one text after the other would be most of the detector's
-// work.
-bool holdsAgentText(const std::string& command) {
-  // Over bytes, so that invalid UTF-8 elsewhere in the line does not matter.
-  static const RE2 anyAgentText(patternOfAgentTexts(), RE2::Latin1);
-  return RE2::PartialMatch(command, anyAgentText);
-}
-
-// What the rules look at, in lower case.
+// What the signs are looked for in: a process in lower case.
 struct Row {
   std::string name;  // the last component of the executable
   std::string command;
-  bool holdsAgentText = false;  // character boundaries apart
 };
 
 bool isAnyOf(std::string_view text, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), text) != names.end();
-}
-
-bool containsAnyOf(std::string_view text, std::initializer_list<std::string_view> needles) {
-  return std::any_of(needles.begin(), needles.end(),
-                     [text](std::string_view needle) { return contains(text, needle); });
-}
-
-bool holdsTextOf(AgentKind kind, const Row& row) {
-  return row.holdsAgentText &&
-         std::any_of(agentTexts.begin(), agentTexts.end(), [&](const AgentText& agent) {
-           return agent.kind == kind && contains(row.command, agent.text);
-         });
 }
 
 // Trailing slashes and "." components name the same file.
@@ -100,13 +39,31 @@ std::string_view lastPathComponent(std::string_view path) {
   return slash == std::string_view::npos || path.size() == 1 ? path : path.substr(slash + 1);
 }
 
+// `command` as it stands: "-C" is another option.
 bool isOneLineShell(const Row& row, std::string_view command) {
   return isAnyOf(row.name, {"sh", "bash", "zsh", "fish"}) &&
          (contains(command, " -c ") || hasSuffix(command, " -c"));
 }
 
-bool isClaudeCode(const Row& row) {
-  return isAnyOf(row.name, {"claude", "claude-code"}) || holdsTextOf(AgentKind::claudeCode, row);
+bool shows(const Row& row, const AgentSign& sign) {
+  switch (sign.place) {
+    case AgentSign::Place::name:
+      return row.name == sign.text;
+    case AgentSign::Place::wholeCommand:
+      return row.command == sign.text;
+    case AgentSign::Place::commandBegin:
+      return hasPrefix(row.command, sign.text);
+    case AgentSign::Place::commandEnd:
+      return hasSuffix(row.command, sign.text);
+    case AgentSign::Place::inCommand:
+      return contains(row.command, sign.text);
+  }
+  programmingFault("a sign of an agent that is in none of its places");
+}
+
+bool showsAnyOf(const Row& row, const std::vector<AgentSign>& signs) {
+  return std::any_of(signs.begin(), signs.end(),
+                     [&](const AgentSign& sign) { return shows(row, sign); });
 }
 
 bool isInsideBundle(const Row& row, std::string_view executable) {
@@ -114,22 +71,13 @@ bool isInsideBundle(const Row& row, std::string_view executable) {
   return contains(row.command, insideBundle) || contains(lowercased(executable), insideBundle);
 }
 
-bool isCodex(const Row& row, std::string_view executable) {
-  return (row.name == "codex" || holdsTextOf(AgentKind::codex, row)) &&
-         !isInsideBundle(row, executable);  // the desktop application is no agent
-}
-
-bool isGrokBuild(const Row& row) {
-  if (holdsTextOf(AgentKind::grokBuild, row)) {
-    return true;
-  }
-  return row.name == "grok" && (containsAnyOf(row.command, {" agent", " session", " leader"}) ||
-                                hasSuffix(row.command, "/grok") || hasSuffix(row.command, " grok"));
-}
-
-bool isPi(const Row& row) {
-  return row.name == "pi" || row.command == "pi" || hasPrefix(row.command, "pi ") ||
-         hasSuffix(row.command, "/bin/pi") || holdsTextOf(AgentKind::pi, row);
+bool isAgent(const Agent& agent, const Row& row, std::string_view executable) {
+  const auto makesIt = [&](const AgentSign& sign) {
+    const bool suffices = sign.place != AgentSign::Place::name || agent.signsBesideName.empty();
+    return shows(row, sign) && (suffices || showsAnyOf(row, agent.signsBesideName));
+  };
+  return std::any_of(agent.signs.begin(), agent.signs.end(), makesIt) &&
+         !(agent.hasLookalikeApplication && isInsideBundle(row, executable));
 }
 
 }  // namespace
@@ -154,23 +102,15 @@ std::vector<AgentProcess> AgentDetector::detect(
 }
 
 std::optional<AgentKind> AgentDetector::classify(const RunningProcess& process) const {
-  Row row{.name = lowercased(lastPathComponent(process.executable)),
-          .command = lowercased(process.command)};
+  const Row row{.name = lowercased(lastPathComponent(process.executable)),
+                .command = lowercased(process.command)};
   if (isOneLineShell(row, process.command) || isAnyOf(row.name, {"nodoctl", "nodod"})) {
     return std::nullopt;
   }
-  row.holdsAgentText = holdsAgentText(row.command);
-  if (isClaudeCode(row)) {
-    return AgentKind::claudeCode;
-  }
-  if (isCodex(row, process.executable)) {
-    return AgentKind::codex;
-  }
-  if (isGrokBuild(row)) {
-    return AgentKind::grokBuild;
-  }
-  if (isPi(row)) {
-    return AgentKind::pi;
+  for (const Agent& agent : allAgents()) {
+    if (isAgent(agent, row, process.executable)) {
+      return agent.kind;
+    }
   }
   return std::nullopt;
 }

@@ -9,45 +9,6 @@ namespace nodo {
 
 namespace {
 
-template <class Fields, class State>
-void describeState(Fields& fields, State& state) {
-  fields.optional("manualUntil", state.manualUntil);
-  fields.defaulted("ownsSleepDisable", state.ownsSleepDisable);
-  fields.optional("lastActivationReason", state.lastActivationReason);
-  fields.optional("lastStopReason", state.lastStopReason);
-  fields.optional("lastRequester", state.lastRequester);
-  fields.defaulted("recentRequesters", state.recentRequesters);
-  fields.defaulted("triggerHistory", state.triggerHistory);
-  fields.defaulted("triggerActivityBuckets", state.triggerActivityBuckets);
-  fields.optional("lastPowerOperation", state.lastPowerOperation);
-  fields.defaulted("powerOperationHistory", state.powerOperationHistory);
-  fields.optional("noRouteUnavailableSince", state.noRouteUnavailableSince);
-  fields.optional("lidOpenedAt", state.lidOpenedAt);
-  fields.optional("lastLidClosed", state.lastLidClosed);
-  fields.defaulted("createdAt", state.createdAt);
-  fields.defaulted("updatedAt", state.updatedAt);
-}
-
-// Fills in what an older file does not hold from what it does.
-void deriveMissing(const ObjectDecoder& fields, NODOState& state) {
-  if (!fields.has("recentRequesters") && state.lastRequester) {
-    state.recentRequesters = {*state.lastRequester};
-  }
-  if (state.triggerHistory.empty()) {
-    state.triggerHistory = state.recentRequesters;
-  }
-  state.triggerActivityBuckets =
-      state.triggerActivityBuckets.empty()
-          ? NODOState::makeTriggerActivityBuckets(state.triggerHistory, std::nullopt)
-          : NODOState::normalisedBuckets(state.triggerActivityBuckets);
-  if (!fields.has("createdAt")) {
-    state.createdAt = currentDate();
-  }
-  if (!fields.has("updatedAt")) {
-    state.updatedAt = state.createdAt;
-  }
-}
-
 std::int64_t remainingUntil(Date end, Date at) {
   return std::max<std::int64_t>(0, wholeSeconds(end - at));
 }
@@ -119,17 +80,42 @@ void NODOState::syncSnapshotTracking(const SystemSnapshot& snapshot) {
   updateNoRouteTracking(snapshot);
 }
 
-JSONValue encode(const NODOState& state) {
-  ObjectEncoder fields;
-  describeState(fields, state);
-  return fields.finish();
+// Fills in what an older file does not hold from what it does.
+static void deriveMissing(const ObjectDecoder& fields, NODOState& state) {
+  if (!fields.has("recentRequesters") && state.lastRequester) {
+    state.recentRequesters = {*state.lastRequester};
+  }
+  if (state.triggerHistory.empty()) {
+    state.triggerHistory = state.recentRequesters;
+  }
+  state.triggerActivityBuckets =
+      state.triggerActivityBuckets.empty()
+          ? NODOState::makeTriggerActivityBuckets(state.triggerHistory, std::nullopt)
+          : NODOState::normalisedBuckets(state.triggerActivityBuckets);
+  if (!fields.has("createdAt")) {
+    state.createdAt = currentDate();
+  }
+  if (!fields.has("updatedAt")) {
+    state.updatedAt = state.createdAt;
+  }
 }
 
-void decode(const JSONReader& from, NODOState& state) {
-  state = NODOState();
-  ObjectDecoder fields(from);
-  describeState(fields, state);
-  deriveMissing(fields, state);
+NODO_JSON_RECORD(NODOState, fields, state) {
+  fields.optional("manualUntil", state.manualUntil);
+  fields.defaulted("ownsSleepDisable", state.ownsSleepDisable);
+  fields.optional("lastActivationReason", state.lastActivationReason);
+  fields.optional("lastStopReason", state.lastStopReason);
+  fields.optional("lastRequester", state.lastRequester);
+  fields.defaulted("recentRequesters", state.recentRequesters);
+  fields.defaulted("triggerHistory", state.triggerHistory);
+  fields.defaulted("triggerActivityBuckets", state.triggerActivityBuckets);
+  fields.optional("lastPowerOperation", state.lastPowerOperation);
+  fields.defaulted("powerOperationHistory", state.powerOperationHistory);
+  fields.optional("noRouteUnavailableSince", state.noRouteUnavailableSince);
+  fields.optional("lidOpenedAt", state.lidOpenedAt);
+  fields.optional("lastLidClosed", state.lastLidClosed);
+  fields.defaulted("createdAt", state.createdAt);
+  fields.defaulted("updatedAt", state.updatedAt);
 }
 
 }  // namespace nodo

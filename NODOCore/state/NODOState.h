@@ -13,6 +13,7 @@ namespace nodo {
 
 class JSONReader;
 class JSONValue;
+struct SystemSnapshot;
 
 /// Who asked to keep the machine awake, and when.
 ///
@@ -22,7 +23,7 @@ class JSONValue;
 struct ActivationRequester {
   std::string name = "Unknown";  ///< never empty
   std::optional<std::string>
-      context;  ///< usually the project's folder and a short session identifier
+      context;                       ///< usually the project's folder and a part of a session's id
   std::optional<std::string> event;  ///< the agent's name for the hook event
   Date requestedAt;
 
@@ -81,11 +82,9 @@ struct PowerOperationAudit {
 JSONValue encode(const PowerOperationAudit& audit);
 void decode(const JSONReader& from, PowerOperationAudit& audit);
 
-struct SystemSnapshot;
-
 /// The one persistent record: whether a manual keep-awake period runs and until when, whether nodo
 /// itself holds the machine's sleep lock, who asked, what was done, and what the safety rules have
-/// to remember between runs.
+/// to remember between passes.
 ///
 /// A plain value: loaded by the StateStore, changed by the controller, written back whole. All
 /// functions are pure but for this value.

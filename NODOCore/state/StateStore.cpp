@@ -5,6 +5,14 @@
 
 namespace nodo {
 
+namespace {
+
+std::filesystem::path normalFolder(const std::filesystem::path& folder) {
+  return (folder / "").lexically_normal();
+}
+
+}  // namespace
+
 StateStore StateStore::defaultStore(const Environment& environment) {
   if (const auto folder = nonEmptyValue(environment, "NODO_STATE_DIR")) {
     return {*folder};
@@ -42,6 +50,10 @@ void StateStore::save(const NODOState& state) const {
   const std::string content = encodeJSON(state, JSONLayout::prettySorted) + "\n";
   makeFolder(directory);
   replaceFile(stateURL(), content);
+}
+
+bool StateStore::operator==(const StateStore& other) const {
+  return normalFolder(directory) == normalFolder(other.directory);
 }
 
 }  // namespace nodo

@@ -35,7 +35,8 @@ struct StateStore {
   /// std::system_error with the path in its text; the old file is as it was then.
   void save(const NODOState& state) const;
 
-  bool operator==(const StateStore&) const = default;
+  /// Whether both keep it in the same folder, however that is spelt ("/a" and "/a/" are one).
+  bool operator==(const StateStore& other) const;
 };
 
 }  // namespace nodo

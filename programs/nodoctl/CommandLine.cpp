@@ -1,6 +1,5 @@
 #include <NODOCore/base/Text.h>
 #include <programs/nodoctl/CommandLine.h>
-#include <programs/nodoctl/CommandTree.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -105,10 +104,10 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments) {
   }
 }
 
-// What the whole tree makes of a line that another one did not understand.
+// What the whole tree makes of a line that a part of it did not understand.
 ParsedCommandLine explain(const std::vector<std::string>& arguments) {
   Invocation invocation;
-  const auto app = makeCommandTree(invocation);
+  const auto app = makeCommandTree(invocation).app;
   try {
     parse(*app, arguments);
     return invocation;
@@ -127,13 +126,16 @@ ParsedCommandLine explain(const std::vector<std::string>& arguments) {
 }  // namespace
 
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+  // "complete" stands in no tree: no help and no completion offers it, and whatever is behind it
+  // belongs to the line that somebody types.
+  if (!arguments.empty() && arguments.front() == "complete") {
+    return CompleteCommand{.words = {arguments.begin() + 1, arguments.end()}};
+  }
   Invocation invocation;
-  const auto app = makeCommandTreeFor(arguments, invocation);
+  const auto app = makeCommandTree(invocation, arguments).app;
   try {
     parse(*app, arguments);
     return invocation;
-  } catch (const CLI::CallForVersion& version) {
-    return HelpText{std::string(version.what()) + "\n"};
   } catch (const CLI::ParseError&) {
     return explain(arguments);
   }

@@ -1,275 +1,300 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Text.h>
-#include <programs/nodoctl/CommandTree.h>
-#include <programs/shared/OptionValues.h>
+#include <programs/nodoctl/CommandLine.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
 namespace nodo::nodoctl {
 namespace {
 
-class TreeBuilder : public std::enable_shared_from_this<TreeBuilder> {
- public:
-  // Without `words` the whole tree.
-  TreeBuilder(Invocation& invocation, std::optional<std::vector<std::string>> words)
-      : invocation_(invocation), words_(std::move(words)) {}
+// The library's own conversion takes 010 for eight and 0x10 for sixteen.
+std::int64_t wholeNumber(const std::string& text) {
+  const auto number = integerFromText<std::int64_t>(text);
+  if (!number) {
+    throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
+  }
+  return *number;
+}
 
-  std::shared_ptr<CLI::App> build() {
-    auto app = std::make_shared<CLI::App>(
-        "Keeps this computer awake while coding agents work, and explains what it does.",
-        "nodoctl");
+double seconds(const std::string& option, const std::string& text) {
+  const auto value = decimalNumber(text);
+  if (!value || !(*value > 0)) {
+    throw CLI::ValidationError(option, "\"" + text + "\" is not a number of seconds above 0");
+  }
+  return *value;
+}
+
+AgentHookTarget hookTarget(const std::string& text) {
+  try {
+    return parseAgentHookTarget(text);
+  } catch (const NODOError& error) {
+    throw CLI::ValidationError(error.what());
+  }
+}
+
+Shell shellNamed(const std::string& text) {
+  const auto shell = fromRawValue<Shell>(text);
+  if (!shell) {
+    throw CLI::ValidationError("shell", "\"" + text + "\" is none of bash, zsh, fish");
+  }
+  return *shell;
+}
+
+void describe(CLI::App& app) {
+  app.set_help_flag("-h,--help", "Show this help and exit");
+  app.set_version_flag("--version", "nodoctl " + std::string(version()),
+                       "Show the version and exit");
+}
+
+CLI::Option* addSeconds(CLI::App& command, const std::string& option, double& into,
+                        const std::string& description) {
+  return command.add_option_function<std::string>(
+      option, [&into, option](const std::string& text) { into = seconds(option, text); },
+      description);
+}
+
+CLI::Option* addMinutes(CLI::App& command, std::int64_t& into, const std::string& description) {
+  return command
+      .add_option_function<std::string>(
+          "--minutes", [&into](const std::string& text) { into = wholeNumber(text); }, description)
+      ->type_name("N");
+}
+
+void addJSON(CLI::App& command, bool& into) {
+  command.add_flag("--json", into, "Answer with one JSON document");
+}
+
+class TreeBuilder {
+ public:
+  TreeBuilder(Invocation& invocation, const std::optional<std::vector<std::string>>& words)
+      : invocation_(invocation), words_(words) {}
+
+  CommandTree build() {
+    CLI::App& app = *tree_.app;
     // At most one; that there is one at all is checked once the line is known to make sense, so
     // that the message names a misspelt command.
-    app->require_subcommand(0, 1);
-    addCommands(*app);
+    app.require_subcommand(0, 1);
+    addCommands(app);
     // Only now, as every command would begin with a copy of these.
-    describe(*app);
-    addHelperOptions(*app);
-    return app;
+    describe(app);
+    addDaemonOptions(app);
+    return std::move(tree_);
   }
 
  private:
-  using AddOptions = void (TreeBuilder::*)(CLI::App& command);
-
   void addCommands(CLI::App& app) {
-    add(app, Command::status, "status", "Show whether the computer is kept awake, and why",
-        &TreeBuilder::addStateOptions);
-    add(app, Command::manual, "manual", "Keep the computer awake for some minutes",
-        &TreeBuilder::addManualOptions);
-    add(app, Command::stop, "stop", "End the timer, so that the computer may sleep",
-        &TreeBuilder::addStateOptions);
-    add(app, Command::repair, "repair",
-        "Reset the state after something went wrong; the histories are kept",
-        &TreeBuilder::addStateOptions);
-    add(app, Command::reconcile, "reconcile",
-        "Bring the sleep lock in line with the decision, once", &TreeBuilder::addReconcileOptions);
-    add(app, Command::doctor, "doctor", "Check whether everything is in place, and say what is not",
-        &TreeBuilder::addDoctorOptions);
-    add(app, Command::diagnostics, "diagnostics", "Show what affects sleep on this computer",
-        &TreeBuilder::addJSON);
-    add(app, Command::agents, "agents", "List the coding agents that are running",
-        &TreeBuilder::addJSON);
-    add(app, std::nullopt, "hooks",
-        "Make coding agents keep the computer awake while they work, or undo that",
-        &TreeBuilder::addHooksCommands);
-    add(app, Command::menu, "menu", "Show once what a menu bar would show",
-        &TreeBuilder::addStateOptions);
-    add(app, Command::watch, "watch",
-        "Show the menu live, until Ctrl-C; in a pipe a line at each change",
-        &TreeBuilder::addWatchOptions);
-    add(app, Command::run, "run", "Keep the computer awake while a command runs",
-        &TreeBuilder::addRunOptions);
-    add(app, Command::completion, "completion", "Print a completion script for a shell",
-        &TreeBuilder::addCompletionOptions);
+    add<StatusCommand>(app, "status", "Show whether the computer is kept awake, and why");
+    add<ManualCommand>(app, "manual", "Keep the computer awake for some minutes");
+    add<StopCommand>(app, "stop", "End the timer, so that the computer may sleep");
+    add<RepairCommand>(app, "repair",
+                       "Reset the state after something went wrong; the histories are kept");
+    add<ReconcileCommand>(app, "reconcile", "Bring the sleep lock in line with the decision, once");
+    add<DoctorCommand>(app, "doctor", "Check whether everything is in place, and say what is not");
+    add<DiagnosticsCommand>(app, "diagnostics", "Show what affects sleep on this computer");
+    add<AgentsCommand>(app, "agents", "List the coding agents that are running");
+    addHooks(app);
+    add<MenuCommand>(app, "menu", "Show once what a menu bar would show");
+    add<WatchCommand>(app, "watch",
+                      "Show the menu live, until Ctrl-C; in a pipe a line at each change");
+    add<RunCommand>(app, "run", "Keep the computer awake while a command runs");
+    add<CompletionCommand>(app, "completion", "Print a completion script for a shell");
   }
 
-  static void describe(CLI::App& app) {
-    app.set_help_flag("-h,--help", "Show this help and exit");
-    app.set_version_flag("--version", "nodoctl " + std::string(version()),
-                         "Show the version and exit");
+  void addHooks(CLI::App& app) {
+    CLI::App* hooks = addNamed(app, "hooks",
+                               "Make coding agents keep the computer awake while they work, or "
+                               "undo that");
+    if (hooks == nullptr) {
+      return;
+    }
+    hooks->require_subcommand(0, 1);
+    add<HooksInstallCommand>(*hooks, "install",
+                             "Write the hook script, and make agents run it when they start, get "
+                             "a prompt or use a tool");
+    add<HooksUninstallCommand>(*hooks, "uninstall",
+                               "Take the hooks out of the agents' configuration again; for all "
+                               "agents the hook script goes too");
+    add<HooksInspectCommand>(*hooks, "inspect",
+                             "Show what is installed, and whether it is what this version "
+                             "installs");
+    hooks->footer("The agents are " + listedAgentNames() +
+                  "; without a target all of them are meant.\n"
+                  "Other tools' hooks and settings are left as they are.");
   }
 
-  // Without `command` it is one only together with a further word.
-  void add(CLI::App& parent, std::optional<Command> command, const std::string& name,
-           const std::string& description, AddOptions addOptions) {
+  CLI::App* addNamed(CLI::App& parent, const std::string& name, const std::string& description) {
     const bool isOnTop = parent.get_parent() == nullptr;
     if (words_ && isOnTop && std::find(words_->begin(), words_->end(), name) == words_->end()) {
-      return;
+      return nullptr;
     }
     CLI::App* added = parent.add_subcommand(name, description);
-    if (command) {
-      added->callback([&into = invocation_, command] { into.command = *command; });
-    }
-    if (!words_) {
-      describe(*added);
-      (this->*addOptions)(*added);
+    describe(*added);
+    return added;
+  }
+
+  template <class Command>
+  void add(CLI::App& parent, const std::string& name, const std::string& description) {
+    CLI::App* added = addNamed(parent, name, description);
+    if (added == nullptr) {
       return;
     }
-    added->preparse_callback([self = shared_from_this(), added, addOptions](std::size_t) {
-      describe(*added);
-      ((*self).*addOptions)(*added);
+    const auto command = std::make_shared<Command>();
+    addOptions(*added, *command);
+    added->callback([&into = invocation_, command, daemon = daemon_] {
+      if constexpr (requires { command->daemon; }) {
+        command->daemon = *daemon;
+      }
+      into = *command;
     });
   }
 
-  void addJSON(CLI::App& command) {
-    command.add_flag("--json", invocation_.json, "Answer with one JSON document");
-  }
-
   // Of every command that asks the daemon; and in front of the command, where people look for what
-  // is common to several.
-  void addHelperOptions(CLI::App& command) {
-    command
-        .add_option_function<std::string>(
-            "--helper-timeout",
-            [&into = invocation_](const std::string& text) {
-              into.helperTimeout = seconds("--helper-timeout", text);
-            },
-            "How long the daemon may take for one answer, in seconds (default: 1)")
+  // is common to several. Behind it they count more, as they are looked at later.
+  void addDaemonOptions(CLI::App& command) {
+    addSeconds(command, "--helper-timeout", daemon_->timeout,
+               "How long the daemon may take, for all that a command asks, in seconds "
+               "(default: 1)")
         ->type_name("SECONDS");
-    command
-        .add_option_function<std::string>(
-            "--bus", [&into = invocation_](const std::string& text) { into.bus = busChoice(text); },
-            "The D-Bus bus that the daemon is on (default: the system's, else the session's)")
-        ->type_name("system|session|ADDRESS");
+    CLI::Option* bus = command.add_option_function<std::string>(
+        "--bus", [daemon = daemon_](const std::string& text) { daemon->bus = busChoice(text); },
+        "The D-Bus bus that the daemon is on (default: the system's, else the session's)");
+    bus->type_name("system|session|ADDRESS");
+    tree_.offers[bus].words = {{"system", ""}, {"session", ""}};
   }
 
-  void addStateOptions(CLI::App& command) {
-    addJSON(command);
-    addHelperOptions(command);
+  // Of "status", "stop", "repair" and "menu".
+  template <class Command>
+  void addOptions(CLI::App& app, Command& command) {
+    addJSON(app, command.json);
+    addDaemonOptions(app);
   }
 
-  CLI::Option* addMinutes(CLI::App& command, const std::string& description) {
-    return command
-        .add_option_function<std::string>(
-            "--minutes",
-            [&into = invocation_](const std::string& text) { into.minutes = wholeNumber(text); },
-            description)
-        ->type_name("N");
-  }
-
-  void addManualOptions(CLI::App& manual) {
-    addMinutes(manual, "How long from now, in whole minutes")->required();
-    manual.add_flag("--extend-only", invocation_.extendOnly,
-                    "Never shorten a timer that runs longer");
-    manual.add_option("--requester", invocation_.requester, "Who asks, e.g. \"Claude Code\"")
+  void addOptions(CLI::App& app, ManualCommand& manual) {
+    addMinutes(app, manual.minutes, "How long from now, in whole minutes")->required();
+    app.add_flag("--extend-only", manual.extendOnly, "Never shorten a timer that runs longer");
+    app.add_option("--requester", manual.requester, "Who asks, e.g. \"Claude Code\"")
         ->type_name("NAME");
-    manual.add_option("--context", invocation_.context, "What for, e.g. the project")
-        ->type_name("TEXT");
-    manual.add_option("--event", invocation_.event, "Which event of the agent led to this")
+    app.add_option("--context", manual.context, "What for, e.g. the project")->type_name("TEXT");
+    app.add_option("--event", manual.event, "Which event of the agent led to this")
         ->type_name("NAME");
-    addStateOptions(manual);
+    addJSON(app, manual.json);
+    addDaemonOptions(app);
   }
 
-  void addReconcileOptions(CLI::App& reconcile) {
-    reconcile.add_flag("--simulate", invocation_.simulate,
-                       "Only show what a pass would do, on your own state");
-    addStateOptions(reconcile);
+  void addOptions(CLI::App& app, ReconcileCommand& reconcile) {
+    app.add_flag("--simulate", reconcile.simulate,
+                 "Only show what a pass would do, on your own state");
+    addJSON(app, reconcile.json);
+    addDaemonOptions(app);
   }
 
-  void addDoctorOptions(CLI::App& doctor) {
-    doctor.add_flag("--verbose", invocation_.verbose,
-                    "Add what else helps to find a reason, e.g. who else holds up sleep");
-    doctor.footer("The exit status is 0 when the verdict begins with \"Ready:\", else 1.");
-    addStateOptions(doctor);
+  void addOptions(CLI::App& app, DoctorCommand& doctor) {
+    app.add_flag("--verbose", doctor.verbose,
+                 "Add what else helps to find a reason, e.g. who else holds up sleep");
+    app.footer("The exit status is 0 when the verdict begins with \"Ready:\", else 1.");
+    addJSON(app, doctor.json);
+    addDaemonOptions(app);
   }
 
-  void addHooksCommands(CLI::App& hooks) {
-    hooks.require_subcommand(0, 1);
-    add(hooks, Command::hooksInstall, "install",
-        "Write the hook script, and make agents run it when they start, get a prompt or use a tool",
-        &TreeBuilder::addHooksOptions);
-    add(hooks, Command::hooksUninstall, "uninstall",
-        "Take the hooks out of the agents' configuration again; for all four agents the hook "
-        "script "
-        "goes too",
-        &TreeBuilder::addHooksOptions);
-    add(hooks, Command::hooksInspect, "inspect",
-        "Show what is installed, and whether it is what this version installs",
-        &TreeBuilder::addHooksOptions);
-    hooks.footer(
-        "The agents are Claude Code, Codex, Grok Build and Pi; without a target all four are "
-        "meant.\nOther tools' hooks and settings are left as they are.");
+  void addOptions(CLI::App& app, DiagnosticsCommand& diagnostics) {
+    addJSON(app, diagnostics.json);
   }
 
-  void addHooksOptions(CLI::App& command) {
-    command
-        .add_option_function<std::vector<std::string>>(
-            "target",
-            [&into = invocation_](const std::vector<std::string>& texts) {
-              for (const std::string& text : texts) {
-                into.hookTargets.push_back(hookTarget(text));
-              }
-            },
-            "Which agents; all four when none is named")
-        ->type_name("claude|codex|grok|pi");
-    command
-        .add_option("--home", invocation_.home,
-                    "The home folder that the agents' configuration lies in (default: HOME)")
-        ->type_name("DIR");
-    command
-        .add_option("--nodoctl", invocation_.nodoctl,
-                    "The nodoctl that the hooks are to run (default: this one, as it was found)")
-        ->type_name("PATH");
-    addJSON(command);
+  void addOptions(CLI::App& app, AgentsCommand& agents) { addJSON(app, agents.json); }
+
+  void addOptions(CLI::App& app, HooksInstallCommand& install) {
+    addHooksChoice(app, install.hooks);
+    addJSON(app, install.json);
   }
 
-  void addWatchOptions(CLI::App& watch) {
-    watch
-        .add_option_function<std::string>(
-            "--interval",
-            [&into = invocation_](const std::string& text) {
-              into.interval = seconds("--interval", text);
-            },
-            "How often to look, in seconds (default: 0.5)")
+  void addOptions(CLI::App& app, HooksUninstallCommand& uninstall) {
+    addHooksChoice(app, uninstall.hooks);
+    addJSON(app, uninstall.json);
+  }
+
+  void addOptions(CLI::App& app, HooksInspectCommand& inspect) {
+    addHooksChoice(app, inspect.hooks);
+    addJSON(app, inspect.json);
+  }
+
+  void addHooksChoice(CLI::App& app, HooksChoice& hooks) {
+    CLI::Option* target = app.add_option_function<std::vector<std::string>>(
+        "target",
+        [&hooks](const std::vector<std::string>& texts) {
+          std::transform(texts.begin(), texts.end(), std::back_inserter(hooks.targets), hookTarget);
+        },
+        "Which agents; all of them when none is named");
+    offerTexts<AgentHookTarget>(*target, [](AgentHookTarget each) { return displayName(each); });
+    CLI::Option* home =
+        app.add_option("--home", hooks.home,
+                       "The home folder that the agents' configuration lies in (default: HOME)");
+    home->type_name("DIR");
+    tree_.offers[home].kind = ValueOffer::Kind::folders;
+    CLI::Option* nodoctl =
+        app.add_option("--nodoctl", hooks.nodoctl,
+                       "The nodoctl that the hooks are to run (default: this one, as it was "
+                       "found)");
+    nodoctl->type_name("PATH");
+    tree_.offers[nodoctl].kind = ValueOffer::Kind::files;
+  }
+
+  void addOptions(CLI::App& app, WatchCommand& watch) {
+    addSeconds(app, "--interval", watch.interval, "How often to look, in seconds (default: 0.5)")
         ->type_name("S");
-    addStateOptions(watch);
+    addJSON(app, watch.json);
+    addDaemonOptions(app);
   }
 
-  void addRunOptions(CLI::App& run) {
-    addMinutes(run, "How far ahead of the present the timer is kept (default: 20)");
-    addHelperOptions(run);
-    run.add_option("command", invocation_.words, "What to run, behind \"--\"")
-        ->type_name("COMMAND [ARG ...]")
-        ->required();
-    run.footer(
+  void addOptions(CLI::App& app, RunCommand& run) {
+    addMinutes(app, run.minutes, "How far ahead of the present the timer is kept (default: 20)");
+    addDaemonOptions(app);
+    CLI::Option* command = app.add_option("command", run.words, "What to run, behind \"--\"");
+    command->type_name("COMMAND [ARG ...]")->required();
+    tree_.offers[command].kind = ValueOffer::Kind::commandLine;
+    app.footer(
         "The command's standard streams, signals and exit status are its own.\nWhen it ends the "
         "timer runs on to its end; 'nodoctl stop' ends it at once.");
   }
 
-  void addCompletionOptions(CLI::App& completion) {
-    completion.add_option("shell", invocation_.shell, "bash, zsh or fish")
-        ->type_name("bash|zsh|fish")
-        ->required()
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""));
+  void addOptions(CLI::App& app, CompletionCommand& completion) {
+    CLI::Option* shell = app.add_option_function<std::string>(
+        "shell", [&completion](const std::string& text) { completion.shell = shellNamed(text); },
+        "bash, zsh or fish");
+    shell->required();
+    offerTexts<Shell>(*shell, [](Shell) { return std::string_view(); });
   }
 
-  // The library's own conversion takes 010 for eight and 0x10 for sixteen.
-  static std::int64_t wholeNumber(const std::string& text) {
-    const auto number = integerFromText<std::int64_t>(text);
-    if (!number) {
-      throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
+  // The texts of an enumeration are what the argument can be, and what the help calls it.
+  template <class Enum>
+  void offerTexts(CLI::Option& argument, std::string_view (*description)(Enum)) {
+    std::string typeName;
+    for (const Enum each : allCases<Enum>()) {
+      tree_.offers[&argument].words.emplace_back(rawValue(each), description(each));
+      typeName += (typeName.empty() ? "" : "|") + std::string(rawValue(each));
     }
-    return *number;
-  }
-
-  static double seconds(const std::string& option, const std::string& text) {
-    const auto value = decimalNumber(text);
-    if (!value || !(*value > 0)) {
-      throw CLI::ValidationError(option, "\"" + text + "\" is not a number of seconds above 0");
-    }
-    return *value;
-  }
-
-  static AgentHookTarget hookTarget(const std::string& text) {
-    try {
-      return parseAgentHookTarget(text);
-    } catch (const NODOError& error) {
-      throw CLI::ValidationError(error.what());
-    }
+    argument.type_name(typeName);
   }
 
   Invocation& invocation_;
-  std::optional<std::vector<std::string>> words_;
+  const std::optional<std::vector<std::string>>& words_;
+  // What is given in front of a command and behind it.
+  std::shared_ptr<DaemonOptions> daemon_ = std::make_shared<DaemonOptions>();
+  CommandTree tree_{.app = std::make_shared<CLI::App>(
+                        "Keeps this computer awake while coding agents work, and explains what it "
+                        "does.",
+                        "nodoctl"),
+                    .offers = {}};
 };
 
 }  // namespace
 
-std::shared_ptr<CLI::App> makeCommandTree(Invocation& invocation) {
-  return std::make_shared<TreeBuilder>(invocation, std::nullopt)->build();
-}
-
-std::shared_ptr<CLI::App> makeCommandTreeFor(const std::vector<std::string>& words,
-                                             Invocation& invocation) {
-  return std::make_shared<TreeBuilder>(invocation, words)->build();
+CommandTree makeCommandTree(Invocation& invocation,
+                            const std::optional<std::vector<std::string>>& words) {
+  return TreeBuilder(invocation, words).build();
 }
 
 }  // namespace nodo::nodoctl

@@ -1,19 +1,28 @@
 #include <programs/nodoctl/CommandLine.h>
-#include <programs/nodoctl/Commands.h>
 #include <programs/nodoctl/Tool.h>
+#include <programs/nodoctl/commands/Commands.h>
+
+#include <algorithm>
+#include <system_error>
+#include <variant>
+
+#include <unistd.h>
 
 namespace nodo::nodoctl {
 namespace {
 
+namespace fs = std::filesystem;
+
 int performAndPrint(const Invocation& invocation, const ToolContext& context) {
-  const Answer answer = perform(invocation, context);
+  const Answer answer =
+      std::visit([&](const auto& command) { return perform(command, context); }, invocation);
   for (const std::string& hint : answer.hints) {
     context.console().complain(hint);
   }
   if (!answer.output.empty()) {
     context.console().print(answer.output);
   }
-  return answer.exitStatus.value_or(answer.failed ? exitFailure : exitSuccess);
+  return answer.exitStatus;
 }
 
 }  // namespace
@@ -22,6 +31,52 @@ int runTool(const std::vector<std::string>& arguments, const ToolContext& contex
   return runProgram<Invocation>(
       context.console(), arguments, parseCommandLine,
       [&context](const Invocation& invocation) { return performAndPrint(invocation, context); });
+}
+
+std::optional<fs::path> toolPath(const ToolContext& context) {
+  const std::string& name = context.startedAs;
+  if (name.find('/') != std::string::npos) {
+    return absolutePath(name);
+  }
+  const auto path = context.environment.find("PATH");
+  if (path == context.environment.end()) {
+    return std::nullopt;
+  }
+  const std::vector<fs::path> places = placesOfProgram(name, path->second);
+  const auto found = std::find_if(places.begin(), places.end(), isProgram);
+  return found == places.end() ? std::nullopt : std::optional(absolutePath(*found));
+}
+
+std::optional<fs::path> homeFolder(const Environment& environment) {
+  const auto home = nonEmptyValue(environment, "HOME");
+  return home ? std::optional(absolutePath(*home)) : std::nullopt;
+}
+
+std::vector<fs::path> placesOfProgram(const std::string& name, std::string_view searchPath) {
+  if (name.empty() || name.find('/') != std::string::npos) {
+    return {name};
+  }
+  std::vector<fs::path> places;
+  for (;;) {
+    const auto end = std::min(searchPath.find(':'), searchPath.size());
+    places.push_back(fs::path(searchPath.substr(0, end)) / name);
+    if (end == searchPath.size()) {
+      return places;
+    }
+    searchPath.remove_prefix(end + 1);
+  }
+}
+
+bool isProgram(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored) && ::access(path.c_str(), X_OK) == 0;
+}
+
+fs::path absolutePath(const fs::path& path) {
+  const fs::path absolute = fs::absolute(path);
+  const bool goesUp = std::find(absolute.begin(), absolute.end(), "..") != absolute.end();
+  const fs::path plain = goesUp ? absolute : absolute.lexically_normal();
+  return plain.has_filename() || !plain.has_relative_path() ? plain : plain.parent_path();
 }
 
 }  // namespace nodo::nodoctl

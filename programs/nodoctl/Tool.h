@@ -4,18 +4,26 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <platform/HostMachine.h>
-#include <programs/nodoctl/terminal/SignalQueue.h>
 #include <programs/nodoctl/terminal/Terminal.h>
 #include <programs/shared/ProgramFrame.h>
 
+#include <filesystem>
 #include <functional>
 #include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace nodo::nodoctl {
+
+/// What a command has to say.
+struct Answer {
+  std::string output = {};              ///< for standard output, whole
+  std::vector<std::string> hints = {};  ///< for standard error, a line each
+  int exitStatus = exitSuccess;
+};
 
 /// All that nodoctl has of the world, so that tests can set it.
 struct ToolContext {
@@ -40,5 +48,25 @@ struct ToolContext {
 /// success, 2 for a wrong use, 1 for any other failure, and that of the command that "run" runs.
 /// The answer is written whole or not at all.
 int runTool(const std::vector<std::string>& arguments, const ToolContext& context);
+
+/// Where the shell found the program that this is: the path by which it was started when that holds
+/// a slash, else its place in PATH; nothing when it is in no folder of that. Absolute, and never
+/// the target of a symbolic link: the next upgrade may move that, while the link stays.
+std::optional<std::filesystem::path> toolPath(const ToolContext& context);
+
+/// The user's home folder, absolute; nothing when HOME does not name one.
+std::optional<std::filesystem::path> homeFolder(const Environment& environment);
+
+/// Where a shell looks for the program `name`, in this order: there itself when it holds a slash,
+/// else in each folder of `searchPath`, of which an empty one is the working folder.
+std::vector<std::filesystem::path> placesOfProgram(const std::string& name,
+                                                   std::string_view searchPath);
+
+/// Whether `path` is a file that this process may run.
+bool isProgram(const std::filesystem::path& path);
+
+/// `path` from the root on. Without "." in it; with ".." it stays as it is, since the folder above
+/// a link is not the one that the name suggests.
+std::filesystem::path absolutePath(const std::filesystem::path& path);
 
 }  // namespace nodo::nodoctl

@@ -1,7 +1,7 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Text.h>
 #include <programs/nodod/CommandLine.h>
-#include <programs/shared/OptionValues.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <cstdint>
 

@@ -3,7 +3,6 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/control/PowerDecision.h>
 #include <platform/DaemonMachine.h>
-#include <programs/shared/DefaultPolicy.h>
 #include <programs/shared/ProgramFrame.h>
 
 #include <string>

@@ -1,15 +1,19 @@
 #pragma once
 
+#include <NODOCore/control/PowerDecision.h>
+
 #include <exception>
 #include <functional>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
 /// What every program does around its own work: says what a command line asks for or why it asks
-/// for nothing, writes answers and complaints, and ends with the right status.
+/// for nothing, writes answers and complaints, and ends with the right status. And what their
+/// options have in common.
 namespace nodo {
 
 /// The command line asked for help or the version: what to print.
@@ -65,5 +69,20 @@ int runProgram(
     return exitFailure;
   }
 }
+
+/// A number of digits and at most one point, whatever the locale: 010 is ten, "nan" is none.
+std::optional<double> decimalNumber(const std::string& text);
+
+/// The value of --bus: "system", "session" or an address on this computer. Throws
+/// CLI::ValidationError for anything else.
+std::string busChoice(const std::string& text);
+
+/// The limits that the programs keep to unless told otherwise: a fifth of the battery as a reserve,
+/// half a day at most for one request (an agent left alone overnight), a minute to sit down again
+/// after opening the lid, five minutes for a network to come back.
+inline constexpr SafetyPolicy defaultPolicy{.minimumBatteryPercent = 20,
+                                            .maxManualDurationMinutes = 720,
+                                            .lidOpenGraceSeconds = 60,
+                                            .noRouteGraceSeconds = 300};
 
 }  // namespace nodo

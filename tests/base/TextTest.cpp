@@ -13,8 +13,8 @@ namespace nodo {
 namespace {
 
 using test::testRows;
-using test::valueOf;
 using test::utf8;
+using test::valueOf;
 
 // "0061 0301": code points in hexadecimal.
 std::string textFromScalars(const std::string& scalars) {

@@ -70,6 +70,14 @@ TEST_F(ControllerCommandsTest, ATimerAboveTheCapIsRefusedNotShortened) {
   EXPECT_EQ(storedText(), before);
 }
 
+TEST_F(ControllerCommandsTest, WithoutACapATimerMayRunForAsLongAsMachinesDo) {
+  put(NODOState::fresh(now));
+  const auto unlimited = test::controllerFor(machine, store(), {});
+  const auto report = unlimited.enableManual(SafetyPolicy::noLimit, now, false, std::nullopt);
+  EXPECT_EQ(report.manualRemainingSeconds, SafetyPolicy::noLimit * 60);
+  EXPECT_EQ(stored(), report.state);
+}
+
 TEST_F(ControllerCommandsTest, ARequestThatIsNoExtensionMayShortenARunningTimer) {
   start(60);
   EXPECT_EQ(start(5).manualRemainingSeconds, 300);
@@ -93,6 +101,19 @@ TEST_F(ControllerCommandsTest, AnExtensionNeverShortensARunningTimer) {
   EXPECT_EQ(report.state.lastRequester->name, "Codex");
   EXPECT_EQ(report.state.updatedAt, now);
   EXPECT_EQ(stored(), report.state);
+}
+
+TEST_F(ControllerCommandsTest, AnExtensionThatKeepsALaterEndOnlyRecordsItsRequester) {
+  const NODOState before = fullState();
+  put(before);
+  EXPECT_EQ(extend(20).state, before);
+  EXPECT_EQ(stored(), before);
+
+  NODOState expected = before;
+  expected.recordRequester(requester("Pi"), now, 6, 500);
+  expected.updatedAt = now;
+  EXPECT_EQ(extend(20, requester("Pi")).state, expected);
+  EXPECT_EQ(stored(), expected);
 }
 
 TEST_F(ControllerCommandsTest, AnExtensionToTheSameEndRewritesItAsALease) {
@@ -137,13 +158,18 @@ TEST_F(ControllerCommandsTest, ANewTimerForgetsWhyTheLastOneStopped) {
 }
 
 TEST_F(ControllerCommandsTest, AtMostSixRecentRequestersAndFiveHundredRequestsAreKept) {
-  for (int index = 0; index < 510; ++index) {
+  NODOState before = NODOState::fresh(now);
+  for (int index = 0; index < 500; ++index) {
+    before.recordRequester(requester("agent"), now, 6, 500);
+  }
+  put(before);
+  for (int index = 0; index < 8; ++index) {
     advance(1);
-    extend(20, requester("agent " + std::to_string(index % 8)));
+    extend(20, requester("agent " + std::to_string(index)));
   }
   const NODOState state = stored();
   EXPECT_EQ(state.recentRequesters.size(), 6U);
-  EXPECT_EQ(state.recentRequesters.front().name, "agent 5");
+  EXPECT_EQ(state.recentRequesters.front().name, "agent 7");
   EXPECT_EQ(state.triggerHistory.size(), 500U);
   EXPECT_EQ(state.triggerHistory.back().requestedAt, now);
 }
@@ -173,37 +199,40 @@ TEST_F(ControllerCommandsTest, StoppingLeavesTheLockToTheNextPass) {
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
-TEST_F(ControllerCommandsTest, StoppingForgetsTheTrackers) {
-  NODOState state = NODOState::fresh(now);
-  state.noRouteUnavailableSince = now;
-  state.lidOpenedAt = now;
-  state.lastLidClosed = true;
-  put(state);
+TEST_F(ControllerCommandsTest, StoppingEndsTheTimerForgetsTheTrackersAndKeepsTheRest) {
+  NODOState expected = fullState();
+  put(expected);
 
-  stop();
+  const StatusReport report = stop();
 
-  EXPECT_FALSE(stored().noRouteUnavailableSince);
-  EXPECT_FALSE(stored().lidOpenedAt);
-  EXPECT_FALSE(stored().lastLidClosed);
+  expected.manualUntil.reset();
+  expected.noRouteUnavailableSince.reset();
+  expected.lidOpenedAt.reset();
+  expected.lastLidClosed.reset();
+  expected.lastStopReason = "user_stop";
+  expected.updatedAt = now;
+  EXPECT_EQ(stored(), expected);
+  expected.lastLidClosed = false;  // as the report's own look at the machine saw it
+  EXPECT_EQ(report.state, expected);
 }
 
-TEST_F(ControllerCommandsTest, RepairingTheStateKeepsTheHistories) {
-  start(20, requester("Codex", "project"));
-  reconcile();
-  const NODOState before = stored();
-  advance(5);
+TEST_F(ControllerCommandsTest, RepairingTheStateForgetsTheLockTooAndKeepsTheRest) {
+  NODOState expected = fullState();
+  put(expected);
+  power.isSleepDisabled = true;
 
   const StatusReport report = controller().repairState(now);
 
-  EXPECT_FALSE(report.state.manualUntil);
-  EXPECT_FALSE(report.state.ownsSleepDisable);
-  EXPECT_EQ(report.state.lastStopReason, "repair");
-  EXPECT_EQ(report.state.updatedAt, now);
-  EXPECT_EQ(report.state.recentRequesters, before.recentRequesters);
-  EXPECT_EQ(report.state.triggerHistory, before.triggerHistory);
-  EXPECT_EQ(report.state.triggerActivityBuckets, before.triggerActivityBuckets);
-  EXPECT_EQ(report.state.powerOperationHistory, before.powerOperationHistory);
-  EXPECT_EQ(report.state.createdAt, before.createdAt);
+  expected.manualUntil.reset();
+  expected.ownsSleepDisable = false;
+  expected.noRouteUnavailableSince.reset();
+  expected.lidOpenedAt.reset();
+  expected.lastLidClosed.reset();
+  expected.lastStopReason = "repair";
+  expected.updatedAt = now;
+  EXPECT_EQ(stored(), expected);
+  expected.lastLidClosed = false;
+  EXPECT_EQ(report.state, expected);
   EXPECT_TRUE(power.isSleepDisabled) << "the lock is not this command's concern";
 }
 

@@ -57,6 +57,25 @@ class ControllerFixture : public ::testing::Test {
 
   void put(const NODOState& state) const { store().save(state); }
 
+  /// A state in which every field holds something, a timer of half an hour among it, on a machine
+  /// whose lid and route are as it says.
+  NODOState fullState() const {
+    NODOState state = NODOState::fresh(now - Seconds(7200));
+    state.manualUntil = now + Seconds(1800);
+    state.ownsSleepDisable = true;
+    state.lastActivationReason = "manual_timer,lid_open_grace";
+    state.lastStopReason = "not_armed";
+    state.recordRequester(requester("Codex", "project"), now - Seconds(60), 6, 500);
+    state.recordPowerOperation({true, false, "lock", 0, "", ""}, now - Seconds(60), "enable:x", 20);
+    state.noRouteUnavailableSince = now - Seconds(10);
+    machine->defaultRouteAvailable = false;
+    state.lidOpenedAt = now - Seconds(20);
+    state.lastLidClosed = false;
+    machine->lidClosed = false;
+    state.updatedAt = now - Seconds(60);
+    return state;
+  }
+
   static ActivationRequester requester(const std::string& name,
                                        const std::optional<std::string>& context = std::nullopt) {
     return {name, context, "PreToolUse", Date()};

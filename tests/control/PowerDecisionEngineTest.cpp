@@ -130,6 +130,15 @@ TEST_F(PowerDecisionEngineTest, AMinimumOfAHundredBlocksEveryCharge) {
   EXPECT_EQ(decision(), awake({"manual_timer"}));
 }
 
+TEST_F(PowerDecisionEngineTest, ALimitThatIsNotGivenForbidsNothing) {
+  engine.policy = {};
+  leaveOnTimer(600);
+  runOnBattery(0);
+  loseRoute(86400 * 365);
+  state.lidOpenedAt = now;
+  EXPECT_EQ(decision(), awake({"manual_timer"}));
+}
+
 TEST_F(PowerDecisionEngineTest, AnOutageBlocksFromTheEndOfItsGrace) {
   leaveOnTimer(600);
   for (const double secondsAgo : {300.0, 300.001, 100000.0}) {

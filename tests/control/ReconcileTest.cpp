@@ -1,7 +1,10 @@
 #include <NODOCore/base/Errors.h>
 #include <testing/DiskFull.h>
 
+#include <functional>
+#include <memory>
 #include <system_error>
+#include <utility>
 
 #include <tests/control/ControllerFixture.h>
 
@@ -37,6 +40,41 @@ TEST_F(ReconcileTest, ARunningTimerTakesTheLock) {
   EXPECT_EQ(run.status.state.lastPowerOperation->reason, "enable:manual_timer");
   EXPECT_EQ(run.status.manualRemainingSeconds, 1200);
   EXPECT_EQ(stored(), run.status.state);
+}
+
+TEST_F(ReconcileTest, TakingTheLockForgetsWhyTheLastTimerStopped) {
+  stop();
+  NODOState state = stored();
+  state.manualUntil = now + Seconds(600);
+  state.lastActivationReason = "manual_lease";
+  put(state);
+
+  power.behaviour = FakePowerManager::Behaviour::fails;
+  reconcile();
+  EXPECT_EQ(stored().lastStopReason, "user_stop") << "the lock was not taken";
+  EXPECT_EQ(stored().lastActivationReason, "manual_lease");
+
+  power.behaviour = FakePowerManager::Behaviour::works;
+  reconcile();
+  EXPECT_EQ(stored().lastStopReason, std::nullopt);
+  EXPECT_EQ(stored().lastActivationReason, "manual_timer");
+}
+
+TEST_F(ReconcileTest, ThePassReportsTheAgentsThatItFound) {
+  machine->startAgent(4711);
+  const DaemonRunReport run = reconcile();
+  ASSERT_EQ(run.status.agents.size(), 1U);
+  EXPECT_EQ(run.status.agents.front().pid, 4711);
+}
+
+TEST_F(ReconcileTest, APassThatChangesTheStateDatesIt) {
+  start(20);
+  advance(5);
+  reconcile();
+  EXPECT_EQ(stored().updatedAt, now);
+  advance(5);
+  reconcile();
+  EXPECT_EQ(stored().updatedAt, now - Seconds(5)) << "nothing has changed";
 }
 
 TEST_F(ReconcileTest, AHeldLockIsLeftAloneAndNothingIsWritten) {
@@ -88,6 +126,20 @@ TEST_F(ReconcileTest, InItsLastSecondATimerReleasesTheLockWithoutExpiring) {
   EXPECT_TRUE(run.status.state.manualUntil);
   EXPECT_EQ(run.status.state.lastStopReason, "not_armed");
   EXPECT_EQ(run.status.state.lastPowerOperation->reason, "release:not_armed");
+}
+
+TEST_F(ReconcileTest, AReleaseSaysWhyUnlessTheTimerRanOut) {
+  for (const auto& [before, after] :
+       {std::pair{"user_stop", "not_armed"}, std::pair{"repair", "not_armed"},
+        std::pair{"manual_expired", "manual_expired"}}) {
+    NODOState state = NODOState::fresh(now);
+    state.ownsSleepDisable = true;
+    state.lastStopReason = before;
+    put(state);
+    reconcile();
+    EXPECT_EQ(stored().lastStopReason, after);
+    EXPECT_EQ(stored().lastPowerOperation->reason, std::string("release:") + before);
+  }
 }
 
 TEST_F(ReconcileTest, ALowBatteryReleasesTheLockAndKeepsTheTimer) {
@@ -175,12 +227,13 @@ TEST_F(ReconcileTest, AChangeMadeWhileTheMachineSleptIsNotOverwritten) {
   advance(60);
   power.beforeOperation = [&](PowerOperationAction action) {
     if (action == PowerOperationAction::sleepNow) {
-      start(5, requester("Codex"));
+      controller().enableManual(5, now - Seconds(1), false, requester("Codex"));
     }
   };
   const DaemonRunReport run = reconcile();
   EXPECT_EQ(run.status.state.lastRequester->name, "Codex");
   EXPECT_EQ(stored().powerOperationHistory.back().reason, "closed_lid_release");
+  EXPECT_EQ(stored().updatedAt, now);
 }
 
 TEST_F(ReconcileTest, NoSleepIsAskedForUnlessTheLidIsClosedOnBattery) {
@@ -341,6 +394,51 @@ TEST_F(ReconcileTest, RepairWithoutALockMakesNoPowerCall) {
     EXPECT_FALSE(run.operation);
     EXPECT_TRUE(run.stateChanged);
   }
+}
+
+TEST_F(ReconcileTest, RepairForgetsALockThatWouldNotBeReleased) {
+  hold();
+  power.behaviour = FakePowerManager::Behaviour::fails;
+  const DaemonRunReport run = repair();
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_EQ(power.operations, Actions{PowerOperationAction::enableSleep});
+  ASSERT_TRUE(run.operation);
+  EXPECT_EQ(run.operation->exitCode, 1);
+  EXPECT_EQ(run.operations, (std::vector{*run.operation}));
+  EXPECT_FALSE(stored().ownsSleepDisable);
+  EXPECT_EQ(stored().lastStopReason, "repair");
+  EXPECT_EQ(stored().lastPowerOperation->reason, "enable:manual_timer");
+}
+
+// Hears of a request at the moment when the processes are listed.
+class RequestWhileListing : public ProcessListing {
+ public:
+  explicit RequestWhileListing(std::function<void()> request) : request_(std::move(request)) {}
+
+  std::vector<RunningProcess> listProcesses() const override {
+    request_();
+    return {};
+  }
+
+ private:
+  std::function<void()> request_;
+};
+
+TEST_F(ReconcileTest, RepairsReleaseComesBeforeWhatItsPassDoes) {
+  hold();
+  NODOController interrupted = controller();
+  interrupted.processListing = std::make_shared<RequestWhileListing>([this] {
+    if (!stored().manualUntil) {
+      start(20);
+    }
+  });
+  const DaemonRunReport run = interrupted.repair(power, std::nullopt, now);
+  EXPECT_EQ(power.operations,
+            (Actions{PowerOperationAction::enableSleep, PowerOperationAction::disableSleep}));
+  ASSERT_EQ(run.operations.size(), 2U);
+  EXPECT_EQ(run.operations.front().action, PowerOperationAction::enableSleep);
+  EXPECT_EQ(run.operations.back().action, PowerOperationAction::disableSleep);
+  EXPECT_EQ(run.operation, run.operations.front());
 }
 
 TEST_F(ReconcileTest, RepairThatCannotReleaseTheLockChangesNothing) {

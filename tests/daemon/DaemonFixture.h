@@ -3,7 +3,7 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <programs/shared/DefaultPolicy.h>
+#include <programs/shared/ProgramFrame.h>
 #include <testing/FakeMachine.h>
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>

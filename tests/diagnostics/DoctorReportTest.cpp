@@ -39,10 +39,10 @@ TEST(DoctorReportTest, ItsVerdictFollowsFromItsFacts) {
       {{Source::helper, {}, {}, {}, {}}, true},
       {{Source::local, owning, true, {}, {}}, false}};
   for (const auto& [report, ready] : rows) {
-    EXPECT_EQ(report.verdict, DoctorReportFormatter::verdict(report.report, report.statusSource,
-                                                             report.liveSleepDisabled));
-    EXPECT_EQ(report.isReady(), ready) << report.verdict;
-    EXPECT_TRUE(report.text().ends_with("\n" + report.verdict));
+    EXPECT_EQ(report.verdict,
+              doctorVerdict(report.report, report.statusSource, report.liveSleepDisabled));
+    EXPECT_EQ(isReady(report.verdict), ready) << rawValue(report.verdict);
+    EXPECT_TRUE(report.text().ends_with("\n" + std::string(rawValue(report.verdict))));
   }
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,25 +13,14 @@ namespace nodo {
 namespace {
 
 using Source = DoctorStatusSource;
-
-constexpr std::string_view unavailable =
-    "Warning: helper unavailable; closed-lid prevention will not work.";
-constexpr std::string_view lockIsOff =
-    "Warning: nodo wants to prevent sleep, but the power lock is off.";
-constexpr std::string_view timerRuns =
-    "Ready: timer active; power lock is off until nodo needs to prevent sleep.";
-constexpr std::string_view idle =
-    "Ready: helper works; enable a manual timer or run an agent hook to test.";
-constexpr std::string_view settingIsOff =
-    "Warning: nodo state says locked, but macOS SleepDisabled is off.";
-constexpr std::string_view locked = "Ready: nodo owns the macOS power lock.";
+using Verdict = DoctorVerdict;
 
 struct Row {
   Source source;
   bool prevents, owns;
   std::optional<std::int64_t> remaining;
   std::optional<bool> live;
-  std::string_view expected;
+  Verdict expected;
 };
 
 StatusReport reportOf(const Row& row) {
@@ -51,11 +41,29 @@ std::string described(const Row& row) {
 void expectVerdicts(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
     const StatusReport report = reportOf(row);
-    EXPECT_EQ(DoctorReportFormatter::verdict(report, row.source, row.live), row.expected)
-        << described(row);
+    EXPECT_EQ(doctorVerdict(report, row.source, row.live), row.expected) << described(row);
     const std::string text =
         DoctorReportFormatter::format(report, row.source, row.live, std::nullopt, std::nullopt);
-    EXPECT_TRUE(text.ends_with("\n" + std::string(row.expected))) << described(row) << '\n' << text;
+    EXPECT_TRUE(text.ends_with("\n" + std::string(rawValue(row.expected))))
+        << described(row) << '\n'
+        << text;
+  }
+}
+
+TEST(DoctorVerdictTest, EachHasItsFixedSentence) {
+  const std::vector<std::pair<Verdict, std::string_view>> sentences{
+      {Verdict::daemonUnavailable,
+       "Warning: helper unavailable; closed-lid prevention will not work."},
+      {Verdict::lockMissing, "Warning: nodo wants to prevent sleep, but the power lock is off."},
+      {Verdict::timerActive,
+       "Ready: timer active; power lock is off until nodo needs to prevent sleep."},
+      {Verdict::idle, "Ready: helper works; enable a manual timer or run an agent hook to test."},
+      {Verdict::settingOff, "Warning: nodo state says locked, but macOS SleepDisabled is off."},
+      {Verdict::locked, "Ready: nodo owns the macOS power lock."}};
+  EXPECT_EQ(allCases<Verdict>().size(), sentences.size());
+  for (const auto& [verdict, sentence] : sentences) {
+    EXPECT_EQ(rawValue(verdict), sentence);
+    EXPECT_EQ(isReady(verdict), sentence.starts_with("Ready: ")) << sentence;
   }
 }
 
@@ -65,8 +73,9 @@ TEST(DoctorVerdictTest, ALocalReadingIsNeverReady) {
     for (const bool owns : {false, true}) {
       for (const std::optional<bool> live :
            {std::optional<bool>(), std::optional(false), std::optional(true)}) {
-        rows.push_back({Source::local, prevents, owns, std::nullopt, live, unavailable});
-        rows.push_back({Source::local, prevents, owns, 60, live, unavailable});
+        rows.push_back(
+            {Source::local, prevents, owns, std::nullopt, live, Verdict::daemonUnavailable});
+        rows.push_back({Source::local, prevents, owns, 60, live, Verdict::daemonUnavailable});
       }
     }
   }
@@ -74,21 +83,21 @@ TEST(DoctorVerdictTest, ALocalReadingIsNeverReady) {
 }
 
 TEST(DoctorVerdictTest, WithoutTheLockTheDecisionCountsBeforeTheTimer) {
-  expectVerdicts({{Source::helper, true, false, std::nullopt, std::nullopt, lockIsOff},
-                  {Source::helper, true, false, 60, true, lockIsOff},
-                  {Source::helper, false, false, 60, std::nullopt, timerRuns},
-                  {Source::helper, false, false, 1, true, timerRuns},
-                  {Source::helper, false, false, 0, true, idle},
-                  {Source::helper, false, false, -1, false, idle},
-                  {Source::helper, false, false, std::nullopt, false, idle}});
+  expectVerdicts({{Source::helper, true, false, std::nullopt, std::nullopt, Verdict::lockMissing},
+                  {Source::helper, true, false, 60, true, Verdict::lockMissing},
+                  {Source::helper, false, false, 60, std::nullopt, Verdict::timerActive},
+                  {Source::helper, false, false, 1, true, Verdict::timerActive},
+                  {Source::helper, false, false, 0, true, Verdict::idle},
+                  {Source::helper, false, false, -1, false, Verdict::idle},
+                  {Source::helper, false, false, std::nullopt, false, Verdict::idle}});
 }
 
 TEST(DoctorVerdictTest, WithTheLockOnlyALiveSettingThatIsOffIsAWarning) {
-  expectVerdicts({{Source::helper, true, true, 60, false, settingIsOff},
-                  {Source::helper, false, true, std::nullopt, false, settingIsOff},
-                  {Source::helper, true, true, 60, true, locked},
-                  {Source::helper, true, true, 60, std::nullopt, locked},
-                  {Source::helper, false, true, std::nullopt, std::nullopt, locked}});
+  expectVerdicts({{Source::helper, true, true, 60, false, Verdict::settingOff},
+                  {Source::helper, false, true, std::nullopt, false, Verdict::settingOff},
+                  {Source::helper, true, true, 60, true, Verdict::locked},
+                  {Source::helper, true, true, 60, std::nullopt, Verdict::locked},
+                  {Source::helper, false, true, std::nullopt, std::nullopt, Verdict::locked}});
 }
 
 }  // namespace

@@ -188,6 +188,24 @@ def hang_as_the_daemon(bus):
     signal.pause()
 
 
+def answer_late_as_the_daemon(_bus, seconds):
+    """Has the daemon's name, tells what it is asked, and refuses that after so many seconds."""
+    bus = connect(mainloop=dbus.mainloop.glib.DBusGMainLoop())
+
+    def serve(_bus, message):
+        if message.get_interface() != HELPER[2]:
+            return dbus.lowlevel.HANDLER_RESULT_NOT_YET_HANDLED
+        say(message.get_member())
+        time.sleep(seconds)
+        bus.send_message(dbus.lowlevel.ErrorMessage(message, "com.example.Unknown", "unknown"))
+        return dbus.lowlevel.HANDLER_RESULT_HANDLED
+
+    bus.add_message_filter(serve)
+    bus.request_name(HELPER[0])
+    say("ready")
+    GLib.MainLoop().run()
+
+
 def main():
     user, function, *arguments = sys.argv[1:]
     if os.getuid() != int(user):

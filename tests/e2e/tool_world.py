@@ -5,6 +5,7 @@ import contextlib
 import fcntl
 import json
 import os
+import pathlib
 import pty
 import select
 import shutil
@@ -36,6 +37,7 @@ class World:
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
         self.folder = tempfile.mkdtemp(prefix="nodo-tool-", dir=memory)
         self.processes = []
+        pathlib.Path(self.folder, "log").touch()
         atexit.register(self.end)
         self.bus = PrivateBus(self.folder)
         self.processes.append(self.bus.process)

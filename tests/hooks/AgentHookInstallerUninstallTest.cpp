@@ -9,6 +9,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 class AgentHookInstallerUninstallTest : public InstallerFixture {
  protected:
@@ -147,6 +148,45 @@ TEST_F(AgentHookInstallerUninstallTest, TheFirstFailureEndsAnUninstallation) {
   EXPECT_EQ(home.read(codexFile), "no JSON");
   EXPECT_TRUE(exists(grokFile));
   EXPECT_TRUE(exists(scriptFile));
+}
+
+TEST_F(AgentHookInstallerUninstallTest, AFailureIsReportedAndTheOtherTargetsGoOnWithoutTheScript) {
+  install();
+  home.write(codexFile, "no JSON");
+  const auto reports = installer().uninstallReportingFailures(all());
+  ASSERT_EQ(reports.size(), 4U);
+  EXPECT_EQ(reports[0], report("claude", claudeFile, true, "removed"));
+  EXPECT_EQ(reports[1].target, "codex");
+  EXPECT_EQ(reports[1].path, (home / codexFile).string());
+  EXPECT_FALSE(reports[1].changed);
+  EXPECT_EQ(reports[1].message, "failed");
+  EXPECT_THAT(reports[1].error.value(), StartsWith((home / codexFile).string() + ": "));
+  EXPECT_EQ(reports[2], report("grok", grokFile, true, "removed"));
+  EXPECT_EQ(reports[3], report("pi", piFile, true, "removed"));
+  EXPECT_EQ(home.read(codexFile), "no JSON");
+  EXPECT_TRUE(exists(scriptFile));
+}
+
+TEST_F(AgentHookInstallerUninstallTest, WithoutAFailureNothingIsReportedOtherwise) {
+  install();
+  AgentHookInstaller other(home / "other", std::nullopt, "/usr/bin/nodoctl");
+  other.install(all());
+  auto reports = other.uninstallReportingFailures(all());
+  for (auto& report : reports) {
+    report.path.replace(0, (home / "other").string().size(), home.path().string());
+  }
+  EXPECT_EQ(reports, uninstall());
+  EXPECT_FALSE(exists("other/.nodo/nodo-agent-hook.sh"));
+}
+
+TEST_F(AgentHookInstallerUninstallTest, AScriptThatCannotBeRemovedIsReported) {
+  fs::create_directories(home / scriptFile);
+  const auto reports = installer().uninstallReportingFailures(all());
+  ASSERT_EQ(reports.size(), 5U);
+  EXPECT_EQ(reports[4].target, "hook-script");
+  EXPECT_EQ(reports[4].path, (home / scriptFile).string());
+  EXPECT_EQ(reports[4].message, "failed");
+  EXPECT_THAT(reports[4].error.value(), StartsWith("Unable to remove"));
 }
 
 TEST_F(AgentHookInstallerUninstallTest, AFolderInTheScriptsPlaceStays) {

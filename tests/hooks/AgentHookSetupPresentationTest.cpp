@@ -1,5 +1,6 @@
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 
 #include <optional>
 #include <string>

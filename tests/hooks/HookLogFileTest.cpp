@@ -1,25 +1,23 @@
 #include <NODOCore/base/LocalTime.h>
-#include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
-#include <NODOCore/hooks/HookFallbackSearch.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/TemporaryFolder.h>
 
-#include <algorithm>
-#include <array>
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <limits>
-#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace nodo {
 namespace {
@@ -28,57 +26,22 @@ using test::EnvironmentVariable;
 using test::TemporaryFolder;
 
 const Date start = dateFromSeconds(1769842800);  // 2026-01-31 07:00:00 in UTC
+const std::string startLine = "2026-01-31 07:00:00 fallback caffeinate started seconds=600\n";
+const std::string noiseLine = "2026-01-31 07:05:00 nodo extend throttled seconds=5 requester=x\n";
 
-// The rules again, over the whole log from its begin.
-class StraightReading {
- public:
-  explicit StraightReading(std::string_view log) {
-    for (const std::string_view line : splitLines(log)) {
-      const auto stamp = dateFromLocalTime(firstCharacters(line, localTimeLength));
-      if (!stamp) {
-        continue;
-      }
-      if (contains(line, "fallback caffeinate started")) {
-        startedAt_ = stamp;
-        seconds_ = seconds(line);
-      }
-      activeAt_ = contains(line, "nodo active") ? stamp : activeAt_;
-      resolvedAt_ = contains(line, "fallback resolved") ? stamp : resolvedAt_;
-    }
+class HookLogFileTest : public ::testing::Test {
+ protected:
+  AgentHookFallbackStatus status(std::string_view log, Date now = start + Seconds(60)) const {
+    return AgentHookLogInspector::recentFallbackStatus(log, path, now);
   }
 
-  AgentHookFallbackStatus status(Date now) const {
-    bool isActive = startedAt_ && now < *startedAt_ + Seconds(static_cast<double>(seconds_));
-    for (const auto& end : {activeAt_, resolvedAt_}) {
-      isActive = isActive && !(end && *end >= *startedAt_);
-    }
-    return {isActive, "/log", startedAt_, seconds_};
+  AgentHookFallbackStatus statusOfFile(Date now = start + Seconds(60)) const {
+    return AgentHookLogInspector::recentFallbackStatus(path, now, {});
   }
 
- private:
-  static std::int64_t seconds(std::string_view line) {
-    auto at = line.find("seconds=");
-    while (at != std::string_view::npos && !standsAlone(line, at)) {
-      at = line.find("seconds=", at + 1);
-    }
-    if (at == std::string_view::npos) {
-      return 600;
-    }
-    const std::string_view value = line.substr(at + 8);
-    const auto end = std::min(value.find_first_not_of("0123456789"), value.size());
-    return integerFromText<std::int64_t>(value.substr(0, end)).value_or(600);
-  }
-
-  static bool standsAlone(std::string_view line, std::size_t at) {
-    return contains(line.substr(0, at + 8), "seconds=") && hasPrefix(line.substr(at), "seconds=") &&
-           characterCount(line.substr(0, at)) + characterCount(line.substr(at)) ==
-               characterCount(line);
-  }
-
-  std::optional<Date> startedAt_;
-  std::optional<Date> activeAt_;
-  std::optional<Date> resolvedAt_;
-  std::int64_t seconds_ = 600;
+  const EnvironmentVariable zone{"TZ", "UTC0"};
+  TemporaryFolder folder = TemporaryFolder::inMemory();
+  const std::string path = (folder / "log").string();
 };
 
 // Logs of what a log is made of, and of what is put in its way, in any order.
@@ -123,59 +86,99 @@ class LogMaker {
   std::mt19937 random_{20260131};
 };
 
-class HookLogFileTest : public ::testing::Test {
- protected:
-  AgentHookFallbackStatus read(std::size_t pieceSize, Date now) const {
-    LogFileText text((folder / "log").string(), pieceSize);
-    return fallbackStatus(text, "/log", now);
-  }
-
-  const EnvironmentVariable zone{"TZ", "UTC0"};
-  TemporaryFolder folder = TemporaryFolder::inMemory();
-};
-
-TEST_F(HookLogFileTest, ALogReadFromItsEndSaysWhatItSaysAsAWhole) {
+TEST_F(HookLogFileTest, WhateverALogHoldsItsLastLinesDecide) {
   LogMaker maker;
   int active = 0;
   int started = 0;
   for (int round = 0; round < 3000; ++round) {
-    const std::string log = maker.make();
-    folder.write("log", log);
+    const std::string log = maker.make() + "\n";
     const Date now = start + Seconds(maker.number(1200) - 300);
-    const AgentHookFallbackStatus expected = StraightReading(log).status(now);
-    active += expected.isActive ? 1 : 0;
-    started += expected.lastStartedAt ? 1 : 0;
-    ASSERT_EQ(AgentHookLogInspector::recentFallbackStatus(log, "/log", now), expected) << log;
-    for (const std::size_t pieceSize : {64U, 65U, 67U, 100U, 65536U}) {
-      ASSERT_EQ(read(pieceSize, now), expected) << pieceSize << "\n" << log;
+    const AgentHookFallbackStatus before = status(log, now);
+    active += before.isActive ? 1 : 0;
+    started += before.lastStartedAt ? 1 : 0;
+    folder.write("log", log);
+    ASSERT_EQ(statusOfFile(now), before) << log;
+    ASSERT_EQ(status(log + noiseLine, now), before) << log;
+
+    // No line of `log` is as late as these.
+    const std::string laterStart =
+        log + localTimeText(start + Seconds(700)) + " fallback caffeinate started seconds=300\n";
+    const Date later = start + Seconds(700);
+    ASSERT_EQ(status(laterStart, later + Seconds(299)),
+              (AgentHookFallbackStatus{true, path, later, 300}))
+        << log;
+    ASSERT_FALSE(status(laterStart, later + Seconds(300)).isActive) << log;
+    for (const char* end : {" nodo active minutes=20\n", " fallback resolved reason=x\n"}) {
+      ASSERT_EQ(status(laterStart + localTimeText(later) + end, later + Seconds(1)),
+                (AgentHookFallbackStatus{false, path, later, 300}))
+          << log;
     }
   }
   EXPECT_GT(active, 100);  // the logs are not all alike
   EXPECT_GT(started - active, 100);
 }
 
-TEST_F(HookLogFileTest, AMarkerIsFoundAcrossEveryBorderOfPieces) {
-  for (std::size_t before = 0; before < 140; ++before) {
-    for (const char* padding : {"n", "\u00E9", "\u4E2D"}) {
-      std::string log = "2026-01-31 07:00:00 ";
-      for (std::size_t count = 0; count < before; ++count) {
-        log += padding;
-      }
-      log += "fallback caffeinate started seconds=";
-      log += std::string(before, '0') + "77" + std::string(before, 'x') + "\u2028";
-      folder.write("log", log + std::string(before, '\n') + "tail");
-      const auto status = read(64, start);
-      ASSERT_TRUE(status.isActive) << before << padding;
-      ASSERT_EQ(status.fallbackSeconds, 77) << before << padding;
+TEST_F(HookLogFileTest, NothingIsTakenFromALogThatBecomesShorter) {
+  // Whoever read the begin of this log and not its end would see a fallback that is not resolved.
+  constexpr off_t endAt = 200'000;
+  const std::string end = "\n2026-01-31 07:00:01 fallback resolved reason=x\n";
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 0);
+  std::atomic<bool> isOver = false;
+  std::thread writer([&] {
+    while (!isOver) {
+      EXPECT_EQ(::pwrite(file, end.data(), end.size(), endAt), static_cast<ssize_t>(end.size()));
+      EXPECT_EQ(::pwrite(file, startLine.data(), startLine.size(), 0),
+                static_cast<ssize_t>(startLine.size()));
+      std::this_thread::yield();
+      EXPECT_EQ(::ftruncate(file, 0), 0);
     }
+  });
+  for (int whole = 0; whole < 50;) {
+    const AgentHookFallbackStatus status = statusOfFile();
+    whole += status.lastStartedAt ? 1 : 0;
+    EXPECT_FALSE(status.isActive);
+  }
+  isOver = true;
+  writer.join();
+  ::close(file);
+}
+
+class LongHookLogTest : public HookLogFileTest {
+ protected:
+  // Writes a log of `head`, of which nothing is read, and of so much as is read, which begins with
+  // `begin` and ends with `end`.
+  void write(std::string_view head, const std::string& begin, const std::string& end = "") {
+    std::string log(head);
+    log += begin;
+    const std::size_t size = head.size() + AgentHookLogInspector::mostBytesRead - end.size();
+    while (log.size() + noiseLine.size() <= size) {
+      log += noiseLine;
+    }
+    log += std::string(size - log.size(), '\n') + end;
+    folder.write("log", log);
+  }
+};
+
+TEST_F(LongHookLogTest, OnlyItsEndIsRead) {
+  write(startLine, noiseLine);
+  EXPECT_EQ(statusOfFile(), AgentHookFallbackStatus{.logPath = path});
+  write(noiseLine, noiseLine, startLine);
+  EXPECT_TRUE(statusOfFile().isActive);
+}
+
+TEST_F(LongHookLogTest, WhatMayBeCutIsNoLine) {
+  write("x", startLine);
+  EXPECT_EQ(statusOfFile(), AgentHookFallbackStatus{.logPath = path});
+  for (const char* before : {"x\n", "\n", "\u2028"}) {
+    write("x", before + startLine);
+    EXPECT_TRUE(statusOfFile().isActive) << before;
   }
 }
 
-TEST_F(HookLogFileTest, ALogThatHasBecomeShorterIsAnError) {
-  folder.write("log", std::string(1000, 'x'));
-  LogFileText text((folder / "log").string(), 64);
-  std::filesystem::resize_file(folder / "log", 10);
-  EXPECT_THROW(fallbackStatus(text, "/log", start), std::system_error);
+TEST_F(LongHookLogTest, ALogOfExactlySoMuchIsReadWhole) {
+  write("", startLine);
+  EXPECT_TRUE(statusOfFile().isActive);
 }
 
 // More than this process may have in addition while the guard lives cannot be allocated.
@@ -187,7 +190,7 @@ class LittleMemory {
     statm >> pages;
     ::getrlimit(RLIMIT_AS, &before_);
     rlimit few = before_;
-    few.rlim_cur = pages * 4096 + 16'777'216;  // 16 MiB more
+    few.rlim_cur = pages * 4096 + 2 * AgentHookLogInspector::mostBytesRead;
     works_ = pages > 0 && ::setrlimit(RLIMIT_AS, &few) == 0;
   }
 
@@ -203,53 +206,21 @@ class LittleMemory {
   bool works_ = false;
 };
 
-class LargeHookLogTest : public HookLogFileTest {
- protected:
-  static constexpr std::size_t large = 100'000'000;
-
-  void write(std::string_view head, std::string_view repeated, std::string_view tail) {
-    std::ofstream file(folder / "log", std::ios::binary);
-    file << head;
-    std::string block;
-    while (block.size() < 1'000'000) {
-      block += repeated;
-    }
-    for (std::size_t written = 0; written < large; written += block.size()) {
-      file << block;
-    }
-    file << tail;
-    ASSERT_TRUE(file.flush());
-  }
-
-  AgentHookFallbackStatus readInLittleMemory() const {
+TEST_F(LongHookLogTest, AHundredMegabytesTakeLittleMemory) {
+  write("", noiseLine, startLine);
+  // A hole in front, which takes none either, as the file is on a disk.
+  const TemporaryFolder disk;
+  const std::string log = folder.read("log");
+  std::ofstream file(disk / "log", std::ios::binary);
+  file.seekp(100'000'000);
+  ASSERT_TRUE(file << log << std::flush);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    const LittleMemory limit;
-    EXPECT_TRUE(limit.works() || !std::filesystem::exists("/proc"));
+  const LittleMemory limit;
+  EXPECT_TRUE(limit.works() || !std::filesystem::exists("/proc"));
 #endif
-    return AgentHookLogInspector::recentFallbackStatus((folder / "log").string(),
-                                                       start + Seconds(60), {});
-  }
-
-  // On a disk: a file in memory would count as memory.
-  TemporaryFolder folder;
-};
-
-TEST_F(LargeHookLogTest, OfManyLinesTheLastOnesAreFound) {
-  write("", "2026-01-31 06:00:00 nodo active minutes=20 requester=Codex\n",
-        "2026-01-31 07:00:00 fallback caffeinate started seconds=600\n");
-  EXPECT_TRUE(readInLittleMemory().isActive);
-}
-
-TEST_F(LargeHookLogTest, OfManyLinesTheFirstOneIsFound) {
-  write("2026-01-31 07:00:00 fallback caffeinate started seconds=600\n",
-        "2026-01-31 06:00:00 nodo extend throttled seconds=120 requester=Codex\n", "");
-  EXPECT_TRUE(readInLittleMemory().isActive);
-}
-
-TEST_F(LargeHookLogTest, OneLineIsReadInPieces) {
-  write("2026-01-31 07:00:00 ", "x", " fallback caffeinate started seconds=700");
-  EXPECT_TRUE(readInLittleMemory().isActive);
-  EXPECT_EQ(readInLittleMemory().fallbackSeconds, 700);
+  EXPECT_TRUE(
+      AgentHookLogInspector::recentFallbackStatus((disk / "log").string(), start + Seconds(60), {})
+          .isActive);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include <NODOCore/hooks/AgentHookTarget.h>
+#include <NODOCore/hooks/Agents.h>
 
 #include <filesystem>
 

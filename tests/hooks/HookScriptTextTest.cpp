@@ -1,3 +1,4 @@
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookScript.h>
 
 #include <string>
@@ -30,16 +31,15 @@ TEST(HookScriptTextTest, BeginsWithItsInterpreterAndEndsWithoutALineFeed) {
   EXPECT_TRUE(text.ends_with("\nexit 0"));
 }
 
-TEST(HookScriptTextTest, SettingsComeFromTheEnvironmentInTheirOrder) {
+TEST(HookScriptTextTest, ItWritesTheLogThatTheInspectorReads) {
+  using Inspector = AgentHookLogInspector;
   const std::string text = hookScriptText("");
-  EXPECT_NE(text.find("\nMINUTES=\"${NODO_HOOK_MINUTES:-20}\"\n"
-                      "MIN_INTERVAL_SECONDS=\"${NODO_HOOK_MIN_INTERVAL_SECONDS:-120}\"\n"
-                      "STAMP_PATH=\"${NODO_HOOK_STAMP:-$HOME/.nodo/last-extend.stamp}\"\n"
-                      "FALLBACK_SECONDS=\"${NODO_HOOK_FALLBACK_SECONDS:-600}\"\n"
-                      "LOG_PATH=\"${NODO_HOOK_LOG:-/tmp/nodo-agent-hook.log}\"\n"
-                      "HOOK_AGENT=\"${NODO_HOOK_AGENT:-agent}\"\n"
-                      "HOOK_EVENT=\"${NODO_HOOK_EVENT:-}\"\n"),
-            std::string::npos);
+  const auto holds = [&](const std::string& piece) { return text.find(piece) != text.npos; };
+  EXPECT_TRUE(holds("${NODO_HOOK_LOG:-" + std::string(Inspector::defaultLogPath) + "}"));
+  EXPECT_TRUE(holds("${NODO_HOOK_FALLBACK_SECONDS:-" +
+                    std::to_string(Inspector::defaultFallbackSeconds) + "}"));
+  EXPECT_TRUE(holds("log \"" + std::string(Inspector::activeMarker) + " "));
+  EXPECT_TRUE(holds("log \"" + std::string(Inspector::fallbackStartedMarker) + " seconds="));
 }
 
 TEST(HookScriptTextTest, AConfiguredPathIsTheLastCandidate) {

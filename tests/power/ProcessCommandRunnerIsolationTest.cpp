@@ -1,6 +1,7 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <testing/OpenDescriptors.h>
+#include <testing/SignalsOfTheForeground.h>
 #include <testing/TemporaryFolder.h>
 
 #include <array>
@@ -155,6 +156,7 @@ TEST(ProcessCommandRunnerIsolationTest, FourDescriptorsAreEnough) {
 }
 
 TEST(ProcessCommandRunnerIsolationTest, ABlockedSignalIsNotBlockedInTheChild) {
+  const test::SignalsOfTheForeground signalsOfTheForeground;
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

@@ -1,6 +1,7 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <testing/EnvironmentVariable.h>
+#include <testing/SignalsOfTheForeground.h>
 #include <testing/TemporaryFolder.h>
 
 #include <cerrno>
@@ -59,6 +60,7 @@ TEST_F(ProcessCommandRunnerTest, EveryExitStatusIsAResult) {
 }
 
 TEST_F(ProcessCommandRunnerTest, AnEndBySignalIsReportedByItsNumber) {
+  const test::SignalsOfTheForeground signalsOfTheForeground;
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGKILL, SIGPIPE, SIGTERM}) {
     const CommandOutput output =
         shell("ulimit -c 0; echo before; kill -" + std::to_string(signal) + " $$; echo after");

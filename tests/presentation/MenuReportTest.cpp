@@ -66,7 +66,7 @@ TEST(MenuReportTest, ARunningFallbackOfAHookIsAWarning) {
 
 TEST(MenuReportTest, TheLiveSettingCountsForTheVerdict) {
   const MenuReport menu(working(), DoctorStatusSource::helper, false, false, complete, now);
-  EXPECT_EQ(menu.verdict, "Warning: nodo state says locked, but macOS SleepDisabled is off.");
+  EXPECT_EQ(menu.verdict, DoctorVerdict::settingOff);
 }
 
 TEST(MenuReportTest, ItCanBeReadBack) {

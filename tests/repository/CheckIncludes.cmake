@@ -58,7 +58,7 @@ forbid("(platform|programs|testing|tests)/" NODOCore)
 forbid("(programs|testing|tests)/" platform)
 forbid("(testing|tests)/" programs)
 # The later ones of these know nothing of those before them.
-set(folders daemon helper presentation diagnostics control hooks state sensing power base)
+set(folders daemon helper presentation diagnostics control state sensing hooks power base)
 file(GLOB present LIST_DIRECTORIES true RELATIVE "${root}/NODOCore" "${root}/NODOCore/*")
 foreach(name IN LISTS present)
   if(IS_DIRECTORY "${root}/NODOCore/${name}" AND NOT name IN_LIST folders)

@@ -28,7 +28,7 @@ for script in "$root"/scripts/* "$root/.ci/run"; do
   explains_itself "$script" || complain "$script: --help does not explain its use"
 done
 # scripts/run and scripts/test hand unknown arguments on.
-for script in setup format lint; do
+for script in setup format lint mutate; do
   refuses_unknown_options "$root/scripts/$script" ||
     complain "scripts/$script: an unknown option is not a wrong use (exit status 2)"
 done

@@ -15,18 +15,22 @@ SHARED = "common"
 
 
 class Coverage:
-    """Which properties of which schemas stood in a document, and which were left out of one."""
+    """Which properties and values of which schemas stood in a document, and which properties were
+    left out of one."""
 
     def __init__(self, schemas):
         self.schemas = schemas
         self.present = set()
         self.absent = set()
+        self.values = set()
 
     def see(self, file, schema, document):
         file, schema = self.schemas.resolved(file, schema)
         if isinstance(document, list):
             for item in document:
                 self.see(file, schema["items"], item)
+        elif "enum" in schema:
+            self.values.add((id(schema), document))
         elif isinstance(document, dict):
             for key, child in schema.get("properties", {}).items():
                 if key in document:
@@ -36,9 +40,13 @@ class Coverage:
                     self.absent.add((id(schema), key))
 
     def check(self):
-        """That each key stood in a document, and was left out of one exactly if it may be."""
+        """That each key stood in a document, and was left out of one exactly if it may be; and that
+        each value of an enumeration stood in one, as the sample documents have all there are."""
         for name, schema in self.schemas.by_name.items():
             for part in subschemas(schema):
+                for value in part.get("enum", []):
+                    if (id(part), value) not in self.values:
+                        fail(f"{name}: no document has the value {value}")
                 for key in part.get("properties", {}):
                     may_be_absent = key not in part.get("required", [])
                     if (id(part), key) not in self.present:

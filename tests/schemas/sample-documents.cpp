@@ -98,6 +98,15 @@ std::vector<AgentHookInstallReport> reports() {
   return all;
 }
 
+std::vector<AgentProcess> agentsOfAllKinds() {
+  std::vector<AgentProcess> all;
+  for (const AgentKind kind : allCases<AgentKind>()) {
+    all.push_back(agent);
+    all.back().kind = kind;
+  }
+  return all;
+}
+
 AgentHookSetupInspection inspection() {
   AgentHookSetupInspection found{.hookScriptPath = "/h/s",
                                  .hookScriptStatus = AgentHookComponentStatus::outdated,
@@ -105,6 +114,9 @@ AgentHookSetupInspection inspection() {
                                  .installedHookScriptFingerprint = "fedcba9876543210"};
   for (const AgentHookComponentStatus status : allCases<AgentHookComponentStatus>()) {
     found.targets.push_back({AgentHookTarget::codex, "/h/x", status});
+  }
+  for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
+    found.targets.push_back({target, "/h/x", AgentHookComponentStatus::current});
   }
   return found;
 }
@@ -133,17 +145,30 @@ void printMenuReports() {
     print("menu-report", MenuReport(report, DoctorStatusSource::helper, true, false,
                                     {.helperNeedsInstall = true}, now + Seconds(past)));
   }
-  print("menu-report", MenuReport(bareStatus(), DoctorStatusSource::local, {}, false, ready, now));
+  MenuReport bare(bareStatus(), DoctorStatusSource::local, {}, false, ready, now);
+  for (const MenuBarIconState state : allCases<MenuBarIconState>()) {
+    bare.iconState = state;
+    print("menu-report", bare);
+  }
+}
+
+void printStatusReports() {
+  print("status-report", fullStatus());
+  StatusReport bare = bareStatus();
+  for (const PowerSource source : allCases<PowerSource>()) {
+    bare.snapshot.powerSource = source;
+    print("status-report", bare);
+  }
 }
 
 void printDocuments() {
-  print("status-report", fullStatus());
-  print("status-report", bareStatus());
+  printStatusReports();
   print("daemon-run-report", fullRun());
   print("daemon-run-report", DaemonRunReport{.status = bareStatus()});
   print("sleep-diagnostics-report", fullDiagnostics());
   print("sleep-diagnostics-report", SleepDiagnosticsInspector::parse("", "", now));
   print("agents", fullStatus().agents);
+  print("agents", agentsOfAllKinds());
   print("agents", std::vector<AgentProcess>());
   print("hook-install-reports", reports());
   print("hook-inspection", inspection());

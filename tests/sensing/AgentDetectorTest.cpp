@@ -157,6 +157,23 @@ TEST(AgentDetectorTest, PiIsKnownByNameCommandOrPackage) {
                            });
 }
 
+TEST(AgentDetectorTest, OfSeveralAgentsTheEarlierOneOfTheTableIsMeant) {
+  expectKind(AgentKind::claudeCode, std::vector<Row>{
+                                        {"claude", "pi"},
+                                        {"pi", "pi --with claude-code"},
+                                        {"claude", "/home/u/.grok/bin/grok openai codex"},
+                                    });
+  expectKind(AgentKind::codex, std::vector<Row>{
+                                   {"codex", "/home/u/.grok/bin/grok"},
+                                   {"pi", "pi openai codex"},
+                               });
+  expectKind(AgentKind::grokBuild, std::vector<Row>{
+                                       {"pi", "/home/u/.grok/bin/grok"},
+                                       {"grok", "/bin/pi agent"},
+                                       {"x", "pi /home/u/.grok/downloads/grok-1"},
+                                   });
+}
+
 TEST(AgentDetectorTest, ACharacterThatOnlyBeginsLikeANameIsNotThatName) {
   expectKind(std::nullopt, std::vector<Row>{
                                {"x", "claude-code\u0301"},

@@ -12,13 +12,6 @@ namespace {
 const AgentProcess agent = {
     .pid = 12, .ppid = 3, .executable = "/bin/pi", .command = "pi x", .kind = AgentKind::pi};
 
-TEST(AgentProcessTest, EveryKindHasAName) {
-  EXPECT_EQ(displayName(AgentKind::claudeCode), "Claude Code");
-  EXPECT_EQ(displayName(AgentKind::codex), "Codex");
-  EXPECT_EQ(displayName(AgentKind::grokBuild), "Grok Build");
-  EXPECT_EQ(displayName(AgentKind::pi), "Pi");
-}
-
 TEST(AgentProcessTest, ItsJSONHasItsKeysInTheirOrder) {
   const std::string text =
       R"({"pid":12,"ppid":3,"executable":"/bin/pi","command":"pi x","kind":"pi"})";

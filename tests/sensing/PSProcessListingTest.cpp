@@ -1,15 +1,13 @@
 #include <NODOCore/base/Errors.h>
-#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/ProcessListing.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/JSONRows.h>
 #include <testing/OpenDescriptors.h>
-#include <testing/TemporaryFolder.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -31,7 +29,6 @@ namespace {
 using test::EnvironmentVariable;
 using test::FewDescriptors;
 using test::memberOf;
-using test::TemporaryFolder;
 using test::testRows;
 using test::valueOf;
 using ::testing::HasSubstr;
@@ -110,44 +107,57 @@ TEST(PSProcessListingTest, TheRealTableHoldsThisProcess) {
   EXPECT_THAT(self->command, HasSubstr("nodo_tests"));
 }
 
-// Makes the real ps fail with words of its own: its C library is an empty file.
-class PSProcessListingFailureTest : public ::testing::Test {
- protected:
-  // What ps says then.
-  std::string brokenListing(const std::string& folderName) {
-    libraries.write(std::filesystem::path(folderName) / "libc.so.6", "");
-    const EnvironmentVariable path("LD_LIBRARY_PATH", libraries / folderName);
-    isBroken = ProcessCommandRunner().run("/bin/ps", {}).exitCode != 0;
-    try {
-      PSProcessListing().listProcesses();
-    } catch (const NODOError& error) {
-      EXPECT_EQ(error.errorCase(), NODOError::Case::processListingFailed);
-      return error.what();
-    }
-    return "no error";
-  }
-
-  TemporaryFolder libraries;
-  bool isBroken = false;
-};
-
-TEST_F(PSProcessListingFailureTest, WhatPsSaysEndsTheErrorUnchanged) {
-  const std::string error = brokenListing("broken");
-  if (!isBroken) {
-    GTEST_SKIP() << "ps cannot be broken in this way here";
-  }
-  EXPECT_TRUE(error.starts_with("Unable to list processes: /bin/ps: error")) << error;
-  EXPECT_THAT(error, HasSubstr((libraries / "broken").string()));
-  EXPECT_TRUE(error.ends_with("\n")) << "trimmed: " << error;
+TEST(PSProcessListingTest, PsIsAskedForExactlyTheFourColumns) {
+  const Processes processes = PSProcessListing().listProcesses();
+  const auto ps = std::find_if(processes.begin(), processes.end(),
+                               [](const auto& process) { return process.ppid == ::getpid(); });
+  ASSERT_NE(ps, processes.end());
+  EXPECT_EQ(trimmed(ps->command), "/bin/ps -axo pid=,ppid=,comm=,command=");
 }
 
-TEST_F(PSProcessListingFailureTest, WordsThatAreNoUTF8AreReplaced) {
-  const std::string error = brokenListing("broken\xFF");
-  if (!isBroken) {
-    GTEST_SKIP() << "ps cannot be broken in this way here";
-  }
-  EXPECT_EQ(error, "Unable to list processes: ps failed");
+#ifdef NODO_PS_STAND_IN
+
+// What the listing makes of what ps writes and answers.
+Processes listingOf(const std::string& output, const std::string& error, int status) {
+  const EnvironmentVariable preloaded("LD_PRELOAD", NODO_PS_STAND_IN);
+  const EnvironmentVariable written("NODO_PS_OUTPUT", output);
+  const EnvironmentVariable complained("NODO_PS_ERROR", error);
+  const EnvironmentVariable answered("NODO_PS_STATUS", std::to_string(status));
+  return PSProcessListing().listProcesses();
 }
+
+std::string failureOf(const std::string& output, const std::string& error, int status) {
+  try {
+    listingOf(output, error, status);
+  } catch (const NODOError& failure) {
+    EXPECT_EQ(failure.errorCase(), NODOError::Case::processListingFailed);
+    return failure.what();
+  }
+  return "no failure";
+}
+
+TEST(PSProcessListingTest, WhatPsComplainsOfIsNoFailureWhileItSucceeds) {
+  EXPECT_EQ(listingOf(" 1 2 a b\n", "ps: cannot tell all", 0), (Processes{{1, 2, "a", "b"}}));
+}
+
+TEST(PSProcessListingTest, OutputThatIsNoUTF8IsAnEmptyTable) {
+  EXPECT_EQ(listingOf("1 2 a b\n3 4 c \xFF\n", "", 0), Processes{});
+}
+
+TEST(PSProcessListingTest, WhatPsSaysEndsTheErrorUnchanged) {
+  EXPECT_EQ(failureOf("1 2 a b\n", " ps: no\n\n", 1), "Unable to list processes:  ps: no\n\n");
+  EXPECT_EQ(failureOf("", "x", 255), "Unable to list processes: x");
+}
+
+TEST(PSProcessListingTest, AFailureWithoutAWordStaysWithoutOne) {
+  EXPECT_EQ(failureOf("", "", 1), "Unable to list processes: ");
+}
+
+TEST(PSProcessListingTest, AnErrorThatIsNoUTF8IsReplaced) {
+  EXPECT_EQ(failureOf("", "ps: \xFF", 1), "Unable to list processes: ps failed");
+}
+
+#endif
 
 TEST(PSProcessListingTest, AFailureToStartIsPassedOn) {
   const FewDescriptors few(1);

@@ -92,6 +92,10 @@ TEST_F(StateStoreTest, TheFileIsInItsFolder) {
 TEST_F(StateStoreTest, StoresAreEqualByTheirFolders) {
   EXPECT_EQ((StateStore{"/x"}), (StateStore{"/x"}));
   EXPECT_NE((StateStore{"/x"}), (StateStore{"/y"}));
+  EXPECT_NE((StateStore{"/x"}), (StateStore{"/x/y"}));
+  for (const char* spelling : {"/x/", "/x//", "/x/.", "/y/../x"}) {
+    EXPECT_EQ((StateStore{"/x"}), (StateStore{spelling})) << spelling;
+  }
 }
 
 TEST_F(StateStoreTest, LoadingWithoutAFileIsAFreshStateAndMakesNothing) {

@@ -1,9 +1,7 @@
 #include <NODOCore/base/JSONCoding.h>
-#include <programs/nodoctl/ReportAnswer.h>
-#include <programs/nodoctl/commands/MenuCommands.h>
-#include <programs/nodoctl/health/HealthFacts.h>
-#include <programs/nodoctl/menu/WatchDisplay.h>
-#include <programs/nodoctl/terminal/SignalQueue.h>
+#include <programs/nodoctl/commands/Commands.h>
+#include <programs/nodoctl/commands/Health.h>
+#include <programs/nodoctl/commands/MenuDisplay.h>
 
 #include <csignal>
 
@@ -14,9 +12,8 @@ bool writesToTerminal(const ToolContext& context) {
   return context.terminal && context.terminal->isTerminal();
 }
 
-WatchView look(const Invocation& invocation, const ToolContext& context) {
-  const HealthFacts facts =
-      gatherHealth({.bus = invocation.bus, .timeout = invocation.helperTimeout}, context);
+WatchView look(const DaemonOptions& daemon, const ToolContext& context) {
+  const HealthFacts facts = gatherHealth(daemon, context);
   const StatusReport& status = facts.status.report;
   WatchView view{
       .report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,
@@ -33,17 +30,16 @@ WatchView look(const Invocation& invocation, const ToolContext& context) {
   return view;
 }
 
-std::unique_ptr<WatchDisplay> makeDisplay(const Invocation& invocation,
-                                          const ToolContext& context) {
+std::unique_ptr<WatchDisplay> makeDisplay(bool asJSON, const ToolContext& context) {
   const bool isTerminal = writesToTerminal(context);
   const TextStyle style = textStyle(context.environment, isTerminal);
-  if (!invocation.json && canRedraw(context.environment, isTerminal)) {
+  if (!asJSON && canRedraw(context.environment, isTerminal)) {
     return std::make_unique<FrameDisplay>(context.terminal, style);
   }
   return std::make_unique<LineDisplay>(
-      [&invocation, &context, style](const MenuReport& report) {
+      [asJSON, &context, style](const MenuReport& report) {
         const std::string line =
-            invocation.json ? encodeJSON(report, JSONLayout::compact) : menuSummary(report, style);
+            asJSON ? encodeJSON(report, JSONLayout::compact) : menuSummary(report, style);
         context.console().print(line + "\n");
       },
       [&context](const std::string& hint) { context.console().complain(hint); });
@@ -59,7 +55,7 @@ bool ends(const CaughtSignal& signal, WatchDisplay& display) {
       return false;
     case SIGTSTP:
       display.suspend();
-      sufferSignal(SIGTSTP);
+      raiseWithDefaultAction(SIGTSTP);
       display.resume();
       return false;
     default:
@@ -69,10 +65,10 @@ bool ends(const CaughtSignal& signal, WatchDisplay& display) {
 
 }  // namespace
 
-Answer performMenu(const Invocation& invocation, const ToolContext& context) {
-  const WatchView view = look(invocation, context);
-  Answer answer{.output = "", .hints = view.hints};
-  if (invocation.json) {
+Answer perform(const MenuCommand& command, const ToolContext& context) {
+  const WatchView view = look(command.daemon, context);
+  Answer answer{.hints = view.hints};
+  if (command.json) {
     answer.output = jsonDocument(view.report);
     return answer;
   }
@@ -83,19 +79,19 @@ Answer performMenu(const Invocation& invocation, const ToolContext& context) {
   return answer;
 }
 
-Answer performWatch(const Invocation& invocation, const ToolContext& context) {
+Answer perform(const WatchCommand& command, const ToolContext& context) {
   const auto signals =
       context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH});
   std::optional<CaughtSignal> last;
   {
-    const auto display = makeDisplay(invocation, context);
+    const auto display = makeDisplay(command.json, context);
     do {
-      display->show(look(invocation, context));
-      last = signals->next(Seconds(invocation.interval));
+      display->show(look(command.daemon, context));
+      last = signals->next(Seconds(command.interval));
     } while (!last || !ends(*last, *display));
   }
   if (last->number != SIGINT) {
-    sufferSignal(last->number);
+    raiseWithDefaultAction(last->number);
   }
   return {};
 }

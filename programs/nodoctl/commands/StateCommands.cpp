@@ -1,22 +1,45 @@
-#include <NODOCore/base/Errors.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
-#include <programs/nodoctl/ReportAnswer.h>
-#include <programs/nodoctl/commands/StateCommands.h>
+#include <programs/nodoctl/StateAccess.h>
+#include <programs/nodoctl/commands/Commands.h>
 
 namespace nodo::nodoctl {
 namespace {
 
-std::optional<ActivationRequester> requesterFrom(const Invocation& invocation, Date now) {
-  if (!invocation.requester && !invocation.context && !invocation.event) {
-    return std::nullopt;
-  }
-  return ActivationRequester(invocation.requester.value_or(""), invocation.context,
-                             invocation.event, now);
+// That the state is the user's own is said on standard error.
+StateAccess stateAccess(const DaemonOptions& daemon, const ToolContext& context) {
+  return {daemon, context, [console = context.console()](const std::string& reason) {
+            console.complain(localStateNotice(reason));
+          }};
 }
 
-Answer repair(const Invocation& invocation, StateAccess& state) {
-  const SourcedStatus repaired = state.repair();
-  if (invocation.json) {
+std::optional<ActivationRequester> requesterFrom(const ManualCommand& command, Date now) {
+  if (!command.requester && !command.context && !command.event) {
+    return std::nullopt;
+  }
+  return ActivationRequester(command.requester.value_or(""), command.context, command.event, now);
+}
+
+}  // namespace
+
+Answer perform(const StatusCommand& command, const ToolContext& context) {
+  return {.output = shown(stateAccess(command.daemon, context).status().report, command.json)};
+}
+
+Answer perform(const ManualCommand& command, const ToolContext& context) {
+  const ManualRequest request{.minutes = command.minutes,
+                              .extendOnly = command.extendOnly,
+                              .requester = requesterFrom(command, context.now())};
+  const SourcedStatus status = stateAccess(command.daemon, context).manual(request);
+  return {.output = shown(status.report, command.json)};
+}
+
+Answer perform(const StopCommand& command, const ToolContext& context) {
+  return {.output = shown(stateAccess(command.daemon, context).stop().report, command.json)};
+}
+
+Answer perform(const RepairCommand& command, const ToolContext& context) {
+  const SourcedStatus repaired = stateAccess(command.daemon, context).repair();
+  if (command.json) {
     return {.output = jsonDocument(repaired.report)};
   }
   const std::string text =
@@ -24,37 +47,23 @@ Answer repair(const Invocation& invocation, StateAccess& state) {
   return {.output = text + "\n"};
 }
 
-}  // namespace
-
-StateAccess stateAccess(const Invocation& invocation, const ToolContext& context) {
-  return {{.bus = invocation.bus, .timeout = invocation.helperTimeout},
-          context,
-          [console = context.console()](const std::string& reason) {
-            console.complain(localStateNotice(reason));
-          }};
+Answer perform(const ReconcileCommand& command, const ToolContext& context) {
+  StateAccess state = stateAccess(command.daemon, context);
+  const DaemonRunReport run = command.simulate ? state.simulatedReconcile() : state.reconcile();
+  return {.output = shown(run, command.json)};
 }
 
-Answer performOnState(const Invocation& invocation, const ToolContext& context) {
-  StateAccess state = stateAccess(invocation, context);
-  switch (invocation.command) {
-    case Command::manual:
-      return answer(invocation, state
-                                    .manual({.minutes = invocation.minutes,
-                                             .extendOnly = invocation.extendOnly,
-                                             .requester = requesterFrom(invocation, context.now())})
-                                    .report);
-    case Command::stop:
-      return answer(invocation, state.stop().report);
-    case Command::repair:
-      return repair(invocation, state);
-    case Command::reconcile:
-      return answer(invocation,
-                    invocation.simulate ? state.simulatedReconcile() : state.reconcile());
-    case Command::status:
-      return answer(invocation, state.status().report);
-    default:
-      programmingFault("a command that is not about the state");
+Answer perform(const DiagnosticsCommand& command, const ToolContext& context) {
+  const SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(context.now());
+  Answer answer{.output = shown(reading.report, command.json)};
+  if (reading.hint) {
+    answer.hints.push_back(*reading.hint);
   }
+  return answer;
+}
+
+Answer perform(const AgentsCommand& command, const ToolContext& context) {
+  return {.output = shown(AgentDetector().detect(*context.machine.processListing), command.json)};
 }
 
 }  // namespace nodo::nodoctl

@@ -1,137 +1,158 @@
-#include <NODOCore/base/Text.h>
-#include <NODOCore/power/CommandRunning.h>
-#include <programs/nodoctl/Completion.h>
-#include <testing/TemporaryFolder.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
 namespace {
 
-// What bash offers for a command line whose last word is being typed.
-std::vector<std::string> completedByBash(const std::vector<std::string>& words) {
-  const test::TemporaryFolder folder;
-  folder.write("nodoctl.bash", completionScript("bash"));
-  const std::string driver =
-      "source \"$1\"; shift; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _nodoctl; "
-      "printf '%s\\n' \"${COMPREPLY[@]}\"";
-  std::vector<std::string> arguments{"-u", "-c", driver, "bash",
-                                     (folder / "nodoctl.bash").string()};
-  arguments.insert(arguments.end(), words.begin(), words.end());
-  const CommandOutput output = ProcessCommandRunner().run("/bin/bash", arguments);
-  EXPECT_EQ(output.exitCode, 0) << output.standardError;
-  EXPECT_EQ(output.standardError, "");
-  std::vector<std::string> offered;
-  for (const std::string_view line : splitAtLineFeeds(output.standardOutput)) {
-    offered.emplace_back(line);
-  }
-  return offered;
-}
+using Texts = std::vector<std::string>;
 
-using Words = std::vector<std::string>;
-
-TEST(CompletionTest, BashOffersTheCommands) {
-  EXPECT_EQ(completedByBash({"nodoctl", ""}),
-            (Words{"status", "manual", "stop", "repair", "reconcile", "doctor", "diagnostics",
-                   "agents", "hooks", "menu", "watch", "run", "completion", "--help", "--version",
-                   "--helper-timeout", "--bus"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "re"}), (Words{"repair", "reconcile"}));
-}
-
-TEST(CompletionTest, BashPassesOverOptionsInFrontOfTheCommand) {
-  EXPECT_EQ(completedByBash({"nodoctl", "--bus", "session", "do"}), (Words{"doctor"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "--bus", ""}), (Words{}));
-  EXPECT_EQ(completedByBash({"nodoctl", "--helper-timeout", "2", "doctor", "--v"}),
-            (Words{"--version", "--verbose"}));
-}
-
-TEST(CompletionTest, BashOffersProgramsWhereOneIsToBeRun) {
-  EXPECT_EQ(completedByBash({"nodoctl", "run", "--m"}), (Words{"--minutes"}));
-  for (const Words& words :
-       {Words{"nodoctl", "run", "--", "mkfif"},
-        Words{"nodoctl", "--bus", "x", "run", "--minutes", "5", "--", "mkfif"}}) {
-    EXPECT_THAT(completedByBash(words), ::testing::Contains("mkfifo"));
-  }
-}
-
-TEST(CompletionTest, BashOffersFilesToTheProgramThatIsRun) {
-  const test::TemporaryFolder folder;
-  folder.write("only", "");
-  const std::string beginning = (folder / "on").string();
-  const Words found{(folder / "only").string()};
-  EXPECT_EQ(completedByBash({"nodoctl", "run", "--", "cat", beginning}), found);
-  EXPECT_EQ(completedByBash({"nodoctl", "run", "--", "x", "--bus", beginning}), found);
-}
-
-TEST(CompletionTest, FishOffersProgramsWhereOneIsToBeRun) {
-  if (!std::filesystem::exists("/usr/bin/fish")) {
-    GTEST_SKIP() << "fish is not installed";
-  }
-  const test::TemporaryFolder folder;
-  folder.write("nodoctl.fish", completionScript("fish"));
-  const CommandOutput output = ProcessCommandRunner().run(
-      "/usr/bin/fish", {"--no-config", "-c",
-                        "source $argv[1]; complete -C 'nodoctl run --minutes 5 -- mkfif'; "
-                        "complete -C 'nodoctl ru'",
-                        (folder / "nodoctl.fish").string()});
-  EXPECT_THAT(output.standardOutput, ::testing::HasSubstr("mkfifo"));
-  EXPECT_THAT(output.standardOutput, ::testing::HasSubstr("run\t"));
-}
-
-TEST(CompletionTest, BashOffersACommandsOwnOptions) {
-  EXPECT_EQ(completedByBash({"nodoctl", "manual", "--e"}), (Words{"--extend-only", "--event"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "stop", "--j"}), (Words{"--json"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "stop", "--m"}), (Words{}));
-}
-
-TEST(CompletionTest, BashOffersNothingInPlaceOfAValue) {
-  EXPECT_EQ(completedByBash({"nodoctl", "manual", "--minutes", ""}), (Words{}));
-}
-
-TEST(CompletionTest, BashOffersAnArgumentsChoices) {
-  EXPECT_EQ(completedByBash({"nodoctl", "completion", "z"}), (Words{"zsh"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "completion", ""}),
-            (Words{"--help", "--version", "bash", "zsh", "fish"}));
-}
-
-TEST(CompletionTest, BashOffersTheCommandsBehindACommand) {
-  EXPECT_EQ(completedByBash({"nodoctl", "hooks", ""}),
-            (Words{"install", "uninstall", "inspect", "--help", "--version"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "install", "c"}), (Words{"claude", "codex"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "inspect", "pi", "--h"}),
-            (Words{"--help", "--home"}));
-  EXPECT_EQ(completedByBash({"nodoctl", "hooks", "install", "--home", ""}), (Words{}));
-}
-
-TEST(CompletionTest, TheOtherShellsAcceptTheirScripts) {
-  for (const std::string shell : {"zsh", "fish"}) {
-    const std::string program = "/usr/bin/" + shell;
-    if (!std::filesystem::exists(program)) {
-      GTEST_SKIP() << shell << " is not installed";
+// What "nodoctl complete" tells the shells' scripts; tests/e2e/completion-in-shells tries those.
+class CompletionTest : public ToolFixture {
+ protected:
+  // The lines for a command line behind "nodoctl" whose last word is being typed.
+  Texts lines(Texts words) {
+    words.insert(words.begin(), "complete");
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outcome.error, "");
+    Texts lines;
+    std::istringstream text(outcome.output);
+    for (std::string line; std::getline(text, line);) {
+      lines.push_back(line);
     }
-    const test::TemporaryFolder folder;
-    folder.write("script", completionScript(shell));
-    const CommandOutput output =
-        ProcessCommandRunner().run(program, {"-n", (folder / "script").string()});
-    EXPECT_EQ(output.exitCode, 0) << output.standardError;
-    EXPECT_EQ(output.standardError, "");
+    return lines;
+  }
+
+  // Those without their descriptions.
+  Texts offered(Texts words) {
+    Texts offered = lines(std::move(words));
+    for (std::string& line : offered) {
+      line.erase(std::min(line.find('\t'), line.size()));
+    }
+    return offered;
+  }
+};
+
+TEST_F(CompletionTest, TheCommandsAreOffered) {
+  const Texts all{"status",     "manual", "stop",        "repair",
+                  "reconcile",  "doctor", "diagnostics", "agents",
+                  "hooks",      "menu",   "watch",       "run",
+                  "completion", "--help", "--version",   "--helper-timeout",
+                  "--bus"};
+  EXPECT_EQ(offered({""}), all);
+  EXPECT_EQ(offered({}), all);
+  EXPECT_EQ(offered({"re"}), (Texts{"repair", "reconcile"}));
+}
+
+TEST_F(CompletionTest, EachCandidateHasItsDescription) {
+  EXPECT_EQ(lines({"sto"}), (Texts{"stop\tEnd the timer, so that the computer may sleep"}));
+  EXPECT_EQ(lines({"stop", "--j"}), (Texts{"--json\tAnswer with one JSON document"}));
+  EXPECT_EQ(lines({"hooks", "install", "g"}), (Texts{"grok\tGrok Build"}));
+}
+
+TEST_F(CompletionTest, EachCommandHasItsOwnOptions) {
+  const Texts common{"--help", "--version"};
+  const Texts daemon{"--helper-timeout", "--bus"};
+
+  const struct {
+    Texts command;
+    Texts options;
+  } cases[] = {{{"status"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"manual"},
+                {"--minutes", "--extend-only", "--requester", "--context", "--event", "--json",
+                 "--helper-timeout", "--bus"}},
+               {{"stop"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"repair"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"reconcile"}, {"--simulate", "--json", "--helper-timeout", "--bus"}},
+               {{"doctor"}, {"--verbose", "--json", "--helper-timeout", "--bus"}},
+               {{"diagnostics"}, {"--json"}},
+               {{"agents"}, {"--json"}},
+               {{"hooks"}, {}},
+               {{"hooks", "install"}, {"--home", "--nodoctl", "--json"}},
+               {{"hooks", "uninstall"}, {"--home", "--nodoctl", "--json"}},
+               {{"hooks", "inspect"}, {"--home", "--nodoctl", "--json"}},
+               {{"menu"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"watch"}, {"--interval", "--json", "--helper-timeout", "--bus"}},
+               {{"run"}, {"--minutes", "--helper-timeout", "--bus"}},
+               {{"completion"}, {}}};
+
+  for (const auto& each : cases) {
+    Texts words = each.command;
+    words.emplace_back("--");
+    Texts expected = common;
+    expected.insert(expected.end(), each.options.begin(), each.options.end());
+    EXPECT_EQ(offered(words), expected) << ::testing::PrintToString(each.command);
   }
 }
 
-TEST(CompletionTest, EveryShellLearnsOfEveryOption) {
-  for (const char* shell : {"bash", "zsh", "fish"}) {
-    const std::string script = completionScript(shell);
-    for (const char* word : {"extend-only", "simulate", "json", "requester", "diagnostics", "hooks",
-                             "uninstall", "grok", "nodoctl", "doctor", "verbose", "menu", "watch",
-                             "interval", "run", "bus", "helper-timeout"}) {
-      EXPECT_NE(script.find(word), std::string::npos) << shell << " " << word;
-    }
+TEST_F(CompletionTest, OptionsInFrontOfTheCommandArePassedOver) {
+  EXPECT_EQ(offered({"--bus", "session", "do"}), (Texts{"doctor"}));
+  EXPECT_EQ(offered({"--bus=session", "do"}), (Texts{"doctor"}));
+  EXPECT_EQ(offered({"--helper-timeout", "2", "doctor", "--v"}), (Texts{"--version", "--verbose"}));
+  EXPECT_EQ(offered({"--bus", "status", "do"}), (Texts{"doctor"}));
+}
+
+TEST_F(CompletionTest, ValuesAreOfferedWhereTheyAreKnown) {
+  const Texts buses{"system", "session"};
+  EXPECT_EQ(offered({"--bus", ""}), buses);
+  EXPECT_EQ(offered({"status", "--bus", ""}), buses);
+  EXPECT_EQ(offered({"run", "--bus", "sy"}), (Texts{"system"}));
+  EXPECT_EQ(offered({"--bus=se"}), (Texts{"--bus=session"}));
+  EXPECT_EQ(offered({"completion", ""}), (Texts{"bash", "zsh", "fish", "--help", "--version"}));
+  EXPECT_EQ(offered({"completion", "z"}), (Texts{"zsh"}));
+  for (const char* option : {"--minutes", "--requester", "--context", "--event"}) {
+    EXPECT_EQ(offered({"manual", option, ""}), Texts{}) << option;
   }
+  EXPECT_EQ(offered({"--helper-timeout", ""}), Texts{});
+  EXPECT_EQ(offered({"watch", "--interval=", ""}), (offered({"watch", ""})));
+}
+
+TEST_F(CompletionTest, FoldersAndFilesAreLeftToTheShell) {
+  for (const char* command : {"install", "uninstall", "inspect"}) {
+    EXPECT_EQ(offered({"hooks", command, "--home", ""}), (Texts{":folders"}));
+    EXPECT_EQ(offered({"hooks", command, "--home=/us"}), (Texts{":folders"}));
+    EXPECT_EQ(offered({"hooks", command, "pi", "--nodoctl", "/us"}), (Texts{":files"}));
+  }
+}
+
+TEST_F(CompletionTest, AgentsAreOfferedAsOftenAsTheyMayBeNamed) {
+  EXPECT_EQ(offered({"hooks", ""}),
+            (Texts{"install", "uninstall", "inspect", "--help", "--version"}));
+  EXPECT_EQ(offered({"hooks", "install", "c"}), (Texts{"claude", "codex"}));
+  EXPECT_EQ(offered({"hooks", "install", "pi", "claude", "co"}), (Texts{"codex"}));
+  EXPECT_EQ(offered({"hooks", "inspect", "pi", "--h"}), (Texts{"--help", "--home"}));
+  EXPECT_EQ(offered({"hooks", "inspect", "--", "p"}), (Texts{"pi"}));
+}
+
+TEST_F(CompletionTest, BehindRunAnotherCommandLineBegins) {
+  EXPECT_EQ(offered({"run", "--", ""}), (Texts{":command 2"}));
+  EXPECT_EQ(offered({"run", "--", "--x"}), (Texts{":command 2"}));
+  EXPECT_EQ(offered({"run", "--minutes", "5", "--", "ls", "--json", ""}), (Texts{":command 4"}));
+  EXPECT_EQ(offered({"--bus", "x", "run", "ls", "--", "--bus"}), (Texts{":command 3"}));
+  EXPECT_EQ(offered({"run", "l"}), (Texts{":command 1"}));
+  EXPECT_EQ(offered({"run", "--m"}), (Texts{"--minutes"}));
+  EXPECT_EQ(offered({"run", ""}),
+            (Texts{":command 1", "--help", "--version", "--minutes", "--helper-timeout", "--bus"}));
+}
+
+TEST_F(CompletionTest, ALineThatMakesNoSenseGoesOnInNoWay) {
+  for (const Texts& words :
+       {Texts{"sleep", ""}, Texts{"status", "x", ""}, Texts{"status", "--", ""},
+        Texts{"completion", "zsh", "b"}, Texts{"completion", "--", "-"}, Texts{"--", "st"},
+        Texts{"hooks", "remove", ""}, Texts{"--=", "--="}, Texts{"--nothing="},
+        Texts{"status", "--json=x"}, Texts{"\x1b[2J", "\xff\n"}, Texts{"complete", ""},
+        Texts{"help", "--"}, Texts{std::string(100'000, 'x')}}) {
+    EXPECT_EQ(lines(words), Texts{}) << ::testing::PrintToString(words);
+  }
+}
+
+TEST_F(CompletionTest, WordsBehindItAreNeverOptionsOfItsOwn) {
+  EXPECT_EQ(offered({"--help"}), (Texts{"--help", "--helper-timeout"}));
+  EXPECT_EQ(offered({"--nonsense", "--version"}), (Texts{"--version"}));
+}
+
+TEST_F(CompletionTest, NothingTellsOfTheCommandThatTheScriptsAsk) {
+  EXPECT_EQ(offered({"comp"}), (Texts{"completion"}));
+  EXPECT_EQ(run({"--help"}).output.find("complete"), std::string::npos);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/presentation/SetupMenu.h>
-#include <programs/nodoctl/health/HealthFacts.h>
+#include <programs/nodoctl/commands/Health.h>
 #include <testing/OpenDescriptors.h>
 
 #include <gmock/gmock.h>
@@ -90,7 +90,7 @@ TEST_F(DoctorCommandTest, TheDocumentHoldsTheSameFacts) {
   const auto report =
       decodeJSON<DoctorReport>(jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
   EXPECT_EQ(report.text() + "\n", run({"doctor"}).output);
-  EXPECT_EQ(report.verdict, "Ready: nodo owns the macOS power lock.");
+  EXPECT_EQ(report.verdict, DoctorVerdict::locked);
 }
 
 TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {

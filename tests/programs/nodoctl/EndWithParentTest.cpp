@@ -1,5 +1,5 @@
 #include <NODOCore/base/Files.h>
-#include <programs/nodoctl/run/EndWithParent.h>
+#include <programs/nodoctl/commands/CommandProcess.h>
 
 #include <array>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include <programs/nodoctl/menu/MenuText.h>
+#include <programs/nodoctl/commands/MenuDisplay.h>
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ MenuReport busyReport() {
   report.requester = "Codex - Zoë's project";
   report.triggers.line = "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77";
   report.setupLine = "Setup: hooks 1/4";
-  report.verdict = "Ready: nodo owns the macOS power lock.";
+  report.verdict = DoctorVerdict::locked;
   return report;
 }
 
@@ -40,9 +40,9 @@ TEST(MenuTextTest, EverythingHasItsLine) {
 TEST(MenuTextTest, WhatThereIsNotHasNoLine) {
   MenuReport report;
   report.triggers.line = "Triggers 12h  ·  0";
-  report.verdict = "Warning: x";
   EXPECT_EQ(texts(menuLines(report, plainUTF8)),
-            (Texts{"… nodo: loading", "Triggers 12h  ·  0", "Warning: x"}));
+            (Texts{"… nodo: loading", "Triggers 12h  ·  0",
+                   "Warning: helper unavailable; closed-lid prevention will not work."}));
 }
 
 TEST(MenuTextTest, EveryIconHasWordsOfItsOwn) {

@@ -1,11 +1,11 @@
 #include <NODOCore/base/Files.h>
-#include <programs/nodoctl/run/CommandProcess.h>
+#include <programs/nodoctl/commands/CommandProcess.h>
+#include <testing/SignalsOfTheForeground.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <deque>
-#include <map>
 
 #include <gmock/gmock.h>
 
@@ -19,32 +19,6 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
-
-// As a shell starts a program that a person waits for. Whoever runs the tests in the background may
-// have signals ignored, which the tool leaves ignored.
-class SignalsOfTheForeground {
- public:
-  SignalsOfTheForeground() {
-    struct sigaction plain {};
-
-    plain.sa_handler = SIG_DFL;
-    for (auto& [signal, before] : before_) {
-      ::sigaction(signal, &plain, &before);
-    }
-  }
-
-  SignalsOfTheForeground(const SignalsOfTheForeground&) = delete;
-  SignalsOfTheForeground& operator=(const SignalsOfTheForeground&) = delete;
-
-  ~SignalsOfTheForeground() {
-    for (const auto& [signal, before] : before_) {
-      ::sigaction(signal, &before, nullptr);
-    }
-  }
-
- private:
-  std::map<int, struct sigaction> before_{{SIGHUP, {}}, {SIGINT, {}}, {SIGQUIT, {}}};
-};
 
 class RunCommandTest : public ToolFixture {
  protected:
@@ -103,7 +77,7 @@ class RunCommandTest : public ToolFixture {
 
   std::deque<std::function<void()>> steps;
   std::vector<double> waits;
-  const SignalsOfTheForeground signalsOfTheForeground;
+  const test::SignalsOfTheForeground signalsOfTheForeground;
 
  private:
   bool released_ = false;

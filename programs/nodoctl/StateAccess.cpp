@@ -1,0 +1,159 @@
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/helper/HelperConnection.h>
+#include <NODOCore/helper/NODOHelperXPCClient.h>
+#include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/power/PowerManaging.h>
+#include <programs/nodoctl/StateAccess.h>
+#include <programs/shared/ProgramFrame.h>
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+namespace nodo::nodoctl {
+namespace {
+
+StateStore userStore(const Environment& environment) {
+  try {
+    return StateStore::defaultStore(environment);
+  } catch (const NODOError& error) {
+    throw std::runtime_error(std::string(error.what()) + "; set HOME or NODO_STATE_DIR");
+  }
+}
+
+// Minutes whose seconds a whole number cannot hold are none that any policy allows.
+bool canBeAllowed(std::int64_t minutes) {
+  return minutes > 0 && minutes <= std::numeric_limits<std::int64_t>::max() / 60;
+}
+
+void endFallback(const ToolContext& context) {
+  const Date now = context.now();
+  const auto fallback =
+      AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, context.environment);
+  if (fallback.isActive) {
+    AgentHookLogInspector::markFallbackResolved(std::nullopt, "helper manual", now,
+                                                context.environment);
+  }
+}
+
+}  // namespace
+
+NODOController localController(const ToolContext& context) {
+  return {.store = userStore(context.environment),
+          .detector = {},
+          .processListing = context.machine.processListing,
+          .snapshotProvider = context.machine.snapshotProvider,
+          .decisionEngine = {defaultPolicy}};
+}
+
+std::string localStateNotice(const std::string& reason) {
+  return "helper unavailable (" + reason + "); using the local state";
+}
+
+Unavailability Unavailability::from(const std::exception& error) {
+  if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
+    const bool isUnavailable = client->errorCase() == NODOHelperClientError::Case::unavailable;
+    const std::string reason = isUnavailable ? client->reason() : client->what();
+    return {.reason = reason.empty() ? "it gave no reason" : reason,
+            .isBroken = client->helperIsThere()};
+  }
+  if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
+    return {.reason = std::string("its answer cannot be read: ") + error.what(), .isBroken = true};
+  }
+  const auto* connection = dynamic_cast<const HelperConnectionError*>(&error);
+  return {.reason = error.what(), .isBroken = connection != nullptr && connection->helperIsThere()};
+}
+
+BudgetedConnecting::BudgetedConnecting(std::shared_ptr<const HelperConnecting> connecting,
+                                       double& timeout, std::function<Clock::time_point()> now)
+    : connecting_(std::move(connecting)),
+      timeout_(timeout),
+      now_(std::move(now)),
+      limit_(timeout),
+      begin_(now_()) {}
+
+std::unique_ptr<HelperConnection> BudgetedConnecting::privilegedConnection(
+    const std::string& machServiceName) const {
+  const double left = limit_ - Seconds(now_() - begin_).count();
+  if (left <= 0) {
+    throw NODOHelperClientError::timedOut();
+  }
+  timeout_ = left;
+  return connecting_->privilegedConnection(machServiceName);
+}
+
+StateAccess::StateAccess(const DaemonOptions& options, const ToolContext& context,
+                         std::function<void(const std::string& reason)> unavailable)
+    : context_(context),
+      daemon_{.machServiceName = std::string(NODOServiceConstants::helperMachServiceName),
+              .timeout = options.timeout,
+              .connecting = nullptr},
+      unavailable_(std::move(unavailable)) {
+  daemon_.connecting =
+      std::make_shared<BudgetedConnecting>(context.helperConnecting(options.bus), daemon_.timeout);
+}
+
+SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
+  try {
+    return {.report = ask(daemon_), .source = DoctorStatusSource::helper};
+  } catch (const std::exception& error) {
+    unavailable_(Unavailability::from(error).reason);
+  }
+  return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
+}
+
+SourcedStatus StateAccess::status() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.status(); },
+      [this](const NODOController& controller) { return controller.status(context_.now()); });
+}
+
+SourcedStatus StateAccess::manual(const ManualRequest& request) {
+  const Work work = [&](const NODOController& controller) {
+    return controller.enableManual(request.minutes, context_.now(), request.extendOnly,
+                                   request.requester);
+  };
+  if (!canBeAllowed(request.minutes)) {
+    return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
+  }
+  SourcedStatus outcome = askOrWork(
+      [&](const NODOHelperXPCClient& daemon) {
+        return daemon.enableManual(request.minutes, request.extendOnly, request.requester,
+                                   context_.now());
+      },
+      work);
+  if (outcome.source == DoctorStatusSource::helper) {
+    endFallback(context_);
+  }
+  return outcome;
+}
+
+SourcedStatus StateAccess::stop() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.stop(); },
+      [this](const NODOController& controller) { return controller.stop(context_.now()); });
+}
+
+SourcedStatus StateAccess::repair() {
+  return askOrWork(
+      [](const NODOHelperXPCClient& daemon) { return daemon.repair(); },
+      [this](const NODOController& controller) { return controller.repairState(context_.now()); });
+}
+
+DaemonRunReport StateAccess::reconcile() {
+  try {
+    return daemon_.reconcile();
+  } catch (const std::exception& error) {
+    throw std::runtime_error("only the daemon may switch the sleep lock, and it is unavailable (" +
+                             Unavailability::from(error).reason +
+                             "); 'nodoctl reconcile --simulate' shows what a pass would do");
+  }
+}
+
+DaemonRunReport StateAccess::simulatedReconcile() {
+  NoopPowerManager nobody;
+  return localController(context_).reconcile(nobody, std::nullopt, context_.now());
+}
+
+}  // namespace nodo::nodoctl

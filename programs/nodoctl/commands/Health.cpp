@@ -1,0 +1,193 @@
+#include <NODOCore/base/Environment.h>
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Text.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/state/StateStore.h>
+#include <programs/nodoctl/commands/Commands.h>
+#include <programs/nodoctl/commands/Health.h>
+
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace nodo::nodoctl {
+namespace {
+
+using Problems = std::vector<std::string>;
+
+// What `read` gives; when it fails that becomes a problem, which begins with `what`.
+template <class Read>
+std::optional<std::invoke_result_t<Read>> readOrTell(Problems& problems, const char* what,
+                                                     Read read) {
+  try {
+    return read();
+  } catch (const std::exception& error) {
+    problems.push_back(std::string(what) + error.what());
+    return std::nullopt;
+  }
+}
+
+// The user's own status with whatever can be read of it: agents that cannot be listed are none, a
+// machine that cannot be looked at is unknown, and a state that cannot be read is a fresh one.
+StatusReport localStatus(const ToolContext& context, Problems& problems) {
+  const Date now = context.now();
+  const HostMachine& machine = context.machine;
+  const auto processes = readOrTell(problems, "no agents can be found: ", [&] {
+    return machine.processListing->listProcesses();
+  });
+  const auto snapshot = readOrTell(problems, "power, network and lid cannot be read: ", [&] {
+    return machine.snapshotProvider->snapshot(now);
+  });
+  const StaticProcessListing listing(processes.value_or(std::vector<RunningProcess>()));
+  const StaticSystemSnapshotProvider snapshots(snapshot.value_or(SystemSnapshot{.now = now}));
+  const auto status = readOrTell(problems, "", [&] {
+    NODOController controller = localController(context);
+    controller.processListing = std::make_shared<StaticProcessListing>(listing);
+    controller.snapshotProvider = std::make_shared<StaticSystemSnapshotProvider>(snapshots);
+    return controller.status(now);
+  });
+  if (status) {
+    return *status;
+  }
+  StatusReport report;
+  report.generatedAt = now;
+  report.state = NODOState::fresh(now);
+  report.agents = AgentDetector().detect(listing);
+  report.snapshot = snapshots.snapshot(now);
+  report.decision =
+      PowerDecisionEngine{defaultPolicy}.evaluate(report.state, report.agents, report.snapshot);
+  return report;
+}
+
+AgentHookSetupInspection inspectHooks(const ToolContext& context) {
+  const auto home = homeFolder(context.environment);
+  if (!home) {
+    throw std::runtime_error("HOME is not set");
+  }
+  const AgentHookInstaller installer(*home, std::nullopt, toolPath(context).value_or("").string());
+  return installer.inspect(allCases<AgentHookTarget>());
+}
+
+// What the machine itself knows, without the daemon.
+void lookAtMachine(const ToolContext& context, HealthFacts& facts) {
+  const Date now = context.now();
+  facts.hookFallback =
+      AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, context.environment);
+  if (auto reading = readOrTell(facts.problems, "what affects sleep cannot be read: ", [&] {
+        return context.machine.sleepDiagnostics(now);
+      })) {
+    facts.diagnostics = std::move(reading->report);
+    facts.lockHolder = reading->lockHolder;
+    if (reading->hint) {
+      facts.problems.push_back(*std::move(reading->hint));
+    }
+  }
+  facts.hookInspection = readOrTell(facts.problems, "the agents' hooks cannot be inspected: ", [&] {
+    return inspectHooks(context);
+  });
+}
+
+std::string foreignHolders(const HealthFacts& facts) {
+  std::string lines;
+  for (const SleepBlocker& blocker : facts.diagnostics.blockers) {
+    if (blocker.scope == SleepBlockerScope::systemSleep && blocker.pid != facts.lockHolder) {
+      lines += fmt::format("- {} pid={}: {} ({})\n", escapedForDisplay(blocker.processName),
+                           blocker.pid, escapedForDisplay(blocker.assertionName),
+                           escapedForDisplay(blocker.assertionType));
+    }
+  }
+  if (!lines.empty()) {
+    return "Others that hold up sleep:\n" + lines;
+  }
+  const bool isKnown = facts.diagnostics.sleepDisabled.has_value();
+  return fmt::format("Others that hold up sleep: {}\n", isKnown ? "none" : "unknown");
+}
+
+std::string statePath(const Environment& environment) {
+  try {
+    return StateStore::defaultStore(environment).stateURL().string();
+  } catch (const NODOError& error) {
+    return error.what();
+  }
+}
+
+// What else helps somebody who looks for the reason: who else holds sleep, the machine as it was
+// seen, where things lie, versions. Lines with a line feed at the end of each, after an empty one.
+std::string verboseText(const HealthFacts& facts, const Environment& environment) {
+  std::string text = "\n" + foreignHolders(facts);
+  text += machineText(facts.status.report);
+  text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
+  text += fmt::format("Hook log:   {}\n", escapedForDisplay(facts.hookFallback.logPath));
+  text += fmt::format("nodoctl:    version {}\n", version());
+  return text;
+}
+
+}  // namespace
+
+HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context) {
+  HealthFacts facts;
+  try {
+    facts.status.report = StateAccess(options, context, nullptr).daemonStatus();
+  } catch (const std::exception& error) {
+    facts.unavailable = Unavailability::from(error);
+  }
+  lookAtMachine(context, facts);
+  if (facts.unavailable) {
+    facts.status = {.report = localStatus(context, facts.problems),
+                    .source = DoctorStatusSource::local};
+  }
+  return facts;
+}
+
+std::vector<std::string> healthHints(const HealthFacts& facts) {
+  std::vector<std::string> hints;
+  if (facts.unavailable) {
+    hints.push_back(localStateNotice(facts.unavailable->reason));
+  }
+  hints.insert(hints.end(), facts.problems.begin(), facts.problems.end());
+  return hints;
+}
+
+SetupMenuSignals setupSignals(const HealthFacts& facts) {
+  SetupMenuSignals signals;
+  signals.helperIsReady = !facts.unavailable;
+  signals.helperNeedsRepair = facts.unavailable && facts.unavailable->isBroken;
+  signals.helperNeedsInstall = facts.unavailable && !facts.unavailable->isBroken;
+  const StatusReport& report = facts.status.report;
+  signals.powerLockPending =
+      signals.helperIsReady && report.decision.shouldPreventSleep && !report.state.ownsSleepDisable;
+  if (!facts.hookInspection) {
+    signals.hooksFailed = true;
+    return signals;
+  }
+  const AgentHookSetupInspection& hooks = *facts.hookInspection;
+  const std::int64_t installed = hooks.installedTargetCount();
+  signals.hooksAreReady = hooks.isCurrent();
+  signals.hooksNeedUpdate = hooks.needsUpdate();
+  if (installed > 0 && installed < hooks.targetCount()) {
+    signals.hooksPartialInstalled = installed;
+    signals.hooksPartialTotal = hooks.targetCount();
+  }
+  signals.hooksNeedInstall = installed == 0 || !isInstalled(hooks.hookScriptStatus);
+  return signals;
+}
+
+Answer perform(const DoctorCommand& command, const ToolContext& context) {
+  const HealthFacts facts = gatherHealth(command.daemon, context);
+  const DoctorReport report(facts.status.source, facts.status.report,
+                            facts.diagnostics.sleepDisabled, facts.hookFallback,
+                            facts.hookInspection);
+  Answer answer{.output = command.json ? jsonDocument(report) : report.text() + "\n",
+                .hints = healthHints(facts),
+                .exitStatus = isReady(report.verdict) ? exitSuccess : exitFailure};
+  if (command.verbose && !command.json) {
+    answer.output += verboseText(facts, context.environment);
+  }
+  return answer;
+}
+
+}  // namespace nodo::nodoctl
