@@ -132,7 +132,7 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     return CompleteCommand{.words = {arguments.begin() + 1, arguments.end()}};
   }
   Invocation invocation;
-  const auto app = makeCommandTree(invocation, arguments).app;
+  const auto app = makeCommandTree(invocation, &arguments).app;
   try {
     parse(*app, arguments);
     return invocation;

@@ -159,7 +159,7 @@ struct CommandTree {
 /// for each start, of which the whole tree takes a good part. Parsing a line fills in `invocation`,
 /// which must outlive the tree.
 CommandTree makeCommandTree(Invocation& invocation,
-                            const std::optional<std::vector<std::string>>& words = std::nullopt);
+                            const std::vector<std::string>* words = nullptr);
 
 }  // namespace nodo::nodoctl
 

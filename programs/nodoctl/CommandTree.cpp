@@ -70,7 +70,7 @@ void addJSON(CLI::App& command, bool& into) {
 
 class TreeBuilder {
  public:
-  TreeBuilder(Invocation& invocation, const std::optional<std::vector<std::string>>& words)
+  TreeBuilder(Invocation& invocation, const std::vector<std::string>* words)
       : invocation_(invocation), words_(words) {}
 
   CommandTree build() {
@@ -128,7 +128,8 @@ class TreeBuilder {
 
   CLI::App* addNamed(CLI::App& parent, const std::string& name, const std::string& description) {
     const bool isOnTop = parent.get_parent() == nullptr;
-    if (words_ && isOnTop && std::find(words_->begin(), words_->end(), name) == words_->end()) {
+    if (words_ != nullptr && isOnTop &&
+        std::find(words_->begin(), words_->end(), name) == words_->end()) {
       return nullptr;
     }
     CLI::App* added = parent.add_subcommand(name, description);
@@ -280,8 +281,8 @@ class TreeBuilder {
   }
 
   Invocation& invocation_;
-  const std::optional<std::vector<std::string>>& words_;
-  // What is given in front of a command and behind it.
+  const std::vector<std::string>* words_;
+  // What is given in front of a command and behind it. The options hold on to it.
   std::shared_ptr<DaemonOptions> daemon_ = std::make_shared<DaemonOptions>();
   CommandTree tree_{.app = std::make_shared<CLI::App>(
                         "Keeps this computer awake while coding agents work, and explains what it "
@@ -292,8 +293,7 @@ class TreeBuilder {
 
 }  // namespace
 
-CommandTree makeCommandTree(Invocation& invocation,
-                            const std::optional<std::vector<std::string>>& words) {
+CommandTree makeCommandTree(Invocation& invocation, const std::vector<std::string>* words) {
   return TreeBuilder(invocation, words).build();
 }
 

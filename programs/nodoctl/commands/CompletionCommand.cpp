@@ -106,20 +106,24 @@ function __nodoctl_complete
     set -l tool (string replace -r -- '^~/' $HOME/ $words[1])
     type -q $tool; or return
     # An option's name in front of its value.
-    set -l front (string match -r -- '^--[^=]*=' $typed)
-    set -l value (string replace -r -- '^--[^=]*=' '' $typed)
+    set -l front (string match -r -- '^--[^=]*=' "$typed")
+    set -l value (string replace -r -- '^--[^=]*=' '' "$typed")
     for line in ($tool complete $words[2..-1] "$typed" 2>/dev/null)
         switch $line
             case :files
-                printf "$front%s\n" (__fish_complete_path $value)
+                for name in (__fish_complete_path "$value")
+                    printf '%s\n' "$front$name"
+                end
             case :folders
-                printf "$front%s\n" (__fish_complete_directories $value '')
+                for name in (__fish_complete_directories "$value" '')
+                    printf '%s\n' "$front$name"
+                end
             case ':command *'
                 set -l other $words[(math 2 + (string sub -s 10 -- $line))..-1]
-                complete -C (string join ' ' -- (string escape -- $other) $typed)
+                complete -C (string join ' ' -- (string escape -- $other) "$typed")
             case '-*'
                 # As for other programs, options are offered to who types a dash.
-                string match -q -- '-*' $typed; and printf '%s\n' $line
+                string match -q -- '-*' "$typed"; and printf '%s\n' $line
             case '*'
                 printf '%s\n' $line
         end
