@@ -18,11 +18,11 @@ namespace nodo {
 /// the system frees a lock with its holder, one of an earlier process, or one that the machine says
 /// is gone, is no longer counted as owned, so that the next pass takes it again. A lock that this
 /// process took is its own whatever becomes of the state file. And a lock never outlives the reason
-/// for it: when passes fail (the state is unreadable, the machine cannot be looked at), nobody would
-/// notice the timer's end or an empty battery any more. So a lock that no pass could confirm for
-/// `patience` is released, earlier when the timer that was known last has ended, and with the lid
-/// closed on battery sleep is asked for. Once passes succeed again they take it again if the timer
-/// still runs; a state that cannot be written keeps it off.
+/// for it: when passes fail (the state is unreadable, the machine cannot be looked at), nobody
+/// would notice the timer's end or an empty battery any more. So a lock that no pass could confirm
+/// for `patience` is released, earlier when the timer that was known last has ended, and with the
+/// lid closed on battery sleep is asked for. Once passes succeed again they take it again if the
+/// timer still runs; a state that cannot be written keeps it off.
 ///
 /// All members take the time and are called from one thread. Those that throw pass on the error of
 /// the step that failed, after they have done the above.

@@ -73,7 +73,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A limit that the clock cannot hold is as good as a year; one that is no number is none at all.
+// A longer limit than a year is cut to that, which the clock can hold. Below zero, or no number, it
+// is no time at all.
 Clock::time_point deadlineAfter(double seconds) {
   constexpr double year = 366.0 * 24 * 3600;
   const double bounded = seconds > 0 ? std::min(seconds, year) : 0;

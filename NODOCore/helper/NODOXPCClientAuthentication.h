@@ -35,8 +35,8 @@ class CodeRequirement {
   virtual ~CodeRequirement() = default;
 };
 
-/// What a call of the code-signing services gave: 0 and an object when all went well. The system
-/// does not rule out the other combinations.
+/// What a call of the code-signing services gave: 0 and an object where it succeeded. Neither alone
+/// is a success.
 template <class Object>
 struct CodeSigningResult {
   std::int32_t status = 0;

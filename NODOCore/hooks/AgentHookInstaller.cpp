@@ -113,7 +113,7 @@ bool installScript(const AgentHookInstaller& installer) {
 
 // The text of a shared configuration that has lost our hooks; nothing when no file should be left.
 FileContent textWithoutHooks(const Hooks& hooks, JSONValue configuration) {
-  if (hooks.agent.dislikesEmptyFile && configuration.object()->empty()) {
+  if (hooks.agent.removesEmptiedFile && configuration.object()->empty()) {
     if (!fs::is_symlink(hooks.file)) {
       return std::nullopt;
     }

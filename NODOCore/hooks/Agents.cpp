@@ -30,7 +30,7 @@ const std::vector<Agent>& allAgents() {
        .configurationFile = ".codex/hooks.json",
        .fileKind = HookFileKind::sharedConfiguration,
        .hasFeatureSwitch = true,
-       .dislikesEmptyFile = true,
+       .removesEmptiedFile = true,
        .installedMessage = "installed; Codex hooks feature enabled",
        .stepAfterInstalling =
            "it asks to review new hooks in its own screen, and runs them only after that.",
@@ -103,14 +103,6 @@ AgentHookTarget parseAgentHookTarget(std::string_view text) {
     return *target;
   }
   throw NODOError::invalidCommand("hook target " + std::string(text));
-}
-
-std::string joinedHookTargets(std::string_view separator) {
-  std::vector<std::string_view> texts;
-  for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
-    texts.push_back(rawValue(target));
-  }
-  return fmt::format("{}", fmt::join(texts, separator));
 }
 
 std::string listedAgentNames() {

@@ -65,9 +65,9 @@ struct Agent {
   /// Whether the agent has to be told in its config.toml, beside the configuration file, to run
   /// hooks at all.
   bool hasFeatureSwitch = false;
-  /// Whether the agent expects hooks in a configuration file that is there, so that one which has
-  /// lost its last is removed instead of left empty.
-  bool dislikesEmptyFile = false;
+  /// Whether a configuration file that has lost its last hook is removed instead of left empty, as
+  /// the agent complains of one without hooks.
+  bool removesEmptiedFile = false;
 
   std::string_view installedMessage = "installed";
   /// What a person has to do, or to know, before the agent runs its hooks; may be empty.
@@ -89,9 +89,6 @@ std::string_view displayName(AgentHookTarget target);
 
 /// The target with exactly this text. Throws NODOError::invalidCommand("hook target " + text).
 AgentHookTarget parseAgentHookTarget(std::string_view text);
-
-/// The texts of all targets in their order, e.g. "claude|codex|grok|pi".
-std::string joinedHookTargets(std::string_view separator);
 
 /// The names of all agents in their order, as in a sentence: "Claude Code, Codex, Grok Build and
 /// Pi".

@@ -8,10 +8,10 @@
 #include <utility>
 
 #include <Block.h>
-#include <mach/message.h>
-#include <objc/runtime.h>
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
+#include <mach/message.h>
+#include <objc/runtime.h>
 #import <platform/macos/FoundationText.h>
 #import <platform/macos/NODOHelperXPCProtocol.h>
 

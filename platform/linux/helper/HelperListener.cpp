@@ -174,11 +174,11 @@ std::optional<std::string> HelperListener::reasonNotToWait(const BusCall& reques
 int HelperListener::onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* /*error*/) {
   auto& asked = *static_cast<Waiting*>(waiting);
   HelperListener& self = asked.listener;
-  self.loop_.protect([&self, &asked, reply] { self.hearAuthority(asked, reply); });
+  self.loop_.protect([&self, &asked, reply] { self.receiveAuthority(asked, reply); });
   return 1;
 }
 
-void HelperListener::hearAuthority(const Waiting& asked, sd_bus_message* reply) {
+void HelperListener::receiveAuthority(const Waiting& asked, sd_bus_message* reply) {
   const BusCall request = asked.request;
   const std::uint32_t user = asked.user;
   waiting_.remove_if([&asked](const Waiting& each) { return &each == &asked; });

@@ -64,7 +64,7 @@ class HelperListener {
   void askAuthority(const BusCall& request, std::uint32_t user);
   // Throws BusError for arguments that cannot be read.
   std::optional<std::string> reasonNotToWait(const BusCall& request, std::uint32_t user) const;
-  void hearAuthority(const Waiting& asked, sd_bus_message* reply);
+  void receiveAuthority(const Waiting& asked, sd_bus_message* reply);
   void serve(const BusCall& request);
   void refuse(const BusCall& request, std::optional<std::uint32_t> user, const char* error,
               const std::string& reason);

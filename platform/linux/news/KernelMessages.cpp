@@ -128,11 +128,11 @@ SupplyMessages::SupplyMessages(EventLoop& loop, Listener listener)
 
 int SupplyMessages::onDevice(sd_device_monitor* /*monitor*/, sd_device* device, void* messages) {
   auto& self = *static_cast<SupplyMessages*>(messages);
-  self.loop_.protect([&self, device] { self.hear(device); });
+  self.loop_.protect([&self, device] { self.receive(device); });
   return 0;
 }
 
-void SupplyMessages::hear(sd_device* device) {
+void SupplyMessages::receive(sd_device* device) {
   const char* subsystem = nullptr;
   if (sd_device_get_subsystem(device, &subsystem) < 0) {
     return;  // already gone

@@ -54,7 +54,7 @@ class SupplyMessages {
 
  private:
   static int onDevice(sd_device_monitor* monitor, sd_device* device, void* messages);
-  void hear(sd_device* device);
+  void receive(sd_device* device);
 
   EventLoop& loop_;
   Listener listener_;

@@ -47,8 +47,8 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
                                         lidSwitches_->consider(device);
                                       }
                                     }});
-  // After udev's messages, so that no lid comes between the two. One that comes meanwhile is told
-  // of in the loop, thus not before it can be considered.
+  // After udev's messages, so that a lid switch that is plugged in between the two is not missed:
+  // its message waits for the loop, which runs only when both are there.
   open(lidSwitches_, "the lid switch", loop, [this] { suspect(News::lid); });
   open(routeMessages_, "the network", loop, [this] { suspect(News::route); });
   // Read after the sources are open, so that no change can fall in between.
