@@ -34,7 +34,7 @@ void checkRemainingTimes(const NODOState& state, Date at) {
   constexpr std::int64_t grace = 300;
   require(state.manualRemainingSeconds(at).value_or(0) >= 0, "no time left is negative");
   require(state.manualIsActive(at) == (state.manualRemainingSeconds(at).value_or(0) > 0),
-          "a period is active as long as a second of it is left");
+          "a timer runs as long as a second of it is left");
   require(state.noRouteGraceRemainingSeconds(at, grace).value_or(0) >= 0,
           "no route grace is negative");
   require(state.lidOpenGraceRemainingSeconds(at, grace).value_or(0) >= 0,

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t maxRecentRequesters = 6;
 constexpr std::size_t maxTriggerHistory = 500;
 
-void clearPeriod(NODOState& state, const char* stopReason, Date now) {
+void endTimer(NODOState& state, const char* stopReason, Date now) {
   state.manualUntil.reset();
   state.noRouteUnavailableSince.reset();
   state.lidOpenedAt.reset();
@@ -66,14 +66,14 @@ StatusReport NODOController::enableManual(
 
 StatusReport NODOController::stop(Date now) const {
   NODOState state = store.load();
-  clearPeriod(state, reason::userStop, now);
+  endTimer(state, reason::userStop, now);
   store.save(state);
   return report(state, now);
 }
 
 StatusReport NODOController::repairState(Date now) const {
   NODOState state = store.load();
-  clearPeriod(state, reason::repair, now);
+  endTimer(state, reason::repair, now);
   state.ownsSleepDisable = false;
   store.save(state);
   return report(state, now);

@@ -38,14 +38,14 @@ struct NODOController {
 
   /// Keeps the machine awake until `minutes` after `now`.
   ///
-  /// Without `extendOnly` the period is set, which may shorten a running one. With it (the form of
+  /// Without `extendOnly` the timer is set, which may shorten a running one. With it (the form of
   /// the agents' hooks) a later end stays; only the requester is recorded then. Throws
   /// NODOError::invalidDuration below 1 minute and above the policy's maximum, before anything is
   /// read.
   StatusReport enableManual(std::int64_t minutes, Date now, bool extendOnly,
                             const std::optional<ActivationRequester>& requester) const;
 
-  /// Ends the manual period and forgets the trackers. The next pass releases the lock.
+  /// Ends the timer and forgets the trackers. The next pass releases the lock.
   StatusReport stop(Date now) const;
 
   /// Resets the state but for its histories, ownership of the lock included: for a caller that has
@@ -89,7 +89,7 @@ bool releaseNeedsSleepRequest(const SystemSnapshot& snapshot);
 struct ReconcileSchedule {
   std::optional<Date> deadline;  ///< absent: nothing is pending
 
-  /// Just after the next moment at which a release can fall due: the end of the manual period or of
+  /// Just after the next moment at which a release can fall due: the end of the timer or of
   /// the no-route grace, whichever comes first, plus `graceSeconds`. A lock without either is
   /// looked at again after the grace.
   static ReconcileSchedule sleepReleaseDeadline(const StatusReport& report, double graceSeconds);

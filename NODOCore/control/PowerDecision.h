@@ -52,12 +52,11 @@ struct SafetyPolicy {
 
   /// Percent; on battery, a charge at or below this forbids keeping awake (100 or more: always).
   std::int64_t minimumBatteryPercent = -1;
-  /// Minutes; the longest period that one request may ask for. A longer one is refused.
+  /// Minutes; the longest timer that one request may ask for. A longer one is refused.
   std::int64_t maxManualDurationMinutes = noLimit;
   /// Seconds; how long after the lid was opened that counts as a reason of its own.
   std::int64_t lidOpenGraceSeconds = 0;
-  /// Seconds; how long the default route may be missing during a manual period (negative: not at
-  /// all).
+  /// Seconds; how long the default route may be missing while a timer runs (negative: not at all).
   std::int64_t noRouteGraceSeconds = noLimit;
 
   bool operator==(const SafetyPolicy&) const = default;

@@ -82,14 +82,14 @@ struct PowerOperationAudit {
 JSONValue encode(const PowerOperationAudit& audit);
 void decode(const JSONReader& from, PowerOperationAudit& audit);
 
-/// The one persistent record: whether a manual keep-awake period runs and until when, whether nodo
+/// The one persistent record: whether a timer keeps the machine awake and until when, whether nodo
 /// itself holds the machine's sleep lock, who asked, what was done, and what the safety rules have
 /// to remember between passes.
 ///
 /// A plain value: loaded by the StateStore, changed by the controller, written back whole. All
 /// functions are pure but for this value.
 struct NODOState {
-  std::optional<Date> manualUntil;  ///< end of the manual period; absent when none was set
+  std::optional<Date> manualUntil;  ///< end of the timer; absent when none was set
   bool ownsSleepDisable = false;    ///< nodo switched the lock on, and has to switch it off
   std::optional<std::string> lastActivationReason;
   std::optional<std::string> lastStopReason;
@@ -99,7 +99,7 @@ struct NODOState {
   std::vector<TriggerActivityBucket> triggerActivityBuckets;  ///< requests a minute, last 12 hours
   std::optional<PowerOperationAudit> lastPowerOperation;
   std::vector<PowerOperationAudit> powerOperationHistory;  ///< oldest first
-  std::optional<Date> noRouteUnavailableSince;  ///< first seen missing during the manual period
+  std::optional<Date> noRouteUnavailableSince;  ///< first seen missing while the timer ran
   std::optional<Date> lidOpenedAt;              ///< when the lid was seen going from closed to open
   std::optional<bool> lastLidClosed;            ///< the lid at the last snapshot; absent: unknown
   Date createdAt;
@@ -108,15 +108,15 @@ struct NODOState {
   /// An empty record made at `now`.
   static NODOState fresh(Date now);
 
-  // ---- what is left of the periods, in whole seconds (rounded down, never negative)
+  // ---- what is left of the timer and the graces, in whole seconds (rounded down, never negative)
 
-  /// Of the manual period; absent when there is none.
+  /// Of the timer; absent when there is none.
   std::optional<std::int64_t> manualRemainingSeconds(Date at) const;
 
-  /// Whether at least one whole second of the manual period is left.
+  /// Whether at least one whole second of the timer is left.
   bool manualIsActive(Date at) const;
 
-  /// Until a missing route ends keeping awake; absent without an active manual period or an outage.
+  /// Until a missing route ends keeping awake; absent without a running timer or an outage.
   std::optional<std::int64_t> noRouteGraceRemainingSeconds(Date at,
                                                            std::int64_t graceSeconds) const;
 
@@ -133,8 +133,8 @@ struct NODOState {
   /// out of an unknown state, starts no grace.
   void syncLidOpenGrace(const SystemSnapshot& snapshot);
 
-  /// Notes when the default route went missing during a manual period, and forgets it when the
-  /// route is back (or unknown) or the period is over.
+  /// Notes when the default route went missing while the timer ran, and forgets it when the route
+  /// is back (or unknown) or the timer is over.
   void updateNoRouteTracking(const SystemSnapshot& snapshot);
 
   /// Both, in this order.

@@ -179,9 +179,10 @@ def mutants_of(path, project):
 class Workshop:
     """Compiles, links and runs."""
 
-    def __init__(self, project, build):
+    def __init__(self, project, build, headers):
         self.project = project
         self.build = build
+        self.headers = headers  # the folder of the headers that were translated in advance
         entries = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
         self.commands = {Path(entry["file"]): shlex.split(entry["command"]) for entry in entries}
         self.time_limit = 600.0
@@ -207,11 +208,25 @@ class Workshop:
         """Makes the object of a source that holds this text; false when it is no C++."""
         changed = folder / source.name
         changed.write_text(text, encoding="utf-8")
-        command = [*self.commands[self.project / source], "-O0", "-g0", "-w"]
-        command[command.index("-o") + 1] = str(folder / "mutant.o")
+        headers = self.headers / f"{source.parent.name}-{source.stem}.h"
+        return self.translate(source, changed, folder / "mutant.o", "-include", str(headers))
+
+    def translate(self, source, changed, into, *more):
+        compiler, *usual = self.commands[self.project / source]
+        command = [compiler, *more, *usual, "-O0", "-g0", "-w"]
+        command[command.index("-o") + 1] = str(into)
         command[command.index("-c") + 1] = str(changed)
         done = subprocess.run(command, cwd=self.build, capture_output=True, check=False)
         return done.returncode == 0
+
+    def translate_headers(self, source):
+        """Reads what a source includes once for all of its mutants, as that takes the most time."""
+        headers = self.headers / f"{source.parent.name}-{source.stem}.h"
+        lines = (self.project / source).read_text(encoding="utf-8").splitlines()
+        headers.write_text("\n".join(line for line in lines if line.startswith("#include")) + "\n",
+                           encoding="utf-8")
+        if not self.translate(source, headers, f"{headers}.gch", "-x", "c++-header"):
+            sys.exit(f"what {source} includes does not compile")
 
     def link(self, source, folder):
         compiler = self.commands[self.project / source][0]
@@ -264,6 +279,19 @@ def arguments():
     return parser.parse_args()
 
 
+def try_all(mutants, workshop, jobs):
+    killed = alive = 0
+    with ThreadPoolExecutor(jobs) as pool:
+        for mutant, is_killed in zip(mutants, pool.map(workshop.try_out, mutants)):
+            killed += is_killed is True
+            alive += is_killed is False
+            if is_killed is False:
+                print(f"{mutant.path}:{mutant.line}: {mutant}", flush=True)
+    made = killed + alive
+    print(f"killed {killed} of {made} mutants ({100 * killed / max(made, 1):.1f} %), "
+          f"and {len(mutants) - made} did not compile")
+
+
 def main():
     options = arguments()
     mutants = [mutant for path in options.files
@@ -273,18 +301,12 @@ def main():
         mutants.sort(key=lambda mutant: (mutant.path, mutant.begin))
     if not mutants:
         sys.exit("there is nothing to mutate")
-    workshop = Workshop(options.project, options.build)
-    workshop.calibrate(mutants[0].path)
-    killed = alive = 0
-    with ThreadPoolExecutor(options.jobs) as pool:
-        for mutant, is_killed in zip(mutants, pool.map(workshop.try_out, mutants)):
-            killed += is_killed is True
-            alive += is_killed is False
-            if is_killed is False:
-                print(f"{mutant.path}:{mutant.line}: {mutant}", flush=True)
-    made = killed + alive
-    print(f"killed {killed} of {made} mutants ({100 * killed / max(made, 1):.1f} %), "
-          f"and {len(mutants) - made} did not compile")
+    with tempfile.TemporaryDirectory(prefix="mutants-") as headers:
+        workshop = Workshop(options.project, options.build, Path(headers))
+        for source in sorted({mutant.path for mutant in mutants}):
+            workshop.translate_headers(source)
+        workshop.calibrate(mutants[0].path)
+        try_all(mutants, workshop, options.jobs)
 
 
 main()

@@ -57,11 +57,11 @@ TEST_F(ControllerCommandsTest, ATimerBelowOneMinuteIsRefusedBeforeAnythingIsRead
 }
 
 TEST_F(ControllerCommandsTest, ATimerAboveTheCapIsRefusedNotShortened) {
-  EXPECT_EQ(start(longestPeriod).manualRemainingSeconds, longestPeriod * 60);
+  EXPECT_EQ(start(longestTimer).manualRemainingSeconds, longestTimer * 60);
   const std::string before = storedText();
   for (const bool extendOnly : {false, true}) {
     try {
-      controller().enableManual(longestPeriod + 1, now, extendOnly, std::nullopt);
+      controller().enableManual(longestTimer + 1, now, extendOnly, std::nullopt);
       ADD_FAILURE();
     } catch (const NODOError& error) {
       EXPECT_STREQ(error.what(), "Invalid duration: minutes must be <= 720");
@@ -83,12 +83,19 @@ TEST_F(ControllerCommandsTest, ARequestThatIsNoExtensionMayShortenARunningTimer)
   EXPECT_EQ(start(5).manualRemainingSeconds, 300);
 }
 
-TEST_F(ControllerCommandsTest, ARequestWithoutRequesterForgetsTheLastOneButNotTheLists) {
-  start(20, requester("Codex"));
+TEST_F(ControllerCommandsTest, ARequestWithoutRequesterForgetsTheLastOneAndKeepsTheLists) {
+  NODOState expected = fullState();
+  put(expected);
+
   const StatusReport report = start(20);
-  EXPECT_FALSE(report.state.lastRequester);
-  EXPECT_EQ(report.state.recentRequesters.size(), 1U);
-  EXPECT_EQ(report.state.triggerHistory.size(), 1U);
+
+  expected.manualUntil = now + Seconds(1200);
+  expected.lastActivationReason = "manual_timer";
+  expected.lastRequester.reset();
+  expected.lastStopReason.reset();
+  expected.updatedAt = now;
+  EXPECT_EQ(stored(), expected);
+  EXPECT_EQ(report.state, expected);
 }
 
 TEST_F(ControllerCommandsTest, AnExtensionNeverShortensARunningTimer) {

@@ -17,7 +17,7 @@ namespace nodo {
 class ControllerFixture : public ::testing::Test {
  protected:
   static constexpr double startOfTest = 1769847300;  // 2026-01-31T08:15:00Z
-  static constexpr std::int64_t longestPeriod = 720;
+  static constexpr std::int64_t longestTimer = 720;
 
   StatusReport status() const { return controller().status(now); }
 
@@ -86,7 +86,7 @@ class ControllerFixture : public ::testing::Test {
   NODOController controller() const {
     return test::controllerFor(machine, store(),
                                {.minimumBatteryPercent = 20,
-                                .maxManualDurationMinutes = longestPeriod,
+                                .maxManualDurationMinutes = longestTimer,
                                 .lidOpenGraceSeconds = 60,
                                 .noRouteGraceSeconds = 300});
   }

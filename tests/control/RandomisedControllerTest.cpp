@@ -59,7 +59,7 @@ class RandomisedControllerTest : public ControllerFixture,
 
   void command() {
     const std::optional<Date> endBefore = stored().manualUntil;
-    const std::int64_t minutes = pick(-1, longestPeriod + 1);
+    const std::int64_t minutes = pick(-1, longestTimer + 1);
     const bool extendOnly = chance(70);
     std::optional<ActivationRequester> who;
     if (chance(80)) {
@@ -73,7 +73,7 @@ class RandomisedControllerTest : public ControllerFixture,
         ASSERT_GE(*report.state.manualUntil, *endBefore) << "an extension shortened the timer";
       }
     } catch (const std::exception&) {
-      ASSERT_TRUE(minutes < 1 || minutes > longestPeriod);
+      ASSERT_TRUE(minutes < 1 || minutes > longestTimer);
       ASSERT_EQ(stored().manualUntil, endBefore);
     }
   }

@@ -30,7 +30,7 @@ TEST_F(ReconcileScheduleTest, WithNothingHeldAndNothingWantedNothingIsPending) {
   EXPECT_EQ(deadline(), std::nullopt);
 }
 
-TEST_F(ReconcileScheduleTest, ALockThatIsHeldOrWantedEndsWithTheManualPeriod) {
+TEST_F(ReconcileScheduleTest, ALockThatIsHeldOrWantedEndsWithTheTimer) {
   report.state.manualUntil = after(600);
   report.state.ownsSleepDisable = true;
   EXPECT_EQ(deadline(), after(602));
@@ -40,13 +40,13 @@ TEST_F(ReconcileScheduleTest, ALockThatIsHeldOrWantedEndsWithTheManualPeriod) {
   EXPECT_EQ(deadline(), after(602));
 }
 
-TEST_F(ReconcileScheduleTest, APeriodThatIsOverIsDueNow) {
+TEST_F(ReconcileScheduleTest, ATimerThatIsOverIsDueNow) {
   report.state.ownsSleepDisable = true;
   report.state.manualUntil = after(-600);
   EXPECT_EQ(deadline(), after(2));
 }
 
-TEST_F(ReconcileScheduleTest, TheEarlierOfPeriodAndOutageCounts) {
+TEST_F(ReconcileScheduleTest, TheEarlierOfTimerAndOutageCounts) {
   report.decision.shouldPreventSleep = true;
   report.state.manualUntil = after(600);
   report.noRouteGraceRemainingSeconds = 30;
@@ -57,7 +57,7 @@ TEST_F(ReconcileScheduleTest, TheEarlierOfPeriodAndOutageCounts) {
   EXPECT_EQ(deadline(), after(2));
 }
 
-TEST_F(ReconcileScheduleTest, AnOutageCountsWithoutAPeriodToo) {
+TEST_F(ReconcileScheduleTest, AnOutageCountsWithoutATimerToo) {
   report.state.ownsSleepDisable = true;
   report.noRouteGraceRemainingSeconds = 30;
   EXPECT_EQ(deadline(), after(32));

@@ -330,7 +330,7 @@ TEST_F(ReconcileTest, EachTraceOfUseSuffices) {
 }
 
 TEST_F(ReconcileTest, TheTwentyFirstAuditDropsTheOldest) {
-  start(longestPeriod);
+  start(longestTimer);
   power.behaviour = FakePowerManager::Behaviour::fails;
   for (int time = 0; time < 21; ++time) {
     advance(1);

@@ -91,17 +91,17 @@ TEST(NODOStatePeriodsTest, FractionsOfRemainingSecondsAreDropped) {
   EXPECT_TRUE(stateWithManualLeft(90.9).manualIsActive(now));
 }
 
-TEST(NODOStatePeriodsTest, WithoutAManualPeriodNothingIsLeftOfIt) {
+TEST(NODOStatePeriodsTest, WithoutATimerNothingIsLeftOfIt) {
   EXPECT_EQ(NODOState().manualRemainingSeconds(now), std::nullopt);
   EXPECT_FALSE(NODOState().manualIsActive(now));
 }
 
-TEST(NODOStatePeriodsTest, AnEndedPeriodHasZeroLeft) {
+TEST(NODOStatePeriodsTest, AnEndedTimerHasZeroLeft) {
   EXPECT_EQ(stateWithManualLeft(-1000000).manualRemainingSeconds(now), 0);
   EXPECT_EQ(stateWithManualLeft(-0.1).manualRemainingSeconds(now), 0);
 }
 
-TEST(NODOStatePeriodsTest, NoRouteGraceEndsWithTheManualPeriod) {
+TEST(NODOStatePeriodsTest, NoRouteGraceEndsWithTheTimer) {
   for (const double left : {-1.0, 0.0, 0.999}) {
     NODOState state = stateWithManualLeft(left);
     state.noRouteUnavailableSince = now - Seconds(5);

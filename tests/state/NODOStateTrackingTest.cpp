@@ -95,7 +95,7 @@ TEST_F(NODOStateTrackingTest, ARouteThatIsBackOrUnknownEndsTheOutage) {
   EXPECT_EQ(state.noRouteUnavailableSince, after(3));
 }
 
-TEST_F(NODOStateTrackingTest, AnOutageCountsOnlyDuringAManualPeriod) {
+TEST_F(NODOStateTrackingTest, AnOutageCountsOnlyWhileATimerRuns) {
   seeRoute(0, false);
   EXPECT_EQ(state.noRouteUnavailableSince, std::nullopt);
   state.manualUntil = after(10);
