@@ -30,14 +30,14 @@ std::vector<std::string> texts(const std::vector<MenuLine>& lines) {
 
 using Texts = std::vector<std::string>;
 
-TEST(MenuTextTest, EverythingHasItsLine) {
+TEST(MenuDisplayTest, EverythingHasItsLine) {
   EXPECT_EQ(texts(menuLines(busyReport(), plainUTF8)),
             (Texts{"● nodo: kept awake, 2h5m left", "Last request: Codex - Zoë's project",
                    "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77", "Setup: hooks 1/4",
                    "Ready: nodo owns the macOS power lock."}));
 }
 
-TEST(MenuTextTest, WhatThereIsNotHasNoLine) {
+TEST(MenuDisplayTest, WhatThereIsNotHasNoLine) {
   MenuReport report;
   report.triggers.line = "Triggers 12h  ·  0";
   EXPECT_EQ(texts(menuLines(report, plainUTF8)),
@@ -45,7 +45,7 @@ TEST(MenuTextTest, WhatThereIsNotHasNoLine) {
                    "Warning: helper unavailable; closed-lid prevention will not work."}));
 }
 
-TEST(MenuTextTest, EveryIconHasWordsOfItsOwn) {
+TEST(MenuDisplayTest, EveryIconHasWordsOfItsOwn) {
   const struct {
     MenuBarIconState state;
     const char* utf8;
@@ -64,27 +64,27 @@ TEST(MenuTextTest, EveryIconHasWordsOfItsOwn) {
   }
 }
 
-TEST(MenuTextTest, WithoutUTF8EveryLineIsASCII) {
+TEST(MenuDisplayTest, WithoutUTF8EveryLineIsASCII) {
   EXPECT_EQ(texts(menuLines(busyReport(), plainASCII)),
             (Texts{"* nodo: kept awake, 2h5m left", "Last request: Codex - Zo?'s project",
                    "Triggers 12h  .12345678..8  77", "Setup: hooks 1/4",
                    "Ready: nodo owns the macOS power lock."}));
 }
 
-TEST(MenuTextTest, ForeignControlCharactersAreShownEscaped) {
+TEST(MenuDisplayTest, ForeignControlCharactersAreShownEscaped) {
   MenuReport report = busyReport();
   report.requester = "a\x1b[2J\nb";
   EXPECT_EQ(menuLines(report, plainUTF8)[1].text, "Last request: a\\u{1b}[2J\\nb");
 }
 
-TEST(MenuTextTest, ASummaryIsOneLineWithItsTime) {
+TEST(MenuDisplayTest, ASummaryIsOneLineWithItsTime) {
   EXPECT_EQ(menuSummary(busyReport(), plainASCII),
             "2026-01-31T08:15:00Z  * nodo: kept awake, 2h5m left  Last request: Codex - Zo?'s "
             "project  Triggers 12h  .12345678..8  77  Setup: hooks 1/4  Ready: nodo owns the macOS "
             "power lock.");
 }
 
-TEST(MenuTextTest, ColourIsOnlyWhereThereIsSome) {
+TEST(MenuDisplayTest, ColourIsOnlyWhereThereIsSome) {
   const MenuLine bad{.text = "no", .tint = Tint::bad};
   EXPECT_EQ(tinted(bad, plainUTF8), "no");
   const TextStyle coloured{.colour = true, .utf8 = true};
@@ -92,7 +92,7 @@ TEST(MenuTextTest, ColourIsOnlyWhereThereIsSome) {
   EXPECT_EQ(tinted({.text = "so"}, coloured), "so");
 }
 
-TEST(MenuTextTest, LinesAreBrokenBetweenWords) {
+TEST(MenuDisplayTest, LinesAreBrokenBetweenWords) {
   const struct {
     const char* text;
     int columns;
