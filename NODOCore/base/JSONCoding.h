@@ -219,6 +219,7 @@ template <class Record>
 void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
 
 // Defines `encode` and `decode` of `Record` by the description of its fields that follows.
+// NOLINTBEGIN(bugprone-macro-parentheses): the arguments are a type and names, no expressions
 #define NODO_JSON_RECORD(Record, fields, record)           \
   template <class Fields, class Self>                      \
   requires std::same_as<std::remove_const_t<Self>, Record> \
@@ -237,6 +238,7 @@ void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
   template <class Fields, class Self>                      \
   requires std::same_as<std::remove_const_t<Self>, Record> \
   static void describe(Fields& fields, Self& record)
+// NOLINTEND(bugprone-macro-parentheses)
 
 /// `record` as JSON text without a line feed at the end.
 template <class Record>
