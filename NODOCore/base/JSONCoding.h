@@ -238,6 +238,7 @@ void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
   template <class Fields, class Self>                      \
   requires std::same_as<std::remove_const_t<Self>, Record> \
   static void describe(Fields& fields, Self& record)
+
 // NOLINTEND(bugprone-macro-parentheses)
 
 /// `record` as JSON text without a line feed at the end.
