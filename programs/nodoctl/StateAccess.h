@@ -79,6 +79,7 @@ class StateAccess {
               std::function<void(const std::string& reason)> unavailable);
   StateAccess(const StateAccess&) = delete;
   StateAccess& operator=(const StateAccess&) = delete;
+  ~StateAccess() = default;
 
   SourcedStatus status();
 
