@@ -15,6 +15,8 @@
 #include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/daemon/DaemonLoop.h>
 #include <NODOCore/daemon/LockKeeper.h>
+#include <NODOCore/daemon/LockLife.h>
+#include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>

@@ -15,6 +15,7 @@ std::vector<RunningProcess> FakeMachine::listProcesses() const {
 }
 
 SystemSnapshot FakeMachine::snapshot(Date now) const {
+  ++snapshotsTaken;
   if (snapshotFails) {
     throw std::system_error(ENOENT, std::generic_category(), "Unable to run fake");
   }

@@ -21,6 +21,7 @@ class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
   std::optional<bool> lidClosed;
   bool listingFails = false;   ///< NODOError::processListingFailed("broken")
   bool snapshotFails = false;  ///< std::system_error, ENOENT
+  mutable int snapshotsTaken = 0;
 
   std::vector<RunningProcess> listProcesses() const override;
   SystemSnapshot snapshot(Date now) const override;

@@ -202,14 +202,6 @@ class TemporaryFile {
   bool renamed_ = false;
 };
 
-void syncFolder(const fs::path& folder) {
-  const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // EINVAL: a file system on which folders cannot be synced.
-  if (!opened || (syncToDisk(opened.get()) != 0 && errno != EINVAL)) {
-    throwErrno("Unable to sync the folder", folder.string());
-  }
-}
-
 // Replaces `target` and returns true, unless `isObsolete` says, at the last moment, that the new
 // content has been overtaken.
 bool replaceUnless(const fs::path& target, std::string_view content, std::optional<fs::perms> mode,
@@ -291,6 +283,14 @@ std::optional<std::string> readFile(const fs::path& path) {
 
 void replaceFile(const fs::path& path, std::string_view content, std::optional<fs::perms> mode) {
   replaceUnless(fs::absolute(path), content, mode, Owner::mayChange, [] { return false; });
+}
+
+void syncFolder(const fs::path& folder) {
+  const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // EINVAL: a file system on which folders cannot be synced.
+  if (!opened || (syncToDisk(opened.get()) != 0 && errno != EINVAL)) {
+    throwErrno("Unable to sync the folder", folder.string());
+  }
 }
 
 void makeFolder(const fs::path& path) {

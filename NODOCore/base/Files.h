@@ -69,6 +69,10 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 void replaceFile(const std::filesystem::path& path, std::string_view content,
                  std::optional<std::filesystem::perms> mode = std::nullopt);
 
+/// Makes the names in `folder` survive a power cut. Throws std::system_error, with the path in its
+/// text.
+void syncFolder(const std::filesystem::path& folder);
+
 /// Makes the folder at `path`, with those above it, unless it is there. Throws std::system_error,
 /// with the path in its text.
 void makeFolder(const std::filesystem::path& path);

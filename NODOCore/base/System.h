@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Files.h>
 
 #include <filesystem>
@@ -9,6 +10,9 @@
 
 /// What POSIX leaves to each system, in a source file for each of them.
 namespace nodo {
+
+/// How long the machine has been running, asleep or not.
+Seconds timeSinceBoot();
 
 /// Makes what was written to the open file `descriptor` survive a power cut. Returns 0, or -1 with
 /// errno set.

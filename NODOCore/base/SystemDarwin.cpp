@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cerrno>
+#include <ctime>
 
 #include <copyfile.h>
 #include <crt_externs.h>
@@ -10,6 +11,12 @@
 #include <unistd.h>
 
 namespace nodo {
+
+Seconds timeSinceBoot() {
+  timespec time{};
+  ::clock_gettime(CLOCK_MONOTONIC_RAW, &time);
+  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+}
 
 int syncToDisk(int descriptor) {
   // On Darwin fsync only reaches the drive's cache. Some file systems (network, FAT) refuse the

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -66,6 +67,12 @@ void copyOwnersAttributes(const fs::path& from, int to) {
 }
 
 }  // namespace
+
+Seconds timeSinceBoot() {
+  timespec time{};
+  ::clock_gettime(CLOCK_BOOTTIME, &time);
+  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+}
 
 int syncToDisk(int descriptor) {
   return ::fsync(descriptor);

@@ -11,7 +11,28 @@ namespace {
 constexpr std::size_t maxRecentRequesters = 6;
 constexpr std::size_t maxTriggerHistory = 500;
 
-void endTimer(NODOState& state, const char* stopReason, Date now) {
+}  // namespace
+
+bool setTimer(NODOState& state, std::int64_t minutes, bool extendOnly,
+              const std::optional<ActivationRequester>& requester, Date now) {
+  const Date end = now + Seconds(static_cast<double>(minutes) * 60);
+  const bool keepsLaterEnd = extendOnly && state.manualUntil && *state.manualUntil > end;
+  if (!keepsLaterEnd) {
+    state.manualUntil = end;
+    state.lastActivationReason = extendOnly ? reason::manualLease : reason::manualTimer;
+    state.lastStopReason.reset();
+    state.lastRequester.reset();
+  } else if (!requester) {
+    return false;
+  }
+  if (requester) {
+    state.recordRequester(*requester, now, maxRecentRequesters, maxTriggerHistory);
+  }
+  state.updatedAt = now;
+  return true;
+}
+
+void endTimer(NODOState& state, const std::string& stopReason, Date now) {
   state.manualUntil.reset();
   state.noRouteUnavailableSince.reset();
   state.lidOpenedAt.reset();
@@ -20,19 +41,11 @@ void endTimer(NODOState& state, const char* stopReason, Date now) {
   state.updatedAt = now;
 }
 
-void record(NODOState& state, const ActivationRequester& requester, Date now) {
-  state.recordRequester(requester, now, maxRecentRequesters, maxTriggerHistory);
-}
-
-}  // namespace
-
 StatusReport NODOController::status(Date now) const {
   return report(store.load(), now);
 }
 
-StatusReport NODOController::enableManual(
-    std::int64_t minutes, Date now, bool extendOnly,
-    const std::optional<ActivationRequester>& requester) const {
+void NODOController::requireDuration(std::int64_t minutes) const {
   const std::int64_t maximum = decisionEngine.policy.maxManualDurationMinutes;
   if (minutes < 1) {
     throw NODOError::invalidDuration("minutes must be greater than 0");
@@ -40,27 +53,16 @@ StatusReport NODOController::enableManual(
   if (minutes > maximum) {
     throw NODOError::invalidDuration("minutes must be <= " + std::to_string(maximum));
   }
+}
+
+StatusReport NODOController::enableManual(
+    std::int64_t minutes, Date now, bool extendOnly,
+    const std::optional<ActivationRequester>& requester) const {
+  requireDuration(minutes);
   NODOState state = store.load();
-  const Date end = now + Seconds(static_cast<double>(minutes) * 60);
-  const bool keepsLaterEnd = extendOnly && state.manualUntil && *state.manualUntil > end;
-  if (keepsLaterEnd) {
-    if (requester) {
-      record(state, *requester, now);
-      state.updatedAt = now;
-      store.save(state);
-    }
-    return report(state, now);
+  if (setTimer(state, minutes, extendOnly, requester, now)) {
+    store.save(state);
   }
-  state.manualUntil = end;
-  state.lastActivationReason = extendOnly ? reason::manualLease : reason::manualTimer;
-  if (requester) {
-    record(state, *requester, now);
-  } else {
-    state.lastRequester.reset();
-  }
-  state.lastStopReason.reset();
-  state.updatedAt = now;
-  store.save(state);
   return report(state, now);
 }
 
@@ -72,11 +74,15 @@ StatusReport NODOController::stop(Date now) const {
 }
 
 StatusReport NODOController::repairState(Date now) const {
+  return report(reset(now), now);
+}
+
+NODOState NODOController::reset(Date now) const {
   NODOState state = store.load();
   endTimer(state, reason::repair, now);
   state.ownsSleepDisable = false;
   store.save(state);
-  return report(state, now);
+  return state;
 }
 
 StatusReport NODOController::report(const NODOState& state, Date now) const {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace nodo {
@@ -70,13 +71,29 @@ struct NODOController {
   DaemonRunReport repair(PowerManaging& powerManager, std::optional<bool> liveSleepDisabled,
                          Date now) const;
 
- private:
-  // The report of a loaded state: looks at the machine and updates the trackers on a copy.
+  // ---- for who changes the state itself
+
+  /// Throws NODOError::invalidDuration for minutes that no timer may have.
+  void requireDuration(std::int64_t minutes) const;
+
+  /// The report of a loaded state: looks at the machine and updates the trackers on a copy.
   StatusReport report(const NODOState& state, Date now) const;
+
+ private:
+  // Resets and saves the state, and returns it.
+  NODOState reset(Date now) const;
   // The report of a state whose trackers know the snapshot already.
   StatusReport report(const NODOState& state, std::vector<AgentProcess> agents,
                       const SystemSnapshot& snapshot) const;
 };
+
+/// Sets the timer of `state` to end `minutes` after `now`, as `NODOController::enableManual` says,
+/// and tells whether that changed anything.
+bool setTimer(NODOState& state, std::int64_t minutes, bool extendOnly,
+              const std::optional<ActivationRequester>& requester, Date now);
+
+/// Ends the timer of `state` and forgets the trackers.
+void endTimer(NODOState& state, const std::string& stopReason, Date now);
 
 /// How many power operations the state's history keeps.
 inline constexpr std::size_t maxPowerOperationHistory = 20;

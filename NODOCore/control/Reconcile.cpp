@@ -133,7 +133,7 @@ DaemonRunReport NODOController::repair(PowerManaging& powerManager,
     powerManager.announce(reason::repair);
     release = powerManager.setSleepDisabled(false);
   }
-  repairState(now);
+  reset(now);
   // The lock has just been released: what was read before is no longer to be trusted.
   DaemonRunReport pass = reconcile(powerManager, std::nullopt, now);
   if (release) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 #include <variant>
 
@@ -12,7 +13,7 @@ namespace {
 // What the daemon does for each request.
 struct Service {
   LockKeeper& keeper;
-  Date now;
+  Moment now;
 
   NODOHelperCommandResponse operator()(const StatusRequest&) const {
     return NODOHelperCommandResponse::success(keeper.status(now));
@@ -27,7 +28,7 @@ struct Service {
     std::optional<ActivationRequester> requester;
     if (request.requesterName) {
       requester.emplace(*request.requesterName, request.requesterContext, request.requesterEvent,
-                        now);
+                        now.civil);
     }
     return NODOHelperCommandResponse::success(
         keeper.enableManual(request.minutes, request.extendOnly, requester, now));
@@ -48,26 +49,31 @@ struct Service {
 
 }  // namespace
 
-Daemon::Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Date()> now, DaemonLog log,
-               Seconds releaseGrace)
-    : keeper_(keeper),
-      loop_(loop),
-      now_(std::move(now)),
-      log_(std::move(log)),
-      releaseGrace_(releaseGrace) {}
+Daemon::Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log)
+    : keeper_(keeper), loop_(loop), now_(std::move(now)), log_(std::move(log)) {}
 
 void Daemon::run() {
-  loop_.serve(*this);
-  passByItself("start");
   try {
-    loop_.run(
-        {.machineChanged = [this](const std::vector<News>& news) { passByItself(listed(news)); },
-         .timerFired = [this] { passByItself("timer"); },
-         .terminate = [this] { keeper_.shutDown(now_()); }});
+    loop_.serve(*this);
+    wake("start", false);
+    loop_.run({.machineChanged =
+                   [this](const std::vector<News>& news) {
+                     wake(listed(news),
+                          std::find(news.begin(), news.end(), News::resume) != news.end());
+                   },
+               .timerFired = [this] { wake("timer", false); },
+               .terminate = [this] { end(); }});
   } catch (const std::exception&) {
-    keeper_.shutDown(now_());
+    end();
     throw;
   }
+  if (mayLockStand_) {
+    throw std::runtime_error("the sleep lock may still be on");
+  }
+}
+
+void Daemon::end() {
+  mayLockStand_ = !keeper_.shutDown(now_());
 }
 
 // ---- requests
@@ -83,7 +89,7 @@ void Daemon::perform(HelperRequest request, HelperReply reply) {
   reply(encodeJSON(response, JSONLayout::compact));
 }
 
-NODOHelperCommandResponse Daemon::answer(const HelperRequest& request, Date now) {
+NODOHelperCommandResponse Daemon::answer(const HelperRequest& request, const Moment& now) {
   try {
     NODOHelperCommandResponse response = std::visit(Service{keeper_, now}, request);
     lastLookFailure_.clear();
@@ -100,21 +106,20 @@ NODOHelperCommandResponse Daemon::answer(const HelperRequest& request, Date now)
 }
 
 std::string Daemon::statusText() {
-  const Date now = now_();
-  const bool isFresh =
-      lastStatus_ && now >= lastStatus_->madeAt && now < lastStatus_->madeAt + answerLifetime;
-  if (!isFresh) {
-    lastStatus_ = StatusAnswer{now, encodeJSON(answer(StatusRequest{}, now), JSONLayout::compact)};
+  const Moment now = now_();
+  if (!lastStatus_ || now.running >= lastStatus_->madeAt + answerLifetime) {
+    lastStatus_ =
+        StatusAnswer{now.running, encodeJSON(answer(StatusRequest{}, now), JSONLayout::compact)};
   }
   return lastStatus_->text;
 }
 
 // ---- passes
 
-void Daemon::passByItself(const std::string& occasion) {
+void Daemon::wake(const std::string& occasion, bool resumed) {
   lastStatus_.reset();
   try {
-    keeper_.pass(now_());
+    keeper_.wake(now_(), resumed);
     lastPassFailure_.clear();
     lastLookFailure_.clear();
   } catch (const std::exception& error) {
@@ -131,9 +136,7 @@ void Daemon::logOnce(std::string& last, const std::string& what, const std::stri
 }
 
 void Daemon::schedule() {
-  const Date now = now_();
-  const std::optional<Date> next = keeper_.nextPass(now, releaseGrace_);
-  loop_.setTimer(next ? std::optional(std::max(*next - now, Seconds(0))) : std::nullopt);
+  loop_.setTimer(keeper_.nextWake(now_()));
   loop_.setLockHeld(keeper_.isHeld());
 }
 

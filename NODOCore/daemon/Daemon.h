@@ -25,36 +25,37 @@ class Daemon : public NODOHelperXPCProtocol {
  public:
   static constexpr Seconds answerLifetime{0.1};
 
-  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Date()> now, DaemonLog log,
-         Seconds releaseGrace);
+  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log);
 
   /// Takes the name, runs the first pass and serves until a signal ends it. The lock is released in
-  /// the end, also when the loop cannot go on: that error is passed on. Throws what
-  /// DaemonLoop::serve does before anything was touched.
+  /// the end, whatever the end is. Throws what DaemonLoop::serve and DaemonLoop::run do, and
+  /// std::runtime_error when the lock may still be on after all: somebody has to start a daemon
+  /// again, which then looks after it.
   void run();
 
   void perform(HelperRequest request, HelperReply reply) override;
 
  private:
   struct StatusAnswer {
-    Date madeAt;
+    Seconds madeAt;  // by the machine's clock
     std::string text;
   };
 
-  void passByItself(const std::string& occasion);
-  NODOHelperCommandResponse answer(const HelperRequest& request, Date now);
+  void wake(const std::string& occasion, bool resumed);
+  void end();
+  NODOHelperCommandResponse answer(const HelperRequest& request, const Moment& now);
   std::string statusText();
   void logOnce(std::string& last, const std::string& what, const std::string& reason);
   void schedule();
 
   LockKeeper& keeper_;
   DaemonLoop& loop_;
-  std::function<Date()> now_;
+  std::function<Moment()> now_;
   DaemonLog log_;
-  Seconds releaseGrace_;
   // Each empty after a success. Apart, for a look may succeed all the time that passes fail.
   std::string lastPassFailure_;
   std::string lastLookFailure_;
+  bool mayLockStand_ = false;               // after the end
   std::optional<StatusAnswer> lastStatus_;  // absent: something has changed since
 };
 

@@ -1,35 +1,13 @@
-#include <NODOCore/base/Errors.h>
 #include <NODOCore/daemon/LockKeeper.h>
 
 #include <algorithm>
-#include <exception>
 #include <stdexcept>
 #include <utility>
 
 namespace nodo {
 namespace {
 
-// A refused request has neither read nor changed anything.
-bool isRefusal(const std::exception& error) {
-  const auto* known = dynamic_cast<const NODOError*>(&error);
-  return known != nullptr && known->errorCase() == NODOError::Case::invalidDuration;
-}
-
-bool hasNothingToWaitFor(const StatusReport& report) {
-  return report.noRouteGraceRemainingSeconds ? *report.noRouteGraceRemainingSeconds == 0
-                                             : !report.state.manualUntil;
-}
-
-}  // namespace
-
-LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log, Date now)
-    : controller_(std::move(controller)),
-      lock_(std::move(lock)),
-      operationLog_(std::move(log)),
-      attemptedAt_(now),
-      confirmedAt_(now) {}
-
-std::string LockKeeper::reasonOf(ReleaseCause cause) {
+std::string reasonOf(ReleaseCause cause) {
   const std::string prefix = reason::releasePrefix;
   switch (cause) {
     case ReleaseCause::stop:
@@ -44,234 +22,317 @@ std::string LockKeeper::reasonOf(ReleaseCause cause) {
   return prefix + "unconfirmed";
 }
 
-template <class Work>
-auto LockKeeper::guarded(Date now, const Work& work) {
+// The operation of `run` that the system refused; a simulation refuses nothing.
+const PowerOperationResult* refusal(const DaemonRunReport& run, PowerOperationAction action) {
+  const auto& operations = run.operations;
+  const auto refused = std::find_if(
+      operations.rbegin(), operations.rend(), [action](const PowerOperationResult& operation) {
+        return operation.action == action && !operation.succeeded() && !operation.dryRun;
+      });
+  return refused != operations.rend() ? &*refused : nullptr;
+}
+
+void requireGranted(const DaemonRunReport& run, PowerOperationAction action) {
+  if (const PowerOperationResult* const refused = refusal(run, action)) {
+    throw std::runtime_error(troubleText(*refused));
+  }
+}
+
+std::string unreleasedText(const std::exception& error) {
+  return "the sleep lock could not be released: " + std::string(error.what());
+}
+
+// What is tried again every minute is recorded once, as it would fill the history.
+bool isRepeated(PowerOperationAudit last, const PowerOperationAudit& now) {
+  last.occurredAt = now.occurredAt;
+  return last == now;
+}
+
+void keepNotLater(std::optional<Date>& date, Date limit) {
+  if (date && *date > limit) {
+    date = limit;
+  }
+}
+
+}  // namespace
+
+LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
+                       Seconds releaseGrace, const Moment& now)
+    : controller_(std::move(controller)),
+      lock_(std::move(lock)),
+      operationLog_(log),
+      log_(std::move(log)),
+      releaseGrace_(releaseGrace),
+      life_(LockLife::beginning(lock_.look(now))),
+      now_(now) {}
+
+// ---- what happens
+
+void LockKeeper::happen(Occasion occasion, const Moment& now, const Change& change) {
+  now_ = now;
+  occasion_ = occasion;
+  change_ = change;
+  isTimerSet_ = false;
+  run_.reset();
+  failure_ = nullptr;
+  const bool isEnd = occasion == Occasion::terminating;
+  follow({.look = isEnd ? lock_.look(now) : lock_.askMachine(now), .what = occasion});
+}
+
+void LockKeeper::follow(const LockEvent& event) {
+  LockStep step = nodo::follow(std::move(life_), event);
+  life_ = std::move(step.life);
+  for (const LockEffect& effect : step.effects) {
+    std::visit([this](const auto& wanted) { perform(wanted); }, effect);
+  }
+}
+
+DaemonRunReport LockKeeper::takeRun() {
+  if (failure_) {
+    std::rethrow_exception(std::exchange(failure_, nullptr));
+  }
+  return std::move(run_.value());
+}
+
+void LockKeeper::releaseLeftBehind(const Moment& now) noexcept {
   try {
-    return work();
-  } catch (const std::exception& error) {
-    if (!isRefusal(error)) {
-      fail(now);
-    }
-    throw;
-  }
-}
-
-DaemonRunReport LockKeeper::pass(Date now) {
-  attemptedAt_ = now;
-  return guarded(now, [&] { return reconcile(now); });
-}
-
-StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
-                                      const std::optional<ActivationRequester>& requester,
-                                      Date now) {
-  guarded(now, [&] {
-    endTimerIfPending(now);
-    controller_.enableManual(minutes, now, extendOnly, requester);
-  });
-  pendingEnding_.reset();
-  try {
-    return pass(now).status;
-  } catch (const std::exception& error) {
-    throw std::runtime_error("the timer is set, but the sleep lock does not follow it yet: " +
-                             std::string(error.what()));
-  }
-}
-
-StatusReport LockKeeper::stop(Date now) {
-  pendingEnding_ = TimerEnding::stop;
-  try {
-    return pass(now).status;
-  } catch (const std::exception& error) {
-    throw std::runtime_error(
-        std::string(isHeld() ? "the sleep lock could not be released: "
-                             : "the sleep lock is off, but the stop could not be completed: ") +
-        error.what());
-  }
-}
-
-StatusReport LockKeeper::repair(Date now) {
-  pendingEnding_ = TimerEnding::repair;
-  return guarded(now, [&] {
-    DaemonRunReport run = controller_.repair(lock_, lock_.askMachine(), now);
-    releaseIsUnrecorded_ = false;
-    pendingEnding_.reset();
-    confirm(run);
-    return run.status;
-  });
-}
-
-void LockKeeper::shutDown(Date now) noexcept {
-  const std::optional<NODOState> state = readableState();
-  if ((state && state->ownsSleepDisable) || answersForLock(state)) {
-    release(now, ReleaseCause::daemonStopping);
-  }
-}
-
-std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
-  const std::optional<Date> due = isFailing_ ? nextAttempt(now) : nextRelease(now, releaseGrace);
-  return due ? std::optional(std::min(*due, nextPoll(now))) : std::nullopt;
-}
-
-// ---- a pass
-
-DaemonRunReport LockKeeper::reconcile(Date now) {
-  const std::optional<bool> live = lock_.askMachine();
-  bool isChanged = forgetLostOwnership(live, now);
-  isChanged = endTimerIfPending(now) || isChanged;
-  DaemonRunReport run = controller_.reconcile(lock_, live, now);
-  if (isUnknownToState(run)) {
-    rememberOwnership(now);
-    isChanged = true;
-    run = controller_.reconcile(lock_, live, now);
-  }
-  run.stateChanged = run.stateChanged || isChanged;
-  pendingEnding_.reset();
-  confirm(run);
-  return run;
-}
-
-// Makes up for a stop or a repair, and tells whether there was one. It stays the reason for what
-// follows until the lock has followed.
-bool LockKeeper::endTimerIfPending(Date now) {
-  if (!pendingEnding_) {
-    return false;
-  }
-  controller_.stop(now);
-  return true;
-}
-
-// The state was replaced behind our back. Nothing in it says that the lock is nodo's, so that the
-// controller leaves it alone for ever.
-bool LockKeeper::isUnknownToState(const DaemonRunReport& run) const {
-  const bool isOurs = lock_.wasTaken() || lock_.diesWithProcess();
-  return isOurs && lock_.isHeld() == true && !run.status.state.ownsSleepDisable;
-}
-
-void LockKeeper::rememberOwnership(Date now) {
-  NODOState state = controller_.store.load();
-  state.ownsSleepDisable = true;
-  state.updatedAt = now;
-  controller_.store.save(state);
-}
-
-bool LockKeeper::forgetLostOwnership(std::optional<bool> live, Date now) {
-  const bool isLost = lock_.diesWithProcess() && (ownershipIsOfEarlierProcess_ || live == false);
-  if (!isLost && !releaseIsUnrecorded_) {
-    return false;
-  }
-  NODOState state = controller_.store.load();
-  const bool wasOwned = state.ownsSleepDisable;
-  // After a release that could not be recorded the state is written in any case: as long as that
-  // fails, the lock must not be taken again only to be let go by the next failure.
-  if (wasOwned || releaseIsUnrecorded_) {
-    state.ownsSleepDisable = false;
-    state.updatedAt = now;
-    controller_.store.save(state);
-  }
-  ownershipIsOfEarlierProcess_ = false;
-  releaseIsUnrecorded_ = false;
-  return wasOwned;
-}
-
-void LockKeeper::confirm(const DaemonRunReport& run) {
-  const std::optional<ActivationRequester>& requester = run.status.state.lastRequester;
-  for (const LockOperation& operation : lock_.takeOperations()) {
-    operationLog_.add(operation, requester ? requester->displayText() : "");
-  }
-  isEarlyRecheckDone_ = last_ && hasNothingToWaitFor(*last_) && hasNothingToWaitFor(run.status);
-  ownershipIsOfEarlierProcess_ = false;
-  isFailing_ = false;
-  confirmedAt_ = run.generatedAt;
-  timer_ = KnownTimer{run.status.state.manualUntil};
-  last_ = run.status;
-}
-
-// ---- a pass that failed
-
-void LockKeeper::fail(Date now) noexcept {
-  isFailing_ = true;
-  try {
-    const std::optional<NODOState> state = readableState();
-    if (state) {
-      timer_ = KnownTimer{state->manualUntil};
-    }
-    bool isReleased = false;
-    bool isSleepRequested = false;
-    for (const LockOperation& operation : lock_.takeOperations()) {
-      operationLog_.add(operation);
-      const PowerOperationResult& result = operation.result;
-      isReleased |= result.action == PowerOperationAction::enableSleep && result.succeeded();
-      isSleepRequested |= result.action == PowerOperationAction::sleepNow;
-    }
-    if (isReleased) {
-      releaseIsUnrecorded_ = true;
-      if (!isSleepRequested) {
-        sleepIfLidIsClosedOnBattery(now);
-      }
-    }
-    if (!mayStand(now) && answersForLock(state) && release(now, causeOfFailedPass())) {
-      sleepIfLidIsClosedOnBattery(now);
-    }
+    now_ = now;
+    const std::optional<StateFacts> facts = storedFacts();
+    follow({.look = lock_.askMachine(now),
+            .what = Occasion::started,
+            .timer = facts ? std::optional(KnownTimer{facts->timerEnd}) : std::nullopt});
   } catch (const std::exception& error) {
     operationLog_.addTrouble(error.what());
   }
 }
 
-std::optional<NODOState> LockKeeper::readableState() const noexcept {
+StatusReport LockKeeper::status(const Moment& now) const {
+  return controller_.report(amended(controller_.store.load(), life_.amendment(now), now.civil),
+                            now.civil);
+}
+
+void LockKeeper::wake(const Moment& now, bool resumed) {
+  happen(resumed ? Occasion::resumed : Occasion::woken, now);
+  if (failure_) {
+    std::rethrow_exception(std::exchange(failure_, nullptr));
+  }
+}
+
+DaemonRunReport LockKeeper::pass(const Moment& now) {
+  happen(Occasion::passAsked, now);
+  return takeRun();
+}
+
+StatusReport LockKeeper::enableManual(std::int64_t minutes, bool extendOnly,
+                                      const std::optional<ActivationRequester>& requester,
+                                      const Moment& now) {
+  controller_.requireDuration(minutes);
+  happen(Occasion::timerAsked, now,
+         [&](NODOState& state) { setTimer(state, minutes, extendOnly, requester, now.civil); });
   try {
-    return controller_.store.load();
+    const DaemonRunReport run = takeRun();
+    requireGranted(run, PowerOperationAction::disableSleep);
+    return run.status;
+  } catch (const std::exception& error) {
+    if (!isTimerSet_) {
+      throw;
+    }
+    throw std::runtime_error("the timer is set, but the sleep lock does not follow it yet: " +
+                             std::string(error.what()));
+  }
+}
+
+StatusReport LockKeeper::stop(const Moment& now) {
+  happen(Occasion::stopAsked, now);
+  try {
+    const DaemonRunReport run = takeRun();
+    requireGranted(run, PowerOperationAction::enableSleep);
+    return run.status;
+  } catch (const std::exception& error) {
+    throw std::runtime_error(isHeld()
+                                 ? unreleasedText(error)
+                                 : "the sleep lock is off, but the stop could not be completed: " +
+                                       std::string(error.what()));
+  }
+}
+
+StatusReport LockKeeper::repair(const Moment& now) {
+  happen(Occasion::repairAsked, now);
+  const DaemonRunReport run = takeRun();
+  try {
+    requireGranted(run, PowerOperationAction::enableSleep);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(unreleasedText(error));
+  }
+  return run.status;
+}
+
+bool LockKeeper::shutDown(const Moment& now) noexcept {
+  try {
+    happen(Occasion::terminating, now);
+  } catch (const std::exception& error) {
+    operationLog_.addTrouble(error.what());
+  }
+  return lock_.diesWithProcess() || life_.isOver();
+}
+
+std::optional<Seconds> LockKeeper::nextWake(const Moment& now) const {
+  const std::optional<Seconds> next = life_.nextWake();
+  return next ? std::optional(std::max(*next - now.running, Seconds(0))) : std::nullopt;
+}
+
+// ---- a pass
+
+void LockKeeper::perform(const MakePass& effect) {
+  PassOutcome outcome;
+  isAmended_ = false;
+  try {
+    amend(effect.amendment);
+    outcome.isAmended = true;
+    run_ = makePass();
+    run_->stateChanged = run_->stateChanged || isAmended_;
+    outcome.verdict = verdictOf(*run_);
+    outcome.state = StateFacts{run_->status.state.manualUntil, run_->status.state.ownsSleepDisable};
+    lastSeen_ = run_->status.snapshot;
+    if (outcome.state->ownsLock && lock_.look(now_).lock == LockReading::on) {
+      lock_.adopt();
+    }
   } catch (const std::exception&) {
-    return std::nullopt;  // the pass that follows says why
+    failure_ = std::current_exception();
+    outcome.state = storedFacts();
+  }
+  outcome.isTimerSet = isTimerSet_;
+  const std::vector<LockOperation> operations = lock_.takeOperations();
+  const auto requester = run_ ? run_->status.state.lastRequester : std::nullopt;
+  for (const LockOperation& operation : operations) {
+    operationLog_.add(operation, requester ? requester->displayText() : "");
+    outcome.askedForSleep |= operation.result.action == PowerOperationAction::sleepNow;
+  }
+  follow({.look = lock_.look(now_), .what = outcome});
+}
+
+DaemonRunReport LockKeeper::makePass() {
+  const LockReading lock = life_.look.lock;
+  const auto live =
+      lock == LockReading::unknown ? std::nullopt : std::optional(lock == LockReading::on);
+  return occasion_ == Occasion::repairAsked ? controller_.repair(lock_, live, now_.civil)
+                                            : controller_.reconcile(lock_, live, now_.civil);
+}
+
+PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
+  const StatusReport& report = run.status;
+  const auto due = ReconcileSchedule::sleepReleaseDeadline(report, 0).deadline;
+  return {.isWanted = report.decision.shouldPreventSleep,
+          .deadline = due ? std::optional(*due + releaseGrace_) : std::nullopt,
+          .isDueNow = due && *due <= report.generatedAt,
+          .needsSleep = releaseNeedsSleepRequest(report.snapshot),
+          .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr};
+}
+
+std::optional<StateFacts> LockKeeper::storedFacts() const noexcept {
+  try {
+    const NODOState state = controller_.store.load();
+    return StateFacts{state.manualUntil, state.ownsSleepDisable};
+  } catch (const std::exception&) {
+    return std::nullopt;  // the pass says why
   }
 }
 
-// A lock that stands while the state cannot be read counts as ours: better a machine that may sleep
-// than one that cannot.
-bool LockKeeper::answersForLock(const std::optional<NODOState>& state) const {
-  return lock_.isHeld() != false && (lock_.wasTaken() || !state || state->ownsSleepDisable);
+// ---- what the state file has to be told
+
+void LockKeeper::perform(const AmendState& effect) {
+  amend(effect.amendment);
+  follow({.look = lock_.look(now_), .what = Occasion::amended});
 }
 
-// Whether the lock may go on standing although a pass has failed.
-bool LockKeeper::mayStand(Date now) const {
-  const bool wasConfirmedLately = now >= confirmedAt_ && now < confirmedAt_ + patience;
-  return wasConfirmedLately && !timerIsOver(now) && !pendingEnding_;
-}
-
-LockKeeper::ReleaseCause LockKeeper::causeOfFailedPass() const {
-  if (!pendingEnding_) {
-    return ReleaseCause::unconfirmed;
+void LockKeeper::amend(const StateAmendment& amendment) {
+  const NODOState stored = controller_.store.load();
+  NODOState state = amended(stored, amendment, now_.civil);
+  isAmended_ = state != stored;
+  const NODOState before = state;
+  if (change_) {
+    change_(state);
   }
-  return *pendingEnding_ == TimerEnding::stop ? ReleaseCause::stop : ReleaseCause::repair;
+  const bool isChanged = state != before;
+  if (isAmended_ || isChanged || amendment.mustBeWritten) {
+    state.updatedAt = now_.civil;
+    controller_.store.save(state);
+  }
+  isTimerSet_ = static_cast<bool>(std::exchange(change_, nullptr));
 }
 
-bool LockKeeper::timerIsOver(Date now) const {
-  return timer_ && (!timer_->end || *timer_->end <= now);
+NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, Date now) const {
+  state.ownsSleepDisable = amendment.ownsLock.value_or(state.ownsSleepDisable);
+  for (std::optional<Date>* const date :
+       {&state.manualUntil, &state.noRouteUnavailableSince, &state.lidOpenedAt}) {
+    if (*date) {
+      **date += amendment.clockStep;
+    }
+  }
+  // Whoever set the clock ahead before, or wrote the file: nothing lasts longer than it may.
+  const auto longest =
+      static_cast<double>(controller_.decisionEngine.policy.maxManualDurationMinutes) * 60;
+  keepNotLater(state.manualUntil, now + Seconds(longest));
+  keepNotLater(state.noRouteUnavailableSince, now);
+  keepNotLater(state.lidOpenedAt, now);
+  if (amendment.ending) {
+    endTimer(state, *amendment.ending == TimerEnding::stop ? reason::userStop : reason::repair,
+             now);
+  }
+  return state;
 }
 
-bool LockKeeper::release(Date now, ReleaseCause cause) noexcept {
+// ---- outside of a pass
+
+void LockKeeper::perform(const ReleaseLock& effect) {
   bool isReleased = false;
   try {
-    const LockOperation operation = perform(PowerOperationAction::enableSleep, reasonOf(cause));
+    const LockOperation operation =
+        operate(PowerOperationAction::enableSleep, reasonOf(effect.cause));
     isReleased = operation.result.succeeded();
-    releaseIsUnrecorded_ = releaseIsUnrecorded_ || isReleased;
-    record(operation, now);
-    releaseIsUnrecorded_ = releaseIsUnrecorded_ && !isReleased;
+    record(operation);
   } catch (const std::exception& error) {
     operationLog_.addTrouble((isReleased ? "the release of the sleep lock cannot be recorded: "
                                          : "the sleep lock cannot be released: ") +
                              std::string(error.what()));
   }
-  return isReleased;
+  follow({.look = lock_.look(now_), .what = Occasion::releaseTried});
 }
 
-void LockKeeper::sleepIfLidIsClosedOnBattery(Date now) {
-  if (releaseNeedsSleepRequest(lastSnapshot(now))) {
-    record(perform(PowerOperationAction::sleepNow, reason::closedLidRelease), now);
+void LockKeeper::perform(const AskForSleep& /*effect*/) {
+  SleepAnswer answer = SleepAnswer::notNeeded;
+  try {
+    if (releaseNeedsSleepRequest(lastSnapshot())) {
+      answer = SleepAnswer::asked;
+      record(operate(PowerOperationAction::sleepNow, reason::closedLidRelease));
+    }
+  } catch (const std::exception& error) {
+    operationLog_.addTrouble(error.what());
+  }
+  follow({.look = lock_.look(now_), .what = answer});
+}
+
+void LockKeeper::perform(const ForgetMark& /*effect*/) {
+  try {
+    lock_.removeMark();
+  } catch (const std::exception& error) {
+    operationLog_.addTrouble(error.what());
   }
 }
 
-// An operation outside of a pass.
-LockOperation LockKeeper::perform(PowerOperationAction action, const std::string& reason) {
+void LockKeeper::perform(const Say& effect) {
+  log_(effect.line);
+}
+
+SystemSnapshot LockKeeper::lastSnapshot() const {
+  try {
+    return controller_.snapshotProvider->snapshot(now_.civil);
+  } catch (const std::exception&) {
+    return lastSeen_;
+  }
+}
+
+LockOperation LockKeeper::operate(PowerOperationAction action, const std::string& reason) {
   lock_.announce(reason);
   if (action == PowerOperationAction::sleepNow) {
     lock_.requestSleepNow();
@@ -283,52 +344,19 @@ LockOperation LockKeeper::perform(PowerOperationAction action, const std::string
   return operation;
 }
 
-SystemSnapshot LockKeeper::lastSnapshot(Date now) const {
-  try {
-    return controller_.snapshotProvider->snapshot(now);
-  } catch (const std::exception&) {
-    return last_ ? last_->snapshot : SystemSnapshot();
-  }
-}
-
-void LockKeeper::record(const LockOperation& operation, Date now) {
+void LockKeeper::record(const LockOperation& operation) {
   const PowerOperationResult& result = operation.result;
   NODOState state = controller_.store.load();
-  state.recordPowerOperation(result, now, operation.reason, maxPowerOperationHistory);
+  const PowerOperationAudit audit(result, now_.civil, operation.reason);
+  if (state.lastPowerOperation && isRepeated(*state.lastPowerOperation, audit)) {
+    return;
+  }
+  state.recordPowerOperation(result, now_.civil, operation.reason, maxPowerOperationHistory);
   if (result.action == PowerOperationAction::enableSleep && result.succeeded()) {
     state.ownsSleepDisable = false;
   }
-  state.updatedAt = now;
+  state.updatedAt = now_.civil;
   controller_.store.save(state);
-}
-
-// ---- when to run again
-
-std::optional<Date> LockKeeper::nextAttempt(Date now) const {
-  const bool isWanted = timer_ && !timerIsOver(now);
-  if (lock_.isHeld() == false) {
-    return isWanted ? std::optional(nextPoll(now)) : std::nullopt;
-  }
-  const Date end = confirmedAt_ + patience;
-  if (timerIsOver(now) || end <= now) {
-    return nextPoll(now);
-  }
-  return timer_ ? std::min(*timer_->end, end) : end;
-}
-
-std::optional<Date> LockKeeper::nextRelease(Date now, Seconds releaseGrace) const {
-  if (!last_) {
-    return std::nullopt;
-  }
-  const auto deadline =
-      ReconcileSchedule::sleepReleaseDeadline(*last_, releaseGrace.count()).deadline;
-  // A release that goes on failing is tried again early once, and then as often as anything else.
-  return deadline && isEarlyRecheckDone_ ? nextPoll(now) : deadline;
-}
-
-// From the last pass, since a request that is refused makes none and must not put off the next one.
-Date LockKeeper::nextPoll(Date now) const {
-  return std::min(attemptedAt_, now) + pollInterval;
 }
 
 }  // namespace nodo

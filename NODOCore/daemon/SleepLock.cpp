@@ -1,6 +1,7 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/daemon/SleepLock.h>
 
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -26,7 +27,9 @@ ActionWords wordsOf(PowerOperationAction action) {
   return {"asked for sleep", "asking for sleep"};
 }
 
-std::string trouble(const PowerOperationResult& operation) {
+}  // namespace
+
+std::string troubleText(const PowerOperationResult& operation) {
   const std::string_view attempted = wordsOf(operation.action).attempted;
   if (operation.dryRun) {
     return fmt::format("{} is only simulated", attempted);
@@ -37,8 +40,6 @@ std::string trouble(const PowerOperationResult& operation) {
   return fmt::format("{} failed ({}){}{}", attempted, exit, said.empty() ? "" : ": ", said);
 }
 
-}  // namespace
-
 SleepLock simulatedSleepLock() {
   return {.manager = std::make_unique<NoopPowerManager>(),
           .isHeld = [] { return std::optional(false); },
@@ -48,18 +49,41 @@ SleepLock simulatedSleepLock() {
 
 WatchedLock::WatchedLock(SleepLock lock) : lock_(std::move(lock)) {
   if (lock_.diesWithProcess || lock_.isSimulated) {
-    isHeld_ = false;
+    reading_ = LockReading::off;
+  }
+  if (lock_.mark) {
+    mark_.emplace(*lock_.mark);
+    owesRelease_ = mark_->isSet();
   }
 }
 
 PowerOperationResult WatchedLock::setSleepDisabled(bool disabled) {
+  setMark(disabled);
+  const bool owedBefore = owesRelease_;
+  owesRelease_ = owesRelease_ || (disabled && !lock_.diesWithProcess);
   PowerOperationResult result = lock_.manager->setSleepDisabled(disabled);
   operations_.push_back({result, std::exchange(reason_, {})});
   if (result.succeeded()) {
-    isHeld_ = disabled;
-    wasTaken_ = disabled;
+    reading_ = disabled ? LockReading::on : LockReading::off;
+    owesRelease_ = disabled;
+  } else if (result.dryRun) {
+    owesRelease_ = owedBefore;
   }
   return result;
+}
+
+// Before a release, too: the sleep that it may call for must not be forgotten. But without a mark
+// it is better than none.
+void WatchedLock::setMark(bool isRequired) {
+  try {
+    if (mark_) {
+      mark_->set();
+    }
+  } catch (const std::exception&) {
+    if (isRequired) {
+      throw;
+    }
+  }
 }
 
 PowerOperationResult WatchedLock::requestSleepNow() {
@@ -68,13 +92,28 @@ PowerOperationResult WatchedLock::requestSleepNow() {
   return result;
 }
 
-std::optional<bool> WatchedLock::askMachine() {
-  const std::optional<bool> live = lock_.isHeld();
-  if (live) {
-    isHeld_ = live;
-    wasTaken_ = wasTaken_ && *live;
+LockLook WatchedLock::askMachine(const Moment& at) {
+  if (const std::optional<bool> live = lock_.isHeld()) {
+    reading_ = *live ? LockReading::on : LockReading::off;
+    owesRelease_ = owesRelease_ && (*live || !lock_.diesWithProcess);
   }
-  return live;
+  return look(at);
+}
+
+LockLook WatchedLock::look(const Moment& at) const {
+  return {
+      .at = at, .lock = reading_, .owesRelease = owesRelease_, .isMarked = mark_ && mark_->isSet()};
+}
+
+void WatchedLock::adopt() {
+  setMark(false);
+  owesRelease_ = true;
+}
+
+void WatchedLock::removeMark() {
+  if (mark_) {
+    mark_->remove();
+  }
 }
 
 std::vector<LockOperation> WatchedLock::takeOperations() {
@@ -84,7 +123,7 @@ std::vector<LockOperation> WatchedLock::takeOperations() {
 void OperationLog::add(const LockOperation& operation, const std::string& requester) {
   const PowerOperationResult& result = operation.result;
   if (!result.succeeded()) {
-    addTrouble(trouble(result));
+    addTrouble(troubleText(result));
     return;
   }
   lastTrouble_.clear();

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <NODOCore/daemon/DaemonLoop.h>
+#include <NODOCore/daemon/LockLife.h>
+#include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/power/PowerManaging.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -22,6 +25,8 @@ struct SleepLock {
   bool diesWithProcess = false;
   /// Whether nothing is really switched.
   bool isSimulated = false;
+  /// Where a lock that outlives processes is marked as nodo's, see LockMark; none for others.
+  std::optional<std::filesystem::path> mark = std::nullopt;
 };
 
 /// A lock that switches nothing and never stands, for machines and tests without one.
@@ -36,37 +41,50 @@ struct LockOperation {
 /// The machine's sleep lock, with a memory of what was done to it.
 ///
 /// Exists because a pass may switch the lock and fail afterwards, e.g. on a full disk: what the
-/// lock is then is known here alone.
+/// lock is then is known here alone. One that outlives processes is marked before it is switched,
+/// and a switch that failed counts as one that may still come to pass.
 class WatchedLock : public PowerManaging {
  public:
+  /// Takes over the mark of an earlier process.
   explicit WatchedLock(SleepLock lock);
 
   void announce(const std::string& reason) override { reason_ = reason; }
 
+  /// As the manager's. Without the mark the lock is not switched on: throws std::system_error
+  /// before anything is tried.
   PowerOperationResult setSleepDisabled(bool disabled) override;
   PowerOperationResult requestSleepNow() override;
 
-  /// Whether the lock stands, as the machine says; absent when it cannot tell.
-  std::optional<bool> askMachine();
+  /// The lock now, as the machine says; as it was last known when it cannot tell.
+  LockLook askMachine(const Moment& at);
 
-  /// The last that was heard of it, from the machine or by switching it; absent when nothing was.
-  std::optional<bool> isHeld() const { return isHeld_; }
+  /// The lock as it is known without asking.
+  LockLook look(const Moment& at) const;
 
-  /// Whether this process switched it on and not off again.
-  bool wasTaken() const { return wasTaken_; }
+  /// Takes a lock that is on for nodo's own, as the state says, and marks it if that can be done.
+  void adopt();
 
   bool diesWithProcess() const { return lock_.diesWithProcess; }
+
+  /// Throws std::system_error.
+  void removeMark();
 
   /// What was done since the last call, failures included.
   std::vector<LockOperation> takeOperations();
 
  private:
+  void setMark(bool isRequired);
+
   SleepLock lock_;
-  std::optional<bool> isHeld_;
-  bool wasTaken_ = false;
+  std::optional<LockMark> mark_;
+  LockReading reading_ = LockReading::unknown;
+  bool owesRelease_ = false;
   std::string reason_;
   std::vector<LockOperation> operations_;
 };
+
+/// What failed, in the words of the log: "switching the sleep lock on failed (exit 1): refused".
+std::string troubleText(const PowerOperationResult& operation);
 
 /// Tells in a line each what was done to the sleep lock and why. An attempt that fails, or is only
 /// simulated, is told of once until one succeeds: it is repeated every minute.

@@ -46,18 +46,12 @@ SleepLock makeSleepLock(const Options& options, const DaemonContext& context,
   return lock;
 }
 
-// A lock that dies with this process is given back in the end, so that the state tells the truth.
-// One that stays is what was asked for, unless the pass failed and nobody would know of it.
+// Nobody looks after the lock afterwards, so it is given back in the end.
 void passOnce(LockKeeper& keeper, const DaemonContext& context) {
-  try {
-    const DaemonRunReport run = keeper.pass(context.now());
-    context.console().print(encodeJSON(run, JSONLayout::pretty) + "\n");
-  } catch (const std::exception&) {
-    keeper.shutDown(context.now());
-    throw;
-  }
-  if (keeper.lockDiesWithProcess()) {
-    keeper.shutDown(context.now());
+  const DaemonRunReport run = keeper.pass(context.now());
+  context.console().print(encodeJSON(run, JSONLayout::pretty) + "\n");
+  if (!keeper.shutDown(context.now())) {
+    throw std::runtime_error("the sleep lock may still be on");
   }
 }
 
@@ -66,15 +60,21 @@ void run(const Options& options, const DaemonContext& context) {
     console.complain(line);
   };
   const std::filesystem::path folder = stateFolder(options, context);
-  const StateFolderLock folderLock(folder);
   LockKeeper keeper(controllerFor(options, folder, context.machine),
-                    makeSleepLock(options, context, log), log, context.now());
-  if (options.once) {
-    passOnce(keeper, context);
-    return;
+                    makeSleepLock(options, context, log), log, options.releaseGrace, context.now());
+  keeper.releaseLeftBehind(context.now());
+  try {
+    const StateFolderLock folderLock(folder);
+    if (options.once) {
+      passOnce(keeper, context);
+      return;
+    }
+    const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+    Daemon(keeper, *loop, context.now, log).run();
+  } catch (const std::exception&) {
+    keeper.shutDown(context.now());
+    throw;
   }
-  const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
-  Daemon(keeper, *loop, context.now, log, options.releaseGrace).run();
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Files.h>
+#include <NODOCore/daemon/LockLife.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
 #include <programs/shared/ProgramFrame.h>
@@ -39,7 +39,7 @@ struct DaemonContext {
   std::function<std::filesystem::path(const Environment& environment,
                                       const std::optional<std::string>& bus)>
       stateFolder;
-  std::function<Date()> now;
+  std::function<Moment()> now;
   std::ostream& output;
   std::ostream& error;
 
@@ -47,7 +47,8 @@ struct DaemonContext {
 };
 
 /// Runs nodod with `arguments` (without the program's name) and returns its exit status: 0 after a
-/// signal that asked it to end, or `--once`; 2 for a wrong use, 1 for any other failure.
+/// signal that asked it to end, or `--once`, with the lock off; 2 for a wrong use, 1 for any other
+/// failure.
 int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context);
 
 }  // namespace nodo::nodod

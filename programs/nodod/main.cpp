@@ -1,3 +1,4 @@
+#include <NODOCore/base/System.h>
 #include <platform/DaemonMachine.h>
 #include <programs/nodod/Program.h>
 
@@ -15,12 +16,16 @@ int main(int argc, char** argv) {
   std::signal(SIGCHLD, SIG_DFL);
   ::umask(077);
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return nodo::nodod::runDaemon(arguments, {.environment = nodo::processEnvironment(),
-                                            .machine = nodo::hostMachine(),
-                                            .makeSleepLock = nodo::makeSleepLock,
-                                            .makeLoop = nodo::makeDaemonLoop,
-                                            .stateFolder = nodo::daemonStateFolder,
-                                            .now = nodo::currentDate,
-                                            .output = std::cout,
-                                            .error = std::cerr});
+  return nodo::nodod::runDaemon(
+      arguments, {.environment = nodo::processEnvironment(),
+                  .machine = nodo::hostMachine(),
+                  .makeSleepLock = nodo::makeSleepLock,
+                  .makeLoop = nodo::makeDaemonLoop,
+                  .stateFolder = nodo::daemonStateFolder,
+                  .now =
+                      [] {
+                        return nodo::Moment{nodo::currentDate(), nodo::timeSinceBoot()};
+                      },
+                  .output = std::cout,
+                  .error = std::cerr});
 }

@@ -410,37 +410,6 @@ TEST_F(ReconcileTest, RepairForgetsALockThatWouldNotBeReleased) {
   EXPECT_EQ(stored().lastPowerOperation->reason, "enable:manual_timer");
 }
 
-// Hears of a request at the moment when the processes are listed.
-class RequestWhileListing : public ProcessListing {
- public:
-  explicit RequestWhileListing(std::function<void()> request) : request_(std::move(request)) {}
-
-  std::vector<RunningProcess> listProcesses() const override {
-    request_();
-    return {};
-  }
-
- private:
-  std::function<void()> request_;
-};
-
-TEST_F(ReconcileTest, RepairsReleaseComesBeforeWhatItsPassDoes) {
-  hold();
-  NODOController interrupted = controller();
-  interrupted.processListing = std::make_shared<RequestWhileListing>([this] {
-    if (!stored().manualUntil) {
-      start(20);
-    }
-  });
-  const DaemonRunReport run = interrupted.repair(power, std::nullopt, now);
-  EXPECT_EQ(power.operations,
-            (Actions{PowerOperationAction::enableSleep, PowerOperationAction::disableSleep}));
-  ASSERT_EQ(run.operations.size(), 2U);
-  EXPECT_EQ(run.operations.front().action, PowerOperationAction::enableSleep);
-  EXPECT_EQ(run.operations.back().action, PowerOperationAction::disableSleep);
-  EXPECT_EQ(run.operation, run.operations.front());
-}
-
 TEST_F(ReconcileTest, RepairThatCannotReleaseTheLockChangesNothing) {
   hold();
   const std::string before = storedText();

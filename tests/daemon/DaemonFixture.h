@@ -82,7 +82,8 @@ class DaemonFixture : public ::testing::Test {
         .isHeld =
             [this] { return lockIsReadable ? std::optional(power.isSleepDisabled) : std::nullopt; },
         .diesWithProcess = lockDiesWithProcess,
-        .isSimulated = false};
+        .isSimulated = false,
+        .mark = lockDiesWithProcess ? std::nullopt : std::optional(mark())};
   }
 
   void start() {
@@ -92,27 +93,38 @@ class DaemonFixture : public ::testing::Test {
     loop = FakeLoop();
     loop.isNameTaken = nameIsTaken;
     const DaemonLog log = [this](const std::string& line) { lines.push_back(line); };
+    daemon.reset();
+    keeper.reset();  // as the one before it has died, its mark is free
     keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
-                                          makeLock(), log, now);
+                                          makeLock(), log, releaseGrace, moment());
+    keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
-        *keeper, loop, [this] { return now; }, log, releaseGrace);
+        *keeper, loop, [this] { return moment(); }, log);
     daemon->run();
+  }
+
+  Moment moment() const { return {.civil = now, .running = running}; }
+
+  /// Both clocks go on.
+  void pass(Seconds time) {
+    now += time;
+    running += time;
   }
 
   /// Time goes by, and the daemon's timer fires when it is due.
   void wait(double seconds) {
-    const Date end = now + Seconds(seconds);
+    const Seconds end = running + Seconds(seconds);
     std::size_t fired = 0;
-    while (loop.timer && now + *loop.timer <= end) {
-      now += *loop.timer;
+    while (loop.timer && running + *loop.timer <= end) {
+      pass(*loop.timer);
       loop.timer.reset();
       loop.handlers.timerFired();
       ASSERT_LT(++fired, 10000U) << "the timer fires without end";
     }
     if (loop.timer) {
-      loop.timer = *loop.timer - (end - now);
+      loop.timer = *loop.timer - (end - running);
     }
-    now = end;
+    pass(end - running);
   }
 
   void terminate() { loop.handlers.terminate(); }
@@ -139,7 +151,7 @@ class DaemonFixture : public ::testing::Test {
 
   /// A status that no earlier answer serves for.
   NODOHelperCommandResponse askForNewStatus() {
-    now += Daemon::answerLifetime;
+    pass(Daemon::answerLifetime);
     return askStatus();
   }
 
@@ -171,6 +183,8 @@ class DaemonFixture : public ::testing::Test {
   // ---- what it left behind
 
   StateStore store() const { return {folder / "state"}; }
+
+  std::filesystem::path mark() const { return folder / "lock-mark"; }
 
   NODOState stored() const { return store().load(); }
 
@@ -210,6 +224,7 @@ class DaemonFixture : public ::testing::Test {
   FakeLoop loop;
   std::vector<std::string> lines;
   Date now = dateFromSeconds(startOfTest);
+  Seconds running{1000};  // the machine's own clock
   std::unique_ptr<LockKeeper> keeper;
   std::unique_ptr<Daemon> daemon;
 };

@@ -54,9 +54,9 @@ TEST_F(DaemonRequestTest, TheStatusChangesNothingAndRunsNoPass) {
 TEST_F(DaemonRequestTest, LooksThatFollowEachOtherShareAnAnswer) {
   const auto first = askStatus();
   machine->batteryPercent = 50;
-  now += 0.9 * Daemon::answerLifetime;
+  pass(0.9 * Daemon::answerLifetime);
   EXPECT_EQ(askStatus(), first);
-  now += 0.1 * Daemon::answerLifetime;
+  pass(0.1 * Daemon::answerLifetime);
   EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 50);
 }
 
@@ -75,10 +75,14 @@ TEST_F(DaemonRequestTest, ALookAfterNewsIsNew) {
   EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 50);
 }
 
-TEST_F(DaemonRequestTest, ALookAfterTheClockWentBackIsNew) {
+TEST_F(DaemonRequestTest, AnAnswerLastsByTheClockThatNobodySets) {
+  machine->batteryPercent = 80;
   askStatus();
+  machine->batteryPercent = 50;
   now -= Seconds(3600);
-  EXPECT_EQ(askStatus().status->generatedAt, now);
+  EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 80);
+  pass(Daemon::answerLifetime);
+  EXPECT_EQ(askStatus().status->snapshot.batteryPercent, 50);
 }
 
 TEST_F(DaemonRequestTest, AReconcileAnswersWithItsRun) {
@@ -252,14 +256,25 @@ TEST_F(DaemonRequestTest, ATimerWithoutTheLockIsAFailureAndTheNextPassMendsIt) {
   EXPECT_TRUE(power.isSleepDisabled);
 }
 
-TEST_F(DaemonRequestTest, ALockThatTheSystemRefusesShowsInTheStatusAndIsLoggedOnce) {
+TEST_F(DaemonRequestTest, ALockThatTheSystemRefusesIsAFailureAndIsTriedEveryMinute) {
   power.behaviour = test::FakePowerManager::Behaviour::fails;
-  const auto response = askManual(20);
-  ASSERT_TRUE(response.status);
-  EXPECT_FALSE(response.status->state.ownsSleepDisable);
+  const std::string refusal = "switching the sleep lock on failed (exit 1): refused";
+  const std::string answer =
+      "the timer is set, but the sleep lock does not follow it yet: " + refusal;
+  EXPECT_EQ(askManual(20).error, answer);
+  EXPECT_FALSE(askStatus().status->state.ownsSleepDisable);
   wait(300);
   EXPECT_GE(power.operations.size(), 5U);
-  EXPECT_THAT(lines, ElementsAre("switching the sleep lock on failed (exit 1): refused"));
+  EXPECT_THAT(lines, ElementsAre(refusal, "request failed: manual: " + answer));
+  power.behaviour = test::FakePowerManager::Behaviour::works;
+  wait(60);
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonRequestTest, ASimulatedLockIsNoFailure) {
+  power.behaviour = test::FakePowerManager::Behaviour::simulates;
+  EXPECT_TRUE(askManual(20).status);
+  EXPECT_TRUE(askStop().status);
 }
 
 TEST_F(DaemonRequestTest, OnlyChangesOfTheLockAreLogged) {

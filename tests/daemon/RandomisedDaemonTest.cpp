@@ -163,7 +163,7 @@ TEST_P(RandomisedDaemonTest, NoLockOutlivesItsTimerAndEveryTimerGetsItsLockBack)
     }
     if (power.isSleepDisabled) {
       ++timesHeld;
-      EXPECT_LE(now, end + Seconds(LockKeeper::pollInterval)) << "a lock without a timer";
+      EXPECT_LE(now, end + Seconds(LockLife::pollInterval)) << "a lock without a timer";
       EXPECT_TRUE(loop.timer) << "a lock that nobody looks after";
     }
     if (step % 50 == 49) {

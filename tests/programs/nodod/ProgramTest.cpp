@@ -15,6 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using Behaviour = test::FakePowerManager::Behaviour;
 
 /// A loop that the program owns, which does what the test's own loop does.
 class LentLoop : public DaemonLoop {
@@ -64,7 +65,7 @@ class ProgramTest : public DaemonFixture {
          .stateFolder = [this](
                             const Environment& /*environment*/,
                             const std::optional<std::string>& /*bus*/) { return folder / "state"; },
-         .now = [this] { return now; },
+         .now = [this] { return moment(); },
          .output = output,
          .error = error});
     return {.exitStatus = status, .output = output.str(), .error = error.str()};
@@ -192,7 +193,7 @@ TEST_F(ProgramTest, AStateThatCannotBeReadDoesNotEndTheDaemon) {
 
 // ---- one pass
 
-TEST_F(ProgramTest, OncePrintsTheReportAndGivesBackALockThatWouldDie) {
+TEST_F(ProgramTest, OncePrintsTheReportAndGivesTheLockBack) {
   putTimer(600, false);
   const Outcome outcome = run({"--once"});
   EXPECT_EQ(outcome.exitStatus, 0);
@@ -205,12 +206,60 @@ TEST_F(ProgramTest, OncePrintsTheReportAndGivesBackALockThatWouldDie) {
   EXPECT_TRUE(stored().manualUntil);
 }
 
-TEST_F(ProgramTest, OnceLeavesALockThatOutlivesTheProcess) {
+TEST_F(ProgramTest, OnceLeavesNoLockThatNobodyLooksAfter) {
   lockDiesWithProcess = false;
   putTimer(600, false);
   EXPECT_EQ(run({"--once"}).exitStatus, 0);
-  EXPECT_TRUE(power.isSleepDisabled);
-  EXPECT_TRUE(stored().ownsSleepDisable);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().ownsSleepDisable);
+  EXPECT_FALSE(std::filesystem::exists(mark()));
+}
+
+TEST_F(ProgramTest, OnceThatCannotGiveTheLockBackExitsWith1) {
+  lockDiesWithProcess = false;
+  putTimer(600, false);
+  power.beforeOperation = [this](PowerOperationAction action) {
+    power.behaviour =
+        action == PowerOperationAction::enableSleep ? Behaviour::fails : Behaviour::works;
+  };
+  const Outcome outcome = run({"--once"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.error, HasSubstr("nodod: the sleep lock may still be on\n"));
+}
+
+TEST_F(ProgramTest, ASignalWhileTheReleaseIsRefusedExitsWith1) {
+  lockDiesWithProcess = false;
+  putTimer(600, false);
+  loop.onRun = [this] {
+    power.behaviour = Behaviour::fails;
+    loop.handlers.terminate();
+  };
+  const Outcome outcome = run({});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.error, HasSubstr("nodod: the sleep lock may still be on\n"));
+}
+
+TEST_F(ProgramTest, ALockLeftBehindGoesBeforeAnythingThatCanFail) {
+  lockDiesWithProcess = false;
+  power.isSleepDisabled = true;
+  folder.write("lock-mark", "");
+  folder.write("state", "no folder");
+  EXPECT_EQ(run({}).exitStatus, 1);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_FALSE(std::filesystem::exists(mark()));
+}
+
+TEST_F(ProgramTest, ALockLeftBehindWhoseTimerRunsIsKeptUnlessNobodyCanLookAfterIt) {
+  lockDiesWithProcess = false;
+  power.isSleepDisabled = true;
+  folder.write("lock-mark", "");
+  putTimer(600, true);
+  loop.onRun = [this] { EXPECT_TRUE(power.isSleepDisabled); };
+  EXPECT_EQ(run({}).exitStatus, 0);
+  EXPECT_THAT(power.operations, IsEmpty());
+  loop.isNameTaken = true;
+  EXPECT_EQ(run({}).exitStatus, 1);
+  EXPECT_FALSE(power.isSleepDisabled);
 }
 
 TEST_F(ProgramTest, OnceThatFailsExitsWith1AndPrintsNothing) {
