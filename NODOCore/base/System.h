@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Files.h>
 
 #include <filesystem>
@@ -24,6 +25,10 @@ int copyFileAttributes(const std::filesystem::path& from, int to);
 
 /// The path by which this program was started (its argument 0); empty when it was given none.
 std::string startedPath();
+
+/// How long this machine has been awake, from some instant on: a clock that stands still while it
+/// sleeps and that nobody sets.
+Seconds awakeTime();
 
 // ---- what keeps descriptors out of child processes, without a race against other threads that
 // start children at the same time

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cerrno>
+#include <ctime>
 
 #include <copyfile.h>
 #include <crt_externs.h>
@@ -32,6 +33,12 @@ int copyFileAttributes(const std::filesystem::path& from, int to) {
 std::string startedPath() {
   const char* const* arguments = *_NSGetArgv();
   return arguments != nullptr && arguments[0] != nullptr ? arguments[0] : "";
+}
+
+Seconds awakeTime() {
+  timespec now{};
+  ::clock_gettime(CLOCK_UPTIME_RAW, &now);
+  return Seconds(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9);
 }
 
 Pipe makePrivatePipe() {

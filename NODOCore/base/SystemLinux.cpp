@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -92,6 +93,12 @@ std::string startedPath() {
   std::string path;
   std::getline(arguments, path, '\0');
   return path;
+}
+
+Seconds awakeTime() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return Seconds(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9);
 }
 
 Pipe makePrivatePipe() {
