@@ -15,6 +15,7 @@
 #include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/daemon/DaemonLoop.h>
 #include <NODOCore/daemon/LockKeeper.h>
+#include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>

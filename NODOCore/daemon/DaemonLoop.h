@@ -66,7 +66,9 @@ class DaemonLoop {
   /// when the name is taken or cannot be had.
   virtual void serve(NODOHelperXPCProtocol& service) = 0;
 
-  /// Sets the one timer to fire that long from now, time asleep included; absent for never.
+  /// Sets the one timer to fire that long from now; absent for never. Where the system's timers
+  /// stand still while it sleeps, time asleep does not count: News::resume comes then, and sets it
+  /// anew.
   virtual void setTimer(std::optional<Seconds> fromNow) = 0;
 
   /// Tells the service manager, where there is one, whether the lock is held. To be called after

@@ -67,7 +67,7 @@ void run(const Options& options, const DaemonContext& context) {
   };
   const std::filesystem::path folder = stateFolder(options, context);
   const StateFolderLock folderLock(folder);
-  LockKeeper keeper(controllerFor(options, folder, context.machine),
+  LockKeeper keeper(controllerFor(options, folder, context.machine(options.power)),
                     makeSleepLock(options, context, log), log, context.now());
   if (options.once) {
     passOnce(keeper, context);

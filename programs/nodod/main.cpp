@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   ::umask(077);
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return nodo::nodod::runDaemon(arguments, {.environment = nodo::processEnvironment(),
-                                            .machine = nodo::hostMachine(),
+                                            .machine = nodo::daemonMachine,
                                             .makeSleepLock = nodo::makeSleepLock,
                                             .makeLoop = nodo::makeDaemonLoop,
                                             .stateFolder = nodo::daemonStateFolder,

@@ -47,7 +47,11 @@ class ProgramTest : public DaemonFixture {
     const int status = runDaemon(
         arguments,
         {.environment = {},
-         .machine = {.processListing = machine, .snapshotProvider = machine},
+         .machine =
+             [this](PowerChoice choice) {
+               lookedBy = choice;
+               return HostMachine{.processListing = machine, .snapshotProvider = machine};
+             },
          .makeSleepLock =
              [this](PowerChoice choice) {
                askedFor = choice;
@@ -71,6 +75,7 @@ class ProgramTest : public DaemonFixture {
   }
 
   PowerChoice askedFor = PowerChoice::simulated;
+  PowerChoice lookedBy = PowerChoice::simulated;
   std::optional<std::string> askedBus;
   int loopsMade = 0;
   bool isSimulated = false;
@@ -92,6 +97,7 @@ TEST_F(ProgramTest, ServesUntilASignalEndsIt) {
             "nodod: sleep lock switched off (release:daemon_stopping)\n");
   EXPECT_EQ(askedBus, "session");
   EXPECT_EQ(askedFor, PowerChoice::logind);
+  EXPECT_EQ(lookedBy, PowerChoice::logind);
 }
 
 TEST_F(ProgramTest, ForeignTextIsEscapedInTheLog) {
