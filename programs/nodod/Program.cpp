@@ -2,6 +2,7 @@
 #include <NODOCore/daemon/Daemon.h>
 #include <programs/nodod/CommandLine.h>
 #include <programs/nodod/Program.h>
+#include <programs/nodod/Watchdog.h>
 
 #include <cerrno>
 #include <exception>
@@ -73,7 +74,10 @@ void run(const Options& options, const DaemonContext& context) {
     passOnce(keeper, context);
     return;
   }
-  const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+  std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+  if (!keeper.lockDiesWithProcess()) {
+    loop = std::make_unique<WatchedLoop>(std::move(loop));
+  }
   Daemon(keeper, *loop, context.now, log, options.releaseGrace).run();
 }
 
