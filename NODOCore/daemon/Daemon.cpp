@@ -134,7 +134,7 @@ void Daemon::schedule() {
   const Date now = now_();
   const std::optional<Date> next = keeper_.nextPass(now, releaseGrace_);
   loop_.setTimer(next ? std::optional(std::max(*next - now, Seconds(0))) : std::nullopt);
-  loop_.setLockHeld(keeper_.isHeld());
+  loop_.afterPass(keeper_.isHeld(), keeper_.seen());
 }
 
 }  // namespace nodo

@@ -112,6 +112,10 @@ std::optional<Date> LockKeeper::nextPass(Date now, Seconds releaseGrace) const {
   return due ? std::optional(std::min(*due, nextPoll(now))) : std::nullopt;
 }
 
+std::optional<SystemSnapshot> LockKeeper::seen() const {
+  return last_ && !isFailing_ ? std::optional(last_->snapshot) : std::nullopt;
+}
+
 // ---- a pass
 
 DaemonRunReport LockKeeper::reconcile(Date now) {

@@ -65,6 +65,9 @@ class LockKeeper {
   /// Whether the lock is held, as far as is known.
   bool isHeld() const { return lock_.isHeld().value_or(false); }
 
+  /// The machine as the last pass found it; absent when that failed.
+  std::optional<SystemSnapshot> seen() const;
+
   bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
 
  private:

@@ -23,8 +23,8 @@ class MacDaemonLoop : public DaemonLoop {
 
   void setTimer(std::optional<Seconds> fromNow) override;
 
-  /// launchd asks for no proof of life.
-  void setLockHeld(bool held) override;
+  /// launchd asks for no proof of life, and all news are told.
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
 
   /// Errors of handlers end the loop and are thrown from here.
   void run(const DaemonHandlers& handlers) override;

@@ -191,7 +191,7 @@ void MacDaemonLoop::serve(NODOHelperXPCProtocol& service) { parts_->serve(servic
 
 void MacDaemonLoop::setTimer(std::optional<Seconds> fromNow) { parts_->setTimer(fromNow); }
 
-void MacDaemonLoop::setLockHeld([[maybe_unused]] bool held) {}
+void MacDaemonLoop::afterPass(bool /*lockHeld*/, const std::optional<SystemSnapshot>& /*seen*/) {}
 
 void MacDaemonLoop::run(const DaemonHandlers& handlers) { parts_->run(handlers); }
 

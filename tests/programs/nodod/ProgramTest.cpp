@@ -25,7 +25,9 @@ class LentLoop : public DaemonLoop {
 
   void setTimer(std::optional<Seconds> fromNow) override { loop_.setTimer(fromNow); }
 
-  void setLockHeld(bool held) override { loop_.setLockHeld(held); }
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override {
+    loop_.afterPass(lockHeld, seen);
+  }
 
   void run(const DaemonHandlers& handlers) override { loop_.run(handlers); }
 
