@@ -92,9 +92,9 @@ void WatchedLoop::serve(NODOHelperXPCProtocol& service) {
   watchdog_.prove(true);
 }
 
-void WatchedLoop::setLockHeld(bool held) {
-  watchdog_.prove(held);
-  loop_->setLockHeld(held);
+void WatchedLoop::afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) {
+  watchdog_.prove(lockHeld);
+  loop_->afterPass(lockHeld, seen);
 }
 
 }  // namespace nodo::nodod

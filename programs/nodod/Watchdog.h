@@ -60,7 +60,7 @@ class WatchedLoop : public DaemonLoop {
 
   void setTimer(std::optional<Seconds> fromNow) override { loop_->setTimer(fromNow); }
 
-  void setLockHeld(bool held) override;
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
 
   void run(const DaemonHandlers& handlers) override { loop_->run(handlers); }
 

@@ -133,8 +133,9 @@ TEST(WatchedLoopTest, EverythingIsHandedOn) {
   WatchedLoop watched(std::move(inner));
   watched.setTimer(Seconds(60));
   EXPECT_EQ(loop.timer, Seconds(60));
-  watched.setLockHeld(true);
+  watched.afterPass(true, SystemSnapshot{.batteryPercent = 7});
   EXPECT_TRUE(loop.isLockHeld);
+  EXPECT_EQ(loop.seen, SystemSnapshot{.batteryPercent = 7});
   bool isEnded = false;
   loop.onRun = [&loop] { loop.handlers.terminate(); };
   watched.run({.machineChanged = nullptr, .timerFired = nullptr, .terminate = [&isEnded] {
