@@ -79,7 +79,7 @@ constexpr Seconds killingTime{1};
 constexpr Seconds pauseBetweenLooks{0.001};
 
 /// A started child process with its standard output and standard error at the other end of a pipe
-/// each. No path leaves a zombie behind, nor one that is over its limit alive.
+/// each. However this ends, the child is waited for; where it has a limit, it is killed first.
 class ChildProcess {
  public:
   ChildProcess(const std::string& executable, const std::vector<std::string>& arguments,

@@ -7,7 +7,7 @@ usage: daemon-mac.py NODOD NODOCTL [TEST ...]
 import subprocess
 import time
 
-from expectations import check, contains, equal
+from expectations import check, contains, equal, wait_until
 from mac_world import BATTERY, SLEEP_NOW, SWITCH_OFF, SWITCH_ON, TOOL_LIMIT, main
 
 LIE = "pmset: failed to set the value."
@@ -107,7 +107,8 @@ def a_hanging_pmset_ends_in_time(daemon, mac):
 
 def a_hanging_ioreg_ends_in_time(daemon, mac):
     mac.change(faults={"ioreg": "hangs"})
-    daemon.start()
+    daemon.spawn()
+    wait_until(daemon.is_serving, "nodod takes its name")
     began = time.monotonic()
     contains(daemon.call("Status").get("error"), "/usr/sbin/ioreg has no end", "the answer")
     seconds = time.monotonic() - began

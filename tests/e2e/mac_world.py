@@ -11,6 +11,7 @@ import subprocess
 import sys
 import time
 
+from buses import HELPER
 from clients import connect
 from daemon_world import Daemon
 from expectations import equal
@@ -37,6 +38,11 @@ class MacDaemon(Daemon):
         return [self.program, "--bus", "system", "--power", "pmset", "--state-dir",
                 self.state_folder]
 
+    def start(self, *options):
+        """Its first pass is done then."""
+        super().start(*options)
+        self.call("Status")
+
     def renew(self):
         """A Mac and a state that nothing has happened to yet."""
         self.mac.build()
@@ -46,9 +52,8 @@ class MacDaemon(Daemon):
 
     def call(self, method, signature="", arguments=()):
         """The reply's envelope, also of a request for which many tools hang."""
-        return json.loads(self.bus.call_blocking(
-            "com.quintavel.nodo.helper", "/com/quintavel/nodo/helper",
-            "com.quintavel.nodo.Helper1", method, signature, arguments, timeout=12 * TOOL_LIMIT))
+        return json.loads(self.bus.call_blocking(*HELPER, method, signature, arguments,
+                                                 timeout=12 * TOOL_LIMIT))
 
     def run_nodoctl(self, *arguments):
         return subprocess.run(
