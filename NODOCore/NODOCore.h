@@ -17,6 +17,7 @@
 #include <NODOCore/daemon/LockKeeper.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/LockMark.h>
+#include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>

@@ -33,9 +33,10 @@ BENCHMARK(BM_ListAndClassifyProcesses)->UseRealTime()->Unit(benchmark::kMillisec
 void BM_RunPs(benchmark::State& state) {
   needIdleProcesses();
   for (auto _ : state) {
-    ChildProcess ps("/bin/ps", {"-axo", "pid=,ppid=,comm=,command="});
-    benchmark::DoNotOptimize(ps.readStandardOutput());
-    if (ps.wait() != 0) {
+    const EndedProcess ps =
+        runToEnd("/bin/ps", {"-axo", "pid=,ppid=,comm=,command="}, std::nullopt);
+    benchmark::DoNotOptimize(ps.standardOutput.data());
+    if (ps.exitCode != 0) {
       state.SkipWithError("ps failed");
     }
   }

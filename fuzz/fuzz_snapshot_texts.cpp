@@ -1,4 +1,5 @@
 #include <NODOCore/base/Text.h>
+#include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
 
@@ -65,6 +66,15 @@ void checkLid(std::string_view first, std::string_view second) {
           "the first line that tells the lid's state decides");
 }
 
+void checkKernel(std::string_view text) {
+  const std::string line = "\"SleepDisabled\" = ";
+  require(kernelSleepDisabled(line + "Yes\n" + std::string(text)) == true &&
+              kernelSleepDisabled(line + "No\n" + std::string(text)) == false,
+          "the first line that shows the kernel's flag decides");
+  require(contains(text, line) || kernelSleepDisabled(text) != true,
+          "a flag that is not shown is not set");
+}
+
 void checkRouteTables(std::string_view first, std::string_view second) {
   const std::string both = std::string(first) + "\n" + std::string(second);
   require(hasDefaultRouteIPv4(both) == (hasDefaultRouteIPv4(first) || hasDefaultRouteIPv4(second)),
@@ -84,6 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   nodo::fuzzing::checkBattery(text);
   nodo::fuzzing::checkRoute(text);
   nodo::fuzzing::checkLid(first, second);
+  nodo::fuzzing::checkKernel(text);
   nodo::fuzzing::checkRouteTables(first, second);
   return 0;
 }

@@ -4,6 +4,7 @@
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/daemon/DaemonLoop.h>
 #include <NODOCore/daemon/SleepLock.h>
+#include <platform/HostMachine.h>
 
 #include <array>
 #include <filesystem>
@@ -23,8 +24,13 @@ struct EnumTexts<PowerChoice> {
       EnumText{PowerChoice::logind, "logind"}, EnumText{PowerChoice::simulated, "simulated"}};
 };
 
+/// The senses that the daemon decides by, none of which hangs: those of this system. On Linux
+/// `pmset` means the tools of macOS, so that stand-ins for them make a machine together.
+HostMachine daemonMachine(PowerChoice choice);
+
 /// The lock by these means; `automatic` takes what the machine has, else a simulation. Throws
-/// std::runtime_error for means that this system does not have, with what it has instead.
+/// std::runtime_error for means that this system does not have, with what it has instead; on Linux
+/// it has pmset where that tool is there.
 SleepLock makeSleepLock(PowerChoice choice);
 
 /// The loop, connected to `bus`: "system", "session", a bus address, or nothing for the system bus

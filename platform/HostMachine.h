@@ -30,8 +30,8 @@ struct HostMachine {
   std::function<SleepDiagnosticsReading(Date now)> sleepDiagnostics;
 };
 
-/// The machine that this process runs on. Makes nothing but objects: the machine is looked at when
-/// they are asked.
+/// The machine that this process runs on. Tools that it is asked by have a time limit. Makes
+/// nothing but objects: the machine is looked at when they are asked.
 HostMachine hostMachine();
 
 }  // namespace nodo

@@ -11,9 +11,6 @@
 /// What POSIX leaves to each system, in a source file for each of them.
 namespace nodo {
 
-/// How long the machine has been running, asleep or not.
-Seconds timeSinceBoot();
-
 /// Makes what was written to the open file `descriptor` survive a power cut. Returns 0, or -1 with
 /// errno set.
 int syncToDisk(int descriptor);
@@ -28,6 +25,14 @@ int copyFileAttributes(const std::filesystem::path& from, int to);
 
 /// The path by which this program was started (its argument 0); empty when it was given none.
 std::string startedPath();
+
+// ---- clocks that nobody sets, from some instant on
+
+/// How long this machine has been awake: stands still while it sleeps.
+Seconds awakeTime();
+
+/// How long it has been running, asleep or awake.
+Seconds runningTime();
 
 // ---- what keeps descriptors out of child processes, without a race against other threads that
 // start children at the same time

@@ -12,11 +12,15 @@
 
 namespace nodo {
 
-Seconds timeSinceBoot() {
+namespace {
+
+Seconds timeOf(clockid_t clock) {
   timespec time{};
-  ::clock_gettime(CLOCK_MONOTONIC_RAW, &time);
-  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+  ::clock_gettime(clock, &time);
+  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
+
+}  // namespace
 
 int syncToDisk(int descriptor) {
   // On Darwin fsync only reaches the drive's cache. Some file systems (network, FAT) refuse the
@@ -39,6 +43,14 @@ int copyFileAttributes(const std::filesystem::path& from, int to) {
 std::string startedPath() {
   const char* const* arguments = *_NSGetArgv();
   return arguments != nullptr && arguments[0] != nullptr ? arguments[0] : "";
+}
+
+Seconds awakeTime() {
+  return timeOf(CLOCK_UPTIME_RAW);
+}
+
+Seconds runningTime() {
+  return timeOf(CLOCK_MONOTONIC_RAW);
 }
 
 Pipe makePrivatePipe() {

@@ -66,13 +66,13 @@ void copyOwnersAttributes(const fs::path& from, int to) {
   }
 }
 
-}  // namespace
-
-Seconds timeSinceBoot() {
+Seconds timeOf(clockid_t clock) {
   timespec time{};
-  ::clock_gettime(CLOCK_BOOTTIME, &time);
-  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+  ::clock_gettime(clock, &time);
+  return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
+
+}  // namespace
 
 int syncToDisk(int descriptor) {
   return ::fsync(descriptor);
@@ -99,6 +99,14 @@ std::string startedPath() {
   std::string path;
   std::getline(arguments, path, '\0');
   return path;
+}
+
+Seconds awakeTime() {
+  return timeOf(CLOCK_MONOTONIC);
+}
+
+Seconds runningTime() {
+  return timeOf(CLOCK_BOOTTIME);
 }
 
 Pipe makePrivatePipe() {

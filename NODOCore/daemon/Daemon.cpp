@@ -137,7 +137,7 @@ void Daemon::logOnce(std::string& last, const std::string& what, const std::stri
 
 void Daemon::schedule() {
   loop_.setTimer(keeper_.nextWake(now_()));
-  loop_.setLockHeld(keeper_.isHeld());
+  loop_.afterPass(keeper_.isHeld(), keeper_.seen());
 }
 
 }  // namespace nodo

@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <array>
 #include <functional>
@@ -66,12 +67,15 @@ class DaemonLoop {
   /// when the name is taken or cannot be had.
   virtual void serve(NODOHelperXPCProtocol& service) = 0;
 
-  /// Sets the one timer to fire that long from now, time asleep included; absent for never.
+  /// Sets the one timer to fire that long from now; absent for never. Where the system's timers
+  /// stand still while it sleeps, time asleep does not count: News::resume comes then, and sets it
+  /// anew.
   virtual void setTimer(std::optional<Seconds> fromNow) = 0;
 
-  /// Tells the service manager, where there is one, whether the lock is held. To be called after
-  /// every pass: while the lock is held this proves that the daemon lives, which else is restarted.
-  virtual void setLockHeld(bool held) = 0;
+  /// To be called after every pass. Tells the service manager, where there is one, whether the lock
+  /// is held: while it is this proves that the daemon lives, which else is restarted. `seen` is the
+  /// machine as that pass found it, absent when it failed: news are what differs from that.
+  virtual void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) = 0;
 
   /// Serves until `terminate` was handled. Throws std::runtime_error when it cannot go on, e.g.
   /// because the bus is gone.

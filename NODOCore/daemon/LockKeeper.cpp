@@ -181,6 +181,10 @@ std::optional<Seconds> LockKeeper::nextWake(const Moment& now) const {
   return next ? std::optional(std::max(*next - now.running, Seconds(0))) : std::nullopt;
 }
 
+std::optional<SystemSnapshot> LockKeeper::seen() const {
+  return life_.isFailing ? std::nullopt : std::optional(lastSeen_);
+}
+
 // ---- a pass
 
 void LockKeeper::perform(const MakePass& effect) {

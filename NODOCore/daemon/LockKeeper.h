@@ -65,8 +65,13 @@ class LockKeeper {
   /// change by itself.
   std::optional<Seconds> nextWake(const Moment& now) const;
 
-  /// Whether the lock is held, as far as is known.
-  bool isHeld() const { return life_.look.lock == LockReading::on; }
+  /// Whether nodo holds the lock, as far as is known.
+  bool isHeld() const { return life_.holdsLock(); }
+
+  bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
+
+  /// The machine as the last pass found it; absent when that failed.
+  std::optional<SystemSnapshot> seen() const;
 
  private:
   /// What a request asks of the state, beyond a pass. Throws to refuse.

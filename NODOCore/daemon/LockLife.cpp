@@ -15,13 +15,6 @@ bool isTimerRunning(const LockLife& life) {
   return life.timer && !isTimerOver(life);
 }
 
-// Whether nodo has to see to it that the lock goes. One that nothing proves to be nodo's is
-// somebody else's.
-bool answersForLock(const LockLife& life) {
-  return life.look.lock != LockReading::off &&
-         (life.look.owesRelease || life.mustGo || life.stateOwnsLock);
-}
-
 bool isPatienceLeft(const LockLife& life) {
   return life.look.at.running < life.confirmedAt + LockLife::patience;
 }
@@ -105,7 +98,7 @@ void serve(LockStep& step) {
 }
 
 void terminate(LockStep& step) {
-  if (answersForLock(step.life) || step.life.look.owesRelease) {
+  if (step.life.holdsLock() || step.life.look.owesRelease) {
     release(step, ReleaseCause::daemonStopping);
   }
 }
@@ -193,7 +186,7 @@ void fail(LockStep& step, bool wasReleased) {
   life.isFailing = true;
   if (wasReleased) {
     life.mustWriteFirst = true;
-  } else if (answersForLock(life) && !mayStand(life)) {
+  } else if (life.holdsLock() && !mayStand(life)) {
     life.mustWriteFirst = true;
     release(step, causeOfFailedPass(life));
   }
@@ -257,7 +250,7 @@ LockLife LockLife::beginning(const LockLook& start) {
 }
 
 LockPhase LockLife::phase() const {
-  if (answersForLock(*this)) {
+  if (holdsLock()) {
     if (isFailing) {
       return mayStand(*this) ? LockPhase::unconfirmed : LockPhase::releasing;
     }
@@ -304,8 +297,12 @@ std::optional<Seconds> LockLife::nextWake() const {
   return std::nullopt;
 }
 
+bool LockLife::holdsLock() const {
+  return look.lock != LockReading::off && (look.owesRelease || mustGo || stateOwnsLock);
+}
+
 bool LockLife::isOver() const {
-  return !answersForLock(*this) && !look.owesRelease;
+  return !holdsLock() && !look.owesRelease;
 }
 
 StateAmendment LockLife::amendment(const Moment& now) const {
@@ -323,7 +320,7 @@ StateAmendment LockLife::amendment(const Moment& now) const {
 LockStep follow(LockLife life, const LockEvent& event) {
   const LockLook before = life.look;
   const bool answeredBefore =
-      answersForLock(life) && (before.lock == LockReading::on || life.mustGo);
+      life.holdsLock() && (before.lock == LockReading::on || life.mustGo);
   const bool wasToStay = life.look.owesRelease && life.phase() != LockPhase::releasing;
   LockStep step{std::move(life), {}};
   see(step, event.look);

@@ -226,6 +226,10 @@ struct LockLife {
 
   LockPhase phase() const;
 
+  /// Whether the lock is on, as far as is known, and nodo has to see to it that it goes. One that
+  /// nothing proves to be nodo's is somebody else's.
+  bool holdsLock() const;
+
   /// Until when something has to happen though nobody asks, by the machine's clock; absent when
   /// nothing can change by itself.
   std::optional<Seconds> nextWake() const;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,21 +30,26 @@ class CommandRunning {
 
   /// Runs `executable` (an absolute path, no shell) with `arguments` and waits for its end. A
   /// non-zero exit status is a result, not an error. Throws std::system_error when the tool cannot
-  /// be started. There is no time limit: the tools that nodo runs answer at once or not at all, and
-  /// a half-done power command is worse than a slow one.
+  /// be started, or with ETIMEDOUT where the implementation has a limit and the tool no end: what
+  /// it did by then is done.
   virtual CommandOutput run(const std::string& executable,
                             const std::vector<std::string>& arguments) const = 0;
 };
 
+/// How long a tool of the daemon's may take. Each of them answers in a fraction of a second, also
+/// on a machine that is just waking up; a daemon that hangs with one keeps the lock on meanwhile.
+inline constexpr Seconds toolTimeLimit{10};
+
 /// Runs real child processes.
 ///
 /// Standard input and the environment are inherited; every other descriptor stays out of the child.
-/// Standard output is read to its end before standard error is, so a tool that fills the pipe of
-/// its standard error (64 KiB) before it closes standard output would stall: none of nodo's tools
-/// does. The process must not ignore SIGCHLD, or the exit status is lost (std::system_error,
-/// ECHILD).
+/// The process must not ignore SIGCHLD, or the exit status is lost (std::system_error, ECHILD).
 class ProcessCommandRunner : public CommandRunning {
  public:
+  std::optional<Seconds> limit;  ///< time awake, after which a tool is killed; absent: none
+
+  explicit ProcessCommandRunner(std::optional<Seconds> limit = std::nullopt) : limit(limit) {}
+
   CommandOutput run(const std::string& executable,
                     const std::vector<std::string>& arguments) const override;
 };

@@ -42,13 +42,12 @@ std::vector<RunningProcess> PSProcessListing::parse(std::string_view output) {
 }
 
 std::vector<RunningProcess> PSProcessListing::listProcesses() const {
-  ChildProcess ps("/bin/ps", {"-axo", "pid=,ppid=,comm=,command="});
-  const std::string output = ps.readStandardOutput();
-  const std::string error = ps.readStandardError();
-  if (ps.wait() != 0) {
-    throw NODOError::processListingFailed(isValidUTF8(error) ? error : "ps failed");
+  const EndedProcess ps = runToEnd("/bin/ps", {"-axo", "pid=,ppid=,comm=,command="}, limit);
+  if (ps.exitCode != 0) {
+    throw NODOError::processListingFailed(isValidUTF8(ps.standardError) ? ps.standardError
+                                                                        : "ps failed");
   }
-  return parse(isValidUTF8(output) ? output : "");
+  return parse(isValidUTF8(ps.standardOutput) ? ps.standardOutput : "");
 }
 
 }  // namespace nodo

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -46,6 +48,10 @@ class StaticProcessListing : public ProcessListing {
 /// Reads the process table with `/bin/ps -axo pid=,ppid=,comm=,command=`.
 class PSProcessListing : public ProcessListing {
  public:
+  std::optional<Seconds> limit;  ///< as ProcessCommandRunner's
+
+  explicit PSProcessListing(std::optional<Seconds> limit = std::nullopt) : limit(limit) {}
+
   std::vector<RunningProcess> listProcesses() const override;
 
   /// The rows in what `ps` printed. Columns are separated by blanks (only blanks), the fourth runs

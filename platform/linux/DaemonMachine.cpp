@@ -1,4 +1,8 @@
 #include <NODOCore/base/Environment.h>
+#include <NODOCore/daemon/PMSetSleepLock.h>
+#include <NODOCore/power/CommandRunning.h>
+#include <NODOCore/sensing/ProcessListing.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/linux/bus/BusConnection.h>
@@ -13,6 +17,9 @@
 namespace nodo {
 namespace {
 
+// Where a daemon notes that it may have left the lock of pmset on, which outlives it.
+constexpr char pmsetLockMark[] = "/var/lib/com.quintavel.nodo.sleep-lock";
+
 SleepLock logindLock() {
   auto manager = std::make_unique<LogindPowerManager>();
   manager->requireLogind();
@@ -21,6 +28,18 @@ SleepLock logindLock() {
           .isHeld = [logind] { return logind->isHeld(); },
           .diesWithProcess = true,
           .isSimulated = false};
+}
+
+// No Linux has the tools of macOS by itself. Stand-ins for them let the daemon be tried with a lock
+// that outlives it.
+SleepLock pmsetLock() {
+  std::error_code ignored;
+  if (!std::filesystem::exists("/usr/bin/pmset", ignored)) {
+    throw std::runtime_error("this system has no pmset; it offers auto, logind and simulated");
+  }
+  SleepLock lock = pmsetSleepLock(std::make_shared<ProcessCommandRunner>(toolTimeLimit));
+  lock.mark = pmsetLockMark;
+  return lock;
 }
 
 bool hasSystemBus() {
@@ -53,7 +72,17 @@ SleepLock makeSleepLock(PowerChoice choice) {
     case PowerChoice::pmset:
       break;
   }
-  throw std::runtime_error("this system has no pmset; it offers auto, logind and simulated");
+  return pmsetLock();
+}
+
+HostMachine daemonMachine(PowerChoice choice) {
+  HostMachine machine = hostMachine();
+  if (choice == PowerChoice::pmset) {
+    machine.processListing = std::make_shared<PSProcessListing>(toolTimeLimit);
+    machine.snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(
+        std::make_shared<ProcessCommandRunner>(toolTimeLimit));
+  }
+  return machine;
 }
 
 std::filesystem::path daemonStateFolder(const Environment& environment,

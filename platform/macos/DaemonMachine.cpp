@@ -1,40 +1,35 @@
-#include <NODOCore/diagnostics/SleepDiagnostics.h>
+#include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/power/CommandRunning.h>
-#include <NODOCore/power/PowerManaging.h>
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/SecurityCodeSigning.h>
 
-#include <exception>
 #include <stdexcept>
 
 namespace nodo {
 namespace {
 
-std::optional<bool> liveSleepDisabled(const CommandRunning& runner) {
-  try {
-    const CommandOutput live = runner.run("/usr/bin/pmset", {"-g", "live"});
-    return SleepDiagnosticsInspector::parse(live.standardOutput, "", Date()).sleepDisabled;
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
+// Where a daemon notes that it may have left the lock on, which outlives it.
+constexpr char pmsetLockMark[] = "/var/db/com.quintavel.nodo.sleep-lock";
+
+SleepLock pmsetLock() {
+  SleepLock lock = pmsetSleepLock(std::make_shared<ProcessCommandRunner>(toolTimeLimit));
+  lock.mark = pmsetLockMark;
+  return lock;
 }
 
 }  // namespace
 
-SleepLock pmsetSleepLock(const std::shared_ptr<const CommandRunning>& runner) {
-  return {.manager = std::make_unique<PMSetPowerManager>(runner, /*dryRun=*/false),
-          .isHeld = [runner] { return liveSleepDisabled(*runner); },
-          .diesWithProcess = false,
-          .isSimulated = false};
+HostMachine daemonMachine([[maybe_unused]] PowerChoice choice) {
+  return hostMachine();
 }
 
 SleepLock makeSleepLock(PowerChoice choice) {
   switch (choice) {
     case PowerChoice::automatic:
     case PowerChoice::pmset:
-      return pmsetSleepLock(std::make_shared<ProcessCommandRunner>());
+      return pmsetLock();
     case PowerChoice::simulated:
       return simulatedSleepLock();
     case PowerChoice::logind:

@@ -7,9 +7,9 @@
 namespace nodo {
 
 HostMachine hostMachine() {
-  const auto runner = std::make_shared<ProcessCommandRunner>();
+  const auto runner = std::make_shared<ProcessCommandRunner>(toolTimeLimit);
   const SleepDiagnosticsInspector inspector{runner};
-  return {.processListing = std::make_shared<PSProcessListing>(),
+  return {.processListing = std::make_shared<PSProcessListing>(toolTimeLimit),
           .snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(runner),
           .sleepDiagnostics = [inspector](Date now) {
             return SleepDiagnosticsReading{

@@ -1,15 +1,11 @@
 #pragma once
 
 #include <NODOCore/helper/NODOXPCClientAuthentication.h>
-#include <NODOCore/power/CommandRunning.h>
 #include <platform/DaemonMachine.h>
 
 #include <memory>
 
 namespace nodo {
-
-/// The machine-wide lock that `/usr/bin/pmset` switches, which outlives this process.
-SleepLock pmsetSleepLock(const std::shared_ptr<const CommandRunning>& runner);
 
 /// The daemon's loop on the main run loop of its process, which serves the main dispatch queue too.
 /// For the main thread only; one at a time.
@@ -27,8 +23,8 @@ class MacDaemonLoop : public DaemonLoop {
 
   void setTimer(std::optional<Seconds> fromNow) override;
 
-  /// launchd asks for no proof of life.
-  void setLockHeld(bool held) override;
+  /// launchd asks for no proof of life, and all news are told.
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
 
   /// Errors of handlers end the loop and are thrown from here.
   void run(const DaemonHandlers& handlers) override;

@@ -20,7 +20,7 @@
 namespace nodo {
 namespace {
 
-// Far enough to be never, near enough for the clock.
+// Far enough to be never, near enough for the system's count of nanoseconds.
 constexpr Seconds longestTimer(366.0 * 24 * 3600);
 
 /// A source of events on the main queue, under way until it is destroyed.
@@ -51,8 +51,9 @@ class MainQueueSource {
   dispatch_source_t source_;
 };
 
-/// A timer that fires once, by the civil clock: it goes on while the machine sleeps, and what the
-/// daemon waits for are civil times.
+/// A timer that fires once, by the time awake: by the civil clock, one that is put back would delay
+/// it. It stands still while the machine sleeps, and is late by that time on waking; but each
+/// waking is news, the pass that follows sets it anew.
 class Timer : public MainQueueSource {
  public:
   explicit Timer(std::function<void()> fired)
@@ -66,7 +67,8 @@ class Timer : public MainQueueSource {
     dispatch_time_t start = DISPATCH_TIME_FOREVER;
     if (fromNow) {
       const Seconds bounded = *fromNow > Seconds(0) ? std::min(*fromNow, longestTimer) : Seconds(0);
-      start = dispatch_walltime(nullptr, static_cast<int64_t>(bounded.count() * NSEC_PER_SEC));
+      start =
+          dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(bounded.count() * NSEC_PER_SEC));
     }
     dispatch_source_set_timer(source(), start, DISPATCH_TIME_FOREVER, tolerance);
   }
@@ -189,7 +191,7 @@ void MacDaemonLoop::serve(NODOHelperXPCProtocol& service) { parts_->serve(servic
 
 void MacDaemonLoop::setTimer(std::optional<Seconds> fromNow) { parts_->setTimer(fromNow); }
 
-void MacDaemonLoop::setLockHeld([[maybe_unused]] bool held) {}
+void MacDaemonLoop::afterPass(bool /*lockHeld*/, const std::optional<SystemSnapshot>& /*seen*/) {}
 
 void MacDaemonLoop::run(const DaemonHandlers& handlers) { parts_->run(handlers); }
 

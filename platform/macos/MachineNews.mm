@@ -27,7 +27,9 @@ void reportMissing(const char* what) {
 class MachineNews::Power {
  public:
   explicit Power(const Changed& changed) : changed_(changed) {
-    source_ = IOPSNotificationCreateRunLoopSource(
+    // At a change of the source only: the general one comes at each percent, and while the lock is
+    // held the charge is looked at every minute anyway.
+    source_ = IOPSCreateLimitedPowerNotification(
         [](void* self) { static_cast<Power*>(self)->changed_(News::powerSupply); }, this);
     if (source_ == nullptr) {
       reportMissing("the power supply");

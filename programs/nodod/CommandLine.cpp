@@ -75,7 +75,8 @@ void describe(CLI::App& app, Options& into) {
       ->type_name("system|session|ADDRESS");
   app.add_option_function<std::string>(
          "--power", [&into](const std::string& text) { into.power = powerChoice(text); },
-         "By which means to switch the sleep lock (default: auto, what this computer has)")
+         "By which means to switch the sleep lock (default: auto, what this computer has; pmset on "
+         "Linux: stand-ins for the tools of macOS)")
       ->type_name("auto|pmset|logind|simulated");
   addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
                  "On battery, never keep awake at or below this charge");

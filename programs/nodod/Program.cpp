@@ -2,6 +2,7 @@
 #include <NODOCore/daemon/Daemon.h>
 #include <programs/nodod/CommandLine.h>
 #include <programs/nodod/Program.h>
+#include <programs/nodod/Watchdog.h>
 
 #include <cerrno>
 #include <exception>
@@ -60,7 +61,7 @@ void run(const Options& options, const DaemonContext& context) {
     console.complain(line);
   };
   const std::filesystem::path folder = stateFolder(options, context);
-  LockKeeper keeper(controllerFor(options, folder, context.machine),
+  LockKeeper keeper(controllerFor(options, folder, context.machine(options.power)),
                     makeSleepLock(options, context, log), log, options.releaseGrace, context.now());
   keeper.releaseLeftBehind(context.now());
   try {
@@ -69,7 +70,10 @@ void run(const Options& options, const DaemonContext& context) {
       passOnce(keeper, context);
       return;
     }
-    const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+    std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+    if (!keeper.lockDiesWithProcess()) {
+      loop = std::make_unique<WatchedLoop>(std::move(loop));
+    }
     Daemon(keeper, *loop, context.now, log).run();
   } catch (const std::exception&) {
     keeper.shutDown(context.now());

@@ -33,7 +33,7 @@ class StateFolderLock {
 /// All that nodod has of the world, so that tests can set it.
 struct DaemonContext {
   Environment environment;
-  HostMachine machine;
+  std::function<HostMachine(PowerChoice choice)> machine;
   std::function<SleepLock(PowerChoice choice)> makeSleepLock;
   std::function<std::unique_ptr<DaemonLoop>(const std::optional<std::string>& bus)> makeLoop;
   std::function<std::filesystem::path(const Environment& environment,

@@ -18,13 +18,13 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return nodo::nodod::runDaemon(
       arguments, {.environment = nodo::processEnvironment(),
-                  .machine = nodo::hostMachine(),
+                  .machine = nodo::daemonMachine,
                   .makeSleepLock = nodo::makeSleepLock,
                   .makeLoop = nodo::makeDaemonLoop,
                   .stateFolder = nodo::daemonStateFolder,
                   .now =
                       [] {
-                        return nodo::Moment{nodo::currentDate(), nodo::timeSinceBoot()};
+                        return nodo::Moment{nodo::currentDate(), nodo::runningTime()};
                       },
                   .output = std::cout,
                   .error = std::cerr});

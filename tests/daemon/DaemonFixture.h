@@ -29,6 +29,7 @@ class FakeLoop : public DaemonLoop {
   std::optional<Seconds> timer;
   std::size_t timersSet = 0;
   bool isLockHeld = false;
+  std::optional<SystemSnapshot> seen;
   bool isNameTaken = false;
   NODOHelperXPCProtocol* service = nullptr;
   DaemonHandlers handlers;
@@ -46,7 +47,10 @@ class FakeLoop : public DaemonLoop {
     ++timersSet;
   }
 
-  void setLockHeld(bool held) override { isLockHeld = held; }
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& snapshot) override {
+    isLockHeld = lockHeld;
+    seen = snapshot;
+  }
 
   void run(const DaemonHandlers& given) override {
     handlers = given;

@@ -65,6 +65,20 @@ TEST_F(DaemonScheduleTest, AnEmptyBatteryReleasesTheLockAtTheMachinesNews) {
   EXPECT_TRUE(power.isSleepDisabled);
 }
 
+TEST_F(DaemonScheduleTest, TheLoopLearnsWhatEachPassSawAndNothingFromOneThatFailed) {
+  machine->batteryPercent = 80;
+  start();
+  ASSERT_TRUE(loop.seen);
+  EXPECT_EQ(loop.seen->batteryPercent, 80);
+  machine->batteryPercent = 79;
+  machineChanged();
+  ASSERT_TRUE(loop.seen);
+  EXPECT_EQ(loop.seen->batteryPercent, 79);
+  breakState();
+  machineChanged();
+  EXPECT_FALSE(loop.seen);
+}
+
 TEST_F(DaemonScheduleTest, ABatteryThatRunsDownIsNoticedWithoutNews) {
   start();
   machine->powerSource = PowerSource::battery;

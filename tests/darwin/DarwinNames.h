@@ -5,6 +5,7 @@
 
 #include <spawn.h>
 
+#define CLOCK_UPTIME_RAW 8
 #define F_FULLFSYNC 51
 #define POSIX_SPAWN_CLOEXEC_DEFAULT 0x4000
 

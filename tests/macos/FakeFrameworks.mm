@@ -108,7 +108,10 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
   mac().post(workOf(block));
 }
 
-dispatch_time_t dispatch_walltime(const struct timespec*, int64_t delta) {
+dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
+  if (when != DISPATCH_TIME_NOW) {
+    misused("a time that does not count from now");
+  }
   return static_cast<dispatch_time_t>(mac().nanosecondsNow() + delta);
 }
 
@@ -251,8 +254,8 @@ kern_return_t IOAllowPowerChange(io_connect_t, long notificationID) {
   return KERN_SUCCESS;
 }
 
-CFRunLoopSourceRef IOPSNotificationCreateRunLoopSource(IOPowerSourceCallbackType callback,
-                                                       void* context) {
+CFRunLoopSourceRef IOPSCreateLimitedPowerNotification(IOPowerSourceCallbackType callback,
+                                                      void* context) {
   if (!mac().offersPowerNews) {
     return nullptr;
   }

@@ -54,7 +54,7 @@ class FakeMac {
 
   std::int64_t nanosecondsNow() const { return now_; }
 
-  /// Time passes, in which the machine may have slept.
+  /// Time passes, in which the machine is awake. Asleep, its timers stand still.
   void pass(double seconds);
 
   // ---- sources of events on the main queue

@@ -16,6 +16,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -131,9 +134,11 @@ TEST_F(ProcessCommandRunnerTest, AMegabyteOfOutputComesWhole) {
   EXPECT_EQ(output.standardError, "y");
 }
 
-TEST_F(ProcessCommandRunnerTest, StandardErrorMayFillItsPipe) {
-  EXPECT_EQ(shell("head -c 60000 /dev/zero | tr '\\0' x >&2; echo done").standardError,
-            std::string(60000, 'x'));
+TEST_F(ProcessCommandRunnerTest, NeitherOutputWaitsForTheOtherOne) {
+  const CommandOutput output =
+      shell("head -c 1048576 /dev/zero | tr '\\0' x >&2; printf y; exec >&-; printf z >&2");
+  EXPECT_EQ(output.standardError, std::string(1048576, 'x') + "z");
+  EXPECT_EQ(output.standardOutput, "y");
 }
 
 TEST_F(ProcessCommandRunnerTest, TheEnvironmentIsInherited) {
@@ -165,6 +170,66 @@ TEST_F(ProcessCommandRunnerTest, OutputOfAChildThatOutlivesTheToolIsWaitedFor) {
       shell("(i=0; while [ $i -lt 2000 ]; do i=$((i+1)); done; echo late) & exit 4");
   EXPECT_EQ(output.standardOutput, "late\n");
   EXPECT_EQ(output.exitCode, 4);
+}
+
+// ---- with a limit
+
+class LimitedCommandRunnerTest : public ProcessCommandRunnerTest {
+ protected:
+  /// Runs a script that has no end within the limit.
+  void expectNoEnd(const std::string& script) {
+    try {
+      ProcessCommandRunner(Seconds(0.4)).run("/bin/sh", {"-c", script});
+      FAIL() << "an end: " << script;
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code(), std::error_code(ETIMEDOUT, std::generic_category()));
+      EXPECT_THAT(error.what(), HasSubstr("/bin/sh has no end"));
+    }
+  }
+};
+
+TEST_F(LimitedCommandRunnerTest, AToolThatEndsInTimeIsReportedWhole) {
+  const CommandOutput output =
+      ProcessCommandRunner(Seconds(60))
+          .run("/bin/sh", {"-c", "head -c 100000 /dev/zero | tr '\\0' x; printf e >&2; exit 3"});
+  EXPECT_EQ(output.standardOutput, std::string(100000, 'x'));
+  EXPECT_EQ(output.standardError, "e");
+  EXPECT_EQ(output.exitCode, 3);
+}
+
+TEST_F(LimitedCommandRunnerTest, AToolWithoutAnEndIsKilledWithItsChildren) {
+  const std::string fifo = folder / "held";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const FileDescriptor held(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  expectNoEnd("exec 3>'" + fifo + "'; sleep 1000 & sleep 1000");
+  pollfd end{held.get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&end, 1, 20000), 1);
+  EXPECT_EQ(end.revents, POLLHUP) << "somebody still holds it";
+}
+
+TEST_F(LimitedCommandRunnerTest, AToolThatIgnoresSignalsOrClosesItsOutputsIsKilledToo) {
+  expectNoEnd("trap '' TERM INT HUP; sleep 1000; sleep 1000");
+  expectNoEnd("exec >&- 2>&-; sleep 1000");
+  expectNoEnd("while :; do echo again; done");
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD) << "all were waited for";
+}
+
+TEST_F(LimitedCommandRunnerTest, AnOutlivingChildOfAnotherGroupThatHoldsThePipesIsNotWaitedFor) {
+  const std::string number = folder / "pid";
+  expectNoEnd("set -m; sleep 1000 & echo $! >'" + number + "'; exit 0");
+  const pid_t outliving = std::stoi(readFile(number).value_or("0"));
+  ASSERT_GT(outliving, 1);
+  EXPECT_EQ(::kill(outliving, SIGKILL), 0);
+}
+
+TEST_F(LimitedCommandRunnerTest, WithoutALimitAToolStaysInTheGroupOfItsParent) {
+  const std::string group = std::to_string(::getpgrp()) + "\n";
+  EXPECT_EQ(shell("ps -o pgid= -p $$ | tr -d ' '").standardOutput, group);
+  EXPECT_NE(ProcessCommandRunner(Seconds(60))
+                .run("/bin/sh", {"-c", "ps -o pgid= -p $$ | tr -d ' '"})
+                .standardOutput,
+            group);
 }
 
 }  // namespace

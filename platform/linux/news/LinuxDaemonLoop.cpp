@@ -100,8 +100,8 @@ void LinuxDaemonLoop::setTimer(std::optional<Seconds> fromNow) {
   timer_.set(fromNow);
 }
 
-void LinuxDaemonLoop::setLockHeld(bool held) {
-  serviceManager_.tellLockHeld(held);
+void LinuxDaemonLoop::afterPass(bool lockHeld, const std::optional<SystemSnapshot>& /*seen*/) {
+  serviceManager_.tellLockHeld(lockHeld);
   // Follows every pass, so while the lock is held what got lost is sought within a minute.
   watch_.repair();
 }

@@ -80,7 +80,7 @@ void LogindSignals::subscribe(sd_bus* bus) {
                                   sd_bus_message_handler_t handler,
                                   SystemdHandle<sd_bus_slot>& slot) {
     checkSystemd(sd_bus_match_signal_async(bus, into(slot), object.service, object.path,
-                                           object.interface, signal, handler, nullptr, this),
+                                           object.interface, signal, handler, onSubscribed, this),
                  action);
   };
   listen(logindManager, "PrepareForSleep", onSleep, connection_.sleep);
@@ -91,6 +91,19 @@ void LogindSignals::logLoss(const std::string& reason) {
   if (!std::exchange(lossWasLogged_, true)) {
     logLine("nodod: no news from logind: " + reason);
   }
+}
+
+int LogindSignals::onSubscribed(sd_bus_message* answer, void* signals, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<LogindSignals*>(signals);
+  const sd_bus_error* const failure = sd_bus_message_get_error(answer);
+  // An answer that is only read late, as a pass took long, counts as none; the bus agreed in time.
+  const bool isLate = sd_bus_error_has_name(failure, SD_BUS_ERROR_NO_REPLY) != 0 ||
+                      sd_bus_error_has_name(failure, SD_BUS_ERROR_TIMEOUT) != 0;
+  if (failure != nullptr && !isLate) {
+    self.isConnected_ = false;
+    self.loop_.protect([&] { self.logLoss(failure->name); });
+  }
+  return 0;
 }
 
 int LogindSignals::onSleep(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {

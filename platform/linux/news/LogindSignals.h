@@ -37,6 +37,7 @@ class LogindSignals {
   void connect();
   void subscribe(sd_bus* bus);
   void logLoss(const std::string& reason);
+  static int onSubscribed(sd_bus_message* answer, void* signals, sd_bus_error* error);
   static int onSleep(sd_bus_message* message, void* signals, sd_bus_error* error);
   static int onProperties(sd_bus_message* message, void* signals, sd_bus_error* error);
   static int onLost(sd_bus_message* message, void* signals, sd_bus_error* error);

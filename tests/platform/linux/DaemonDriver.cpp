@@ -44,7 +44,7 @@ class Service : public nodo::NODOHelperXPCProtocol {
 
   void timerFired() {
     say("timer");
-    loop_.setLockHeld(isLockHeld_);
+    loop_.afterPass(isLockHeld_, std::nullopt);
   }
 
  private:
@@ -87,7 +87,7 @@ class Service : public nodo::NODOHelperXPCProtocol {
                          : std::optional(Seconds(0.001 * static_cast<double>(request.minutes))));
     } else if (request.requesterName == "lock") {
       isLockHeld_ = request.minutes != 0;
-      loop_.setLockHeld(isLockHeld_);
+      loop_.afterPass(isLockHeld_, std::nullopt);
     }
     answer("enableManualV2 " + std::to_string(request.minutes) +
                (request.extendOnly ? " extend " : " replace ") + textOr(request.requesterName) +

@@ -26,7 +26,9 @@ class LentLoop : public DaemonLoop {
 
   void setTimer(std::optional<Seconds> fromNow) override { loop_.setTimer(fromNow); }
 
-  void setLockHeld(bool held) override { loop_.setLockHeld(held); }
+  void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override {
+    loop_.afterPass(lockHeld, seen);
+  }
 
   void run(const DaemonHandlers& handlers) override { loop_.run(handlers); }
 
@@ -48,7 +50,11 @@ class ProgramTest : public DaemonFixture {
     const int status = runDaemon(
         arguments,
         {.environment = {},
-         .machine = {.processListing = machine, .snapshotProvider = machine},
+         .machine =
+             [this](PowerChoice choice) {
+               lookedBy = choice;
+               return HostMachine{.processListing = machine, .snapshotProvider = machine};
+             },
          .makeSleepLock =
              [this](PowerChoice choice) {
                askedFor = choice;
@@ -72,6 +78,7 @@ class ProgramTest : public DaemonFixture {
   }
 
   PowerChoice askedFor = PowerChoice::simulated;
+  PowerChoice lookedBy = PowerChoice::simulated;
   std::optional<std::string> askedBus;
   int loopsMade = 0;
   bool isSimulated = false;
@@ -93,6 +100,7 @@ TEST_F(ProgramTest, ServesUntilASignalEndsIt) {
             "nodod: sleep lock switched off (release:daemon_stopping)\n");
   EXPECT_EQ(askedBus, "session");
   EXPECT_EQ(askedFor, PowerChoice::logind);
+  EXPECT_EQ(lookedBy, PowerChoice::logind);
 }
 
 TEST_F(ProgramTest, ForeignTextIsEscapedInTheLog) {

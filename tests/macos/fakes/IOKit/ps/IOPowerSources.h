@@ -4,5 +4,5 @@
 
 typedef void (*IOPowerSourceCallbackType)(void* context);
 
-extern "C" CFRunLoopSourceRef IOPSNotificationCreateRunLoopSource(
-    IOPowerSourceCallbackType callback, void* context);
+extern "C" CFRunLoopSourceRef IOPSCreateLimitedPowerNotification(IOPowerSourceCallbackType callback,
+                                                                 void* context);
