@@ -63,6 +63,7 @@ void Daemon::run() {
     loop_.run(
         {.machineChanged = [this](const std::vector<News>& news) { passByItself(listed(news)); },
          .timerFired = [this] { passByItself("timer"); },
+         .hungUp = [this] { passByItself("hangup"); },
          .terminate = [this] { keeper_.shutDown(now_()); }});
   } catch (const std::exception&) {
     keeper_.shutDown(now_());

@@ -2,10 +2,10 @@
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/linux/bus/BusConnection.h>
+#include <platform/linux/logind/Logind.h>
 #include <platform/linux/logind/LogindPowerManager.h>
 #include <platform/linux/news/LinuxDaemonLoop.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -14,8 +14,8 @@ namespace nodo {
 namespace {
 
 SleepLock logindLock() {
+  Logind({.connecting = startPatience, .call = startPatience}).blockInhibited();  // if it is there
   auto manager = std::make_unique<LogindPowerManager>();
-  manager->requireLogind();
   LogindPowerManager* const logind = manager.get();
   return {.manager = std::move(manager),
           .isHeld = [logind] { return logind->isHeld(); },
@@ -25,8 +25,10 @@ SleepLock logindLock() {
 
 bool hasSystemBus() {
   try {
-    openBus(systemBus, BusDescriptors::refused, BusClock::now() + std::chrono::seconds(2));
+    openBus(systemBus, BusDescriptors::refused, BusClock::now() + startPatience);
     return true;
+  } catch (const BusTimeout&) {
+    throw;
   } catch (const BusError&) {
     return false;
   }
@@ -43,6 +45,8 @@ SleepLock makeSleepLock(PowerChoice choice) {
     case PowerChoice::automatic:
       try {
         return logindLock();
+      } catch (const BusTimeout&) {
+        throw;
       } catch (const BusError&) {
         return simulatedSleepLock();
       }
@@ -78,8 +82,9 @@ std::filesystem::path daemonStateFolder(const Environment& environment,
   return std::filesystem::path(*home) / ".nodo" / "daemon";
 }
 
-std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus) {
-  return std::make_unique<LinuxDaemonLoop>(bus);
+std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus,
+                                           const DaemonLog& log) {
+  return std::make_unique<LinuxDaemonLoop>(bus, log);
 }
 
 }  // namespace nodo

@@ -73,7 +73,7 @@ void run(const Options& options, const DaemonContext& context) {
     passOnce(keeper, context);
     return;
   }
-  const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+  const std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus, log);
   Daemon(keeper, *loop, context.now, log, options.releaseGrace).run();
 }
 
