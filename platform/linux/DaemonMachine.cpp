@@ -14,7 +14,11 @@ namespace nodo {
 namespace {
 
 SleepLock logindLock() {
-  Logind({.connecting = startPatience, .call = startPatience}).blockInhibited();  // if it is there
+  try {
+    Logind({.connecting = startPatience, .call = startPatience}).blockInhibited();
+  } catch (const BusTimeout& error) {
+    throw BusTimeout(std::string("systemd-logind cannot be asked: ") + error.what());
+  }
   auto manager = std::make_unique<LogindPowerManager>();
   LogindPowerManager* const logind = manager.get();
   return {.manager = std::move(manager),

@@ -6,8 +6,9 @@
 #include <csignal>
 #include <string>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace nodo {
