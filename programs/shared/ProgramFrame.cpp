@@ -70,8 +70,9 @@ bool LogStream::Lines::saysWhatIsMissing() {
   if (dropped_ == 0) {
     return true;
   }
-  const bool isSaid = write((isLineCut_ ? "\n" : "") + program_ + ": " + std::to_string(dropped_) +
-                            " lines of the log could not be written\n");
+  const bool isSaid =
+      write((isLineCut_ ? "\n" : "") + program_ +
+            ": lines of this log that could not be written: " + std::to_string(dropped_) + "\n");
   dropped_ = isSaid ? 0 : dropped_;
   return isSaid;
 }

@@ -77,12 +77,12 @@ std::vector<std::string> RefusalLog::takeCounts() {
   std::vector<std::string> lines;
   for (auto& [kind, count] : counts_) {
     if (count > 0) {
-      lines.push_back(fmt::format("rejected {} more D-Bus calls (uid {}): {}", count,
+      lines.push_back(fmt::format("rejected {} more over D-Bus (uid {}): {}", count,
                                   textOf(kind.first), kind.second));
     }
   }
   if (const std::uint64_t others = std::exchange(others_, 0); others > 0) {
-    lines.push_back(fmt::format("rejected {} more D-Bus calls of others", others));
+    lines.push_back(fmt::format("rejected {} more of others over D-Bus", others));
   }
   std::erase_if(counts_, [](const auto& each) { return each.second == 0; });
   for (auto& [kind, count] : counts_) {

@@ -124,9 +124,9 @@ TEST(RefusalLogTest, ThoseThatFollowAreCountedWhateverTheyCallThemselves) {
   log.add(":1.3", stranger, "because");
   EXPECT_EQ(log.add(":1.2", person, "because"), std::nullopt);
   EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
-  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more D-Bus calls (uid 1000): because"));
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more over D-Bus (uid 1000): because"));
   EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
-  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 1 more D-Bus calls (uid 1000): because"));
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 1 more over D-Bus (uid 1000): because"));
 }
 
 TEST(RefusalLogTest, WhatDoesNotGoOnIsForgotten) {
@@ -144,7 +144,7 @@ TEST(RefusalLogTest, ManyUsersAreOnlyCounted) {
   }
   EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
   EXPECT_EQ(log.add(":1.1", stranger, "because"), std::nullopt);
-  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more D-Bus calls of others"));
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more of others over D-Bus"));
 }
 
 // ---- who they are
