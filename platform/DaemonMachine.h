@@ -29,14 +29,16 @@ struct EnumTexts<PowerChoice> {
 HostMachine daemonMachine(PowerChoice choice);
 
 /// The lock by these means; `automatic` takes what the machine has, else a simulation. Throws
-/// std::runtime_error for means that this system does not have, with what it has instead; on Linux
-/// it has pmset where that tool is there.
+/// std::runtime_error for means that this system does not have, with what it has instead (on Linux
+/// pmset where that tool is there), and for those that do not answer: they may only be slow to
+/// start.
 SleepLock makeSleepLock(PowerChoice choice);
 
 /// The loop, connected to `bus`: "system", "session", a bus address, or nothing for the system bus
-/// when it can be reached and else the session bus; of no meaning on macOS. Throws
-/// std::runtime_error.
-std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus);
+/// when it can be reached and else the session bus; of no meaning on macOS. `log` takes what the
+/// loop has to say on Linux. Throws std::runtime_error.
+std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus,
+                                           const DaemonLog& log);
 
 /// Where the daemon keeps its state unless told otherwise: NODO_STATE_DIR, else the system folder,
 /// else what this kind of system has for it (on Linux STATE_DIRECTORY of the service manager, else

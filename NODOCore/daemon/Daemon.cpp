@@ -62,6 +62,7 @@ void Daemon::run() {
                           std::find(news.begin(), news.end(), News::resume) != news.end());
                    },
                .timerFired = [this] { wake("timer", false); },
+               .hungUp = [this] { wake("hangup", false); },
                .terminate = [this] { end(); }});
   } catch (const std::exception&) {
     end();

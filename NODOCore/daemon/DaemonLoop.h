@@ -51,6 +51,8 @@ class NewsBurst {
 struct DaemonHandlers {
   std::function<void(const std::vector<News>& news)> machineChanged;
   std::function<void()> timerFired;
+  /// SIGHUP, by which an administrator has the daemon look again.
+  std::function<void()> hungUp;
   /// SIGTERM or SIGINT; the loop ends when the handler returns, and serves no request any more.
   std::function<void()> terminate;
 };

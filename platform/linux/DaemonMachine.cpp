@@ -6,10 +6,10 @@
 #include <NODOCore/state/StateStore.h>
 #include <platform/DaemonMachine.h>
 #include <platform/linux/bus/BusConnection.h>
+#include <platform/linux/logind/Logind.h>
 #include <platform/linux/logind/LogindPowerManager.h>
 #include <platform/linux/news/LinuxDaemonLoop.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -21,8 +21,12 @@ namespace {
 constexpr char pmsetLockMark[] = "/var/lib/com.quintavel.nodo.sleep-lock";
 
 SleepLock logindLock() {
+  try {
+    Logind({.connecting = startPatience, .call = startPatience}).blockInhibited();
+  } catch (const BusTimeout& error) {
+    throw BusTimeout(std::string("systemd-logind cannot be asked: ") + error.what());
+  }
   auto manager = std::make_unique<LogindPowerManager>();
-  manager->requireLogind();
   LogindPowerManager* const logind = manager.get();
   return {.manager = std::move(manager),
           .isHeld = [logind] { return logind->isHeld(); },
@@ -44,8 +48,10 @@ SleepLock pmsetLock() {
 
 bool hasSystemBus() {
   try {
-    openBus(systemBus, BusDescriptors::refused, BusClock::now() + std::chrono::seconds(2));
+    openBus(systemBus, BusDescriptors::refused, BusClock::now() + startPatience);
     return true;
+  } catch (const BusTimeout&) {
+    throw;
   } catch (const BusError&) {
     return false;
   }
@@ -62,6 +68,8 @@ SleepLock makeSleepLock(PowerChoice choice) {
     case PowerChoice::automatic:
       try {
         return logindLock();
+      } catch (const BusTimeout&) {
+        throw;
       } catch (const BusError&) {
         return simulatedSleepLock();
       }
@@ -107,8 +115,9 @@ std::filesystem::path daemonStateFolder(const Environment& environment,
   return std::filesystem::path(*home) / ".nodo" / "daemon";
 }
 
-std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus) {
-  return std::make_unique<LinuxDaemonLoop>(bus);
+std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus,
+                                           const DaemonLog& log) {
+  return std::make_unique<LinuxDaemonLoop>(bus, log);
 }
 
 }  // namespace nodo

@@ -43,7 +43,8 @@ std::filesystem::path daemonStateFolder(const Environment& environment,
   return StateStore::daemon(environment).directory;
 }
 
-std::unique_ptr<DaemonLoop> makeDaemonLoop([[maybe_unused]] const std::optional<std::string>& bus) {
+std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& /*bus*/,
+                                           const DaemonLog& /*log*/) {
   return std::make_unique<MacDaemonLoop>(std::make_shared<SecurityCodeSigning>());
 }
 

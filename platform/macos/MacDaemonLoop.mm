@@ -178,6 +178,8 @@ class MacDaemonLoop::Parts {
   Timer settled_{[this] { reportChanges(); }};
   Signal terminated_{SIGTERM, [this] { terminate(); }};
   Signal interrupted_{SIGINT, [this] { terminate(); }};
+  Signal hungUp_{SIGHUP,
+                 [this] { handle([](const DaemonHandlers& handlers) { handlers.hungUp(); }); }};
   MachineNews news_{[this](News news) { machineChanged(news); }};
   std::unique_ptr<XPCHelperListener> listener_;
 };

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
+  nodo::occupyStandardStreams();
   // A parent that ignores SIGCHLD passes that on, and then the tools' exit statuses would be lost.
   std::signal(SIGCHLD, SIG_DFL);
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);

@@ -70,7 +70,7 @@ void run(const Options& options, const DaemonContext& context) {
       passOnce(keeper, context);
       return;
     }
-    std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus);
+    std::unique_ptr<DaemonLoop> loop = context.makeLoop(options.bus, log);
     if (!keeper.lockDiesWithProcess()) {
       loop = std::make_unique<WatchedLoop>(std::move(loop));
     }

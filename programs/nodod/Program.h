@@ -35,7 +35,9 @@ struct DaemonContext {
   Environment environment;
   std::function<HostMachine(PowerChoice choice)> machine;
   std::function<SleepLock(PowerChoice choice)> makeSleepLock;
-  std::function<std::unique_ptr<DaemonLoop>(const std::optional<std::string>& bus)> makeLoop;
+  std::function<std::unique_ptr<DaemonLoop>(const std::optional<std::string>& bus,
+                                            const DaemonLog& log)>
+      makeLoop;
   std::function<std::filesystem::path(const Environment& environment,
                                       const std::optional<std::string>& bus)>
       stateFolder;

@@ -8,13 +8,17 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 int main(int argc, char** argv) {
+  nodo::occupyStandardStreams();
   // A client that goes away is no reason to end; a starter that ignores SIGCHLD must not hide the
   // exit statuses of tools; and the state names people's projects, so only its owner may read it.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);  // until the loop takes it
   std::signal(SIGCHLD, SIG_DFL);
   ::umask(077);
+  nodo::LogStream log(STDERR_FILENO, "nodod");
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return nodo::nodod::runDaemon(
       arguments, {.environment = nodo::processEnvironment(),
@@ -27,5 +31,5 @@ int main(int argc, char** argv) {
                         return nodo::Moment{nodo::currentDate(), nodo::runningTime()};
                       },
                   .output = std::cout,
-                  .error = std::cerr});
+                  .error = log});
 }

@@ -1,7 +1,9 @@
 #include <NODOCore/base/Text.h>
 #include <programs/shared/ProgramFrame.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <locale>
@@ -11,6 +13,10 @@
 #include <string_view>
 
 #include <CLI/Error.hpp>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 
 namespace nodo {
 namespace {
@@ -32,6 +38,62 @@ bool isInANetwork(const std::string& busAddress) {
 }
 
 }  // namespace
+
+void occupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) < 0) {
+      // It gets the lowest number that is free, which is this one.
+      ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+  }
+}
+
+LogStream::LogStream(int descriptor, std::string_view program)
+    : std::ostream(nullptr), lines_(descriptor, program) {
+  rdbuf(&lines_);
+  setf(std::ios_base::unitbuf);
+}
+
+int LogStream::Lines::sync() {
+  std::string text = str();
+  str({});
+  if (text.size() > longestLine) {
+    text = repairedUTF8(std::string_view(text).substr(0, longestLine)) + "...\n";
+  }
+  if (!text.empty() && !(saysWhatIsMissing() && write(text))) {
+    dropped_ += std::max<std::ptrdiff_t>(1, std::count(text.begin(), text.end(), '\n'));
+  }
+  return 0;  // that a log cannot be written is no failure of what it tells of
+}
+
+bool LogStream::Lines::saysWhatIsMissing() {
+  if (dropped_ == 0) {
+    return true;
+  }
+  const bool isSaid =
+      write((isLineCut_ ? "\n" : "") + program_ +
+            ": lines of this log that could not be written: " + std::to_string(dropped_) + "\n");
+  dropped_ = isSaid ? 0 : dropped_;
+  return isSaid;
+}
+
+bool LogStream::Lines::write(std::string_view text) {
+  while (!text.empty()) {
+    pollfd room{.fd = descriptor_, .events = POLLOUT, .revents = 0};
+    // A pipe that has room takes so much without waiting.
+    const std::size_t size = std::min<std::size_t>(text.size(), PIPE_BUF);
+    if (::poll(&room, 1, 0) <= 0 || (room.revents & POLLOUT) == 0) {
+      return false;
+    }
+    const ssize_t written = ::write(descriptor_, text.data(), size);
+    if (written <= 0) {
+      return false;
+    }
+    text.remove_prefix(static_cast<std::size_t>(written));
+    isLineCut_ = !text.empty();
+  }
+  return true;
+}
 
 void Console::print(const std::string& text) const {
   errno = 0;

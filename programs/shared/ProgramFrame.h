@@ -2,10 +2,12 @@
 
 #include <NODOCore/control/PowerDecision.h>
 
+#include <cstddef>
 #include <exception>
 #include <functional>
-#include <iosfwd>
 #include <optional>
+#include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -30,6 +32,45 @@ struct UsageError {
 inline constexpr int exitSuccess = 0;
 inline constexpr int exitFailure = 1;
 inline constexpr int exitWrongUse = 2;
+
+/// Takes the place of each standard stream that is closed, by what cannot be read or written
+/// either. The next file that is opened would have its number, and get what is meant for it. To be
+/// called first of all.
+void occupyStandardStreams();
+
+/// The stream of a log that never waits for its reader, as one that holds the sleep lock must not.
+///
+/// Each flush, which follows each output, writes at once what fits. What does not is dropped, and
+/// how many lines that were is said once there is room again. Only somebody else who writes to the
+/// same pipe at that very moment can still take the room that was found.
+class LogStream : public std::ostream {
+ public:
+  /// In bytes; what is longer is cut. Nearly every pipe takes as many in one piece.
+  static constexpr std::size_t longestLine = 4000;
+
+  /// `program` is the name under which it says so.
+  LogStream(int descriptor, std::string_view program);
+
+ private:
+  class Lines : public std::stringbuf {
+   public:
+    Lines(int descriptor, std::string_view program) : descriptor_(descriptor), program_(program) {}
+
+   protected:
+    int sync() override;
+
+   private:
+    bool saysWhatIsMissing();
+    bool write(std::string_view text);
+
+    int descriptor_;
+    std::string program_;
+    std::ptrdiff_t dropped_ = 0;  // lines
+    bool isLineCut_ = false;      // the last that was written is the beginning of a line
+  };
+
+  Lines lines_;
+};
 
 /// Where a program writes, and under which name it complains.
 struct Console {

@@ -79,6 +79,20 @@ TEST_F(DaemonScheduleTest, TheLoopLearnsWhatEachPassSawAndNothingFromOneThatFail
   EXPECT_FALSE(loop.seen);
 }
 
+TEST_F(DaemonScheduleTest, AHangupIsAPass) {
+  start();
+  askManual(20);
+  machine->powerSource = PowerSource::battery;
+  machine->batteryPercent = 20;
+  loop.handlers.hungUp();
+  EXPECT_FALSE(power.isSleepDisabled);
+  breakState();
+  lines.clear();
+  loop.handlers.hungUp();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_THAT(lines.back(), ::testing::StartsWith("pass failed (hangup): "));
+}
+
 TEST_F(DaemonScheduleTest, ABatteryThatRunsDownIsNoticedWithoutNews) {
   start();
   machine->powerSource = PowerSource::battery;

@@ -81,9 +81,20 @@ class PrivateBus:
         self.config = pathlib.Path(folder) / "bus.conf"
         self.path = f"{folder}/bus"
         self.address = f"unix:path={self.path}"
-        template = pathlib.Path(__file__).with_name("bus.conf.in").read_text(encoding="utf-8")
-        self.config.write_text(template.replace("@SOCKET@", self.path), encoding="utf-8")
+        self._configure()
         self.start()
+
+    def limit(self, **limits):
+        """While it runs, to these and no others."""
+        self._configure(**limits)
+        equal(call(BUS, "ReloadConfig", bus=self.address).returncode, 0, "the new limits")
+
+    def _configure(self, **limits):
+        template = pathlib.Path(__file__).with_name("bus.conf.in").read_text(encoding="utf-8")
+        rows = [f'  <limit name="{name}">{value}</limit>\n' for name, value in limits.items()]
+        self.config.write_text(template.replace("@SOCKET@", self.path)
+                               .replace("</busconfig>", "".join(rows) + "</busconfig>"),
+                               encoding="utf-8")
 
     def start(self):
         self.process = start("dbus-daemon", f"--config-file={self.config}", "--nofork",

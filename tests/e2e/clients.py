@@ -19,7 +19,7 @@ import dbus.lowlevel
 import dbus.mainloop.glib
 from gi.repository import GLib
 
-from buses import BUS, HELPER
+from buses import BUS, HELPER, LOGIND
 from expectations import PATIENCE
 from processes import NOBODY, Driven
 
@@ -113,6 +113,19 @@ def lend_descriptors_by_signals(bus, name):
     reach(bus)
 
 
+def pretend_to_be_logind(bus, name):
+    """Signals as its own, to that one alone."""
+    for interface, signal_name, signature, arguments in (
+            (LOGIND[2], "PrepareForSleep", "b", (False,)),
+            ("org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{sv}as",
+             (LOGIND[2], {"LidClosed": True}, []))):
+        message = dbus.lowlevel.SignalMessage(LOGIND[1], interface, signal_name)
+        message.set_destination(name)
+        message.append(*arguments, signature=signature)
+        bus.send_message(message)
+    reach(bus)
+
+
 def lend_to_the_only_other(bus):
     """A descriptor, to who else is on the bus, once somebody is."""
     def others():
@@ -144,6 +157,17 @@ def die_often(_bus, count):
 def send_large_ones(bus, count, size):
     send_without_an_answer(bus, count, lambda: request(
         "EnableManualV2", 5, True, {"context": size * "a"}, signature="xba{sv}"))
+
+
+def send_changes(bus, count):
+    send_without_an_answer(bus, count, lambda: request("Stop"))
+
+
+def send_changes_and_leave(bus, count):
+    send_changes(bus, count)
+    name = bus.get_unique_name()
+    bus.close()
+    say(name)
 
 
 def look_without_an_answer(bus, count):

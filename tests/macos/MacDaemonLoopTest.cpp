@@ -64,6 +64,7 @@ class MacDaemonLoopTest : public ::testing::Test {
         {.machineChanged =
              [this](const std::vector<News>& news) { events.push_back("changed " + listed(news)); },
          .timerFired = [this] { events.emplace_back("timer"); },
+         .hungUp = [this] { events.emplace_back("hangup"); },
          .terminate = [this] { events.emplace_back("terminate"); }});
     return events;
   }
@@ -76,6 +77,10 @@ class MacDaemonLoopTest : public ::testing::Test {
 TEST_F(MacDaemonLoopTest, ASignalEndsTheLoopOnceItWasHandled) {
   EXPECT_EQ(run({}), Events{"terminate"});
   EXPECT_EQ(run({[this] { mac.raise(SIGINT); }}), (Events{"terminate", "terminate"}));
+}
+
+TEST_F(MacDaemonLoopTest, AHangupDoesNotEndTheLoop) {
+  EXPECT_EQ(run({[this] { mac.raise(SIGHUP); }}), (Events{"hangup", "terminate"}));
 }
 
 TEST_F(MacDaemonLoopTest, NothingIsServedAfterTheEnd) {

@@ -85,6 +85,8 @@ void connectToChosenBus(const std::optional<std::string>& choice,
   }
   try {
     connect(systemBus);
+  } catch (const BusTimeout&) {
+    throw;
   } catch (const BusError& noSystemBus) {
     try {
       connect(sessionBus);
@@ -173,6 +175,9 @@ BusMessage BusConnection::send(const BusMessage& call) const {
   const std::string reason = error.message != nullptr ? error.message : std::strerror(-result);
   if (isRefused) {
     throw BusRefusal(reason);
+  }
+  if (result == -ETIMEDOUT) {
+    throw BusTimeout(reason);
   }
   throw BusError(reason);
 }

@@ -21,7 +21,7 @@ class BusError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The bus did not answer in time while it was connected to.
+/// The bus, or a service on it, is there and did not answer in time.
 class BusTimeout : public BusError {
  public:
   using BusError::BusError;
@@ -103,7 +103,8 @@ inline constexpr char sessionBus[] = "session";
 std::string describedBus(const std::string& bus);
 
 /// Calls `connect` with `choice`; without one with the system bus and, if that throws a BusError,
-/// with the session bus. If that throws one, too, throws a BusError with both reasons.
+/// with the session bus. If that throws one, too, throws a BusError with both reasons. A BusTimeout
+/// is passed on: a bus that hangs is no reason to try another.
 void connectToChosenBus(const std::optional<std::string>& choice,
                         const std::function<void(const std::string& bus)>& connect);
 
@@ -144,6 +145,10 @@ struct BusLimits {
   std::chrono::milliseconds call;
 };
 
+/// How long the daemon waits at its own start for what may just be starting, too. What it asks
+/// then, one after another, fits into the 90 seconds that systemd gives a start.
+inline constexpr std::chrono::seconds startPatience(20);
+
 /// A bus that works takes less than one thousandth of it.
 inline constexpr BusLimits twoSecondsTogether{.connecting = std::chrono::milliseconds(500),
                                               .call = std::chrono::milliseconds(1500)};
@@ -161,7 +166,7 @@ class BusConnection {
   BusMessage newCall(const BusObject& object, const std::string& method) const;
 
   /// Sends `call` and waits for the reply. Throws BusRefusal with the service's own words when it
-  /// answered with an error, BusError when there was no answer.
+  /// answered with an error, BusTimeout when it did not answer in time, BusError when it cannot.
   BusMessage send(const BusMessage& call) const;
 
  private:

@@ -24,6 +24,10 @@ CallerVerdict refuse(std::string reason) {
   return {.kind = CallerVerdict::Kind::refuse, .reason = std::move(reason)};
 }
 
+std::string textOf(std::optional<std::uint32_t> user) {
+  return user ? std::to_string(*user) : "unknown";
+}
+
 }  // namespace
 
 CallerVerdict CallerPolicy::judge(const HelperRequest& request,
@@ -53,10 +57,38 @@ CallerVerdict CallerPolicy::judge(const AuthorityAnswer& answer) {
   return refuse(fmt::format("polkit does not allow {}", action));
 }
 
-std::string rejectionLogMessage(const std::string& caller, std::optional<std::uint32_t> user,
-                                const std::string& reason) {
-  return fmt::format("nodod: rejected D-Bus caller {} (uid {}): {}", caller,
-                     user ? std::to_string(*user) : "unknown", reason);
+std::optional<std::string> RefusalLog::add(const std::string& caller,
+                                           std::optional<std::uint32_t> user,
+                                           const std::string& reason) {
+  const auto known = counts_.find({user, reason});
+  if (known != counts_.end()) {
+    ++known->second;
+    return std::nullopt;
+  }
+  if (counts_.size() >= mostKinds) {
+    ++others_;
+    return std::nullopt;
+  }
+  counts_.emplace(Kind(user, reason), 0);
+  return fmt::format("rejected D-Bus caller {} (uid {}): {}", caller, textOf(user), reason);
+}
+
+std::vector<std::string> RefusalLog::takeCounts() {
+  std::vector<std::string> lines;
+  for (auto& [kind, count] : counts_) {
+    if (count > 0) {
+      lines.push_back(fmt::format("rejected {} more over D-Bus (uid {}): {}", count,
+                                  textOf(kind.first), kind.second));
+    }
+  }
+  if (const std::uint64_t others = std::exchange(others_, 0); others > 0) {
+    lines.push_back(fmt::format("rejected {} more of others over D-Bus", others));
+  }
+  std::erase_if(counts_, [](const auto& each) { return each.second == 0; });
+  for (auto& [kind, count] : counts_) {
+    count = 0;
+  }
+  return lines;
 }
 
 SystemdHandle<sd_bus_slot> askPolkit(sd_bus* bus, const std::string& caller,
@@ -129,23 +161,20 @@ CallerDirectory::CallerDirectory(std::string bus) : bus_(std::move(bus)) {
 BusPeer CallerDirectory::find(const std::string& name) {
   const auto known = std::find_if(known_.begin(), known_.end(),
                                   [&name](const Known& each) { return each.name == name; });
-  if (known != known_.end()) {
-    return {.isThere = true, .user = known->user};
+  const bool isCertain = known != known_.end() && (known->peer.user || !known->peer.isThere);
+  if (isCertain || (known != known_.end() && BusClock::now() < known->askedAt + doubt)) {
+    return known->peer;
   }
-  const BusPeer peer = ask(name);
-  if (peer.user) {
-    remember(name, *peer.user);
-  }
-  return peer;
+  Known& place = known != known_.end() ? *known : makeRoom();
+  place = {.name = name, .peer = ask(name), .askedAt = BusClock::now()};
+  return place.peer;
 }
 
-void CallerDirectory::remember(const std::string& name, std::uint32_t user) {
+CallerDirectory::Known& CallerDirectory::makeRoom() {
   if (known_.size() < mostRemembered) {
-    known_.push_back({.name = name, .user = user});
-    return;
+    return known_.emplace_back();
   }
-  known_[oldest_] = {.name = name, .user = user};
-  oldest_ = (oldest_ + 1) % mostRemembered;
+  return known_[std::exchange(oldest_, (oldest_ + 1) % mostRemembered)];
 }
 
 bool CallerDirectory::isThere(const std::string& name) const {

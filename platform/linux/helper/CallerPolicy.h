@@ -3,10 +3,13 @@
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/linux/bus/BusConnection.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nodo {
@@ -48,9 +51,29 @@ struct CallerPolicy {
   static CallerVerdict judge(const AuthorityAnswer& answer);
 };
 
-/// The line in the daemon's log about a refusal, without its end. `caller` is the name on the bus.
-std::string rejectionLogMessage(const std::string& caller, std::optional<std::uint32_t> user,
-                                const std::string& reason);
+/// Refusals as lines of the daemon's log: the first of a user's for a reason as it comes, those
+/// that follow by their number. Whoever is refused may ask as often as they like.
+class RefusalLog {
+ public:
+  /// Of more users and reasons than these at a time only the number is told.
+  static constexpr std::size_t mostKinds = 100;
+
+  /// The line to write now; nothing for one that is only counted. `caller` is the name on the bus.
+  std::optional<std::string> add(const std::string& caller, std::optional<std::uint32_t> user,
+                                 const std::string& reason);
+
+  /// The lines about what was counted since this was called last. What did not go on by then is
+  /// forgotten, so that its next is a first one.
+  std::vector<std::string> takeCounts();
+
+  bool isEmpty() const { return counts_.empty(); }
+
+ private:
+  using Kind = std::pair<std::optional<std::uint32_t>, std::string>;  // the user and the reason
+
+  std::map<Kind, std::uint64_t> counts_;
+  std::uint64_t others_ = 0;
+};
 
 /// Asks polkit on `bus` whether the peer called `caller` there may do `CallerPolicy::action`,
 /// without asking a person. `answered` gets the reply, or an error in its place after two
@@ -68,7 +91,8 @@ struct BusPeer {
   std::optional<std::uint32_t> user;  ///< absent when it has left or the bus does not tell
 };
 
-/// Asks a bus who its peers are, and remembers it: a unique name is given out once.
+/// Asks a bus who its peers are, and remembers it: a unique name is given out once, so that whoever
+/// has left does not come back.
 ///
 /// Each question has a connection of its own. While the library waits for an answer it keeps in
 /// memory whatever else comes on that connection, and on the one for requests anybody may send as
@@ -78,10 +102,13 @@ class CallerDirectory {
   /// The latest of them are remembered, as many as a bus usually lets one user connect: whoever
   /// floods it on all of these is asked about only once for each.
   static constexpr std::size_t mostRemembered = 256;
+  /// What the bus did not tell is asked for again after that time: many messages of the same peer
+  /// must not each wait for a bus that hangs.
+  static constexpr std::chrono::seconds doubt{1};
 
   explicit CallerDirectory(std::string bus);
 
-  /// One that is remembered may have left since.
+  /// One that is remembered as there may have left since.
   BusPeer find(const std::string& name);
 
   /// Whether it is there now; true as well when the bus does not tell.
@@ -90,10 +117,11 @@ class CallerDirectory {
  private:
   struct Known {
     std::string name;
-    std::uint32_t user;
+    BusPeer peer;
+    BusClock::time_point askedAt;
   };
 
-  void remember(const std::string& name, std::uint32_t user);
+  Known& makeRoom();
   BusPeer ask(const std::string& name) const;
 
   std::string bus_;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <stdexcept>
 #include <utility>
 
@@ -13,21 +14,22 @@
 namespace nodo {
 namespace {
 
-constexpr std::chrono::seconds connectLimit(2);
-// The daemon asks only the bus itself and polkit.
-constexpr std::chrono::microseconds callLimit(std::chrono::seconds(2));
-
 DaemonBus open(const std::string& name) {
   // No request needs a descriptor, and whoever may send a message could use up all that this
   // process may have, and with them the lock.
   DaemonBus bus{
-      .connection = openBus(name, BusDescriptors::refused, BusClock::now() + connectLimit),
+      .connection = openBus(name, BusDescriptors::refused, BusClock::now() + startPatience),
       .name = name};
+  // Of what is asked of the bus itself; a question to polkit has a limit of its own.
+  constexpr std::chrono::microseconds callLimit = startPatience;
   checkSystemd(sd_bus_set_method_call_timeout(bus.connection.get(),
                                               static_cast<std::uint64_t>(callLimit.count())),
                "connect to " + describedBus(name));
   return bus;
 }
+
+// How often it is told how many were refused.
+constexpr std::chrono::minutes countInterval(1);
 
 // A bus that this process's own user runs: whoever that user is there, it is the same person.
 bool isOwnUsersBus(sd_bus* bus) {
@@ -55,7 +57,8 @@ HelperListener::HelperListener(EventLoop& loop, const DaemonBus& bus,
               .isOwnUsersBus = isOwnUsersBus(bus_),
               // On a session bus the name would be that of any program of its user's.
               .hasAuthority = bus.name != sessionBus},
-      callers_(bus.name) {
+      callers_(bus.name),
+      countsDue_(loop, CLOCK_MONOTONIC, std::chrono::seconds(5), [this] { logCounts(); }) {
   const std::string path = objectPath(std::string(NODOServiceConstants::helperMachServiceName));
   checkSystemd(
       sd_bus_add_object_vtable(bus_, into(object_), path.c_str(), helperInterface, methods(), this),
@@ -182,14 +185,11 @@ void HelperListener::receiveAuthority(const Waiting& asked, sd_bus_message* repl
   const BusCall request = asked.request;
   const std::uint32_t user = asked.user;
   waiting_.remove_if([&asked](const Waiting& each) { return &each == &asked; });
-  if (!callers_.isThere(request.caller())) {
-    return;
-  }
   const CallerVerdict verdict = CallerPolicy::judge(readPolkitAnswer(reply));
-  if (verdict.kind == CallerVerdict::Kind::serve) {
-    serve(request);
-  } else {
+  if (verdict.kind != CallerVerdict::Kind::serve) {
     refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED, verdict.reason);
+  } else if (callers_.isThere(request.caller())) {
+    serve(request);
   }
 }
 
@@ -197,15 +197,31 @@ void HelperListener::serve(const BusCall& request) {
   try {
     request.serve(service_);
   } catch (const std::exception& error) {
-    logLine(std::string("nodod: request failed: ") + error.what());
+    loop_.log(std::string("request failed: ") + error.what());
     request.refuse(SD_BUS_ERROR_FAILED, error.what());
   }
 }
 
 void HelperListener::refuse(const BusCall& request, std::optional<std::uint32_t> user,
                             const char* error, const std::string& reason) {
-  logLine(rejectionLogMessage(request.caller(), user, reason));
-  request.refuse(error, "nodod refuses this: " + reason);
+  if (refusals_.isEmpty()) {
+    countsDue_.set(countInterval);
+  }
+  if (const std::optional<std::string> line = refusals_.add(request.caller(), user, reason)) {
+    loop_.log(*line);
+  }
+  if (request.wantsAnswer()) {
+    request.refuse(error, "nodod refuses this: " + reason);
+  }
+}
+
+void HelperListener::logCounts() {
+  for (const std::string& line : refusals_.takeCounts()) {
+    loop_.log(line);
+  }
+  if (!refusals_.isEmpty()) {
+    countsDue_.set(countInterval);
+  }
 }
 
 }  // namespace nodo

@@ -19,9 +19,9 @@ struct DaemonBus {
   std::string name;  ///< what it is called, see systemBus
 };
 
-/// Connects, within two seconds, to the bus that is called `choice`; without one to the system bus
-/// when it can be reached and else the session bus. The bus passes it no file descriptors. Throws
-/// BusError.
+/// Connects, within startPatience, to the bus that is called `choice`; without one to the system
+/// bus when it can be reached and else the session bus. The bus passes it no file descriptors.
+/// Throws BusError.
 DaemonBus openDaemonBus(const std::optional<std::string>& choice);
 
 /// Offers the daemon's requests on a bus, to those who may make them.
@@ -68,6 +68,7 @@ class HelperListener {
   void serve(const BusCall& request);
   void refuse(const BusCall& request, std::optional<std::uint32_t> user, const char* error,
               const std::string& reason);
+  void logCounts();
   void takeName(const std::string& bus);
 
   EventLoop& loop_;
@@ -75,6 +76,8 @@ class HelperListener {
   NODOHelperXPCProtocol& service_;
   CallerPolicy policy_;
   CallerDirectory callers_;
+  RefusalLog refusals_;
+  LoopTimer countsDue_;
   std::list<Waiting> waiting_;
   SystemdHandle<sd_bus_slot> object_;
 };

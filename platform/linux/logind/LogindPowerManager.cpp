@@ -92,10 +92,6 @@ std::optional<bool> LogindPowerManager::isHeld() noexcept {
   }
 }
 
-void LogindPowerManager::requireLogind() {
-  logind_.blockInhibited();
-}
-
 bool LogindPowerManager::isListed() {
   const std::vector<Inhibitor> inhibitors = logind_.inhibitors();
   return std::any_of(inhibitors.begin(), inhibitors.end(), isOurs);

@@ -31,9 +31,6 @@ class LogindPowerManager : public PowerManaging {
   /// Whether logind lists this process's inhibitor; absent when logind cannot be asked.
   std::optional<bool> isHeld() noexcept;
 
-  /// Whether logind answers on the system bus. Throws BusError with the reason when it does not.
-  void requireLogind();
-
  private:
   PowerOperationResult take();
   PowerOperationResult release();

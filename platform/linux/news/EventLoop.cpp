@@ -1,7 +1,5 @@
-#include <NODOCore/base/Text.h>
 #include <platform/linux/news/EventLoop.h>
 
-#include <cstdio>
 #include <ctime>
 #include <utility>
 
@@ -20,7 +18,7 @@ std::uint64_t now(clockid_t clock) {
 
 }  // namespace
 
-EventLoop::EventLoop() {
+EventLoop::EventLoop(DaemonLog log) : log_(std::move(log)) {
   checkSystemd(sd_event_new(into(event_)), "make an event loop");
 }
 
@@ -90,12 +88,6 @@ int LoopTimer::onTime(sd_event_source* /*source*/, std::uint64_t /*time*/, void*
   auto& self = *static_cast<LoopTimer*>(timer);
   self.loop_.protect(self.fired_);
   return 0;
-}
-
-void logLine(const std::string& text) {
-  const std::string line = escapedForDisplay(text) + "\n";
-  // A log that cannot be written is nothing that a daemon could do anything about.
-  std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 }  // namespace nodo

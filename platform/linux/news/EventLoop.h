@@ -1,6 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
+#include <NODOCore/daemon/DaemonLoop.h>
 #include <platform/linux/bus/BusConnection.h>
 
 #include <chrono>
@@ -16,9 +17,12 @@ namespace nodo {
 /// thread-safe.
 class EventLoop {
  public:
-  EventLoop();
+  explicit EventLoop(DaemonLog log);
 
   sd_event* get() const { return event_.get(); }
+
+  /// Writes a line of the daemon's log.
+  void log(const std::string& line) const { log_(line); }
 
   /// Serves `bus` in the loop. `lost` is called with `userData` when the connection has gone,
   /// unless the result is let go of before. `action` is for the error's text. Throws BusError.
@@ -39,6 +43,7 @@ class EventLoop {
   void run();
 
  private:
+  DaemonLog log_;
   SystemdHandle<sd_event> event_;
   std::exception_ptr error_;
 };
@@ -67,9 +72,5 @@ class LoopTimer {
   std::function<void()> fired_;
   SystemdHandle<sd_event_source> source_;
 };
-
-/// Writes `text` as one line of the daemon's on standard error. Control characters are shown
-/// escaped: part of it may be a caller's.
-void logLine(const std::string& text);
 
 }  // namespace nodo

@@ -33,14 +33,14 @@ int setBits(const std::function<int(const input_mask&)>& setMask, std::uint32_t 
 }
 
 // A failure costs wake-ups, no more.
-void muteDevice(int descriptor, const std::string& path) {
+void muteDevice(const EventLoop& loop, int descriptor, const std::string& path) {
   const int failure = muteAllButTheLid([descriptor](const input_mask& mask) {
     return ::ioctl(descriptor, EVIOCSMASK, &mask) == 0 ? 0 : errno;
   });
   // Linux before 4.4 answers with the first, a program that plays the device with one of the
   // others.
   if (failure != 0 && failure != EINVAL && failure != ENOTTY && failure != ENOENT) {
-    logLine("nodod: cannot mute the other events of " + path + ": " + std::strerror(failure));
+    loop.log("cannot mute the other events of " + path + ": " + std::strerror(failure));
   }
 }
 
@@ -96,10 +96,10 @@ void LidSwitches::consider(sd_device* device) {
 void LidSwitches::listen(const std::string& path) {
   FileDescriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (!opened) {
-    logLine("nodod: no news of the lid: cannot open " + path + ": " + std::strerror(errno));
+    loop_.log("no news of the lid: cannot open " + path + ": " + std::strerror(errno));
     return;
   }
-  muteDevice(opened.get(), path);
+  muteDevice(loop_, opened.get(), path);
   // The same path again is another device, and the one before it is gone; or it came while the
   // devices were listed, and is the same.
   switches_.remove_if([&path](const Switch& old) { return old.path == path; });

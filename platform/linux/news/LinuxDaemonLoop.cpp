@@ -25,7 +25,7 @@ std::string statusOf(bool lockHeld) {
 
 }  // namespace
 
-ServiceManager::ServiceManager(EventLoop& loop) {
+ServiceManager::ServiceManager(const EventLoop& loop) : loop_(loop) {
   const int feeds = sd_event_set_watchdog(loop.get(), 1);
   checkSystemd(feeds, "feed the service manager's watchdog");
   loopFeedsWatchdog_ = feeds > 0;
@@ -60,12 +60,13 @@ void ServiceManager::tell(const std::string& state) {
   const int result = sd_notify(0, state.c_str());
   if (result < 0 && !failureWasLogged_) {
     failureWasLogged_ = true;
-    logLine(std::string("nodod: cannot tell the service manager: ") + std::strerror(-result));
+    loop_.log(std::string("cannot tell the service manager: ") + std::strerror(-result));
   }
 }
 
-LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus)
-    : bus_(openDaemonBus(bus)),
+LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus, DaemonLog log)
+    : events_(std::move(log)),
+      bus_(openDaemonBus(bus)),
       serviceManager_(events_),
       watch_(events_, bus_.name == systemBus ? bus_.connection.get() : nullptr,
              [this](const std::vector<News>& news) { handlers_.machineChanged(news); }),
@@ -76,15 +77,16 @@ LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus)
 }
 
 void LinuxDaemonLoop::addSignals() {
+  constexpr std::array numbers{SIGTERM, SIGINT, SIGHUP};
   sigset_t signals;
   ::sigemptyset(&signals);
-  ::sigaddset(&signals, SIGTERM);
-  ::sigaddset(&signals, SIGINT);
+  for (const int number : numbers) {
+    ::sigaddset(&signals, number);
+  }
   checkSystemd(-::pthread_sigmask(SIG_BLOCK, &signals, nullptr), "block signals");
   constexpr char action[] = "wait for signals";
-  constexpr std::array numbers{SIGTERM, SIGINT};
   for (std::size_t index = 0; index < numbers.size(); ++index) {
-    SystemdHandle<sd_event_source>& source = endSignals_[index];
+    SystemdHandle<sd_event_source>& source = signals_[index];
     checkSystemd(sd_event_add_signal(events_.get(), into(source), numbers[index], onSignal, this),
                  action);
     // Not behind requests that keep coming.
@@ -100,10 +102,10 @@ void LinuxDaemonLoop::setTimer(std::optional<Seconds> fromNow) {
   timer_.set(fromNow);
 }
 
-void LinuxDaemonLoop::afterPass(bool lockHeld, const std::optional<SystemSnapshot>& /*seen*/) {
+void LinuxDaemonLoop::afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) {
   serviceManager_.tellLockHeld(lockHeld);
-  // Follows every pass, so while the lock is held what got lost is sought within a minute.
-  watch_.repair();
+  // While the lock is held a pass comes every minute, and what got lost is sought with it.
+  watch_.afterPass(seen);
 }
 
 void LinuxDaemonLoop::run(const DaemonHandlers& handlers) {
@@ -112,14 +114,18 @@ void LinuxDaemonLoop::run(const DaemonHandlers& handlers) {
   events_.run();
 }
 
-int LinuxDaemonLoop::onSignal(sd_event_source* /*source*/, const signalfd_siginfo* /*signal*/,
+int LinuxDaemonLoop::onSignal(sd_event_source* /*source*/, const signalfd_siginfo* signal,
                               void* loop) {
   auto& self = *static_cast<LinuxDaemonLoop*>(loop);
-  self.events_.protect([&self] { self.terminate(); });
+  self.events_.protect([&self, signal] { self.receive(signal->ssi_signo); });
   return 0;
 }
 
-void LinuxDaemonLoop::terminate() {
+void LinuxDaemonLoop::receive(std::uint32_t signal) {
+  if (signal == SIGHUP) {
+    handlers_.hungUp();
+    return;
+  }
   serviceManager_.tellStopping();
   handlers_.terminate();
   events_.end();

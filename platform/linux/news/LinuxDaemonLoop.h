@@ -6,6 +6,7 @@
 #include <platform/linux/news/MachineWatch.h>
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,7 +19,7 @@ namespace nodo {
 /// the lock is held, so that an idle daemon need not wake up to prove that it lives.
 class ServiceManager {
  public:
-  explicit ServiceManager(EventLoop& loop);
+  explicit ServiceManager(const EventLoop& loop);
 
   void tellReady();
   void tellStopping();
@@ -29,17 +30,18 @@ class ServiceManager {
  private:
   void tell(const std::string& state);
 
+  const EventLoop& loop_;
   bool loopFeedsWatchdog_ = false;
   bool lockHeld_ = false;
   bool failureWasLogged_ = false;
 };
 
-/// The daemon's loop on systemd's libraries. From its making on SIGTERM and SIGINT no longer end
-/// the process by themselves: they wait for `run`.
+/// The daemon's loop on systemd's libraries. From its making on SIGTERM, SIGINT and SIGHUP no
+/// longer end the process by themselves: they wait for `run`.
 class LinuxDaemonLoop : public DaemonLoop {
  public:
   /// `bus` as makeDaemonLoop has it. Throws std::runtime_error.
-  explicit LinuxDaemonLoop(const std::optional<std::string>& bus);
+  LinuxDaemonLoop(const std::optional<std::string>& bus, DaemonLog log);
 
   void serve(NODOHelperXPCProtocol& service) override;
   void setTimer(std::optional<Seconds> fromNow) override;
@@ -50,11 +52,11 @@ class LinuxDaemonLoop : public DaemonLoop {
   static int onSignal(sd_event_source* source, const struct signalfd_siginfo* signal, void* loop);
   static int onBusLost(sd_bus_message* message, void* loop, sd_bus_error* error);
   void addSignals();
-  void terminate();
+  void receive(std::uint32_t signal);
 
   DaemonHandlers handlers_;
   EventLoop events_;
-  std::array<SystemdHandle<sd_event_source>, 2> endSignals_;
+  std::array<SystemdHandle<sd_event_source>, 3> signals_;
   DaemonBus bus_;
   SystemdHandle<sd_bus_slot> busLost_;
   ServiceManager serviceManager_;

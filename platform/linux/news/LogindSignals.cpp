@@ -12,6 +12,12 @@ namespace {
 
 constexpr char action[] = "listen to logind";
 
+// The bus sends what matches a rule, and knows who sent it. What is addressed to this connection
+// comes without one, and from anybody.
+bool isFromLogind(sd_bus_message* message) {
+  return sd_bus_message_get_destination(message) == nullptr;
+}
+
 // Whether the PropertiesChanged in `message` names `wanted`, with or without its new value. One
 // that is not understood may name it.
 bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
@@ -45,29 +51,25 @@ bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
 }  // namespace
 
 LogindSignals::LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener)
-    : loop_(loop), listener_(std::move(listener)) {
-  if (systemBus != nullptr) {
-    subscribe(systemBus);
-    isConnected_ = true;
-  } else {
-    connect();
-  }
+    : loop_(loop), shared_(systemBus), listener_(std::move(listener)) {
+  listen();
 }
 
 void LogindSignals::repair() {
-  if (!isConnected_) {
-    connect();
+  if (!isListening_) {
+    listen();
   }
 }
 
-void LogindSignals::connect() {
+void LogindSignals::listen() {
   connection_ = {};
   try {
-    connection_.own = startBus(systemBus, BusDescriptors::refused);
-    connection_.lost = loop_.attach(connection_.own.get(), onLost, this, action);
-    subscribe(connection_.own.get());
-    isConnected_ = true;
-    lossWasLogged_ = false;
+    if (shared_ == nullptr) {
+      connection_.own = startBus(systemBus, BusDescriptors::refused);
+      connection_.lost = loop_.attach(connection_.own.get(), onLost, this, action);
+    }
+    subscribe(shared_ != nullptr ? shared_ : connection_.own.get());
+    isListening_ = true;
   } catch (const std::exception& error) {
     connection_ = {};
     logLoss(error.what());
@@ -75,12 +77,13 @@ void LogindSignals::connect() {
 }
 
 void LogindSignals::subscribe(sd_bus* bus) {
-  // Without waiting for the bus's agreement: one that hangs must not hold up the daemon.
+  // Without waiting for the bus's agreement: one that hangs must not hold up the daemon. Without
+  // somebody who hears of a refusal the library would take it for the end of the connection.
   const auto listen = [this, bus](const BusObject& object, const char* signal,
                                   sd_bus_message_handler_t handler,
                                   SystemdHandle<sd_bus_slot>& slot) {
     checkSystemd(sd_bus_match_signal_async(bus, into(slot), object.service, object.path,
-                                           object.interface, signal, handler, onSubscribed, this),
+                                           object.interface, signal, handler, onAnswer, this),
                  action);
   };
   listen(logindManager, "PrepareForSleep", onSleep, connection_.sleep);
@@ -89,25 +92,29 @@ void LogindSignals::subscribe(sd_bus* bus) {
 
 void LogindSignals::logLoss(const std::string& reason) {
   if (!std::exchange(lossWasLogged_, true)) {
-    logLine("nodod: no news from logind: " + reason);
+    loop_.log("no news from logind: " + reason);
   }
 }
 
-int LogindSignals::onSubscribed(sd_bus_message* answer, void* signals, sd_bus_error* /*error*/) {
+int LogindSignals::onAnswer(sd_bus_message* answer, void* signals, sd_bus_error* /*error*/) {
   auto& self = *static_cast<LogindSignals*>(signals);
-  const sd_bus_error* const failure = sd_bus_message_get_error(answer);
-  // An answer that is only read late, as a pass took long, counts as none; the bus agreed in time.
-  const bool isLate = sd_bus_error_has_name(failure, SD_BUS_ERROR_NO_REPLY) != 0 ||
-                      sd_bus_error_has_name(failure, SD_BUS_ERROR_TIMEOUT) != 0;
-  if (failure != nullptr && !isLate) {
-    self.isConnected_ = false;
-    self.loop_.protect([&] { self.logLoss(failure->name); });
-  }
+  self.loop_.protect([&self, answer] {
+    const sd_bus_error* error = sd_bus_message_get_error(answer);
+    if (error != nullptr) {
+      self.isListening_ = false;
+      self.logLoss(error->message != nullptr ? error->message : error->name);
+    } else if (++self.connection_.agreedTo == 2) {
+      self.lossWasLogged_ = false;
+    }
+  });
   return 0;
 }
 
 int LogindSignals::onSleep(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
   auto& self = *static_cast<LogindSignals*>(signals);
+  if (!isFromLogind(message)) {
+    return 0;
+  }
   self.loop_.protect([&self, message] {
     int begins = 0;
     if (sd_bus_message_read(message, "b", &begins) < 0 || begins == 0) {
@@ -119,6 +126,9 @@ int LogindSignals::onSleep(sd_bus_message* message, void* signals, sd_bus_error*
 
 int LogindSignals::onProperties(sd_bus_message* message, void* signals, sd_bus_error* /*error*/) {
   auto& self = *static_cast<LogindSignals*>(signals);
+  if (!isFromLogind(message)) {
+    return 0;
+  }
   self.loop_.protect([&self, message] {
     if (mayNameProperty(message, "LidClosed")) {
       self.listener_.lidChanged();
@@ -130,7 +140,7 @@ int LogindSignals::onProperties(sd_bus_message* message, void* signals, sd_bus_e
 int LogindSignals::onLost(sd_bus_message* /*message*/, void* signals, sd_bus_error* /*error*/) {
   auto& self = *static_cast<LogindSignals*>(signals);
   // The connection itself must outlive its own callback.
-  self.isConnected_ = false;
+  self.isListening_ = false;
   self.loop_.protect([&self] { self.logLoss("the system bus has gone"); });
   return 0;
 }

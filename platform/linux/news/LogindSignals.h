@@ -15,15 +15,16 @@ class LogindSignals {
     std::function<void()> resumed;
   };
 
-  /// Calls `listener` in the loop. Uses `systemBus`, or a connection of its own when that is null;
-  /// one that cannot be had or gets lost is logged, once, and waits for `repair`.
+  /// Calls `listener` in the loop. Uses `systemBus`, or a connection of its own when that is null.
+  /// A connection that cannot be had or gets lost, and a bus that does not let it listen, is
+  /// logged, once, and waits for `repair`.
   LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener);
 
   LogindSignals(const LogindSignals&) = delete;
   LogindSignals& operator=(const LogindSignals&) = delete;
   ~LogindSignals() = default;
 
-  /// Connects anew if there is no connection.
+  /// Tries again to listen if it does not.
   void repair();
 
  private:
@@ -32,20 +33,22 @@ class LogindSignals {
     SystemdHandle<sd_bus_slot> sleep;
     SystemdHandle<sd_bus_slot> properties;
     SystemdHandle<sd_bus_slot> lost;
+    int agreedTo = 0;  ///< how many of the two signals the bus has agreed to send
   };
 
-  void connect();
+  void listen();
   void subscribe(sd_bus* bus);
   void logLoss(const std::string& reason);
-  static int onSubscribed(sd_bus_message* answer, void* signals, sd_bus_error* error);
+  static int onAnswer(sd_bus_message* answer, void* signals, sd_bus_error* error);
   static int onSleep(sd_bus_message* message, void* signals, sd_bus_error* error);
   static int onProperties(sd_bus_message* message, void* signals, sd_bus_error* error);
   static int onLost(sd_bus_message* message, void* signals, sd_bus_error* error);
 
   EventLoop& loop_;
+  sd_bus* shared_;
   Listener listener_;
   Connection connection_;
-  bool isConnected_ = false;
+  bool isListening_ = false;
   bool lossWasLogged_ = false;
 };
 

@@ -21,12 +21,13 @@ constexpr char supplies[] = "/sys/class/power_supply";
 constexpr char procNet[] = "/proc/net";
 
 // Makes a source of messages where the machine has it.
-template <class Source, class... Arguments>
-void open(std::optional<Source>& source, const std::string& name, Arguments&&... arguments) {
+template <class Source, class Wanted>
+void open(std::optional<Source>& source, const std::string& name, EventLoop& loop,
+          Wanted&& wanted) {
   try {
-    source.emplace(std::forward<Arguments>(arguments)...);
+    source.emplace(loop, std::forward<Wanted>(wanted));
   } catch (const std::exception& error) {
-    logLine("nodod: no news of " + name + ": " + error.what());
+    loop.log("no news of " + name + ": " + error.what());
   }
 }
 
@@ -51,12 +52,10 @@ MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
   // its message waits for the loop, which runs only when both are there.
   open(lidSwitches_, "the lid switch", loop, [this] { suspect(News::lid); });
   open(routeMessages_, "the network", loop, [this] { suspect(News::route); });
-  // Read after the sources are open, so that no change can fall in between.
-  power_ = readPowerSupplies(supplies);
-  hasRoute_ = readDefaultRoute(procNet);
 }
 
-void MachineWatch::repair() {
+void MachineWatch::afterPass(const std::optional<SystemSnapshot>& seen) {
+  seen_ = seen;
   logindSignals_.repair();
 }
 
@@ -76,12 +75,16 @@ void MachineWatch::look() {
 }
 
 // Most messages about power supplies and routes change nothing that nodo looks at.
-bool MachineWatch::isConfirmed(News news) {
+bool MachineWatch::isConfirmed(News news) const {
+  if (!seen_) {
+    return true;
+  }
   switch (news) {
     case News::powerSupply:
-      return std::exchange(power_, readPowerSupplies(supplies)) != power_;
+      return readPowerSupplies(supplies) !=
+             PowerReading{.source = seen_->powerSource, .batteryPercent = seen_->batteryPercent};
     case News::route:
-      return std::exchange(hasRoute_, readDefaultRoute(procNet)) != hasRoute_;
+      return readDefaultRoute(procNet) != seen_->defaultRouteAvailable;
     case News::lid:
     case News::resume:
       break;

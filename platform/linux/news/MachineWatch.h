@@ -1,11 +1,11 @@
 #pragma once
 
 #include <NODOCore/daemon/DaemonLoop.h>
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <platform/linux/news/EventLoop.h>
 #include <platform/linux/news/KernelMessages.h>
 #include <platform/linux/news/LidSwitches.h>
 #include <platform/linux/news/LogindSignals.h>
-#include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
 
 #include <functional>
 #include <optional>
@@ -16,8 +16,8 @@ namespace nodo {
 /// Tells when the machine's power supply, route or lid changed and when it woke up.
 ///
 /// The kernel's messages come in bursts, and most of them change nothing that nodo looks at. So
-/// they are gathered for a moment, then the machine is read, and only a difference is told, once
-/// for a burst. Wakes up for nothing but such messages.
+/// they are gathered for a moment, then the machine is read, and only what differs from what the
+/// last pass saw is told, once for a burst. Wakes up for nothing but such messages.
 class MachineWatch {
  public:
   /// `systemBus`: a connection to the system bus that the loop serves, or null to make one.
@@ -30,12 +30,13 @@ class MachineWatch {
   MachineWatch& operator=(const MachineWatch&) = delete;
   ~MachineWatch() = default;
 
-  /// Connects anew to what got lost. To be called now and then.
-  void repair();
+  /// `seen`: the machine as the pass found it; when it failed, everything is news. Connects anew to
+  /// what got lost, too.
+  void afterPass(const std::optional<SystemSnapshot>& seen);
 
  private:
   void suspect(News news);
-  bool isConfirmed(News news);
+  bool isConfirmed(News news) const;
   void look();
 
   std::function<void(const std::vector<News>& news)> changed_;
@@ -45,8 +46,7 @@ class MachineWatch {
   std::optional<SupplyMessages> supplyMessages_;
   std::optional<RouteMessages> routeMessages_;
   LogindSignals logindSignals_;
-  PowerReading power_;
-  std::optional<bool> hasRoute_;
+  std::optional<SystemSnapshot> seen_;
 };
 
 }  // namespace nodo

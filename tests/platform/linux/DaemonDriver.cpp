@@ -7,6 +7,8 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/power/PowerManaging.h>
 #include <platform/DaemonMachine.h>
+#include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
+#include <programs/shared/ProgramFrame.h>
 
 #include <csignal>
 #include <cstddef>
@@ -16,6 +18,8 @@
 #include <string>
 #include <utility>
 #include <variant>
+
+#include <unistd.h>
 
 namespace {
 
@@ -42,9 +46,15 @@ class Service : public nodo::NODOHelperXPCProtocol {
     std::visit([&](const auto& asked) { serve(asked, reply); }, request);
   }
 
-  void timerFired() {
-    say("timer");
-    loop_.afterPass(isLockHeld_, std::nullopt);
+  // What the daemon does at whatever happens: it looks at the machine.
+  void pass(const std::string& occasion) {
+    pass();
+    say(occasion);  // whoever reads this may change the machine
+  }
+
+  void pass() {
+    const nodo::LinuxSystemSnapshotProvider machine([] { return std::nullopt; });
+    loop_.afterPass(isLockHeld_, machine.snapshot({}));
   }
 
  private:
@@ -87,6 +97,8 @@ class Service : public nodo::NODOHelperXPCProtocol {
                          : std::optional(Seconds(0.001 * static_cast<double>(request.minutes))));
     } else if (request.requesterName == "lock") {
       isLockHeld_ = request.minutes != 0;
+      pass();
+    } else if (request.requesterName == "failing pass") {
       loop_.afterPass(isLockHeld_, std::nullopt);
     }
     answer("enableManualV2 " + std::to_string(request.minutes) +
@@ -103,6 +115,7 @@ class Service : public nodo::NODOHelperXPCProtocol {
   }
 
   void serve(const nodo::ReconcileRequest&, const HelperReply& reply) {
+    pass();
     answer("reconcile", reply);
   }
 
@@ -120,13 +133,20 @@ class Service : public nodo::NODOHelperXPCProtocol {
 };
 
 void runLoop(const std::optional<std::string>& bus) {
-  const auto loop = nodo::makeDaemonLoop(bus);
+  nodo::LogStream log(STDERR_FILENO, "nodod");
+  const nodo::Console console{.program = "nodod", .output = std::cout, .error = log};
+  const auto loop =
+      nodo::makeDaemonLoop(bus, [&console](const std::string& line) { console.complain(line); });
   Service service(*loop);
   loop->serve(service);
+  service.pass();
   say("serving");
   loop->run({.machineChanged =
-                 [](const std::vector<nodo::News>& news) { say("changed " + nodo::listed(news)); },
-             .timerFired = [&] { service.timerFired(); },
+                 [&](const std::vector<nodo::News>& news) {
+                   service.pass("changed " + nodo::listed(news));
+                 },
+             .timerFired = [&] { service.pass("timer"); },
+             .hungUp = [&] { service.pass("hangup"); },
              .terminate = [] { say("terminate"); }});
   say("over");
 }

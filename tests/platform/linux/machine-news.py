@@ -11,8 +11,11 @@ import signal
 import subprocess
 import time
 
-from buses import HELPER, LOGIND, announce, call, process_of, start_stand_in_for_logind
-from driven import DRIVER, end_well, set_timer, start_loop
+import clients
+from buses import BUS, HELPER, LOGIND
+from buses import announce, call, process_of, reply_of, start_stand_in_for_logind
+from clients import Client
+from driven import DRIVER, end_well, request_by_name, set_timer, start_loop
 from expectations import PATIENCE, check, equal, skip, wait_until
 from laptop import PowerSupplies, run, udev_says_changed
 from processes import Driven, environment
@@ -102,6 +105,21 @@ def power_supplies(loop, supplies):
     settle(loop)
 
 
+def news_are_what_the_last_pass_has_not_seen(loop, supplies):
+    supplies.write("AC", online=0)
+    call(HELPER, "Reconcile")
+    loop.expect("request reconcile")
+    supplies.say("AC", online=1)  # as it was when there was news last
+    loop.expect("changed power supply")
+    supplies.say("AC")
+    settle(loop)
+    request_by_name(loop, "failing pass", 0)
+    supplies.say("AC")
+    loop.expect("changed power supply")  # what nobody has seen is news
+    supplies.say("AC")
+    settle(loop)
+
+
 def sleep_and_resume(loop):
     # The service manager's stand-in says at once that the sleep is over.
     equal(call(LOGIND, "Suspend", "b", "false").returncode, 0, "suspending")
@@ -134,6 +152,14 @@ def what_logind_announces(loop):
     loop.expect("changed lid")
     stand_in.terminate()
     stand_in.wait()
+
+
+def what_others_say_in_its_name(loop):
+    pretender = Client(clients.pretend_to_be_logind, reply_of(call(BUS, "GetNameOwner", "s",
+                                                                   HELPER[0])))
+    pretender.expect("done")
+    settle(loop)
+    pretender.end()
 
 
 def start_with_lid(events="lid.ev"):
@@ -196,8 +222,10 @@ def main():
     loop = start_loop()
     routes(loop)
     power_supplies(loop, supplies)
+    news_are_what_the_last_pass_has_not_seen(loop, supplies)
     sleep_and_resume(loop)
     what_logind_announces(loop)
+    what_others_say_in_its_name(loop)
     expect_next_is_a_request(loop)
     end_well(loop)
     loop.expect("terminate", "over")

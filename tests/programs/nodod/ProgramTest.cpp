@@ -63,7 +63,7 @@ class ProgramTest : public DaemonFixture {
                return lock;
              },
          .makeLoop =
-             [this](const std::optional<std::string>& bus) {
+             [this](const std::optional<std::string>& bus, const DaemonLog& /*log*/) {
                askedBus = bus;
                ++loopsMade;
                return std::make_unique<LentLoop>(loop);

@@ -72,4 +72,8 @@ void PrivateBus::hang() {
   ::waitpid(pid_, nullptr, WUNTRACED);
 }
 
+void PrivateBus::goOn() {
+  ::kill(pid_, SIGCONT);
+}
+
 }  // namespace nodo

@@ -28,6 +28,9 @@ class PrivateBus {
   /// Stops it, so that it takes connections and messages but answers none.
   void hang();
 
+  /// Lets it go on after that.
+  void goOn();
+
  private:
   test::TemporaryFolder folder_;
   std::string address_;

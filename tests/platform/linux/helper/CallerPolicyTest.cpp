@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +23,9 @@ void PrintTo(const CallerVerdict& verdict, std::ostream* out) {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 constexpr std::uint32_t root = 0;
 constexpr std::uint32_t person = 1000;
@@ -103,11 +106,45 @@ TEST(CallerPolicyTest, ARefusalSaysWhatPolkitSaid) {
             "polkit cannot be asked: no such name");
 }
 
-TEST(CallerPolicyTest, ARefusalsLineNamesTheCaller) {
-  EXPECT_EQ(rejectionLogMessage(":1.42", 1000, "because"),
-            "nodod: rejected D-Bus caller :1.42 (uid 1000): because");
-  EXPECT_EQ(rejectionLogMessage(":1.42", std::nullopt, "because"),
-            "nodod: rejected D-Bus caller :1.42 (uid unknown): because");
+// ---- what is told of refusals
+
+TEST(RefusalLogTest, TheFirstIsALineWithTheCallersName) {
+  RefusalLog log;
+  EXPECT_TRUE(log.isEmpty());
+  EXPECT_EQ(log.add(":1.42", person, "because"), "rejected D-Bus caller :1.42 (uid 1000): because");
+  EXPECT_EQ(log.add(":1.42", std::nullopt, "because"),
+            "rejected D-Bus caller :1.42 (uid unknown): because");
+  EXPECT_EQ(log.add(":1.42", person, "also"), "rejected D-Bus caller :1.42 (uid 1000): also");
+  EXPECT_FALSE(log.isEmpty());
+}
+
+TEST(RefusalLogTest, ThoseThatFollowAreCountedWhateverTheyCallThemselves) {
+  RefusalLog log;
+  log.add(":1.1", person, "because");
+  log.add(":1.3", stranger, "because");
+  EXPECT_EQ(log.add(":1.2", person, "because"), std::nullopt);
+  EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more over D-Bus (uid 1000): because"));
+  EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 1 more over D-Bus (uid 1000): because"));
+}
+
+TEST(RefusalLogTest, WhatDoesNotGoOnIsForgotten) {
+  RefusalLog log;
+  log.add(":1.1", person, "because");
+  EXPECT_THAT(log.takeCounts(), IsEmpty());
+  EXPECT_TRUE(log.isEmpty());
+  EXPECT_NE(log.add(":1.1", person, "because"), std::nullopt);
+}
+
+TEST(RefusalLogTest, ManyUsersAreOnlyCounted) {
+  RefusalLog log;
+  for (std::uint32_t user = 0; user < RefusalLog::mostKinds; ++user) {
+    EXPECT_NE(log.add(":1.1", user, "because"), std::nullopt);
+  }
+  EXPECT_EQ(log.add(":1.1", person, "because"), std::nullopt);
+  EXPECT_EQ(log.add(":1.1", stranger, "because"), std::nullopt);
+  EXPECT_THAT(log.takeCounts(), ElementsAre("rejected 2 more of others over D-Bus"));
 }
 
 // ---- who they are
@@ -147,6 +184,14 @@ TEST_F(CallerDirectoryTest, APeerThatHasLeftIsNotThere) {
   EXPECT_FALSE(directory.isThere(peerName));
 }
 
+TEST_F(CallerDirectoryTest, OneThatHasLeftIsNotAskedAboutAgain) {
+  CallerDirectory directory(bus->address());
+  letPeerLeave();
+  directory.find(peerName);
+  bus->kill();  // nobody could tell any more
+  EXPECT_FALSE(directory.find(peerName).isThere);
+}
+
 TEST_F(CallerDirectoryTest, WhoWasFoundIsRememberedButNotThatItIsThere) {
   CallerDirectory directory(bus->address());
   directory.find(peerName);
@@ -180,6 +225,21 @@ TEST_F(CallerDirectoryTest, ABusThatHangsIsNotWaitedForWithoutEnd) {
   CallerDirectory directory(bus->address());
   bus->hang();
   EXPECT_EQ(directory.find(peerName).user, std::nullopt);
+  const auto began = BusClock::now();
+  EXPECT_EQ(directory.find(peerName).user, std::nullopt);
+  EXPECT_LT(BusClock::now() - began, twoSecondsTogether.connecting) << "it waited once more";
+}
+
+TEST_F(CallerDirectoryTest, WhatABusThatHungDidNotTellIsAskedForAgain) {
+  CallerDirectory directory(bus->address());
+  bus->hang();
+  directory.find(peerName);
+  bus->goOn();
+  const auto end = BusClock::now() + 60s;
+  while (!directory.find(peerName).user && BusClock::now() < end) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(directory.find(peerName).user, ::geteuid());
 }
 
 }  // namespace

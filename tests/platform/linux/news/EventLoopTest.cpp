@@ -27,7 +27,7 @@ class EventLoopTest : public ::testing::Test {
     });
   }
 
-  EventLoop loop;
+  EventLoop loop{[](const std::string& line) { ADD_FAILURE() << line; }};
   std::vector<std::string> fired;
 };
 

@@ -1,0 +1,93 @@
+#include <NODOCore/base/Files.h>
+#include <programs/shared/ProgramFrame.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace nodo {
+namespace {
+
+/// A log to a pipe of which this is the reader.
+class LogStreamTest : public ::testing::Test {
+ protected:
+  LogStreamTest() {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    reader = FileDescriptor(ends[0]);
+    writer = FileDescriptor(ends[1]);
+    EXPECT_EQ(::fcntl(reader.get(), F_SETFL, O_NONBLOCK), 0);
+  }
+
+  void fill() const {
+    ASSERT_EQ(::fcntl(writer.get(), F_SETFL, O_NONBLOCK), 0);
+    while (::write(writer.get(), "x", 1) == 1) {
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    ASSERT_EQ(::fcntl(writer.get(), F_SETFL, 0), 0);
+  }
+
+  /// What is in the pipe, and no longer then.
+  std::string read() const {
+    std::string all;
+    std::array<char, 4096> some{};
+    for (ssize_t count = 0; (count = ::read(reader.get(), some.data(), some.size())) > 0;) {
+      all.append(some.data(), static_cast<std::size_t>(count));
+    }
+    return all;
+  }
+
+  FileDescriptor reader;
+  FileDescriptor writer;
+};
+
+TEST_F(LogStreamTest, WhatIsWrittenIsThereAtOnce) {
+  LogStream log(writer.get(), "nodod");
+  log << "one\n";
+  EXPECT_EQ(read(), "one\n");
+  log << "two\n" << std::flush;
+  EXPECT_EQ(read(), "two\n");
+}
+
+TEST_F(LogStreamTest, ALogThatNobodyReadsIsNotWaitedFor) {
+  LogStream log(writer.get(), "nodod");
+  fill();
+  log << "lost\n";
+  log << "lost, too\n";
+  EXPECT_TRUE(log.good());
+  EXPECT_EQ(read().find("lost"), std::string::npos);
+  log << "read\n";
+  log << "read, too\n";
+  EXPECT_EQ(read(), "nodod: lines of this log that could not be written: 2\nread\nread, too\n");
+}
+
+TEST_F(LogStreamTest, ALineThatNobodyWouldReadIsCutAndEnds) {
+  LogStream log(writer.get(), "nodod");
+  std::string umlauts = "x";
+  while (umlauts.size() < std::size_t{1024} * 1024) {
+    umlauts += "\u00e4";
+  }
+  log << umlauts + "\n";
+  const std::string cut = read();
+  EXPECT_EQ(cut.substr(0, LogStream::longestLine - 1),
+            umlauts.substr(0, LogStream::longestLine - 1));
+  EXPECT_EQ(cut.substr(LogStream::longestLine - 1), "\uFFFD...\n");
+}
+
+TEST_F(LogStreamTest, ALogWithoutAReaderIsNoFailure) {
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  LogStream log(writer.get(), "nodod");
+  reader.reset();
+  log << "lost\n";
+  EXPECT_TRUE(log.good());
+  std::signal(SIGPIPE, before);
+}
+
+}  // namespace
+}  // namespace nodo
