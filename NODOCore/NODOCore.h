@@ -16,7 +16,6 @@
 #include <NODOCore/daemon/DaemonLoop.h>
 #include <NODOCore/daemon/LockKeeper.h>
 #include <NODOCore/daemon/LockLife.h>
-#include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>

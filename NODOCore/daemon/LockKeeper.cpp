@@ -95,6 +95,9 @@ DaemonRunReport LockKeeper::takeRun() {
 }
 
 void LockKeeper::releaseLeftBehind(const Moment& now) noexcept {
+  if (!lock_.look(now).owesRelease) {
+    return;
+  }
   try {
     now_ = now;
     const std::optional<StateFacts> facts = storedFacts();

@@ -32,7 +32,8 @@ std::optional<Seconds> earlier(std::optional<Seconds> one, std::optional<Seconds
   return one && other ? std::min(one, other) : (one ? one : other);
 }
 
-// By how much the civil clock was set between two moments. What goes astray more slowly is followed.
+// By how much the civil clock was set between two moments. What goes astray more slowly is
+// followed.
 Seconds clockStepBetween(const Moment& before, const Moment& now) {
   const Seconds step = (now.civil - before.civil) - (now.running - before.running);
   return std::abs(step.count()) > LockLife::clockTolerance.count() ? step : Seconds(0);
@@ -64,8 +65,7 @@ void release(LockStep& step, ReleaseCause cause) {
 void noteLoss(LockStep& step) {
   LockLife& life = step.life;
   const Seconds now = life.look.at.running;
-  std::erase_if(life.losses,
-                [now](Seconds loss) { return loss + LockLife::lossWindow <= now; });
+  std::erase_if(life.losses, [now](Seconds loss) { return loss + LockLife::lossWindow <= now; });
   life.losses.push_back(now);
   life.hasYielded = life.losses.size() >= LockLife::lossesUntilYielding;
   step.effects.emplace_back(
@@ -74,8 +74,8 @@ void noteLoss(LockStep& step) {
                           : "somebody else has switched the sleep lock off"});
 }
 
-// Nothing has been done yet, and only the mark is believed: whatever else is needed may fail. A lock
-// that was left behind goes first, unless a timer still runs for it.
+// Nothing has been done yet, and only the mark is believed: whatever else is needed may fail. A
+// lock that was left behind goes first, unless a timer still runs for it.
 void start(LockStep& step, const std::optional<KnownTimer>& timer) {
   if (step.life.look.owesRelease && !(timer && timer->end > step.life.look.at.civil)) {
     release(step, ReleaseCause::unconfirmed);
@@ -159,14 +159,13 @@ void confirm(LockStep& step, const PassVerdict& verdict) {
   life.isFailing = false;
   life.confirmedAt = now;
   life.isWanted = verdict.isWanted;
-  life.deadline = verdict.deadline ? std::optional(onMachineClock(life, *verdict.deadline))
-                                   : std::nullopt;
+  life.deadline =
+      verdict.deadline ? std::optional(onMachineClock(life, *verdict.deadline)) : std::nullopt;
   // What goes on being due is looked at again early once, and then as often as anything else.
   if (std::exchange(life.wasDueNow, verdict.isDueNow) && verdict.isDueNow) {
     life.deadline.reset();
   }
-  life.isSleepDue =
-      life.isSleepDue && verdict.needsSleep && life.look.lock == LockReading::off;
+  life.isSleepDue = life.isSleepDue && verdict.needsSleep && life.look.lock == LockReading::off;
   // It is off, and a switch that was refused may still come to pass; or nobody can tell.
   if (!verdict.isWanted && life.look.lock != LockReading::on && life.look.owesRelease &&
       !verdict.wasReleaseRefused) {
@@ -226,8 +225,8 @@ void endPass(LockStep& step, const PassOutcome& outcome, const LockLook& before)
   const bool isNewlyDue = hasGone && !outcome.askedForSleep && mayNeedSleep;
   life.wentByItself = life.wentByItself && !outcome.verdict && isWanted;
   const bool isHeldUp = outcome.verdict && isWanted;
-  const bool isDueAgain = life.isSleepDue && !isHeldUp &&
-                          life.sleepAskedAt + LockLife::pollInterval <= look.at.running;
+  const bool isDueAgain =
+      life.isSleepDue && !isHeldUp && life.sleepAskedAt + LockLife::pollInterval <= look.at.running;
   life.isSleepDue = life.isSleepDue || isNewlyDue;
   if (isNewlyDue || isDueAgain) {
     step.effects.emplace_back(AskForSleep{});
@@ -306,7 +305,9 @@ bool LockLife::isOver() const {
 }
 
 StateAmendment LockLife::amendment(const Moment& now) const {
-  StateAmendment amendment{.clockStep = clockStep + clockStepBetween(look.at, now), .ending = ending, .mustBeWritten = mustWriteFirst};
+  StateAmendment amendment{.clockStep = clockStep + clockStepBetween(look.at, now),
+                           .ending = ending,
+                           .mustBeWritten = mustWriteFirst};
   const bool isMarkAll = look.lock == LockReading::unknown && look.owesRelease && !mustGo;
   if (look.lock == LockReading::off || isMarkAll) {
     // A lock of which nothing but the mark is known is switched once more, on or off.
@@ -319,13 +320,13 @@ StateAmendment LockLife::amendment(const Moment& now) const {
 
 LockStep follow(LockLife life, const LockEvent& event) {
   const LockLook before = life.look;
-  const bool answeredBefore =
-      life.holdsLock() && (before.lock == LockReading::on || life.mustGo);
+  const bool answeredBefore = life.holdsLock() && (before.lock == LockReading::on || life.mustGo);
   const bool wasToStay = life.look.owesRelease && life.phase() != LockPhase::releasing;
   LockStep step{std::move(life), {}};
   see(step, event.look);
   if (const auto* occasion = std::get_if<Occasion>(&event.what)) {
-    const bool isGone = answeredBefore && event.look.lock == LockReading::off && *occasion != Occasion::started && *occasion != Occasion::releaseTried;
+    const bool isGone = answeredBefore && event.look.lock == LockReading::off &&
+                        *occasion != Occasion::started && *occasion != Occasion::releaseTried;
     step.life.wentByItself = step.life.wentByItself || isGone;
     if (isGone && wasToStay) {
       noteLoss(step);
@@ -336,8 +337,7 @@ LockStep follow(LockLife life, const LockEvent& event) {
   } else {
     hearAboutSleep(step, std::get<SleepAnswer>(event.what));
   }
-  const bool isUndone =
-      step.life.look.lock == LockReading::off && !step.life.look.owesRelease;
+  const bool isUndone = step.life.look.lock == LockReading::off && !step.life.look.owesRelease;
   if (event.look.isMarked && isUndone && !step.life.isSleepDue && step.effects.empty()) {
     step.effects.emplace_back(ForgetMark{});
   }

@@ -90,7 +90,7 @@ struct PassVerdict {
   bool isWanted = false;  ///< whether the lock is to be on
   /// When something can end by itself; absent when nothing can.
   std::optional<Date> deadline;
-  bool isDueNow = false;  ///< whether that has come, release grace aside
+  bool isDueNow = false;    ///< whether that has come, release grace aside
   bool needsSleep = false;  ///< with the lid closed on battery nobody else puts it to sleep
   bool wasReleaseRefused = false;
 
@@ -99,11 +99,11 @@ struct PassVerdict {
 
 /// A pass is over.
 struct PassOutcome {
-  bool isAmended = false;               ///< the state holds what it had to be told
-  bool isTimerSet = false;              ///< and the timer that was asked for
-  bool askedForSleep = false;           ///< whether that was granted or not
-  std::optional<StateFacts> state;      ///< absent: it cannot be read
-  std::optional<PassVerdict> verdict;   ///< absent: the pass failed
+  bool isAmended = false;              ///< the state holds what it had to be told
+  bool isTimerSet = false;             ///< and the timer that was asked for
+  bool askedForSleep = false;          ///< whether that was granted or not
+  std::optional<StateFacts> state;     ///< absent: it cannot be read
+  std::optional<PassVerdict> verdict;  ///< absent: the pass failed
 
   bool operator==(const PassOutcome&) const = default;
 };
@@ -212,7 +212,7 @@ struct LockLife {
   std::optional<TimerEnding> ending;  ///< a wish that the lock or the state has not followed yet
   Seconds clockStep{0};               ///< that the state's instants have not followed yet
   bool mustWriteFirst = false;
-  bool mustGo = false;  ///< it was to be switched off, nodo's or not, and does not go
+  bool mustGo = false;        ///< it was to be switched off, nodo's or not, and does not go
   bool wentByItself = false;  ///< the lock, since the last pass that went through
   bool isSleepDue = false;
   bool hasYielded = false;

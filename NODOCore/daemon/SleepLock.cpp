@@ -1,4 +1,5 @@
 #include <NODOCore/base/Text.h>
+#include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/daemon/SleepLock.h>
 
 #include <exception>
@@ -52,7 +53,7 @@ WatchedLock::WatchedLock(SleepLock lock) : lock_(std::move(lock)) {
     reading_ = LockReading::off;
   }
   if (lock_.mark) {
-    mark_.emplace(*lock_.mark);
+    mark_ = std::make_shared<LockMark>(*lock_.mark);
     owesRelease_ = mark_->isSet();
   }
 }

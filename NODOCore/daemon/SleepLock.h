@@ -2,7 +2,6 @@
 
 #include <NODOCore/daemon/DaemonLoop.h>
 #include <NODOCore/daemon/LockLife.h>
-#include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/power/PowerManaging.h>
 
 #include <filesystem>
@@ -13,6 +12,8 @@
 #include <vector>
 
 namespace nodo {
+
+class LockMark;
 
 /// The machine's sleep lock, as the daemon has it.
 struct SleepLock {
@@ -76,7 +77,7 @@ class WatchedLock : public PowerManaging {
   void setMark(bool isRequired);
 
   SleepLock lock_;
-  std::optional<LockMark> mark_;
+  std::shared_ptr<LockMark> mark_;
   LockReading reading_ = LockReading::unknown;
   bool owesRelease_ = false;
   std::string reason_;

@@ -1,4 +1,4 @@
-#include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/daemon/LockMark.h>
 #include <testing/DiskFull.h>
 
 #include <tests/daemon/DaemonFixture.h>
@@ -150,7 +150,8 @@ TEST_F(LastingLockTest, TheMarkIsThereBeforeTheLockAndGoesAfterIt) {
 
 TEST_F(LastingLockTest, WithoutAPlaceForTheMarkTheLockIsNotTaken) {
   folder.write("lock-mark/file", "");
-  EXPECT_THAT(askManual(20).error.value_or(""), HasSubstr("Unable to mark the sleep lock as nodo's"));
+  EXPECT_THAT(askManual(20).error.value_or(""),
+              HasSubstr("Unable to mark the sleep lock as nodo's"));
   EXPECT_FALSE(power.isSleepDisabled);
   std::filesystem::remove_all(mark());
   wait(60);

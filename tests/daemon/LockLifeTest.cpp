@@ -3,12 +3,14 @@
 #include <functional>
 #include <iostream>
 #include <string>
+#include <tuple>
 #include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
+
 #include <tests/daemon/LockWorld.h>
 
 namespace nodo {
@@ -99,20 +101,26 @@ class Explorer {
   std::string complaint_;
 };
 
-class LockLifeExplorationTest : public ::testing::TestWithParam<bool> {};
+class LockLifeExplorationTest : public ::testing::TestWithParam<std::tuple<bool, int>> {};
 
 TEST_P(LockLifeExplorationTest, NoSequenceOfEventsLeavesTheLockAsItShouldNotBe) {
-  const Walk walk = Explorer(GetParam(), follow).walk(NODO_EXPLORATION_DEPTH);
+  const auto& [lasting, depth] = GetParam();
+  const Walk walk = Explorer(lasting, follow).walk(depth);
   EXPECT_EQ(walk.complaint, "");
-  EXPECT_TRUE(walk.isComplete || walk.depth >= NODO_EXPLORATION_DEPTH);
+  EXPECT_TRUE(walk.isComplete || walk.depth == depth);
   EXPECT_GT(walk.states, 1000U);
-  std::cout << walk.states << " states by sequences of up to " << walk.depth << " events"
-            << (walk.isComplete ? ", which are all\n" : "\n");
+  std::cout << walk.states << " states by sequences of up to " << walk.depth << " events\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(BothKindsOfLock, LockLifeExplorationTest, ::testing::Bool(),
-                         [](const auto& kind) {
-                           return kind.param ? "OutlivesTheProcess" : "DiesWithTheProcess";
+// The shallow walks are for those who wait.
+INSTANTIATE_TEST_SUITE_P(BothKindsOfLock, LockLifeExplorationTest,
+                         ::testing::Combine(::testing::Bool(),
+                                            ::testing::Values(5, NODO_EXPLORATION_DEPTH)),
+                         [](const auto& parameters) {
+                           const std::string kind = std::get<0>(parameters.param)
+                                                        ? "OutlivesTheProcess"
+                                                        : "DiesWithTheProcess";
+                           return kind + (std::get<1>(parameters.param) == 5 ? "Shallow" : "Deep");
                          });
 
 // ---- defects, each of which the walk has to find
@@ -125,9 +133,8 @@ struct Defect {
 
 template <class Effect>
 void drop(LockStep& step) {
-  std::erase_if(step.effects, [](const LockEffect& effect) {
-    return std::holds_alternative<Effect>(effect);
-  });
+  std::erase_if(step.effects,
+                [](const LockEffect& effect) { return std::holds_alternative<Effect>(effect); });
 }
 
 bool isOccasion(const LockEvent& event, Occasion wanted) {

@@ -18,12 +18,30 @@ int wholeSecondsOf(Seconds seconds) {
 
 }  // namespace
 
-const std::array<const char*, letterCount> letterNames{
-    "wake",         "half a minute",  "timer asked",     "stop asked",      "repair asked",
-    "pass asked",   "tool works",     "tool refuses",    "tool hangs",      "tool is late",
-    "late switch",  "lock readable?", "state readable?", "state writable?", "somebody switches on",
-    "somebody off", "lid",            "power source",    "charge",          "resume",
-    "clock back",   "clock ahead",    "kill",            "terminate"};
+const std::array<const char*, letterCount> letterNames{"wake",
+                                                       "half a minute",
+                                                       "timer asked",
+                                                       "stop asked",
+                                                       "repair asked",
+                                                       "pass asked",
+                                                       "tool works",
+                                                       "tool refuses",
+                                                       "tool hangs",
+                                                       "tool is late",
+                                                       "late switch",
+                                                       "lock readable?",
+                                                       "state readable?",
+                                                       "state writable?",
+                                                       "somebody switches on",
+                                                       "somebody off",
+                                                       "lid",
+                                                       "power source",
+                                                       "charge",
+                                                       "resume",
+                                                       "clock back",
+                                                       "clock ahead",
+                                                       "kill",
+                                                       "terminate"};
 
 /// The daemon's part: performs what follows on the world, as the keeper of the lock and the
 /// controller do.
@@ -431,8 +449,8 @@ std::string LockWorld::complaintNow() const {
   const LockPhase phase = life.phase();
   const std::optional<Seconds> next = life.nextWake();
   const bool looksSoon = next && *next <= Seconds(running + 60);
-  const bool isReasonKnown = isTimerRunning() && !isVetoed() && confirmedAt &&
-                             running - *confirmedAt <= 120;
+  const bool isReasonKnown =
+      isTimerRunning() && !isVetoed() && confirmedAt && running - *confirmedAt <= 120;
   if (isLockOn && isLockOurs && !isReasonKnown && !looksSoon) {
     return "the lock is on without a reason, and nothing is about to release it";
   }
@@ -443,8 +461,8 @@ std::string LockWorld::complaintNow() const {
   if (isSleepOwed && !isLockOn && !isTimerRunning() && !looksSoon) {
     return "sleep is due, and nothing is about to ask for it";
   }
-  const bool isAtRest = phase == LockPhase::resting || phase == LockPhase::vetoed ||
-                        phase == LockPhase::foreign;
+  const bool isAtRest =
+      phase == LockPhase::resting || phase == LockPhase::vetoed || phase == LockPhase::foreign;
   if (!isAtRest && !next) {
     return "nothing wakes a lock that is " + std::string(rawValue(phase));
   }
@@ -523,10 +541,9 @@ std::string LockWorld::key() const {
            life.mustGo, life.wentByItself, life.isSleepDue, life.hasYielded, life.look.owesRelease,
            life.look.isMarked});
   add(static_cast<int>(life.look.lock));
-  add(life.timer ? (life.timer->end
-                        ? std::max(wholeSecondsOf(*life.timer->end - moment().civil), -1)
-                        : -2)
-                 : -3);
+  add(life.timer
+          ? (life.timer->end ? std::max(wholeSecondsOf(*life.timer->end - moment().civil), -1) : -2)
+          : -3);
   add(life.deadline ? std::clamp(wholeSecondsOf(*life.deadline) - running, -1, 61) : -2);
   add(wholeSecondsOf(life.clockStep));
   addAge(life.look.at.running, 61);

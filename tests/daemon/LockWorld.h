@@ -106,8 +106,11 @@ struct LockWorld {
   class Daemon;
 
   bool isTimerRunning() const { return trueEnd && *trueEnd > running; }
+
   bool isVetoed() const { return isOnBattery && isChargeLow; }
+
   bool isLidClosedOnBattery() const { return isLidClosed && isOnBattery; }
+
   Moment moment() const;
   void pass(int seconds);
   std::string complaintNow() const;

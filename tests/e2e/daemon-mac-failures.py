@@ -120,7 +120,10 @@ def a_lock_of_a_killed_daemon_is_released_though_the_state_is_lost(daemon, mac):
     daemon.start()
     daemon.expect_lock(False, "without a timer")
     check(mac.now()["asleep"], "the closed Mac sleeps")
-    check(not MARK.exists(), "the mark is gone")
+    check(MARK.exists(), "the mark stays until it has slept")
+    mac.change(lidClosed=False)
+    daemon.reconcile()
+    check(not MARK.exists(), "the mark is gone with the lid open")
 
 
 def once_leaves_no_lock(daemon, mac):
