@@ -105,8 +105,8 @@ void terminate(LockStep& step) {
 
 // The lock has gone outside of a pass, or not.
 void seeRelease(LockStep& step) {
-  LockLife& life = step.life;
-  if (life.look.lock == LockReading::off && !life.look.owesRelease) {
+  const LockLook& look = step.life.look;
+  if (look.lock == LockReading::off && !look.owesRelease) {
     step.effects.emplace_back(AskForSleep{});
   }
 }
@@ -191,11 +191,8 @@ void fail(LockStep& step, bool wasReleased) {
   }
 }
 
-void endPass(LockStep& step, const PassOutcome& outcome, const LockLook& before) {
-  LockLife& life = step.life;
-  const LockLook& look = life.look;
-  const bool wasReleased = (before.lock != LockReading::off || before.owesRelease) &&
-                           look.lock == LockReading::off && !look.owesRelease;
+// What the pass found on the disk, and left there.
+void seeState(LockLife& life, const PassOutcome& outcome) {
   if (outcome.isAmended) {
     life.clockStep = Seconds(0);
     life.mustWriteFirst = false;
@@ -210,27 +207,42 @@ void endPass(LockStep& step, const PassOutcome& outcome, const LockLook& before)
     }
     life.stateOwnsLock = outcome.state->ownsLock;
   }
+}
+
+// With the lid closed on battery nobody else puts a machine to sleep whose lock has gone: asks for
+// it when that happened, and again as long as it does not sleep. Where a pass went through it is
+// known whether that is needed.
+void seeToSleep(LockStep& step, const PassOutcome& outcome, bool wasReleased) {
+  LockLife& life = step.life;
+  const Seconds now = life.look.at.running;
+  const bool isWanted = outcome.verdict ? outcome.verdict->isWanted : !isTimerOver(life);
+  const bool hasGone = wasReleased || (life.wentByItself && !isWanted);
+  const bool mayBeNeeded = !outcome.verdict || outcome.verdict->needsSleep;
+  const bool isNewlyDue = hasGone && !outcome.askedForSleep && mayBeNeeded;
+  const bool isDueAgain = life.isSleepDue && !(outcome.verdict && isWanted) &&
+                          life.sleepAskedAt + LockLife::pollInterval <= now;
+  life.wentByItself = life.wentByItself && !outcome.verdict && isWanted;
+  life.isSleepDue = life.isSleepDue || isNewlyDue;
+  if (isNewlyDue || isDueAgain) {
+    step.effects.emplace_back(AskForSleep{});
+  }
+}
+
+void endPass(LockStep& step, const PassOutcome& outcome, const LockLook& before) {
+  LockLife& life = step.life;
+  const bool wasReleased = (before.lock != LockReading::off || before.owesRelease) &&
+                           life.look.lock == LockReading::off && !life.look.owesRelease;
+  seeState(life, outcome);
   if (outcome.askedForSleep) {
     life.isSleepDue = true;
-    life.sleepAskedAt = look.at.running;
+    life.sleepAskedAt = life.look.at.running;
   }
   if (outcome.verdict) {
     confirm(step, *outcome.verdict);
   } else {
     fail(step, wasReleased);
   }
-  const bool isWanted = outcome.verdict ? outcome.verdict->isWanted : !isTimerOver(life);
-  const bool hasGone = wasReleased || (life.wentByItself && !isWanted);
-  const bool mayNeedSleep = !outcome.verdict || outcome.verdict->needsSleep;
-  const bool isNewlyDue = hasGone && !outcome.askedForSleep && mayNeedSleep;
-  life.wentByItself = life.wentByItself && !outcome.verdict && isWanted;
-  const bool isHeldUp = outcome.verdict && isWanted;
-  const bool isDueAgain =
-      life.isSleepDue && !isHeldUp && life.sleepAskedAt + LockLife::pollInterval <= look.at.running;
-  life.isSleepDue = life.isSleepDue || isNewlyDue;
-  if (isNewlyDue || isDueAgain) {
-    step.effects.emplace_back(AskForSleep{});
-  }
+  seeToSleep(step, outcome, wasReleased);
 }
 
 void hearAboutSleep(LockStep& step, SleepAnswer answer) {
@@ -308,8 +320,9 @@ StateAmendment LockLife::amendment(const Moment& now) const {
   StateAmendment amendment{.clockStep = clockStep + clockStepBetween(look.at, now),
                            .ending = ending,
                            .mustBeWritten = mustWriteFirst};
-  const bool isMarkAll = look.lock == LockReading::unknown && look.owesRelease && !mustGo;
-  if (look.lock == LockReading::off || isMarkAll) {
+  const bool isMarkAllThatIsKnown =
+      look.lock == LockReading::unknown && look.owesRelease && !mustGo;
+  if (look.lock == LockReading::off || isMarkAllThatIsKnown) {
     // A lock of which nothing but the mark is known is switched once more, on or off.
     amendment.ownsLock = false;
   } else if (look.owesRelease || mustGo) {
