@@ -67,7 +67,7 @@ class World:
         wait_until(self.daemon.is_serving, "nodod takes its name", PATIENCE)
 
     def has_ended(self):
-        return self.daemon.process.poll() is not None
+        return not self.daemon.process or self.daemon.process.poll() is not None
 
     def reconnect(self):
         """To a bus that is another one by now."""

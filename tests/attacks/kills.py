@@ -23,7 +23,9 @@ from expectations import check, equal, wait_until
 
 KILLS, KILLS_OF_MANY = (10, 100) if IS_MAC else (100, 1000)
 ROUND = 10  # kills between two looks at what the daemon makes of it
-LONGEST_LIFE = 1.2 if IS_MAC else 0.12  # seconds; on a Mac a pass waits for its tools
+MOST_ANSWERS = 10  # before a kill
+SHORTEST_LIFE = 0.5 if IS_MAC else 0.01  # seconds, about what a request takes
+PATIENCE = 5  # seconds, until a daemon is killed that answers less
 MOST_SECONDS = 5 if IS_MAC else 2  # from the daemon's start until a timer's lock is back
 REQUESTS = [("EnableManual", "x", (20,)), ("Stop", "", ()), ("Status", "", ()),
             ("EnableManualV2", "xba{sv}", (30, True, {"name": "load"})),
@@ -59,6 +61,7 @@ class Load:
 
     def __init__(self, clients):
         self.is_on = multiprocessing.Event()
+        self.answered = multiprocessing.Value("l")
         self.resting = multiprocessing.Value("l")
         self.requests = multiprocessing.SimpleQueue()
         self.clients = [multiprocessing.Process(target=self.send, daemon=True,
@@ -87,17 +90,26 @@ class Load:
             status = reply.get("status") or reply.get("run", {}).get("status")
             end = seconds_of(status["state"].get("manualUntil")) if status else reply["error"]
             self.requests.put(Request(method, minutes, sent, time.monotonic(), sent_on, end))
+            self.count(self.answered, 1)
 
     def rest(self):
-        for difference in (1, -1):
-            with self.resting.get_lock():
-                self.resting.value += difference
-            if difference == 1:
-                self.is_on.wait()
+        self.count(self.resting, 1)
+        self.is_on.wait()
+        self.count(self.resting, -1)
+
+    @staticmethod
+    def count(value, difference):
+        with value.get_lock():
+            value.value += difference
 
     def start(self):
         self.is_on.set()
         wait_until(lambda: self.resting.value == 0, "the clients begin")
+
+    def await_answers(self, count):
+        enough, latest = self.answered.value + count, time.monotonic() + PATIENCE
+        while self.answered.value < enough and time.monotonic() < latest:
+            time.sleep(0.001)
 
     def stop(self):
         """Returns what was sent since the start."""
@@ -203,10 +215,10 @@ def attack(world, is_full):
     kills = KILLS_OF_MANY if is_full else KILLS
     for kill in range(1, kills + 1):
         load.start()
-        # The moment of the kill is what varies: at work, or still at the start.
-        begin = daemon.start if random.random() < 0.7 else daemon.spawn
-        begin()
-        time.sleep(random.uniform(0, LONGEST_LIFE))
+        # The moment of the kill is what varies: still at the start, or in the midst of any request.
+        daemon.spawn()
+        load.await_answers(random.choice([0, random.randrange(1, MOST_ANSWERS + 1)]))
+        time.sleep(random.uniform(0, SHORTEST_LIFE))
         daemon.kill()
         killed_on = time.time()
         requests = load.stop()
