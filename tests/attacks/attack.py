@@ -31,6 +31,7 @@ class World:
         programs = pathlib.Path(build) / "programs"
         nodod = programs / "nodod/nodod"
         self.tally = pathlib.Path(build) / "tests/e2e/libnodo_heap_tally.so"
+        self.civil_clock = pathlib.Path(build) / "tests/attacks/libnodo_civil_clock.so"
         bus = connect()
         if IS_MAC:
             self.daemon = MacDaemon(nodod, programs / "nodoctl/nodoctl", bus)
@@ -70,7 +71,7 @@ class World:
         return not self.daemon.process or self.daemon.process.poll() is not None
 
     def reconnect(self):
-        """To a bus that is another one by now."""
+        """To a bus and a logind that are others by now."""
         self.daemon.bus = connect()
         self.logind = Logind(self.daemon.bus)
 

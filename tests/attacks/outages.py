@@ -95,8 +95,9 @@ def start_service(name, *command):
     wait_until(lambda: process_of(name) == process.pid, f"{name} is there", PATIENCE)
 
 
-def start_logind():
+def start_logind(world):
     start_service(LOGIND[0], "/lib/systemd/systemd-logind")
+    world.reconnect()
 
 
 # ---- what fails
@@ -105,7 +106,7 @@ def start_logind():
 def logind_is_killed(outage):
     kill(LOGIND[0])
     outage.change()
-    start_logind()
+    start_logind(outage.world)
 
 
 def logind_hangs(outage):
@@ -119,19 +120,16 @@ def logind_hangs(outage):
 
 def the_bus_is_killed(outage):
     """And with it go all who are on it."""
-    pid = process_of(BUS[0])
-    manager = process_of("org.freedesktop.systemd1")
-    os.kill(pid, signal.SIGKILL)
+    for pid in [process_of(name) for name in ("org.freedesktop.systemd1", LOGIND[0], BUS[0])]:
+        os.kill(pid, signal.SIGKILL)
     (FOLDER / "bus").unlink()
     wait_until(outage.world.has_ended, "nodod ends with its bus", PATIENCE)
-    wait_until(lambda: not os.path.exists(f"/proc/{manager}/ns"), "what was on the bus", PATIENCE)
     start("dbus-daemon", f"--config-file={FOLDER}/bus.conf", "--nofork", "--nopidfile",
           stderr=subprocess.DEVNULL)
-    wait_until(lambda: listens(FOLDER / "bus"), "the bus listens", PATIENCE)
+    wait_until(lambda: listens(f"{FOLDER}/bus"), "the bus listens", PATIENCE)
     start_service("org.freedesktop.systemd1", "/usr/bin/python3", "-m", "dbusmock", "--system",
                   "--template", "systemd")
-    start_logind()
-    outage.world.reconnect()
+    start_logind(outage.world)
     outage.expect_lock(False, "of a daemon that has ended")
 
 
@@ -190,7 +188,7 @@ def the_lock_follows_by_itself(world):
     outage.begin()
     kill(LOGIND[0])
     check(not outage.ask("EnableManual", "x", (20,)), "no lock without a logind")
-    start_logind()
+    start_logind(world)
     began = time.monotonic()
     world.await_lock(True, "again, though nobody asks", RETRY)
     return f"a lock follows a logind that is back by itself within {time.monotonic() - began:.0f} s"
