@@ -167,6 +167,11 @@ class Oracle:
         self.acknowledged += sum(writer.answered < math.inf for writer in writers)
         self.open += sum(writer.answered == math.inf for writer in writers)
 
+    def told(self):
+        return [f"{self.answered} requests answered",
+                f"{self.acknowledged} changes of the timer acknowledged and none lost",
+                f"{self.open} on their way when the daemon died"]
+
 
 class Recoveries:
     """What the next daemon makes of the state that a killed one left, time after time."""
@@ -231,9 +236,7 @@ def attack(world, is_full):
             oracle.end = timer_on_disk(daemon)
     check("pass failed" not in daemon.log(), "no pass ever failed")
     check(oracle.answered >= kills / 2, f"the load was a load: {oracle.answered} answers")
-    return [f"{kills} kills under load", f"{oracle.answered} requests answered",
-            f"{oracle.acknowledged} changes of the timer acknowledged and none lost",
-            f"{oracle.open} on their way when the daemon died",
+    return [f"{kills} kills under load", *oracle.told(),
             f"{len(recoveries.seconds)} times a lock was back within "
             f"{max(recoveries.seconds, default=0):.2f} s", f"{recoveries.without_timer} times none"]
 

@@ -9,12 +9,14 @@ wherever the answer was a success.
 """
 
 import collections
+import dataclasses
 import json
 import os
 import pathlib
 import random
 import shutil
 import time
+from typing import Optional
 
 from attack import IS_MAC, LONGEST, ask, fill, main, seconds_of, small_disk
 from daemon_world import date
@@ -30,22 +32,21 @@ PATIENCE = 120  # seconds, which a lock may stand while passes fail
 NO_PRIVILEGES = ["setpriv", "--bounding-set", "-dac_override,-dac_read_search", "--"]
 
 
+@dataclasses.dataclass(frozen=True)
 class Effect:
     """What a sabotage makes of the state."""
 
-    def __init__(self, *, timer=None, is_readable=True, is_writable=True, may_start=True):
-        self.timer = timer  # seconds since 1970
-        self.is_readable = is_readable
-        self.is_writable = is_writable
-        self.may_start = may_start
+    timer: Optional[float] = None  # seconds since 1970
+    is_readable: bool = True
+    is_writable: bool = True
+    may_start: bool = True
 
 
 UNREADABLE = Effect(is_readable=False)
 
 
 class Disk:
-    """Where the state is, and what is done to it. Each sabotage returns its effect, given the
-    timer that the state had."""
+    """Where the state is."""
 
     def __init__(self, folder, disk):
         self.folder = folder
@@ -80,153 +81,184 @@ class Disk:
         for file in self.disk.glob("fill*"):
             file.unlink()
 
-    # ---- the file is lost, or something else
 
-    def file_removed(self, _timer):
-        self.clear()
-        return Effect()
+# ---- sabotages, each of which returns its effect, given the timer that the state had: the file is
+# lost, or something else
 
-    def folder_removed(self, _timer):
-        shutil.rmtree(self.folder)
-        return Effect()
 
-    def truncated(self, _timer):
-        content = self.content().rstrip()
-        self.put(content[:random.randrange(1, len(content))])
-        return UNREADABLE
+def file_removed(disk, _timer):
+    disk.clear()
+    return Effect()
 
-    def emptied(self, _timer):
-        self.put(b"")
-        return UNREADABLE
 
-    def garbage(self, _timer):
-        self.put(random.randbytes(random.choice([1, 100, 100_000])))
-        return UNREADABLE
+def folder_removed(disk, _timer):
+    shutil.rmtree(disk.folder)
+    return Effect()
 
-    def other_json(self, _timer):
-        text = random.choice(["[]", '"text"', "7", "null", "true", '[{"manualUntil": 1}]'])
-        self.put(text.encode())
-        return UNREADABLE
 
-    def deep_json(self, _timer):
-        self.put(b'{"x":' + 100_000 * b"[" + 100_000 * b"]" + b"}")
-        return UNREADABLE
+def truncated(disk, _timer):
+    content = disk.content().rstrip()
+    disk.put(content[:random.randrange(1, len(content))])
+    return UNREADABLE
 
-    def other_object(self, _timer):
-        self.put(random.choice([b"{}", b'{"manualUntill": "2999-01-01T00:00:00Z"}']))
-        return Effect()
 
-    def wrong_types(self, _timer):
-        field, value = random.choice([
-            ("manualUntil", 4102444800), ("manualUntil", True), ("manualUntil", []),
-            ("ownsSleepDisable", "yes"), ("ownsSleepDisable", 1), ("triggerHistory", {}),
-            ("recentRequesters", [7]), ("createdAt", None), ("lastRequester", "me")])
-        if value is None:
-            value = {}
-        self.put_fields(**{field: value})
-        return UNREADABLE
+def emptied(disk, _timer):
+    disk.put(b"")
+    return UNREADABLE
 
-    def huge_numbers(self, _timer):
-        self.put_fields(manualUntil=random.choice([
-            "99999999999-01-01T00:00:00Z", "2026-99-99T99:99:99Z", "-0000-01-01T00:00:00Z",
-            "2026-01-01T00:00:99999999999999999999Z", f"{'9' * 400}-01-01T00:00:00Z"]))
-        return UNREADABLE
 
-    def too_large(self, _timer):
-        self.clear()
-        with open(self.file, "wb") as file:
-            file.truncate((64 << 20) + random.choice([1, 1 << 30]))  # without taking room
-        return UNREADABLE
+def garbage(disk, _timer):
+    disk.put(random.randbytes(random.choice([1, 100, 100_000])))
+    return UNREADABLE
 
-    def folder_in_its_place(self, _timer):
-        self.clear()
-        self.file.mkdir()
-        return UNREADABLE
 
-    def fifo_in_its_place(self, _timer):
-        self.clear()
-        os.mkfifo(self.file)
-        return UNREADABLE
+def other_json(disk, _timer):
+    text = random.choice(["[]", '"text"', "7", "null", "true", '[{"manualUntil": 1}]'])
+    disk.put(text.encode())
+    return UNREADABLE
 
-    def link_to_itself(self, _timer):
-        self.clear()
-        self.file.symlink_to(self.file)
-        return UNREADABLE
 
-    def link_to_another_state(self, _timer):
-        end = int(time.time()) + 1800
-        self.aside.write_text(json.dumps({"manualUntil": date(end)}), encoding="utf-8")
-        self.clear()
-        self.file.symlink_to(self.aside)
-        return Effect(timer=end)
+def deep_json(disk, _timer):
+    disk.put(b'{"x":' + 100_000 * b"[" + 100_000 * b"]" + b"}")
+    return UNREADABLE
 
-    # ---- the state says something else
 
-    def far_timer(self, _timer):
-        year = random.choice(["2999", "9999", "99999"])
-        self.put_fields(manualUntil=f"{year}-01-01T00:00:00Z")
-        return Effect(timer=CAPPED)
+def other_object(disk, _timer):
+    disk.put(random.choice([b"{}", b'{"manualUntill": "2999-01-01T00:00:00Z"}']))
+    return Effect()
 
-    def past_timer(self, _timer):
-        end = random.choice([0, -2208988800, int(time.time()) - 60])
-        self.put_fields(manualUntil=date(end))
-        return Effect(timer=end)
 
-    def other_timer(self, _timer):
-        end = int(time.time()) + random.randrange(600, 36000)
-        self.put_fields(manualUntil=date(end))
-        return Effect(timer=end)
+def wrong_types(disk, _timer):
+    field, value = random.choice([
+        ("manualUntil", 4102444800), ("manualUntil", True), ("manualUntil", []),
+        ("ownsSleepDisable", "yes"), ("ownsSleepDisable", 1), ("triggerHistory", {}),
+        ("recentRequesters", [7]), ("createdAt", None), ("lastRequester", "me")])
+    if value is None:
+        value = {}
+    disk.put_fields(**{field: value})
+    return UNREADABLE
 
-    def owned(self, timer):
-        self.put_fields(ownsSleepDisable=True)
-        return Effect(timer=timer)
 
-    def disowned(self, timer):
-        self.put_fields(ownsSleepDisable=False)
-        return Effect(timer=timer)
+def huge_numbers(disk, _timer):
+    disk.put_fields(manualUntil=random.choice([
+        "99999999999-01-01T00:00:00Z", "2026-99-99T99:99:99Z", "-0000-01-01T00:00:00Z",
+        "2026-01-01T00:00:99999999999999999999Z", f"{'9' * 400}-01-01T00:00:00Z"]))
+    return UNREADABLE
 
-    # ---- the state's surroundings
 
-    def no_rights(self, _timer):
-        self.put(self.content())
-        self.file.chmod(0)
-        return UNREADABLE
+def too_large(disk, _timer):
+    disk.clear()
+    with open(disk.file, "wb") as file:
+        file.truncate((64 << 20) + random.choice([1, 1 << 30]))  # without taking room
+    return UNREADABLE
 
-    def folder_without_rights(self, _timer):
-        self.folder.chmod(0)
-        return Effect(is_readable=False, may_start=False)
 
-    def folder_read_only(self, timer):
-        self.folder.chmod(0o500)
+def folder_in_its_place(disk, _timer):
+    disk.clear()
+    disk.file.mkdir()
+    return UNREADABLE
+
+
+def fifo_in_its_place(disk, _timer):
+    disk.clear()
+    os.mkfifo(disk.file)
+    return UNREADABLE
+
+
+def link_to_itself(disk, _timer):
+    disk.clear()
+    disk.file.symlink_to(disk.file)
+    return UNREADABLE
+
+
+def link_to_another_state(disk, _timer):
+    end = int(time.time()) + 1800
+    disk.aside.write_text(json.dumps({"manualUntil": date(end)}), encoding="utf-8")
+    disk.clear()
+    disk.file.symlink_to(disk.aside)
+    return Effect(timer=end)
+
+
+# ---- the state says something else
+
+
+def far_timer(disk, _timer):
+    year = random.choice(["2999", "9999", "99999"])
+    disk.put_fields(manualUntil=f"{year}-01-01T00:00:00Z")
+    return Effect(timer=CAPPED)
+
+
+def past_timer(disk, _timer):
+    end = random.choice([0, -2208988800, int(time.time()) - 60])
+    disk.put_fields(manualUntil=date(end))
+    return Effect(timer=end)
+
+
+def other_timer(disk, _timer):
+    end = int(time.time()) + random.randrange(600, 36000)
+    disk.put_fields(manualUntil=date(end))
+    return Effect(timer=end)
+
+
+def owned(disk, timer):
+    disk.put_fields(ownsSleepDisable=True)
+    return Effect(timer=timer)
+
+
+def disowned(disk, timer):
+    disk.put_fields(ownsSleepDisable=False)
+    return Effect(timer=timer)
+
+
+# ---- the state's surroundings
+
+
+def no_rights(disk, _timer):
+    disk.put(disk.content())
+    disk.file.chmod(0)
+    return UNREADABLE
+
+
+def folder_without_rights(disk, _timer):
+    disk.folder.chmod(0)
+    return Effect(is_readable=False, may_start=False)
+
+
+def folder_read_only(disk, timer):
+    disk.folder.chmod(0o500)
+    return Effect(timer=timer, is_writable=False)
+
+
+def file_in_place_of_folder(disk, _timer):
+    shutil.rmtree(disk.folder)
+    disk.folder.write_bytes(b"")
+    return Effect(is_writable=False, may_start=False)
+
+
+def disk_full(disk, timer):
+    fill(disk.disk)
+    return Effect(timer=timer, is_writable=False)
+
+
+def no_more_files(disk, timer):
+    try:
+        for number in range(1000):
+            (disk.disk / f"fill{number}").touch()
+    except OSError:
         return Effect(timer=timer, is_writable=False)
-
-    def file_in_place_of_folder(self, _timer):
-        shutil.rmtree(self.folder)
-        self.folder.write_bytes(b"")
-        return Effect(is_writable=False, may_start=False)
-
-    def disk_full(self, timer):
-        fill(self.disk)
-        return Effect(timer=timer, is_writable=False)
-
-    def no_more_files(self, timer):
-        try:
-            for number in range(1000):
-                (self.disk / f"fill{number}").touch()
-        except OSError:
-            return Effect(timer=timer, is_writable=False)
-        raise AssertionError("the disk takes any number of files")
+    raise AssertionError("the disk takes any number of files")
 
 
-SABOTAGES = [Disk.file_removed, Disk.folder_removed, Disk.truncated, Disk.emptied, Disk.garbage,
-             Disk.other_json, Disk.deep_json, Disk.other_object, Disk.wrong_types,
-             Disk.huge_numbers, Disk.too_large, Disk.folder_in_its_place, Disk.fifo_in_its_place,
-             Disk.link_to_itself, Disk.link_to_another_state, Disk.far_timer, Disk.past_timer,
-             Disk.other_timer, Disk.owned, Disk.disowned, Disk.no_rights,
-             Disk.folder_without_rights, Disk.folder_read_only, Disk.file_in_place_of_folder,
-             Disk.disk_full, Disk.no_more_files]
+SABOTAGES = [file_removed, folder_removed, truncated, emptied, garbage,
+             other_json, deep_json, other_object, wrong_types,
+             huge_numbers, too_large, folder_in_its_place, fifo_in_its_place,
+             link_to_itself, link_to_another_state, far_timer, past_timer,
+             other_timer, owned, disowned, no_rights,
+             folder_without_rights, folder_read_only, file_in_place_of_folder,
+             disk_full, no_more_files]
 
 
+# pylint: disable-next=too-many-instance-attributes  # the daemon, its model and what is counted
 class Trial:
     """The daemon beside its model."""
 
@@ -252,7 +284,7 @@ class Trial:
         is_sabotaged = self.sabotage_name != "none"
         lot = random.random()
         if lot < 0.25:
-            self.heal() if is_sabotaged else self.sabotage()
+            (self.heal if is_sabotaged else self.sabotage)()
         elif lot < 0.31:
             self.restart()
         elif self.world.has_ended():
