@@ -54,6 +54,10 @@ class Disk:
         self.file = folder / "state.json"
         self.aside = FOLDER / "aside.json"
 
+    def have_lock_file(self):
+        """So that a daemon can be started where it cannot make one."""
+        (self.folder / "nodod.lock").touch()
+
     def content(self):
         return self.file.read_bytes() if self.file.exists() else b"{}"
 
@@ -225,6 +229,7 @@ def folder_without_rights(disk, _timer):
 
 
 def folder_read_only(disk, timer):
+    disk.have_lock_file()
     disk.folder.chmod(0o500)
     return Effect(timer=timer, is_writable=False)
 
@@ -241,6 +246,7 @@ def disk_full(disk, timer):
 
 
 def no_more_files(disk, timer):
+    disk.have_lock_file()
     try:
         for number in range(1000):
             (disk.disk / f"fill{number}").touch()
