@@ -21,7 +21,7 @@ from buses import HELPER
 from clients import connect
 from expectations import check, equal, wait_until
 
-KILLS, KILLS_OF_MANY = (10, 100) if IS_MAC else (100, 1000)
+KILLS, KILLS_OF_MANY = (10, 50) if IS_MAC else (100, 1000)
 ROUND = 10  # kills between two looks at what the daemon makes of it
 MOST_ANSWERS = 10  # before a kill
 SHORTEST_LIFE = 0.5 if IS_MAC else 0.01  # seconds, about what a request takes
