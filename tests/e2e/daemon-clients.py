@@ -7,7 +7,6 @@ usage: daemon-clients.py NODOD NODOCTL HEAP-TALLY
 import multiprocessing
 import os
 import random
-import struct
 import sys
 import time
 
@@ -15,19 +14,16 @@ import dbus
 
 from buses import HELPER, start_call
 from clients import connect, request
-from daemon_world import date, main
-from expectations import check, equal, wait_until
-from laptop import FOLDER, Network, PowerSupplies
-from processes import NOBODY, environment
+from daemon_world import main
+from expectations import check, equal
+from holdings import Holdings, full_history
+from laptop import Network, PowerSupplies
+from processes import NOBODY
 
 DYING = 1000
 AT_ONCE = 200
 PATIENCE = 30  # seconds for an answer
-STEADY = 40  # looks, 5 ms apart
-# What comes with the first that needs it and stays, as a queue's room, is no leak.
-MADE_ONCE = {"descriptors": 0, "mappings": 0, "blocks of memory": 10}
 REFUSED = multiprocessing.Value("L")  # of those who waited for their answer
-TALLY = FOLDER / f"heap.{os.getpid()}"
 
 
 def die_mid_request(count):
@@ -76,54 +72,20 @@ def let_them_die(count):
         equal(mortal.exitcode, 0, "the clients could ask")
 
 
-def holdings(pid):
-    with open(f"/proc/{pid}/maps", encoding="ascii") as mappings:
-        return {"descriptors": len(os.listdir(f"/proc/{pid}/fd")),
-                "mappings": sum("[heap]" not in mapping for mapping in mappings),
-                "blocks of memory": struct.unpack("q", TALLY.read_bytes())[0]}
-
-
-def at_rest(read):
-    """What `read` gives once it stays the same: the last of the dead may still be served."""
-    seen = []
-
-    def stays():
-        seen.append(read())
-        return len(seen) >= STEADY and all(value == seen[-1] for value in seen[-STEADY:])
-
-    wait_until(stays, "the daemon is at rest")
-    return seen[-1]
-
-
-def full_history():
-    """As many requests as a state remembers, so that it does not grow while it is watched."""
-    now = time.time()
-    return [{"name": f"dying {index % 7}", "requestedAt": date(now - index)}
-            for index in reversed(range(500))]
-
-
 def test(daemon, logind):
     Network()
     PowerSupplies()
     daemon.put_timer(-1, triggerHistory=full_history())
-    daemon.environment = environment(LD_PRELOAD=sys.argv[3], NODO_HEAP_TALLY=str(TALLY))
+    holdings = Holdings(sys.argv[3])
+    daemon.environment = holdings.environment
     daemon.start()
     pid = daemon.process.pid
     let_them_die(DYING // 2)  # the warm-up
     daemon.stop()
-    before = at_rest(lambda: holdings(pid))
+    before = holdings.at_rest(pid)
     let_them_die(DYING)
     daemon.stop()
-    after = {}
-
-    def is_given_back():
-        after.update(holdings(pid))
-        return all(held <= before[what] + MADE_ONCE[what] for what, held in after.items())
-
-    try:
-        wait_until(is_given_back, "what the dead took is given back")
-    finally:
-        print(f"before {before}, after {after}")
+    print(f"before {before}, after {holdings.await_return_to(before, pid)}")
     equal(logind.locks(), [], "the lock after all that")
     served, refused = daemon.log().count("sleep lock switched on"), REFUSED.value
     check(min(served, refused) > DYING / 50, f"they asked: {served} served, {refused} refused")
