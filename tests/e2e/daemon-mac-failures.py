@@ -6,6 +6,7 @@ usage: daemon-mac-failures.py NODOD NODOCTL [TEST ...]
 """
 
 import os
+import pathlib
 import shutil
 import subprocess
 import time
@@ -126,6 +127,30 @@ def a_lock_of_a_killed_daemon_is_released_though_the_state_is_lost(daemon, mac):
     check(not MARK.exists(), "the mark is gone with the lid open")
 
 
+def a_lock_left_behind_goes_though_the_daemon_cannot_start(daemon, mac):
+    daemon.start()
+    daemon.manual(20)
+    daemon.kill()
+    shutil.rmtree(daemon.state_folder)
+    pathlib.Path(daemon.state_folder).write_text("no folder", encoding="utf-8")
+    try:
+        run = subprocess.run(daemon.command(), capture_output=True, text=True, check=False,
+                             timeout=60)
+    finally:
+        os.unlink(daemon.state_folder)
+    equal(run.returncode, 1, f"the exit ({run.stderr})")
+    daemon.expect_lock(False, "when it has ended")
+    check(not MARK.exists() and mac.now()["preference"] is False, "and no start brings it back")
+
+
+def a_timer_beyond_the_longest_is_cut(daemon, _mac):
+    daemon.put_timer(10**9)
+    daemon.start()
+    remaining = daemon.status()["manualRemainingSeconds"]
+    check(0 < remaining <= 720 * 60, f"the longest timer, not {remaining} s")
+    daemon.expect_lock(True, "with a timer")
+
+
 def once_leaves_no_lock(daemon, mac):
     daemon.put_timer(600)
     run = subprocess.run([*daemon.command(), "--once"], capture_output=True, text=True, check=False,
@@ -189,7 +214,9 @@ main([a_lock_that_is_refused_fails_the_request, nodoctl_tells_that_the_lock_is_r
       what_was_refused_is_tried_again_within_a_minute, sleep_that_is_refused_is_asked_for_again,
       a_lock_that_somebody_switches_off_is_taken_again,
       an_end_whose_release_is_refused_is_no_success,
-      a_lock_of_a_killed_daemon_is_released_though_the_state_is_lost, once_leaves_no_lock,
+      a_lock_of_a_killed_daemon_is_released_though_the_state_is_lost,
+      a_lock_left_behind_goes_though_the_daemon_cannot_start, a_timer_beyond_the_longest_is_cut,
+      once_leaves_no_lock,
       a_lock_that_comes_back_with_the_machine_is_released,
       a_lock_that_powerd_brings_back_late_is_released,
       a_state_folder_that_is_gone_keeps_no_lock, a_state_that_cannot_be_read_keeps_no_lock])
