@@ -192,7 +192,6 @@ std::optional<SystemSnapshot> LockKeeper::seen() const {
 
 void LockKeeper::perform(const MakePass& effect) {
   PassOutcome outcome;
-  isAmended_ = false;
   try {
     amend(effect.amendment);
     outcome.isAmended = true;

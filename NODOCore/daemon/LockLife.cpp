@@ -222,7 +222,6 @@ void seeToSleep(LockStep& step, const PassOutcome& outcome, bool wasReleased) {
   const bool isDueAgain = life.isSleepDue && !(outcome.verdict && isWanted) &&
                           life.sleepAskedAt + LockLife::pollInterval <= now;
   life.wentByItself = life.wentByItself && !outcome.verdict && isWanted;
-  life.isSleepDue = life.isSleepDue || isNewlyDue;
   if (isNewlyDue || isDueAgain) {
     step.effects.emplace_back(AskForSleep{});
   }

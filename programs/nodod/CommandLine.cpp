@@ -93,7 +93,8 @@ void describe(CLI::App& app, Options& into) {
          },
          "How long after a timer's end the lock is released, in seconds (default: 1)")
       ->type_name("S");
-  app.add_flag("--once", into.once, "Run one pass, print its report as JSON, release the lock and exit");
+  app.add_flag("--once", into.once,
+               "Run one pass, print its report as JSON, release the lock and exit");
 }
 
 }  // namespace

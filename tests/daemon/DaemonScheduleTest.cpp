@@ -216,6 +216,15 @@ TEST_F(DaemonScheduleTest, ALockThatIsGoneIsTakenAgain) {
   EXPECT_TRUE(stored().ownsSleepDisable);
 }
 
+TEST_F(DaemonScheduleTest, AMachineWhoseLockWentByItselfSleepsAfterAStop) {
+  start();
+  closeLidOnBattery();
+  askManual(20);
+  power.isSleepDisabled = false;
+  askStop();
+  EXPECT_EQ(power.sleepRequests, 1);
+}
+
 TEST_F(DaemonScheduleTest, ALockWhoseStateVanishedIsReleased) {
   for (const bool dies : {true, false}) {
     lockDiesWithProcess = dies;

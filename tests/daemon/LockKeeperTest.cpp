@@ -136,6 +136,14 @@ TEST_F(LastingLockTest, ATimerThatEndsAfterYieldingLeavesNothingBehind) {
   EXPECT_FALSE(loop.timer);
 }
 
+TEST_F(LastingLockTest, ALockThatNobodyOwnsIsReleasedWhereNodoWasInUse) {
+  askManual(20);
+  askStop();
+  power.isSleepDisabled = true;
+  machineChanged();
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
 // ---- the mark
 
 TEST_F(LastingLockTest, TheMarkIsThereBeforeTheLockAndGoesAfterIt) {
@@ -189,6 +197,17 @@ TEST_F(LastingLockTest, ALockWithoutAMarkThatTheStateOwnsIsMarked) {
   kill();
   EXPECT_TRUE(isMarked());
   EXPECT_TRUE(power.isSleepDisabled);
+  std::filesystem::remove(store().stateURL());
+  EXPECT_TRUE(askForNewStatus().status->state.ownsSleepDisable);
+}
+
+TEST_F(LastingLockTest, AMarkThatSomebodyRemovedIsNoTrouble) {
+  askManual(20);
+  std::filesystem::remove(mark());
+  askStop();
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_THAT(lines, ElementsAre("sleep lock switched on (enable:manual_timer)",
+                                 "sleep lock switched off (release:user_stop)"));
 }
 
 TEST_F(LastingLockTest, AStateFolderThatVanishesWhileTheLockIsOnIsMadeUpForByTheMark) {
@@ -356,7 +375,46 @@ TEST_F(LastingLockTest, TheStatusDoesNotOwnALockThatIsOffThoughThatCouldNotBeWri
   EXPECT_FALSE(status.manualRemainingSeconds);
 }
 
+// ---- what is written and told
+
+TEST_F(LastingLockTest, AStopIsWrittenOnce) {
+  askManual(20);
+  askStop();
+  const NODOState afterStop = stored();
+  pass(Seconds(100));
+  machineChanged();
+  EXPECT_EQ(stored(), afterStop);
+}
+
+TEST_F(LastingLockTest, AReleaseOutsideOfAPassIsDatedInTheState) {
+  askManual(20);
+  pass(Seconds(30));
+  terminate();
+  EXPECT_EQ(stored().updatedAt, now);
+  EXPECT_EQ(stored().lastPowerOperation->occurredAt, now);
+}
+
+TEST_F(LastingLockTest, AReleaseThatCannotBeWrittenIsToldOf) {
+  askManual(20);
+  const test::DiskFull full;
+  askStop();
+  EXPECT_THAT(lines, Contains(StartsWith("the release of the sleep lock cannot be recorded: ")));
+}
+
+TEST_F(LastingLockTest, AReleaseWhoseToolIsMissingIsToldOf) {
+  askManual(20);
+  refuse(Action::enableSleep, Behaviour::cannotRun);
+  terminate();
+  EXPECT_THAT(lines, Contains(StartsWith("the sleep lock cannot be released: ")));
+}
+
 // ---- the cost of a request
+
+TEST_F(LastingLockTest, AResumeLooksAtTheMachineOnce) {
+  const int before = machine->snapshotsTaken;
+  loop.handlers.machineChanged({News::resume});
+  EXPECT_EQ(machine->snapshotsTaken, before + 1);
+}
 
 TEST_F(LastingLockTest, ARequestLooksAtTheMachineOnce) {
   const int before = machine->snapshotsTaken;
