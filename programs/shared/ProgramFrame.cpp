@@ -106,8 +106,13 @@ void Console::print(const std::string& text) const {
 }
 
 void Console::complain(std::string_view message) const {
+  // A foreign text of many megabytes takes long to escape, and nobody reads it.
+  const std::string shown =
+      message.size() <= longestMessage
+          ? escapedForDisplay(message)
+          : escapedForDisplay(repairedUTF8(message.substr(0, longestMessage))) + "...";
   // In one piece, so that lines of two processes do not mix.
-  error << std::string(program) + ": " + escapedForDisplay(message) + "\n" << std::flush;
+  error << std::string(program) + ": " + shown + "\n" << std::flush;
 }
 
 int Console::refuse(const UsageError& usage) const {

@@ -74,6 +74,9 @@ class LogStream : public std::ostream {
 
 /// Where a program writes, and under which name it complains.
 struct Console {
+  /// In bytes; of a longer complaint the beginning is shown.
+  static constexpr std::size_t longestMessage = 3500;
+
   std::string_view program;
   std::ostream& output;
   std::ostream& error;
@@ -81,7 +84,8 @@ struct Console {
   /// Writes an answer, whole. Throws std::runtime_error when it could not be, as on a full disk.
   void print(const std::string& text) const;
 
-  /// Writes `message` as a line of this program, foreign control characters escaped.
+  /// Writes `message` as a line of this program, foreign control characters escaped and what is too
+  /// long cut.
   void complain(std::string_view message) const;
 
   /// Complains of a wrong use. Returns the exit status.

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -87,6 +88,14 @@ TEST_F(LogStreamTest, ALogWithoutAReaderIsNoFailure) {
   log << "lost\n";
   EXPECT_TRUE(log.good());
   std::signal(SIGPIPE, before);
+}
+
+TEST(ConsoleTest, OfAnEndlessMessageTheBeginningIsShown) {
+  std::ostringstream error;
+  const Console console{.program = "nodod", .output = error, .error = error};
+  console.complain(std::string(30'000'000, '\x1b'));
+  EXPECT_EQ(error.str().size(), std::string("nodod: ...\n").size() +
+                                    Console::longestMessage * std::string("\\u{1b}").size());
 }
 
 }  // namespace
