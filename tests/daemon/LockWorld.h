@@ -11,6 +11,10 @@
 
 namespace nodo::test {
 
+inline int wholeSecondsOf(Seconds seconds) {
+  return static_cast<int>(seconds.count());
+}
+
 /// The rule by which a daemon in a LockWorld lives.
 using FollowRule = std::function<LockStep(LockLife life, const LockEvent& event)>;
 
