@@ -50,8 +50,8 @@ bool mayNameProperty(sd_bus_message* message, std::string_view wanted) {
 
 }  // namespace
 
-LogindSignals::LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener)
-    : loop_(loop), shared_(systemBus), listener_(std::move(listener)) {
+LogindSignals::LogindSignals(EventLoop& loop, sd_bus* shared, Listener listener)
+    : loop_(loop), shared_(shared), listener_(std::move(listener)) {
   listen();
 }
 

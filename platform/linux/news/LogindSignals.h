@@ -15,10 +15,10 @@ class LogindSignals {
     std::function<void()> resumed;
   };
 
-  /// Calls `listener` in the loop. Uses `systemBus`, or a connection of its own when that is null.
+  /// Calls `listener` in the loop. Uses `shared`, or a connection of its own when that is null.
   /// A connection that cannot be had or gets lost, and a bus that does not let it listen, is
   /// logged, once, and waits for `repair`.
-  LogindSignals(EventLoop& loop, sd_bus* systemBus, Listener listener);
+  LogindSignals(EventLoop& loop, sd_bus* shared, Listener listener);
 
   LogindSignals(const LogindSignals&) = delete;
   LogindSignals& operator=(const LogindSignals&) = delete;

@@ -33,11 +33,11 @@ void open(std::optional<Source>& source, const std::string& name, EventLoop& loo
 
 }  // namespace
 
-MachineWatch::MachineWatch(EventLoop& loop, sd_bus* systemBus,
+MachineWatch::MachineWatch(EventLoop& loop, sd_bus* shared,
                            std::function<void(const std::vector<News>& news)> changed)
     : changed_(std::move(changed)),
       settled_(loop, CLOCK_MONOTONIC, settleAccuracy, [this] { look(); }),
-      logindSignals_(loop, systemBus,
+      logindSignals_(loop, shared,
                      {.lidChanged = [this] { suspect(News::lid); },
                       .resumed = [this] { suspect(News::resume); }}) {
   open(supplyMessages_, "the power supplies", loop,

@@ -20,10 +20,10 @@ namespace nodo {
 /// last pass saw is told, once for a burst. Wakes up for nothing but such messages.
 class MachineWatch {
  public:
-  /// `systemBus`: a connection to the system bus that the loop serves, or null to make one.
+  /// `shared`: a connection to the system bus that the loop serves, or null to make one.
   /// `changed`: called in the loop with what changed.
   /// A source of messages that cannot be had is logged and gone without.
-  MachineWatch(EventLoop& loop, sd_bus* systemBus,
+  MachineWatch(EventLoop& loop, sd_bus* shared,
                std::function<void(const std::vector<News>& news)> changed);
 
   MachineWatch(const MachineWatch&) = delete;
