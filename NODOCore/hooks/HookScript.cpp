@@ -168,7 +168,7 @@ has_python() {
 # Sets SESSION, PROJECT and EVENT to what the payload says of them, each as one short line: of the keys
 # in its argument, those of the first that has a value which says something. Isolated (-I), as python3
 # would otherwise import a json.py that lies in the agent's folder.
-payload_values() {
+json_values() {
   local program='
 import json, os, sys
 document = json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")
@@ -240,6 +240,11 @@ hook_context() {
   fi
 }
 
+# Sets REQUESTER_EVENT.
+hook_event() {
+  REQUESTER_EVENT=${HOOK_EVENT:-$EVENT}
+}
+
 # Whether the last accepted request is too recent for another one. A stamp in the future, which only
 # a changed clock leaves, counts as recent.
 should_skip_extend() {
@@ -294,15 +299,16 @@ fi
 
 requester_name
 if should_skip_extend; then
-  payload_values "" "" "$event_keys"
+  json_values "" "" "$event_keys"
+  hook_event
   log "nodo extend throttled seconds=$MIN_INTERVAL_SECONDS requester=$REQUESTER_NAME" \
-    "event=${HOOK_EVENT:-$EVENT}"
+    "event=$REQUESTER_EVENT"
   exit 0
 fi
-payload_values "session_id sessionId conversation_id conversationId transcript_path" \
+json_values "session_id sessionId conversation_id conversationId transcript_path" \
   "cwd project_dir project" "$event_keys"
 hook_context
-REQUESTER_EVENT=${HOOK_EVENT:-$EVENT}
+hook_event
 
 if ! resolve_nodoctl; then
   log "nodoctl not found"
