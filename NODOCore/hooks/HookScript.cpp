@@ -61,11 +61,31 @@ HOOK_EVENT="${NODO_HOOK_EVENT:-}"
 
 # Agents read what a hook prints, and take some exit statuses as a refusal.
 exec >/dev/null 2>&1
-trap 'exit 0' EXIT
+PAYLOAD_READER=""
+trap finish EXIT
+
+# Node gives up what it has not written when the hook ends, and its agents report that. Whoever writes
+# without a pause is through by now or in moments; nobody else is waited for.
+# shellcheck disable=SC2317 # called by the trap
+finish() {
+  local turns=10
+  while [[ -n $PAYLOAD_READER && $turns -gt 0 ]] && kill -0 "$PAYLOAD_READER"; do
+    sleep 0.02
+    turns=$((turns - 1))
+  done
+  exit 0
+}
 
 HOOK_PAYLOAD=""
 if [[ ! -t 0 ]]; then
   HOOK_PAYLOAD=$(exec head -c 65536)
+  # An agent whose pipe breaks takes the hook for a failed one, so the rest is read, too, by a process
+  # that outlives the script. 65536 bytes are at least 16384 characters, whatever the locale.
+  if [[ ${#HOOK_PAYLOAD} -gt 16000 ]]; then
+    cat <&0 &
+    PAYLOAD_READER=$!
+    disown
+  fi
 fi
 
 # One line, whatever the words hold: the log is read by all that Unicode knows as an end of a line.
