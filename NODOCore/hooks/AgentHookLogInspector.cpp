@@ -85,11 +85,29 @@ AgentHookFallbackStatus statusOf(const Lines& lines, std::string logPath, Date n
   return status;
 }
 
-// Nothing for what is no regular file, or no file at all.
+// Others may put a log, or a link to some file, where this user's log is looked for.
+bool isOurs(const struct stat& status) {
+  return status.st_uid == ::geteuid() || status.st_uid == 0;
+}
+
+// What is at `path`, reached over no link that somebody else planted. Without O_NONBLOCK a named pipe
+// would be waited for until somebody opens its other end.
+FileDescriptor openLog(const std::string& path, int flags) {
+  flags |= O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  FileDescriptor log(::open(path.c_str(), flags | O_NOFOLLOW));
+  struct stat link {};
+
+  if (!log && errno == ELOOP && ::lstat(path.c_str(), &link) == 0 && isOurs(link)) {
+    log = FileDescriptor(::open(path.c_str(), flags));
+  }
+  return log;
+}
+
+// Nothing for what is no regular file of this user's or root's, or no file at all.
 std::optional<std::uint64_t> sizeOf(const FileDescriptor& file) {
   struct stat status {};
 
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || !isOurs(status)) {
     return std::nullopt;
   }
   return static_cast<std::uint64_t>(status.st_size);
@@ -110,11 +128,9 @@ struct LogEnd {
   }
 };
 
-// Empty for what cannot be read or is no regular file, and for a log that becomes shorter
-// meanwhile.
+// Empty for what cannot be read or is no log of ours, and for a log that becomes shorter meanwhile.
 LogEnd readEndOf(const std::string& path) {
-  // Without O_NONBLOCK opening a named pipe would wait for a writer for ever.
-  const FileDescriptor log(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const FileDescriptor log = openLog(path, O_RDONLY);
   const std::uint64_t size = sizeOf(log).value_or(0);
   const auto count = std::min<std::uint64_t>(size, Inspector::mostBytesRead);
   LogEnd end{.text = std::string(static_cast<std::size_t>(count), '\0'), .isAll = count == size};
@@ -141,16 +157,17 @@ std::string resolutionLine(std::string_view reason, Date now) {
   return line + "\n";
 }
 
-// The log, open for appending; made where it is missing. The two steps are apart because some
-// systems refuse O_CREAT for a file of another user in a folder such as /tmp. O_NONBLOCK is for a
-// named pipe, which would wait for a reader.
+// The log, open for appending; made where it is missing, for this user alone: it names projects. The
+// two steps are apart because some systems refuse O_CREAT for a file of root's in a folder such as
+// /tmp.
 FileDescriptor openForAppending(const std::string& path) {
-  constexpr int flags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  FileDescriptor file(::open(path.c_str(), flags));
+  constexpr int flags = O_WRONLY | O_APPEND;
+  FileDescriptor file = openLog(path, flags);
   if (!file && errno == ENOENT) {
-    file = FileDescriptor(::open(path.c_str(), flags | O_CREAT | O_EXCL, 0666));
+    file = FileDescriptor(
+        ::open(path.c_str(), flags | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file && errno == EEXIST) {  // the hook script made it in between
-      file = FileDescriptor(::open(path.c_str(), flags));
+      file = openLog(path, flags);
     }
   }
   return file;

@@ -58,8 +58,8 @@ struct AgentHookLogInspector {
   static std::string logPath(const Environment& environment);
 
   /// The status by the log at `logPath`, or where `environment` says when there is no path. A log
-  /// that is missing, cannot be read, is no regular file or becomes shorter while it is read counts
-  /// as empty.
+  /// that is missing, cannot be read, becomes shorter while it is read, is no regular file of this
+  /// user's or root's or is reached over somebody else's symbolic link counts as empty.
   static AgentHookFallbackStatus recentFallbackStatus(const std::optional<std::string>& logPath,
                                                       Date now, const Environment& environment);
 
@@ -69,8 +69,8 @@ struct AgentHookLogInspector {
                                                       const std::string& logPath, Date now);
 
   /// Appends to the log (chosen as above) that the fallback is needed no more, and makes the log
-  /// and its folder where they are missing. A symbolic link in the log's place is not followed:
-  /// somebody else may have planted it. Whatever fails, nothing is thrown.
+  /// and its folder where they are missing, for this user alone. To a log that would not be read
+  /// nothing is appended. Whatever fails, nothing is thrown.
   static void markFallbackResolved(const std::optional<std::string>& logPath,
                                    std::string_view reason, Date now,
                                    const Environment& environment) noexcept;

@@ -49,6 +49,7 @@ constexpr std::string_view upToCandidates = R"hook(#!/usr/bin/env bash
 # Asks nodo to keep this machine awake for as long as a coding agent works. The agent runs this at
 # each of its events; whatever goes wrong in here stays in here.
 set -u
+umask 077
 : "${HOME:=}"
 
 MINUTES="${NODO_HOOK_MINUTES:-20}"
@@ -88,18 +89,49 @@ if [[ ! -t 0 ]]; then
   fi
 fi
 
-# One line, whatever the words hold: the log is read by all that Unicode knows as an end of a line.
-# /tmp is open to everybody: a link there may lead to any file, and a pipe would hold the agent up.
-log() {
-  local message="$*" line_end now
-  if [[ -L $LOG_PATH || -p $LOG_PATH ]]; then
+# Whether this user or root made what those options of ls show of the path.
+is_ours() {
+  local owner
+  read -r _ _ owner _ < <(exec ls "$1" -- "$2")
+  [[ $owner == "$EUID" || $owner == 0 ]]
+}
+
+# Whether the way to the log is no link that somebody else planted.
+log_is_reached() {
+  [[ ! -L $LOG_PATH ]] || is_ours -dln "$LOG_PATH"
+}
+
+# Adds a line to the log. That may lie in /tmp, which is open to everybody: a link there may lead to
+# any file, and a pipe would hold the agent up. As others may exchange at any moment what is theirs, it
+# is looked at once it is open: in both directions, which does not wait for the other end of a pipe.
+write_log() {
+  if [[ ! -e $LOG_PATH && ! -L $LOG_PATH ]]; then
+    set -C
+    : >"$LOG_PATH"
+    set +C
+  fi
+  if [[ -e $LOG_PATH && ! -f $LOG_PATH ]] || ! log_is_reached; then
     return
   fi
+  {
+    if [[ -f /dev/fd/3 ]] && { [[ -O /dev/fd/3 ]] || is_ours -dlnL /dev/fd/3; } &&
+      [[ $LOG_PATH -ef /dev/fd/3 ]] && log_is_reached; then
+      {
+        [[ /dev/fd/4 -ef /dev/fd/3 ]] && printf '%s\n' "$1" >&4
+      } 4>>"$LOG_PATH"
+    fi
+  } 3<>"$LOG_PATH"
+}
+
+# One line, whatever the words hold, as the log is read by all that Unicode knows as an end of a line,
+# and not so long that it would be written in pieces, between which others' lines may come.
+log() {
+  local message="$*" line_end now
   for line_end in $'\n' $'\r' $'\v' $'\f' $'\xC2\x85' $'\xE2\x80\xA8' $'\xE2\x80\xA9'; do
     message=${message//"$line_end"/ }
   done
   now=$(exec date '+%Y-%m-%d %H:%M:%S')
-  printf '%s %s\n' "$now" "$message" >>"$LOG_PATH"
+  write_log "$now ${message:0:900}"
 }
 
 # Sets DECIMAL to the number without leading zeros; fails for anything but decimal digits.

@@ -201,6 +201,34 @@ TEST_F(AgentHookLogInspectorTest, ALogThatCannotBeReadCountsAsEmpty) {
   }
 }
 
+TEST_F(AgentHookLogInspectorTest, ALogOfAnotherUserCountsAsEmpty) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a file away";
+  }
+  constexpr uid_t stranger = 65533;
+  folder.write("log", "2026-01-31 08:00:00 fallback caffeinate started seconds=600");
+  fs::create_symlink("log", folder / "link");
+  const auto sees = [&](const char* name) {
+    return Inspector::recentFallbackStatus((folder / name).string(), start, {})
+        .lastStartedAt.has_value();
+  };
+  EXPECT_TRUE(sees("log"));
+  EXPECT_TRUE(sees("link"));
+  ASSERT_EQ(::lchown((folder / "link").c_str(), stranger, 0), 0);
+  EXPECT_FALSE(sees("link")) << "somebody else's link";
+  ASSERT_EQ(::chown((folder / "log").c_str(), stranger, 0), 0);
+  EXPECT_FALSE(sees("log"));
+
+  // Root's are believed by everybody.
+  fs::permissions(folder.path(), fs::perms(0755));
+  ASSERT_EQ(::chown((folder / "log").c_str(), 0, 0), 0);
+  ASSERT_EQ(::lchown((folder / "link").c_str(), 0, 0), 0);
+  fs::permissions(folder / "log", fs::perms(0644));
+  const UnprivilegedUser user;
+  EXPECT_TRUE(sees("log"));
+  EXPECT_TRUE(sees("link"));
+}
+
 TEST_F(AgentHookLogInspectorTest, TheDoctorWarnsOfAnActiveFallbackWithoutALock) {
   const AgentHookFallbackStatus active{.isActive = true, .logPath = "/x/log"};
   EXPECT_EQ(Inspector::doctorWarning(active, false),
@@ -244,16 +272,41 @@ TEST_F(MarkFallbackResolvedTest, AReasonStaysOnItsLine) {
   EXPECT_EQ(folder.read("log"), "2026-01-31 08:01:01 fallback resolved reason=a b c d  e\n");
 }
 
+TEST_F(MarkFallbackResolvedTest, ALogThatIsMadeIsForItsUserAlone) {
+  mark();
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
+}
+
+TEST_F(MarkFallbackResolvedTest, TheUsersOwnLinkIsFollowed) {
+  folder.write("elsewhere", "before\n");
+  fs::create_symlink(folder / "elsewhere", path);
+  mark();
+  EXPECT_EQ(folder.read("elsewhere"),
+            "before\n2026-01-31 08:01:01 fallback resolved reason=manual\n");
+}
+
 TEST_F(MarkFallbackResolvedTest, APlantedLinkIsNotFollowed) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can plant one for somebody else";
+  }
+  constexpr uid_t stranger = 65533;
   folder.write("precious", "keep me");
   fs::create_symlink(folder / "precious", path);
+  ASSERT_EQ(::lchown(path.c_str(), stranger, 0), 0);
   mark();
   EXPECT_EQ(folder.read("precious"), "keep me");
 
   fs::remove(path);
   fs::create_symlink(folder / "made through the link", path);
+  ASSERT_EQ(::lchown(path.c_str(), stranger, 0), 0);
   mark();
   EXPECT_FALSE(fs::exists(folder / "made through the link"));
+
+  fs::remove(path);
+  folder.write("log", "a stranger's\n");
+  ASSERT_EQ(::chown(path.c_str(), stranger, 0), 0);
+  mark();
+  EXPECT_EQ(folder.read("log"), "a stranger's\n");
 }
 
 TEST_F(MarkFallbackResolvedTest, ItNeitherFailsNorWaits) {
