@@ -154,7 +154,7 @@ void happen(LockStep& step, Occasion occasion, const std::optional<KnownTimer>& 
 void confirm(LockStep& step, const PassVerdict& verdict) {
   LockLife& life = step.life;
   const Seconds now = life.look.at.running;
-  life.mustGo = (life.mustGo || verdict.wasReleaseRefused) && !verdict.isWanted;
+  life.mustGo = life.mustGo && !verdict.isWanted;
   life.ending.reset();
   life.isFailing = false;
   life.confirmedAt = now;

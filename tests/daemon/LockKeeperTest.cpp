@@ -156,6 +156,19 @@ TEST_F(LastingLockTest, TheMarkIsThereBeforeTheLockAndGoesAfterIt) {
   EXPECT_FALSE(isMarked());
 }
 
+TEST_F(LastingLockTest, TheMarkIsForItsUserAlone) {
+  askManual(20);
+  EXPECT_EQ(std::filesystem::status(mark()).permissions(), std::filesystem::perms(0600));
+}
+
+TEST_F(LastingLockTest, AMarkThatCannotBeWrittenIsNone) {
+  LockMark written(mark());
+  const test::DiskFull full;
+  EXPECT_THROW(written.set(), std::system_error);
+  EXPECT_FALSE(written.isSet());
+  EXPECT_FALSE(isMarked());
+}
+
 TEST_F(LastingLockTest, WithoutAPlaceForTheMarkTheLockIsNotTaken) {
   folder.write("lock-mark/file", "");
   EXPECT_THAT(askManual(20).error.value_or(""),
@@ -376,6 +389,23 @@ TEST_F(LastingLockTest, TheStatusDoesNotOwnALockThatIsOffThoughThatCouldNotBeWri
 }
 
 // ---- what is written and told
+
+TEST_F(LastingLockTest, AStopIsAnsweredWithTheStatusAfterIt) {
+  askManual(20);
+  const auto answer = askStop();
+  ASSERT_TRUE(answer.status);
+  EXPECT_EQ(answer.status->state.lastStopReason, "not_armed");
+  EXPECT_FALSE(answer.status->state.ownsSleepDisable);
+  EXPECT_FALSE(answer.status->decision.shouldPreventSleep);
+}
+
+TEST_F(LastingLockTest, AReleaseOutsideOfAPassThatIsRefusedLeavesTheStateItsOwnership) {
+  askManual(20);
+  refuse(Action::enableSleep);
+  EXPECT_FALSE(keeper->shutDown(moment()));
+  EXPECT_TRUE(stored().ownsSleepDisable);
+  EXPECT_EQ(stored().lastPowerOperation.value().exitCode, 1);
+}
 
 TEST_F(LastingLockTest, AStopIsWrittenOnce) {
   askManual(20);

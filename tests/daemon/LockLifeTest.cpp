@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <unordered_set>
@@ -122,6 +123,83 @@ INSTANTIATE_TEST_SUITE_P(BothKindsOfLock, LockLifeExplorationTest,
                                                         : "DiesWithTheProcess";
                            return kind + (std::get<1>(parameters.param) == 5 ? "Shallow" : "Deep");
                          });
+
+// ---- what one look or one step tells
+
+class LockLifeStepTest : public ::testing::Test {
+ protected:
+  LockLook lookAt(double running, LockReading lock, bool owesRelease) const {
+    return {.at = {.civil = noon + Seconds(running), .running = Seconds(running)},
+            .lock = lock,
+            .owesRelease = owesRelease};
+  }
+
+  static StateAmendment amendmentOf(const LockStep& step) {
+    for (const LockEffect& effect : step.effects) {
+      if (const auto* pass = std::get_if<MakePass>(&effect)) {
+        return pass->amendment;
+      }
+    }
+    ADD_FAILURE() << "no pass is made";
+    return {};
+  }
+
+  const Date noon = dateFromSeconds(1769860800);
+};
+
+TEST_F(LockLifeStepTest, PhasesOfALockThatIsNotNodosDependOnTheLockAndTheTimer) {
+  LockLife life = LockLife::beginning(lookAt(0, LockReading::on, false));
+  EXPECT_EQ(life.phase(), LockPhase::foreign);
+  life.look.lock = LockReading::off;
+  EXPECT_EQ(life.phase(), LockPhase::resting);
+  life.timer = KnownTimer{noon + Seconds(60)};
+  EXPECT_EQ(life.phase(), LockPhase::vetoed);
+  life.look.lock = LockReading::on;
+  EXPECT_EQ(life.phase(), LockPhase::foreign);
+}
+
+TEST_F(LockLifeStepTest, ALockOfWhichOnlyTheMarkIsKnownIsNotOwnedByTheState) {
+  LockLife life = LockLife::beginning(lookAt(0, LockReading::unknown, true));
+  EXPECT_EQ(life.amendment(life.look.at).ownsLock, false);
+  life.mustGo = true;
+  EXPECT_EQ(life.amendment(life.look.at).ownsLock, true);
+  life.look.lock = LockReading::on;
+  EXPECT_EQ(life.amendment(life.look.at).ownsLock, true);
+  life.mustGo = false;
+  life.look.owesRelease = false;
+  EXPECT_EQ(life.amendment(life.look.at).ownsLock, std::nullopt) << "it is somebody else's";
+}
+
+TEST_F(LockLifeStepTest, WhatHadToBeWrittenFirstIsWrittenOnce) {
+  LockLife life = LockLife::beginning(lookAt(0, LockReading::off, false));
+  life.mustWriteFirst = true;
+  LockStep step = follow(std::move(life), {.look = lookAt(1, LockReading::off, false),
+                                           .what = Occasion::woken});
+  EXPECT_TRUE(amendmentOf(step).mustBeWritten);
+  step = follow(std::move(step.life), {.look = lookAt(1, LockReading::off, false),
+                                       .what = PassOutcome{.isAmended = true}});
+  step = follow(std::move(step.life),
+                {.look = lookAt(2, LockReading::off, false), .what = Occasion::woken});
+  EXPECT_FALSE(amendmentOf(step).mustBeWritten);
+}
+
+TEST_F(LockLifeStepTest, ALockThatIsWantedAgainAfterARefusedRepairOutlastsAPassThatFails) {
+  const LockLook on = lookAt(1, LockReading::on, true);
+  LockStep step = follow(LockLife::beginning(on), {.look = on, .what = Occasion::repairAsked});
+  step = follow(std::move(step.life),
+                {.look = on, .what = PassOutcome{.verdict = PassVerdict{.wasReleaseRefused = true}}});
+  EXPECT_EQ(step.life.phase(), LockPhase::releasing);
+  step = follow(std::move(step.life),
+                {.look = on,
+                 .what = PassOutcome{.isAmended = true,
+                                     .isTimerSet = true,
+                                     .state = StateFacts{.timerEnd = noon + Seconds(600),
+                                                         .ownsLock = true},
+                                     .verdict = PassVerdict{.isWanted = true}}});
+  EXPECT_EQ(step.life.phase(), LockPhase::held);
+  step = follow(std::move(step.life), {.look = on, .what = PassOutcome{}});
+  EXPECT_EQ(step.life.phase(), LockPhase::unconfirmed);
+}
 
 // ---- defects, each of which the walk has to find
 
