@@ -14,4 +14,8 @@ namespace nodo {
 /// request is made.
 std::shared_ptr<const HelperConnecting> helperConnecting(const std::optional<std::string>& bus);
 
+/// Why a daemon that is installed here refuses this very program, where a refusal does not tell: on
+/// macOS it just ends the connection. For people; nothing when there is no such reason.
+std::optional<std::string> refusalOfThisProgram();
+
 }  // namespace nodo

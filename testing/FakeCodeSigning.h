@@ -33,10 +33,14 @@ class FakeCodeSigning : public CodeSigning {
   /// The statuses of the validity check by the caller's token; a token that is not here belongs to
   /// no process.
   std::map<AuditToken, std::int32_t> validity;
+  AuditToken ownToken{};  ///< of the process that asks
   Behaviour guestBehaviour;
   Behaviour requirementBehaviour;
 
   CodeSigningResult<GuestCode> guest(const AuditToken& token) const override;
+
+  CodeSigningResult<GuestCode> self() const override { return guest(ownToken); }
+
   CodeSigningResult<CodeRequirement> requirement(const std::string& text) const override;
   std::int32_t checkValidity(const GuestCode& code,
                              const CodeRequirement& requirement) const override;

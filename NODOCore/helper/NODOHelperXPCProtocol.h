@@ -14,6 +14,11 @@
 
 namespace nodo {
 
+// Who builds nodo with certificates of their own says so to CMake.
+#ifndef NODO_TEAM_IDENTIFIER
+#define NODO_TEAM_IDENTIFIER "Q7K2M9X4TZ"
+#endif
+
 /// The names under which the daemon is found and its callers are trusted.
 struct NODOServiceConstants {
   NODOServiceConstants() = delete;
@@ -21,7 +26,7 @@ struct NODOServiceConstants {
   static constexpr std::string_view appBundleIdentifier = "com.quintavel.nodo";
   static constexpr std::string_view ctlBundleIdentifier = "com.quintavel.nodo.nodoctl";
   /// The Apple team that signs all three programs.
-  static constexpr std::string_view developmentTeamID = "Q7K2M9X4TZ";
+  static constexpr std::string_view developmentTeamID = NODO_TEAM_IDENTIFIER;
   /// The daemon's launchd label.
   static constexpr std::string_view helperLabel = "com.quintavel.nodo.helper";
   /// The service's name: on macOS its Mach service, on Linux its bus name.

@@ -36,21 +36,14 @@ struct LogMessage {
   }
 };
 
-}  // namespace
-
-Result Authentication::validate(const XPCPeer& peer, const CodeSigning& services) noexcept {
-  const std::optional<AuditToken> token = peer.auditToken();
-  if (!token) {
-    return {Result::RejectedUnsupportedClient{}};
-  }
-  const auto guest = services.guest(*token);
+Result judge(const CodeSigningResult<GuestCode>& guest, const CodeSigning& services) {
   if (guest.status == codeIsUnsigned) {
     return {Result::RejectedUnsigned{}};
   }
   if (guest.status != 0 || !guest.object) {
     return {Result::RejectedAPIFailure{guest.status}};
   }
-  const auto requirement = services.requirement(codeSigningRequirement());
+  const auto requirement = services.requirement(Authentication::codeSigningRequirement());
   if (requirement.status != 0 || !requirement.object) {
     return {Result::RejectedAPIFailure{requirement.status}};
   }
@@ -62,6 +55,18 @@ Result Authentication::validate(const XPCPeer& peer, const CodeSigning& services
     default:
       return {Result::RejectedRequirement{status}};
   }
+}
+
+}  // namespace
+
+Result Authentication::validate(const XPCPeer& peer, const CodeSigning& services) noexcept {
+  const std::optional<AuditToken> token = peer.auditToken();
+  return token ? judge(services.guest(*token), services)
+               : Result{Result::RejectedUnsupportedClient{}};
+}
+
+Result Authentication::validateSelf(const CodeSigning& services) noexcept {
+  return judge(services.self(), services);
 }
 
 std::string Authentication::codeSigningRequirement() {
@@ -90,6 +95,24 @@ void Authentication::logRejection(const Result& result, std::FILE* stream) {
   if (message && stream != nullptr) {
     std::fputs((*message + '\n').c_str(), stream);
   }
+}
+
+void XPCRejectionLog::add(const Result& result, Clock::time_point now) {
+  if (result.isAccepted() || stream_ == nullptr) {
+    return;
+  }
+  const std::lock_guard guard(mutex_);
+  Kind& kind = kinds_.at(result.value.index());
+  if (kind.told && now - *kind.told < silence) {
+    ++kind.untold;
+    return;
+  }
+  if (kind.untold > 0) {
+    std::fprintf(stream_, "nodod: rejected %ju more XPC clients for this reason:\n",
+                 static_cast<std::uintmax_t>(kind.untold));
+  }
+  kind = {.told = now, .untold = 0};
+  Authentication::logRejection(result, stream_);
 }
 
 }  // namespace nodo

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <variant>
@@ -53,6 +55,9 @@ class CodeSigning {
 
   /// The code of the process with that token.
   virtual CodeSigningResult<GuestCode> guest(const AuditToken& token) const = 0;
+
+  /// This process's own code.
+  virtual CodeSigningResult<GuestCode> self() const = 0;
 
   /// A requirement from its text in the code-signing requirement language.
   virtual CodeSigningResult<CodeRequirement> requirement(const std::string& text) const = 0;
@@ -110,6 +115,9 @@ struct NODOXPCClientAuthentication {
   /// Every failure of the services is a refusal.
   static ValidationResult validate(const XPCPeer& peer, const CodeSigning& services) noexcept;
 
+  /// The verdict that this process itself would get from a daemon of the same build.
+  static ValidationResult validateSelf(const CodeSigning& services) noexcept;
+
   /// What a caller's signature has to satisfy, in the code-signing requirement language.
   static std::string codeSigningRequirement();
 
@@ -119,6 +127,34 @@ struct NODOXPCClientAuthentication {
   /// Writes that line to `stream` in one piece, so that lines of several threads do not mix.
   /// Without a stream, nothing.
   static void logRejection(const ValidationResult& result, std::FILE* stream);
+};
+
+/// The refusals of a daemon's life as lines of its log. Whoever is refused may come again as often
+/// as they like, so each kind of verdict is told once a minute at most, with the number of those
+/// that were not told since. Safe from several threads at once.
+class XPCRejectionLog {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr std::chrono::minutes silence{1};
+
+  /// Without a stream, nothing is written.
+  explicit XPCRejectionLog(std::FILE* stream) : stream_(stream) {}
+
+  void add(const NODOXPCClientAuthentication::ValidationResult& result, Clock::time_point now);
+
+ private:
+  struct Kind {
+    std::optional<Clock::time_point> told;
+    std::uint64_t untold = 0;
+  };
+
+  std::FILE* stream_;
+  std::mutex mutex_;
+  /// By the verdict's place among its kinds.
+  std::array<Kind,
+             std::variant_size_v<decltype(NODOXPCClientAuthentication::ValidationResult::value)>>
+      kinds_;
 };
 
 }  // namespace nodo

@@ -156,39 +156,64 @@ may_have_key() {
   return 1
 }
 
-# Sets JSON_VALUE to the first value of that key that says something, as one short line. Isolated
-# (-I), as python3 would otherwise import a json.py that lies in the agent's folder.
-json_value() {
-  local program='
-import json, os, sys
-key = os.environ["JSON_KEY"]
-values = [json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")]
-while values:
-    value = values.pop()
-    if isinstance(value, dict):
-        if value.get(key) not in (None, ""):
-            text = str(value[key]).replace("\r", " ").replace("\n", " ").strip()[:200]
-            sys.stdout.buffer.write(text.encode("utf-8"))
-            break
-        value = list(value.values())
-    if isinstance(value, list):
-        values.extend(reversed(value))
-'
-  JSON_VALUE=""
-  if may_have_key "$1" && command -v python3; then
-    JSON_VALUE=$(printf '%s' "$HOOK_PAYLOAD" | JSON_KEY=$1 python3 -I -S -c "$program")
+# Whether there is a python3 that just runs. That of macOS is none without the developer tools: it opens
+# a dialog that offers to install them.
+has_python() {
+  command -v python3 || return 1
+  if [[ -x /usr/bin/xcode-select && $(command -v python3) == /usr/bin/python3 ]]; then
+    /usr/bin/xcode-select -p
   fi
 }
 
-# Sets JSON_VALUE to that of the first of these keys that has one.
-first_json_value() {
-  local key
-  for key in "$@"; do
-    json_value "$key"
-    if [[ -n $JSON_VALUE ]]; then
-      return
-    fi
+# Sets SESSION, PROJECT and EVENT to what the payload says of them, each as one short line: of the keys
+# in its argument, those of the first that has a value which says something. Isolated (-I), as python3
+# would otherwise import a json.py that lies in the agent's folder.
+payload_values() {
+  local program='
+import json, os, sys
+document = json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")
+
+def line(key):
+    values = [document]
+    while values:
+        value = values.pop()
+        if isinstance(value, dict):
+            if value.get(key) not in (None, ""):
+                text = str(value[key]).replace("\r", " ").replace("\n", " ").strip()[:200]
+                return text.replace("\0", "").encode("utf-8")
+            value = list(value.values())
+        if isinstance(value, list):
+            values.extend(reversed(value))
+
+for keys in os.environ["JSON_KEYS"].split(","):
+    for key in keys.split():
+        try:
+            found = line(key)
+        except Exception:
+            continue
+        if found:
+            sys.stdout.buffer.write(found)
+            break
+    sys.stdout.buffer.write(b"\n")
+'
+  local keys key sought="" list=""
+  SESSION="" PROJECT="" EVENT=""
+  for keys in "$@"; do
+    for key in $keys; do
+      if may_have_key "$key"; then
+        sought=yes
+        list+=" $key"
+      fi
+    done
+    list+=,
   done
+  if [[ -n $sought ]] && has_python; then
+    {
+      IFS= read -r SESSION
+      IFS= read -r PROJECT
+      IFS= read -r EVENT
+    } < <(printf '%s' "$HOOK_PAYLOAD" | JSON_KEYS=$list python3 -I -S -c "$program")
+  fi
 }
 
 # Sets SESSION_SHORT.
@@ -201,30 +226,17 @@ short_session() {
 
 # Sets REQUESTER_CONTEXT.
 hook_context() {
-  local session project
-  first_json_value session_id sessionId conversation_id conversationId transcript_path
-  session=$JSON_VALUE
-  first_json_value cwd project_dir project
-  project=${JSON_VALUE:-${PWD:-}}
+  local project=${PROJECT:-${PWD:-}}
   project=${project##*/}
-  short_session "$session"
-  if [[ -n $project && -n $session ]]; then
+  short_session "$SESSION"
+  if [[ -n $project && -n $SESSION ]]; then
     REQUESTER_CONTEXT="$project - session $SESSION_SHORT"
-  elif [[ -n $session ]]; then
+  elif [[ -n $SESSION ]]; then
     REQUESTER_CONTEXT="session $SESSION_SHORT"
   elif [[ $project != . ]]; then
     REQUESTER_CONTEXT=$project
   else
     REQUESTER_CONTEXT=""
-  fi
-}
-
-# Sets REQUESTER_EVENT.
-hook_event() {
-  REQUESTER_EVENT=$HOOK_EVENT
-  if [[ -z $REQUESTER_EVENT ]]; then
-    first_json_value hook_event_name hookEventName eventName event
-    REQUESTER_EVENT=$JSON_VALUE
   fi
 }
 
@@ -275,15 +287,22 @@ fallback_caffeinate() {
   log "fallback caffeinate started seconds=$FALLBACK_SECONDS"
 }
 
+event_keys="hook_event_name hookEventName eventName event"
+if [[ -n $HOOK_EVENT ]]; then
+  event_keys=""
+fi
+
 requester_name
 if should_skip_extend; then
-  hook_event
+  payload_values "" "" "$event_keys"
   log "nodo extend throttled seconds=$MIN_INTERVAL_SECONDS requester=$REQUESTER_NAME" \
-    "event=$REQUESTER_EVENT"
+    "event=${HOOK_EVENT:-$EVENT}"
   exit 0
 fi
+payload_values "session_id sessionId conversation_id conversationId transcript_path" \
+  "cwd project_dir project" "$event_keys"
 hook_context
-hook_event
+REQUESTER_EVENT=${HOOK_EVENT:-$EVENT}
 
 if ! resolve_nodoctl; then
   log "nodoctl not found"

@@ -25,4 +25,8 @@ std::shared_ptr<const HelperConnecting> helperConnecting(const std::optional<std
   return std::make_shared<BusHelperConnecting>(bus);
 }
 
+std::optional<std::string> refusalOfThisProgram() {
+  return std::nullopt;
+}
+
 }  // namespace nodo

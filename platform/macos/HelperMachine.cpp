@@ -1,11 +1,25 @@
 #include <platform/HelperMachine.h>
+#include <platform/macos/SecurityCodeSigning.h>
 #include <platform/macos/XPCHelperConnection.h>
+
+#include <filesystem>
+#include <system_error>
 
 namespace nodo {
 
 std::shared_ptr<const HelperConnecting> helperConnecting(
     [[maybe_unused]] const std::optional<std::string>& bus) {
   return std::make_shared<XPCHelperConnecting>();
+}
+
+std::optional<std::string> refusalOfThisProgram() {
+  const std::filesystem::path daemons = "/Library/LaunchDaemons";
+  std::error_code ignored;
+  if (!std::filesystem::exists(daemons / NODOServiceConstants::helperPlistName, ignored) ||
+      NODOXPCClientAuthentication::validateSelf(SecurityCodeSigning()).isAccepted()) {
+    return std::nullopt;
+  }
+  return "the daemon refuses this copy of nodoctl: it is not signed by the same team";
 }
 
 }  // namespace nodo

@@ -43,6 +43,12 @@ CodeSigningResult<GuestCode> SecurityCodeSigning::guest(const AuditToken& token)
   }
 }
 
+CodeSigningResult<GuestCode> SecurityCodeSigning::self() const {
+  SecCodeRef code = nullptr;
+  const OSStatus status = SecCodeCopySelf(kSecCSDefaultFlags, &code);
+  return {.status = status, .object = code ? std::make_unique<OwnedCode>(code) : nullptr};
+}
+
 CodeSigningResult<CodeRequirement> SecurityCodeSigning::requirement(const std::string& text) const {
   @autoreleasepool {
     SecRequirementRef requirement = nullptr;

@@ -11,8 +11,9 @@ namespace nodo {
 
 /// Offers a service to the clients that are allowed to use it, by XPC.
 ///
-/// Each new connection is judged by NODOXPCClientAuthentication before anything is exported on it;
-/// a refusal is one line in `log`. Requests reach the service on the main dispatch queue, one after
+/// Each new connection is judged by NODOXPCClientAuthentication before anything is exported on it,
+/// and the system is given the same requirement; refusals are told in `log` as XPCRejectionLog
+/// does. Requests reach the service on the main dispatch queue, one after
 /// another. To be made and destroyed on the main thread; no request reaches the service after that.
 class XPCHelperListener {
  public:

@@ -154,7 +154,7 @@ std::optional<AuditToken> XPCConnectionPeer::auditToken() const {
  @public
   std::shared_ptr<const nodo::CodeSigning>* codeSigning_;
   NODOHelperExportedObject* exportedObject_;
-  std::FILE* log_;
+  nodo::XPCRejectionLog* rejections_;
 }
 @end
 
@@ -162,6 +162,7 @@ std::optional<AuditToken> XPCConnectionPeer::auditToken() const {
 
 - (void)dealloc {
   delete codeSigning_;
+  delete rejections_;
   [exportedObject_ release];
   [super dealloc];
 }
@@ -171,7 +172,7 @@ std::optional<AuditToken> XPCConnectionPeer::auditToken() const {
   const auto result =
       nodo::Authentication::validate(nodo::XPCConnectionPeer(newConnection), **codeSigning_);
   if (!result.isAccepted()) {
-    nodo::Authentication::logRejection(result, log_);
+    rejections_->add(result, nodo::XPCRejectionLog::Clock::now());
     return NO;
   }
   [newConnection
@@ -200,11 +201,15 @@ XPCHelperListener::XPCHelperListener(const std::string& machServiceName,
     NODOHelperListenerDelegate* delegate = [[NODOHelperListenerDelegate alloc] init];
     delegate->codeSigning_ = new std::shared_ptr<const CodeSigning>(std::move(codeSigning));
     delegate->exportedObject_ = [[NODOHelperExportedObject alloc] initWithAccess:objects_->access];
-    delegate->log_ = log;
+    delegate->rejections_ = new XPCRejectionLog(log);
     objects_->delegate = delegate;
     objects_->listener =
         [[NSXPCListener alloc] initWithMachServiceName:systemText(machServiceName)];
     [objects_->listener setDelegate:delegate];
+    // The system's own check of every message, beside ours of the connection: it needs no method
+    // that the system does not declare.
+    [objects_->listener
+        setConnectionCodeSigningRequirement:systemText(Authentication::codeSigningRequirement())];
     [objects_->listener resume];
   }
 }

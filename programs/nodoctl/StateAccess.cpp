@@ -51,9 +51,13 @@ std::string localStateNotice(const std::string& reason) {
   return "helper unavailable (" + reason + "); using the local state";
 }
 
-Unavailability Unavailability::from(const std::exception& error) {
+Unavailability Unavailability::from(const std::exception& error,
+                                    const std::function<std::optional<std::string>()>& refusal) {
   if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
     const bool isUnavailable = client->errorCase() == NODOHelperClientError::Case::unavailable;
+    if (const auto reason = isUnavailable ? refusal() : std::nullopt) {
+      return {.reason = *reason, .isBroken = true};
+    }
     const std::string reason = isUnavailable ? client->reason() : client->what();
     return {.reason = reason.empty() ? "it gave no reason" : reason,
             .isBroken = client->helperIsThere()};
@@ -98,7 +102,7 @@ SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
   try {
     return {.report = ask(daemon_), .source = DoctorStatusSource::helper};
   } catch (const std::exception& error) {
-    unavailable_(Unavailability::from(error).reason);
+    unavailable_(Unavailability::from(error, context_.refusalOfThisProgram).reason);
   }
   return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
 }
@@ -146,7 +150,7 @@ DaemonRunReport StateAccess::reconcile() {
     return daemon_.reconcile();
   } catch (const std::exception& error) {
     throw std::runtime_error("only the daemon may switch the sleep lock, and it is unavailable (" +
-                             Unavailability::from(error).reason +
+                             Unavailability::from(error, context_.refusalOfThisProgram).reason +
                              "); 'nodoctl reconcile --simulate' shows what a pass would do");
   }
 }

@@ -37,8 +37,10 @@ struct Unavailability {
   std::string reason;     ///< in words that fit behind "helper unavailable"
   bool isBroken = false;  ///< whether something is there that does not work; else nothing is
 
-  /// What `error`, which a request to the daemon ended with, says.
-  static Unavailability from(const std::exception& error);
+  /// What `error`, which a request to the daemon ended with, says. `refusal` is asked when it
+  /// leaves open why, as ToolContext's `refusalOfThisProgram`.
+  static Unavailability from(const std::exception& error,
+                             const std::function<std::optional<std::string>()>& refusal);
 };
 
 /// Makes connections for one client as long as its time with the daemon lasts, which begins now.

@@ -32,6 +32,8 @@ struct ToolContext {
   /// As the platform's `helperConnecting`.
   std::function<std::shared_ptr<const HelperConnecting>(const std::optional<std::string>& bus)>
       helperConnecting;
+  /// As the platform's.
+  std::function<std::optional<std::string>()> refusalOfThisProgram = [] { return std::nullopt; };
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;

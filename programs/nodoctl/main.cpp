@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   return nodo::nodoctl::runTool(arguments, {.environment = nodo::processEnvironment(),
                                             .machine = nodo::hostMachine(),
                                             .helperConnecting = nodo::helperConnecting,
+                                            .refusalOfThisProgram = nodo::refusalOfThisProgram,
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,

@@ -2,7 +2,7 @@
 """Whom the real polkit allows it may switch the lock, nobody else, and a slow polkit holds up only
 those who need it.
 
-usage: daemon-polkit.py NODOD
+usage: daemon-polkit.py NODOD NODOCTL
 """
 
 import json
@@ -11,13 +11,15 @@ import pathlib
 import pwd
 import shutil
 import signal
+import subprocess
+import sys
 
 from buses import HELPER, start_call, start_polkitd
 from clients import Caller
 from daemon_world import main
 from expectations import check, contains, equal, skip
 from laptop import FOLDER, Network, PowerSupplies, run
-from processes import NOBODY, Driven
+from processes import NOBODY, Driven, as_user, environment
 
 ACTIONS = "/usr/share/polkit-1/actions"
 RULES = "/etc/polkit-1/rules.d"
@@ -63,6 +65,26 @@ def who_may(daemon, logind):
     check(f"(uid {NOBODY}): polkit wants an administrator's password" in daemon.log(), "is logged")
 
 
+def the_tool_says_that_a_lock_still_stands(daemon, logind):
+    home = FOLDER / "home"
+    home.mkdir()
+    os.chown(home, NOBODY, NOBODY)
+
+    def tool(*arguments):
+        return subprocess.run([sys.argv[2], *arguments], env=environment(HOME=str(home)), text=True,
+                              capture_output=True, check=False, timeout=20, **as_user(NOBODY))
+
+    for command in ["stop", "repair"]:
+        done = tool(command)
+        equal(done.returncode, 1, f"{command} did not let the computer sleep")
+        contains(done.stderr, "the sleep lock is still on and this computer stays awake", "says so")
+        equal(logind.locks(), [daemon.process.pid], "the lock")
+    daemon.stop()
+    done = tool("stop")
+    equal(done.returncode, 0, "without a lock nothing is amiss")
+    daemon.manual(20)
+
+
 def watch_for_questions():
     """A process that writes a line for each question to polkit that passes over the bus."""
     monitor = Driven("busctl", "--system", "--json=short", "monitor",
@@ -100,6 +122,7 @@ def test(daemon, logind):
     polkit = start_polkit()
     daemon.start()
     who_may(daemon, logind)
+    the_tool_says_that_a_lock_still_stands(daemon, logind)
     a_slow_polkit_holds_nobody_up(daemon, logind, polkit)
 
 

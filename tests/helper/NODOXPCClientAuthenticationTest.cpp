@@ -2,9 +2,11 @@
 #include <testing/FakeCodeSigning.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -203,13 +205,89 @@ TEST_F(NODOXPCClientAuthenticationTest, AnAcceptedCallerLeavesNoTrace) {
   EXPECT_EQ(writesFor({Result::Accepted{}}), std::vector<std::string>{});
 }
 
+TEST_F(NODOXPCClientAuthenticationTest, AProgramCanTellWhetherItWouldBeServed) {
+  services.ownToken = tokenOf(1);
+  EXPECT_EQ(Authentication::validateSelf(services), Result{Result::Accepted{}});
+  EXPECT_EQ(services.checkedRequirement(), requirement);
+  services.validity[tokenOf(1)] = requirementFailed;
+  EXPECT_EQ(Authentication::validateSelf(services),
+            Result{Result::RejectedRequirement{requirementFailed}});
+  services.validity[tokenOf(1)] = unsignedCode;
+  EXPECT_EQ(Authentication::validateSelf(services), Result{Result::RejectedUnsigned{}});
+}
+
 TEST_F(NODOXPCClientAuthenticationTest, WithoutAStreamNothingIsLogged) {
   ::testing::internal::CaptureStderr();
   for (const auto& each : refusals) {
     Authentication::logRejection(each.result, nullptr);
   }
   Authentication::logRejection({Result::Accepted{}}, nullptr);
+  XPCRejectionLog(nullptr).add({Result::RejectedUnsigned{}}, {});
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+class XPCRejectionLogTest : public ::testing::Test {
+ protected:
+  XPCRejectionLog::Clock::time_point now;
+
+  XPCRejectionLogTest() : stream_(open_memstream(&text_, &size_)), log_(stream_) {}
+
+  void TearDown() override {
+    std::fclose(stream_);
+    std::free(text_);
+  }
+
+  void add(const Result& result, int times = 1) {
+    for (; times > 0; --times) {
+      log_.add(result, now);
+    }
+  }
+
+  std::string takeText() {
+    std::fflush(stream_);
+    std::string all(text_, size_);
+    std::string taken = all.substr(taken_);
+    taken_ = all.size();
+    return taken;
+  }
+
+ private:
+  char* text_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t taken_ = 0;
+  std::FILE* stream_;
+  XPCRejectionLog log_;
+};
+
+TEST_F(XPCRejectionLogTest, EachKindOfVerdictIsToldOnceAMinute) {
+  add({Result::RejectedUnsigned{}}, 1000);
+  add({Result::RejectedUnsupportedClient{}}, 1000);
+  EXPECT_EQ(takeText(),
+            "nodod: rejected unsigned XPC client\n"
+            "nodod: rejected XPC client (audit token unavailable)\n");
+  now += XPCRejectionLog::silence - std::chrono::nanoseconds(1);
+  add({Result::RejectedUnsigned{}});
+  EXPECT_EQ(takeText(), "");
+}
+
+TEST_F(XPCRejectionLogTest, WhatWasNotToldIsCounted) {
+  add({Result::RejectedUnsigned{}}, 1001);
+  takeText();
+  now += XPCRejectionLog::silence;
+  add({Result::RejectedUnsigned{}}, 3);
+  EXPECT_EQ(takeText(),
+            "nodod: rejected 1000 more XPC clients for this reason:\n"
+            "nodod: rejected unsigned XPC client\n");
+  now += XPCRejectionLog::silence;
+  add({Result::RejectedUnsigned{}});
+  EXPECT_EQ(takeText(),
+            "nodod: rejected 2 more XPC clients for this reason:\n"
+            "nodod: rejected unsigned XPC client\n");
+}
+
+TEST_F(XPCRejectionLogTest, AcceptedClientsAreNoNews) {
+  add({Result::Accepted{}});
+  EXPECT_EQ(takeText(), "");
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <NODOCore/hooks/HookScript.h>
 #include <testing/TestData.h>
 
 #include <filesystem>
@@ -69,7 +70,7 @@ TEST_F(HookScriptPayloadTest, PayloadsOfRealAgentsNameSessionProjectAndEvent) {
     EXPECT_EQ(log().back(), std::string("nodo active minutes=20 requester=Claude Code context=") +
                                 agent.context + " event=" + agent.event);
     EXPECT_EQ(calls(),
-              (Lines{"python3 session_id", "python3 cwd", "python3 hook_event_name",
+              (Lines{"python3 session_id transcript_path, cwd, hook_event_name,",
                      std::string("nodoctl <manual> <--minutes> <20> <--extend-only> <--requester> "
                                  "<Claude Code> <--json> <--context> <") +
                          agent.context + "> <--event> <" + agent.event + ">",
@@ -228,9 +229,8 @@ TEST_F(HookScriptPayloadTest, PythonStartsOnlyForAValueThatCannotBeKnownWithoutI
   }
 }
 
-TEST_F(HookScriptPayloadTest, PythonStartsForEachKeyThatMayBeThere) {
-  const Lines all = {"python3 hook_event_name", "python3 hookEventName", "python3 eventName",
-                     "python3 event"};
+TEST_F(HookScriptPayloadTest, PythonStartsOnceForAllKeysThatMayBeThere) {
+  const Lines all = {"python3,, hook_event_name hookEventName eventName event,"};
   const std::vector<std::pair<std::string, Lines>> cases = {
       {R"({"x":"\u0065"})", all},
       {R"({"x":"\u0045"})", all},
@@ -238,14 +238,44 @@ TEST_F(HookScriptPayloadTest, PythonStartsForEachKeyThatMayBeThere) {
       {R"({"x":"\u007a"})", all},
       {R"(["hook_event_name","hookEventName","eventName","event"])", all},
       {R"(["hook_event_name","hookEventName","eventName","event" )" + std::string("\t"), all},
-      {R"({"eventName":"","event":"x"})", {"python3 eventName", "python3 event"}},
-      {R"({"hook_event_name":"x","event":"y"})", {"python3 hook_event_name"}},
+      {R"({"eventName":"","event":"x"})", {"python3,, eventName event,"}},
+      {R"({"hook_event_name":"x","event":"y"})", {"python3,, hook_event_name event,"}},
   };
   for (const auto& [payload, keys] : cases) {
     std::filesystem::remove(folder() / "calls");
     eventOf(payload);
     EXPECT_EQ(calls(), keys) << payload;
   }
+}
+
+TEST_F(HookScriptPayloadTest, AValueThatIsNoTextSpoilsNoOther) {
+  EXPECT_EQ(contextOf(R"({"session_id":"\ud800","sessionId":"abc","cwd":"/x/\udfff"})"),
+            "project - session abc");
+  EXPECT_EQ(contextOf(R"({"session_id":"a\u0000bc","cwd":"/x/\u0000"})"), "session abc");
+  EXPECT_EQ(contextOf(R"({"session_id":{"event":"\ud800"},"cwd":"/x/y"})"), "y - session {'event'");
+}
+
+TEST_F(HookScriptPayloadTest, ThePythonOfAMacWithoutDeveloperToolsIsNotStarted) {
+  std::string text = hookScriptText("");
+  const auto exchange = [&text](const std::string& tool, const std::string& standIn) {
+    for (auto at = text.find(tool); at != std::string::npos; at = text.find(tool, at)) {
+      text.replace(at, tool.size(), standIn);
+      at += standIn.size();
+    }
+  };
+  exchange("/usr/bin/python3", path("tools/python3"));
+  exchange("/usr/bin/xcode-select", path("xcode-select"));
+  useScript(text);
+  const std::string payload = R"({"event":"x"})";
+
+  folder().write("xcode-select", "#!/bin/sh\n[ \"$*\" = -p ] && exit 2\n");
+  std::filesystem::permissions(folder() / "xcode-select", std::filesystem::perms(0755));
+  EXPECT_EQ(eventOf(payload), "");
+  EXPECT_EQ(calls(), Lines{});
+
+  folder().write("xcode-select", "#!/bin/sh\n[ \"$*\" = -p ] && echo /Library/Developer\n");
+  EXPECT_EQ(eventOf(payload), "x");
+  EXPECT_EQ(calls(), Lines{"python3,, event,"});
 }
 
 TEST_F(HookScriptPayloadTest, WithoutPythonAPayloadSaysNothing) {

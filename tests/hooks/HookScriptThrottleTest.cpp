@@ -114,7 +114,7 @@ TEST_F(HookScriptThrottleTest, AThrottledCallNamesTheEventOfItsPayload) {
   unset("NODO_HOOK_EVENT");
   stamp(secondsAgo(0));
   run(R"({"session_id":"0123456789","hook_event_name":"Stop"})");
-  EXPECT_EQ(calls(), (Lines{"python3 hook_event_name"}));
+  EXPECT_EQ(calls(), (Lines{"python3,, hook_event_name,"}));
   EXPECT_EQ(log(), (Lines{"nodo extend throttled seconds=120 requester=Claude Code event=Stop"}));
 }
 

@@ -53,6 +53,13 @@ OSStatus SecCodeCopyGuestWithAttributes(SecCodeRef host, CFDictionaryRef attribu
   return security().guestStatus;
 }
 
+OSStatus SecCodeCopySelf(SecCSFlags flags, SecCodeRef* self) {
+  requireDefaults(flags);
+  lastCode = security().givesGuest ? (SecCodeRef)[FakeSystemObject named:"code"] : nullptr;
+  *self = lastCode;
+  return security().guestStatus;
+}
+
 OSStatus SecRequirementCreateWithString(CFStringRef text, SecCSFlags flags,
                                         SecRequirementRef* requirement) {
   requireDefaults(flags);

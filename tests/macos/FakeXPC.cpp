@@ -21,6 +21,7 @@ void FakeXPC::reset() {
   proxyConforms = true;
   auditToken = {1, 2, 3, 4, 5, 6, 7, 8};
   replyInstead.reset();
+  requirement.clear();
   const std::lock_guard guard(mutex_);
   steps_.clear();
   listenerSteps_.clear();

@@ -36,6 +36,9 @@ class FakeXPC {
 
   // ---- what happened
 
+  /// What the system itself was told to demand of the listener's clients, before it was resumed.
+  std::string requirement;
+
   /// What was done to the clients' connections, in order.
   std::vector<std::string> steps() const;
 

@@ -178,6 +178,10 @@ NSXPCConnection* nodo::test::acceptedEnd(const std::string& name) {
   state_->delegate = delegate;
 }
 
+- (void)setConnectionCodeSigningRequirement:(NSString*)requirement {
+  xpc().requirement = textOf(requirement);
+}
+
 - (void)resume {
   const std::lock_guard guard(listenersMutex);
   listeners[state_->name] = state_;

@@ -70,5 +70,16 @@ TEST_F(SecurityCodeSigningTest, SuccessWithoutAnObjectIsAFailure) {
   EXPECT_EQ(verdict(), Result{Result::RejectedAPIFailure{0}});
 }
 
+TEST_F(SecurityCodeSigningTest, ThisProcessIsJudgedByItsOwnCode) {
+  EXPECT_EQ(Authentication::validateSelf(SecurityCodeSigning()), Result{Result::Accepted{}});
+  EXPECT_EQ(security.askedToken, std::nullopt);
+  EXPECT_EQ(security.askedRequirement, Authentication::codeSigningRequirement());
+  EXPECT_TRUE(security.checkedBoth);
+  security.validityStatus = -67050;
+  EXPECT_EQ(Authentication::validateSelf(SecurityCodeSigning()),
+            Result{Result::RejectedRequirement{-67050}});
+  EXPECT_EQ(FakeMac::instance().openHandles(), std::multiset<std::string>{});
+}
+
 }  // namespace
 }  // namespace nodo

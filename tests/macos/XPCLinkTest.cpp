@@ -189,6 +189,18 @@ TEST_F(XPCLinkTest, ARefusedConnectionGetsNothingAndOneLineInTheLog) {
   EXPECT_EQ(log(), "nodod: rejected unsigned XPC client\n");
 }
 
+TEST_F(XPCLinkTest, RefusalsWithoutEndAreOneLineInTheLog) {
+  codeSigning->validity[token()] = -67062;
+  for (int call = 0; call < 100; ++call) {
+    EXPECT_EQ(outcomeOfStatus(), "Helper unavailable: connection invalidated");
+  }
+  EXPECT_EQ(log(), "nodod: rejected unsigned XPC client\n");
+}
+
+TEST_F(XPCLinkTest, TheSystemIsToldTheSameRequirement) {
+  EXPECT_EQ(xpc.requirement, NODOXPCClientAuthentication::codeSigningRequirement());
+}
+
 TEST_F(XPCLinkTest, ACallerIsKnownByAllBytesOfItsToken) {
   xpc.auditToken->back() ^= 1U << 31U;
   EXPECT_EQ(outcomeOfStatus(), "Helper unavailable: connection invalidated");

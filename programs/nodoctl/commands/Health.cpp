@@ -133,7 +133,7 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
   try {
     facts.status.report = StateAccess(options, context, nullptr).daemonStatus();
   } catch (const std::exception& error) {
-    facts.unavailable = Unavailability::from(error);
+    facts.unavailable = Unavailability::from(error, context.refusalOfThisProgram);
   }
   lookAtMachine(context, facts);
   if (facts.unavailable) {

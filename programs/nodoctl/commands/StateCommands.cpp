@@ -2,6 +2,10 @@
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/commands/Commands.h>
 
+#include <exception>
+#include <string>
+#include <utility>
+
 namespace nodo::nodoctl {
 namespace {
 
@@ -19,6 +23,30 @@ std::optional<ActivationRequester> requesterFrom(const ManualCommand& command, D
   return ActivationRequester(command.requester.value_or(""), command.context, command.event, now);
 }
 
+// Adds to the answer of a command that was to let the computer sleep what it could not do: the lock
+// is the daemon's, so that no change of the own state lets go of it.
+Answer unlessLockStands(Answer answer, DoctorStatusSource source, const ToolContext& context) {
+  if (source == DoctorStatusSource::helper) {
+    return answer;
+  }
+  try {
+    const SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(context.now());
+    if (reading.hint) {
+      answer.hints.push_back(*reading.hint);
+    }
+    if (reading.report.sleepDisabled.value_or(false)) {
+      answer.hints.emplace_back(
+          "the sleep lock is still on and this computer stays awake: only the daemon releases it; "
+          "try again with sudo, or end the daemon");
+      answer.exitStatus = exitFailure;
+    }
+  } catch (const std::exception& error) {
+    answer.hints.push_back(std::string("whether the sleep lock is still on cannot be seen: ") +
+                           error.what());
+  }
+  return answer;
+}
+
 }  // namespace
 
 Answer perform(const StatusCommand& command, const ToolContext& context) {
@@ -34,17 +62,17 @@ Answer perform(const ManualCommand& command, const ToolContext& context) {
 }
 
 Answer perform(const StopCommand& command, const ToolContext& context) {
-  return {.output = shown(stateAccess(command.daemon, context).stop().report, command.json)};
+  const SourcedStatus stopped = stateAccess(command.daemon, context).stop();
+  return unlessLockStands({.output = shown(stopped.report, command.json)}, stopped.source, context);
 }
 
 Answer perform(const RepairCommand& command, const ToolContext& context) {
   const SourcedStatus repaired = stateAccess(command.daemon, context).repair();
-  if (command.json) {
-    return {.output = jsonDocument(repaired.report)};
-  }
   const std::string text =
-      DoctorReportFormatter::formatRepairResult(repaired.report, repaired.source);
-  return {.output = text + "\n"};
+      command.json
+          ? jsonDocument(repaired.report)
+          : DoctorReportFormatter::formatRepairResult(repaired.report, repaired.source) + "\n";
+  return unlessLockStands({.output = text}, repaired.source, context);
 }
 
 Answer perform(const ReconcileCommand& command, const ToolContext& context) {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,9 +16,13 @@
 namespace nodo::nodoctl {
 namespace {
 
+Unavailability unavailabilityFrom(const std::exception& error) {
+  return Unavailability::from(error, [] { return std::nullopt; });
+}
+
 TEST(StateAccessTest, OnlyADaemonThatWasNotFoundIsNotBroken) {
   const auto isBroken = [](const std::exception& error) {
-    return Unavailability::from(error).isBroken;
+    return unavailabilityFrom(error).isBroken;
   };
   EXPECT_FALSE(isBroken(HelperConnectionError("not running", false)));
   EXPECT_FALSE(isBroken(NODOHelperClientError::unavailable("connection invalidated", false)));
@@ -32,9 +37,18 @@ TEST(StateAccessTest, OnlyADaemonThatWasNotFoundIsNotBroken) {
 }
 
 TEST(StateAccessTest, AConnectionsOwnWordsAreTheReason) {
-  EXPECT_EQ(Unavailability::from(HelperConnectionError("not running", false)).reason,
-            "not running");
-  EXPECT_EQ(Unavailability::from(HelperConnectionError("ended", true)).reason, "ended");
+  EXPECT_EQ(unavailabilityFrom(HelperConnectionError("not running", false)).reason, "not running");
+  EXPECT_EQ(unavailabilityFrom(HelperConnectionError("ended", true)).reason, "ended");
+}
+
+TEST(StateAccessTest, ADaemonThatRefusesThisProgramIsTheReasonWhyItCannotBeReached) {
+  const auto refusal = [] { return std::optional<std::string>("of another team"); };
+  const auto refused = Unavailability::from(
+      NODOHelperClientError::unavailable("connection invalidated", false), refusal);
+  EXPECT_EQ(refused.reason, "of another team");
+  EXPECT_TRUE(refused.isBroken);
+  EXPECT_EQ(Unavailability::from(NODOHelperClientError::timedOut(), refusal).reason,
+            "Helper request timed out");
 }
 
 // A daemon of which each answer takes its time, by a clock that nothing else moves.

@@ -68,6 +68,33 @@ TEST_F(StateCommandsTest, ATimerIsTheDaemonsWithItsRequester) {
                    "enableManualV2 5 replace \"Codex\" \"a b\" \"Stop\""}));
 }
 
+TEST_F(StateCommandsTest, WhoCannotReachTheDaemonIsToldThatItsLockStillStands) {
+  diagnostics.report.sleepDisabled = true;
+  for (const char* command : {"stop", "repair"}) {
+    const Outcome outcome = run({command, "--json"});
+    EXPECT_EQ(outcome.exitStatus, 1) << command;
+    EXPECT_TRUE(outcome.saidLocal);
+    EXPECT_EQ(outcome.error,
+              "nodoctl: the sleep lock is still on and this computer stays awake: only the daemon "
+              "releases it; try again with sudo, or end the daemon\n");
+    EXPECT_NO_THROW(JSONValue::parse(outcome.output));
+  }
+  EXPECT_EQ(run({"status"}).exitStatus, 0) << "nobody asked for sleep";
+}
+
+TEST_F(StateCommandsTest, ADaemonThatAnswersHasSaidItselfWhetherItsLockStands) {
+  startDaemon();
+  diagnostics.report.sleepDisabled = true;
+  EXPECT_EQ(run({"stop"}).exitStatus, 0);
+}
+
+TEST_F(StateCommandsTest, WhoeverCannotSeeWhetherALockStandsSaysSo) {
+  diagnosticsFail = true;
+  const Outcome outcome = run({"stop"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "nodoctl: whether the sleep lock is still on cannot be seen: broken\n");
+}
+
 TEST_F(StateCommandsTest, WithoutADaemonTheOwnStateServes) {
   EXPECT_TRUE(run({"manual", "--minutes", "20"}).saidLocal);
   for (const char* command : {"status", "stop", "repair"}) {

@@ -55,6 +55,7 @@ enum : NSXPCConnectionOptions { NSXPCConnectionPrivileged = 1 << 12 };
 
 - (instancetype)initWithMachServiceName:(NSString*)name;
 - (void)setDelegate:(id<NSXPCListenerDelegate>)delegate;
+- (void)setConnectionCodeSigningRequirement:(NSString*)requirement;
 - (void)resume;
 - (void)invalidate;
 

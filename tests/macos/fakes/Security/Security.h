@@ -15,6 +15,7 @@ extern const CFStringRef kSecGuestAttributeAudit;
 
 OSStatus SecCodeCopyGuestWithAttributes(SecCodeRef host, CFDictionaryRef attributes,
                                         SecCSFlags flags, SecCodeRef* guest);
+OSStatus SecCodeCopySelf(SecCSFlags flags, SecCodeRef* self);
 OSStatus SecRequirementCreateWithString(CFStringRef text, SecCSFlags flags,
                                         SecRequirementRef* requirement);
 OSStatus SecCodeCheckValidityWithErrors(SecCodeRef code, SecCSFlags flags,
