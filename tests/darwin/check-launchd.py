@@ -61,8 +61,9 @@ def main():
     root = Path(sys.argv[1])
     folder = root / "packaging/macos"
     headers = (root / "NODOCore/helper").glob("*.h")
-    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;',
-                                "".join(header.read_text(encoding="utf-8") for header in headers)))
+    text = "".join(header.read_text(encoding="utf-8") for header in headers)
+    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;', text))
+    constants["developmentTeamID"] = re.search(r'define NODO_TEAM_IDENTIFIER "(\w+)"', text)[1]
     check_service(constants, plistlib.loads((folder / constants["helperPlistName"]).read_bytes()))
     check_log_is_bounded((folder / "nodo.newsyslog.conf").read_text(encoding="utf-8"))
     check_names_in_scripts(constants, folder)
