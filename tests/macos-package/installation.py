@@ -267,6 +267,16 @@ def a_daemon_that_does_not_end_stops_the_removal(mac):
     expect_nothing_removed(mac, uninstall(), f"launchctl kill KILL system/{LABEL}")
 
 
+def a_daemon_that_launchd_does_not_know_stops_the_removal(mac):
+    install_and_use(mac)
+    program = "/tmp/some where/nodod"
+    run("cp", "/real/sleep", program)
+    with subprocess.Popen([program, "60"]) as daemon:
+        expect_nothing_removed(mac, uninstall(), f"sudo kill {daemon.pid}'")
+        daemon.kill()
+    expect_nothing_left(uninstall())
+
+
 def what_cannot_be_removed_is_named_and_can_be_tried_again(mac):
     install_and_use(mac)
     schemas = "/usr/local/share/nodo"
@@ -319,6 +329,7 @@ main([an_installation_runs_the_daemon_as_roots_own, files_that_others_could_writ
       a_lock_that_stays_on_is_told_of_loudly_and_nothing_is_removed,
       a_pmset_that_hangs_is_not_waited_for_without_end, a_kernel_that_does_not_say_counts_as_a_lock,
       a_mac_without_a_lid_is_asked_by_its_class, a_daemon_that_does_not_end_stops_the_removal,
+      a_daemon_that_launchd_does_not_know_stops_the_removal,
       what_cannot_be_removed_is_named_and_can_be_tried_again,
       a_receipt_that_stays_is_told_of_and_can_be_tried_again,
       a_tool_of_homebrew_in_the_same_place_stays, a_wrong_use_is_told])

@@ -30,8 +30,7 @@ BUILT = ["bin/nodoctl", "sbin/nodod", "share/man/man1/nodoctl.1", "share/man/man
          "share/man/man8/nodod.8", "share/bash-completion/completions/nodoctl",
          "share/zsh/site-functions/_nodoctl", "share/fish/vendor_completions.d/nodoctl.fish"]
 PAYLOAD = sorted({PROPERTY_LIST, "/etc/newsyslog.d/nodo.conf",
-                  "/usr/local/share/doc/nodo/LICENSE",
-                  "/usr/local/share/doc/nodo/third-party-notices", *PROGRAMS, *SCHEMAS,
+                  "/usr/local/share/doc/nodo/copyright", *PROGRAMS, *SCHEMAS,
                   *(f"/usr/local/{file}" for file in BUILT if not file.startswith("sbin"))})
 
 
