@@ -16,7 +16,8 @@ from mac_tools import build_mac
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = PROJECT / "packaging/macos"
 PLACES = [pathlib.Path(place) for place in
-          ["/Library", "/Users", "/etc/newsyslog.d", "/var/db", "/usr/local", "/tmp/some where"]]
+          ["/Library", "/Users", "/private/etc/newsyslog.d", "/private/var/db", "/usr/local",
+           "/tmp/some where"]]
 OUT = pathlib.Path("/tmp/some where/out folder")
 MADE = pathlib.Path("/tmp/made once")
 BUILD = pathlib.Path("/tmp/some where/build folder")
@@ -29,7 +30,7 @@ PROGRAMS = [DAEMON, "/usr/local/bin/nodoctl", "/usr/local/bin/nodo-uninstall"]
 BUILT = ["bin/nodoctl", "sbin/nodod", "share/man/man1/nodoctl.1", "share/man/man7/nodo-hooks.7",
          "share/man/man8/nodod.8", "share/bash-completion/completions/nodoctl",
          "share/zsh/site-functions/_nodoctl", "share/fish/vendor_completions.d/nodoctl.fish"]
-PAYLOAD = sorted({PROPERTY_LIST, "/etc/newsyslog.d/nodo.conf",
+PAYLOAD = sorted({PROPERTY_LIST, "/private/etc/newsyslog.d/nodo.conf",
                   "/usr/local/share/doc/nodo/copyright", *PROGRAMS, *SCHEMAS,
                   *(f"/usr/local/{file}" for file in BUILT if not file.startswith("sbin"))})
 
