@@ -61,11 +61,31 @@ HOOK_EVENT="${NODO_HOOK_EVENT:-}"
 
 # Agents read what a hook prints, and take some exit statuses as a refusal.
 exec >/dev/null 2>&1
-trap 'exit 0' EXIT
+PAYLOAD_READER=""
+trap finish EXIT
+
+# Node gives up what it has not written when the hook ends, and its agents report that. Whoever writes
+# without a pause is through by now or in moments; nobody else is waited for.
+# shellcheck disable=SC2317 # called by the trap
+finish() {
+  local turns=10
+  while [[ -n $PAYLOAD_READER && $turns -gt 0 ]] && kill -0 "$PAYLOAD_READER"; do
+    sleep 0.02
+    turns=$((turns - 1))
+  done
+  exit 0
+}
 
 HOOK_PAYLOAD=""
 if [[ ! -t 0 ]]; then
   HOOK_PAYLOAD=$(exec head -c 65536)
+  # An agent whose pipe breaks takes the hook for a failed one, so the rest is read, too, by a process
+  # that outlives the script. 65536 bytes are at least 16384 characters, whatever the locale.
+  if [[ ${#HOOK_PAYLOAD} -gt 16000 ]]; then
+    cat <&0 &
+    PAYLOAD_READER=$!
+    disown
+  fi
 fi
 
 # One line, whatever the words hold: the log is read by all that Unicode knows as an end of a line.
@@ -168,7 +188,7 @@ has_python() {
 # Sets SESSION, PROJECT and EVENT to what the payload says of them, each as one short line: of the keys
 # in its argument, those of the first that has a value which says something. Isolated (-I), as python3
 # would otherwise import a json.py that lies in the agent's folder.
-payload_values() {
+json_values() {
   local program='
 import json, os, sys
 document = json.loads(sys.stdin.buffer.read().decode("utf-8") or "{}")
@@ -240,6 +260,11 @@ hook_context() {
   fi
 }
 
+# Sets REQUESTER_EVENT.
+hook_event() {
+  REQUESTER_EVENT=${HOOK_EVENT:-$EVENT}
+}
+
 # Whether the last accepted request is too recent for another one. A stamp in the future, which only
 # a changed clock leaves, counts as recent.
 should_skip_extend() {
@@ -294,15 +319,16 @@ fi
 
 requester_name
 if should_skip_extend; then
-  payload_values "" "" "$event_keys"
+  json_values "" "" "$event_keys"
+  hook_event
   log "nodo extend throttled seconds=$MIN_INTERVAL_SECONDS requester=$REQUESTER_NAME" \
-    "event=${HOOK_EVENT:-$EVENT}"
+    "event=$REQUESTER_EVENT"
   exit 0
 fi
-payload_values "session_id sessionId conversation_id conversationId transcript_path" \
+json_values "session_id sessionId conversation_id conversationId transcript_path" \
   "cwd project_dir project" "$event_keys"
 hook_context
-REQUESTER_EVENT=${HOOK_EVENT:-$EVENT}
+hook_event
 
 if ! resolve_nodoctl; then
   log "nodoctl not found"

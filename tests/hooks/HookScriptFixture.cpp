@@ -36,7 +36,7 @@ bool hasPython() {
 
 HookScriptFixture::HookScriptFixture() {
   fs::create_directory(folder_ / "tools");
-  for (const char* program : {"bash", "head", "tr", "mkdir"}) {
+  for (const char* program : {"bash", "cat", "head", "tr", "mkdir", "sleep"}) {
     fs::create_symlink(find(program).value(), folder_ / "tools" / program);
   }
   for (const char* program : {"caffeinate", "date"}) {
