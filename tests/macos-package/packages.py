@@ -6,6 +6,7 @@ usage: packages.py [TEST ...]
 
 import re
 import stat
+from xml.etree import ElementTree
 
 from expectations import check, contains, equal
 from mac_install import (BUILD, OUT, PAYLOAD, PROGRAMS, PROJECT, SOURCES, files_below, main,
@@ -104,8 +105,12 @@ def the_package_brings_these_files_and_no_others(_mac):
 def the_package_says_for_which_macs_it_is(mac):
     package()
     distribution = (OUT / UNSIGNED_NAME / "distribution.xml").read_text("utf-8")
-    for part in ['hostArchitectures="x86_64,arm64"', 'os-version min="13.0"', "nodo 1.2.3"]:
-        contains(distribution, part, "the distribution")
+    script = ElementTree.fromstring(distribution)
+    equal([script.find("title").text, script.find("options").get("hostArchitectures"),
+           script.find("volume-check//os-version").get("min"), script.find("pkg-ref").text],
+          ["nodo 1.2.3", "x86_64,arm64", "13.0", "component.pkg"], "what the distribution says")
+    shown = OUT / UNSIGNED_NAME / "resources" / script.find("license").get("file")
+    equal(shown.read_text("utf-8"), (PROJECT / "LICENSE").read_text("utf-8"), "what is shown")
     mac.change(processors="arm64")
     contains(package().stdout, "/nodo-1.2.3-macos-arm64-unsigned.pkg", "the name for one processor")
 
