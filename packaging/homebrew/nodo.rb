@@ -1,4 +1,5 @@
-# Builds nodo from the source archive of a release.
+# Builds the tool and the library from the source archive of a release; on macOS the daemon comes with the
+# cask alone.
 #
 # The host is a placeholder, and the digest is filled in when a release is published: whoever publishes
 # one puts its archive's address and `shasum -a 256` here and this file into a tap.
@@ -32,12 +33,23 @@ class Nodo < Formula
     system "cmake", "--build", "--preset", "release"
     system "cmake", "--install", "build/release"
     generate_completions_from_executable(bin/"nodoctl", "completion")
+    return unless OS.mac?
+
+    # It runs as root, so neither its folder nor its signature may be those of a user.
+    rm [sbin/"nodod", man8/"nodod.8"]
   end
 
   def caveats
-    <<~TEXT
+    hooks = <<~TEXT
       To have coding agents keep this computer awake while they work:
         nodoctl hooks install
+    TEXT
+    return hooks unless OS.mac?
+
+    hooks + <<~TEXT
+      That is by caffeinate and with the lid open only: this is nodo without its daemon, which serves
+      nobody but programs signed by its own team. The cask brings the daemon and such a nodoctl:
+        brew uninstall --formula nodo && brew install --cask nodo
     TEXT
   end
 

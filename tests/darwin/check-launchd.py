@@ -9,9 +9,11 @@ import re
 import sys
 from pathlib import Path
 
-NODOD = "/some where/sbin/nodod"
-KEYS = {"Label", "AssociatedBundleIdentifiers", "Program", "MachServices", "RunAtLoad",
-        "KeepAlive"}
+NODOD = "/Library/PrivilegedHelperTools/nodod"
+LOG = "/Library/Logs/nodod.log"
+TOOL_LIMIT = 10  # seconds, which the daemon gives each of the tools by which it releases the lock
+KEYS = {"Label", "AssociatedBundleIdentifiers", "Program", "MachServices", "RunAtLoad", "KeepAlive",
+        "ExitTimeOut", "StandardErrorPath", "ProcessType"}
 
 
 def check(what, found, expected):
@@ -20,28 +22,51 @@ def check(what, found, expected):
     print(f"{what}: {found!r}")
 
 
-def check_service(constants, template):
+def check_service(constants, service):
     label = constants["helperLabel"]
     check("file name", constants["helperPlistName"], label + ".plist")
-    check("places to fill in", re.findall(r"@\w*@", template), ["@NODO_NODOD@"])
-    service = plistlib.loads(template.replace("@NODO_NODOD@", NODOD).encode())
     check("label", service["Label"], label)
     check("services", service["MachServices"], {label: True})
     check("owner", service["AssociatedBundleIdentifiers"], [constants["appBundleIdentifier"]])
     check("program", service["Program"], NODOD)
     check("starts with the machine", service["RunAtLoad"], True)
     check("is started again after a crash only", service["KeepAlive"], {"SuccessfulExit": False})
-    check("further keys", sorted(set(service) - KEYS), ["ProcessType", "StandardErrorPath"])
+    check("may take its time to release the lock", service["ExitTimeOut"] > 4 * TOOL_LIMIT, True)
+    check("log", service["StandardErrorPath"], LOG)
+    check("timers", service["ProcessType"], "Standard")
+    check("keys", set(service), KEYS)
+
+
+def check_log_is_bounded(configuration):
+    lines = [line.split() for line in configuration.splitlines() if line[:1] not in ("", "#")]
+    check("logs that are turned over", [line[0] for line in lines], [LOG])
+    _log, _owner, _mode, count, size, when, flags = lines[0]
+    check("how many at most, of how many KiB, at which time", (count, size, when),
+          ("3", "1024", "*"))
+    # A compressed file would lose the lines that the daemon still writes into it.
+    check("what else is done to them", flags, "N")
+
+
+def check_names_in_scripts(constants, folder):
+    """They repeat what the library calls things."""
+    for name, scripts in [("helperLabel", ["sign", "nodo-uninstall", "installer/preinstall",
+                                           "installer/postinstall"]),
+                          ("appBundleIdentifier", ["sign"]), ("ctlBundleIdentifier", ["sign"])]:
+        for script in scripts:
+            text = (folder / script).read_text(encoding="utf-8")
+            check(f"{name} in {script}", f"={constants[name]}\n" in text, True)
 
 
 def main():
     root = Path(sys.argv[1])
     folder = root / "packaging/macos"
     headers = (root / "NODOCore/helper").glob("*.h")
-    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;',
-                                "".join(header.read_text(encoding="utf-8") for header in headers)))
-    template = folder / (constants["helperPlistName"] + ".in")
-    check_service(constants, template.read_text(encoding="utf-8"))
+    text = "".join(header.read_text(encoding="utf-8") for header in headers)
+    constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;', text))
+    constants["developmentTeamID"] = re.search(r'define NODO_TEAM_IDENTIFIER "(\w+)"', text)[1]
+    check_service(constants, plistlib.loads((folder / constants["helperPlistName"]).read_bytes()))
+    check_log_is_bounded((folder / "nodo.newsyslog.conf").read_text(encoding="utf-8"))
+    check_names_in_scripts(constants, folder)
 
     entitlements = plistlib.loads((folder / "nodo.entitlements").read_bytes())
     if not entitlements or any(value is not False for value in entitlements.values()):

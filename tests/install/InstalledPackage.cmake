@@ -8,7 +8,12 @@ run("${CMAKE_COMMAND}" --install "${build}" --config "${configuration}" --prefix
 if(NOT EXISTS "${prefix}/share/nodo/schemas/status-report.schema.json")
   message(FATAL_ERROR "The schemas of the programs' documents are not installed")
 endif()
-foreach(completion bash-completion/completions/nodoctl zsh/vendor-completions/_nodoctl
+if(CMAKE_HOST_APPLE)
+  set(zsh zsh/site-functions)
+else()
+  set(zsh zsh/vendor-completions)
+endif()
+foreach(completion bash-completion/completions/nodoctl ${zsh}/_nodoctl
                    fish/vendor_completions.d/nodoctl.fish)
   if(NOT EXISTS "${prefix}/share/${completion}")
     message(FATAL_ERROR "The shells' completions are not installed: no ${completion}")
