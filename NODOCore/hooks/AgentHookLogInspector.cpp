@@ -90,11 +90,12 @@ bool isOurs(const struct stat& status) {
   return status.st_uid == ::geteuid() || status.st_uid == 0;
 }
 
-// What is at `path`, reached over no link that somebody else planted. Without O_NONBLOCK a named pipe
-// would be waited for until somebody opens its other end.
+// What is at `path`, reached over no link that somebody else planted. Without O_NONBLOCK a named
+// pipe would be waited for until somebody opens its other end.
 FileDescriptor openLog(const std::string& path, int flags) {
   flags |= O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   FileDescriptor log(::open(path.c_str(), flags | O_NOFOLLOW));
+
   struct stat link {};
 
   if (!log && errno == ELOOP && ::lstat(path.c_str(), &link) == 0 && isOurs(link)) {
@@ -157,9 +158,9 @@ std::string resolutionLine(std::string_view reason, Date now) {
   return line + "\n";
 }
 
-// The log, open for appending; made where it is missing, for this user alone: it names projects. The
-// two steps are apart because some systems refuse O_CREAT for a file of root's in a folder such as
-// /tmp.
+// The log, open for appending; made where it is missing, for this user alone: it names projects.
+// The two steps are apart because some systems refuse O_CREAT for a file of root's in a folder such
+// as /tmp.
 FileDescriptor openForAppending(const std::string& path) {
   constexpr int flags = O_WRONLY | O_APPEND;
   FileDescriptor file = openLog(path, flags);

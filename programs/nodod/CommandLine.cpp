@@ -54,9 +54,9 @@ void addWholeNumber(CLI::App& app, const std::string& option, std::int64_t& into
       ->type_name(type);
 }
 
-std::string folder(const std::string& text) {
+std::string path(const std::string& option, const std::string& text) {
   if (text.empty()) {
-    throw CLI::ValidationError("--state-dir", "must not be empty");
+    throw CLI::ValidationError(option, "must not be empty");
   }
   return text;
 }
@@ -65,7 +65,8 @@ void describe(CLI::App& app, Options& into) {
   app.set_help_flag("-h,--help", "Show this help and exit");
   app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
   app.add_option_function<std::string>(
-         "--state-dir", [&into](const std::string& text) { into.stateFolder = folder(text); },
+         "--state-dir",
+         [&into](const std::string& text) { into.stateFolder = path("--state-dir", text); },
          "Where the state is kept (default: NODO_STATE_DIR, else on Linux STATE_DIRECTORY, "
          "else the system's folder, or .nodo/daemon under HOME on a session bus)")
       ->type_name("DIR");
@@ -93,6 +94,11 @@ void describe(CLI::App& app, Options& into) {
          },
          "How long after a timer's end the lock is released, in seconds (default: 1)")
       ->type_name("S");
+  app.add_option_function<std::string>(
+         "--log", [&into](const std::string& text) { into.log = path("--log", text); },
+         "The file to write the log to in place of standard error; a new one of that name is taken "
+         "when the old one was moved away")
+      ->type_name("FILE");
   app.add_flag("--once", into.once,
                "Run one pass, print its report as JSON, release the lock and exit");
 }

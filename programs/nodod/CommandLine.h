@@ -17,8 +17,9 @@ struct Options {
   std::optional<std::string> bus;          ///< absent: the system bus if there is one
   PowerChoice power = PowerChoice::automatic;
   SafetyPolicy policy = defaultPolicy;
-  Seconds releaseGrace{1};  ///< how long after the end of a timer the release is due
-  bool once = false;        ///< one pass, then the end
+  Seconds releaseGrace{1};         ///< how long after the end of a timer the release is due
+  std::optional<std::string> log;  ///< absent: standard error
+  bool once = false;               ///< one pass, then the end
 };
 
 using ParsedCommandLine = std::variant<Options, HelpText, UsageError>;

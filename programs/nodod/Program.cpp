@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <exception>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -60,6 +61,13 @@ void run(const Options& options, const DaemonContext& context) {
   const DaemonLog log = [console = context.console()](const std::string& line) {
     console.complain(line);
   };
+  if (options.log) {
+    try {
+      context.useLog(*options.log);
+    } catch (const std::system_error& error) {
+      log(error.what());  // to where it is: a lock matters more than its log
+    }
+  }
   const std::filesystem::path folder = stateFolder(options, context);
   LockKeeper keeper(controllerFor(options, folder, context.machine(options.power)),
                     makeSleepLock(options, context, log), log, options.releaseGrace, context.now());

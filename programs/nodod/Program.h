@@ -42,6 +42,8 @@ struct DaemonContext {
                                       const std::optional<std::string>& bus)>
       stateFolder;
   std::function<Moment()> now;
+  /// Has the file at `path` take the place of what `error` writes to. Throws std::system_error.
+  std::function<void(const std::string& path)> useLog;
   std::ostream& output;
   std::ostream& error;
 

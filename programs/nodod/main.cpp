@@ -30,6 +30,7 @@ int main(int argc, char** argv) {
                       [] {
                         return nodo::Moment{nodo::currentDate(), nodo::runningTime()};
                       },
+                  .useLog = [&log](const std::string& path) { log.follow(path); },
                   .output = std::cout,
                   .error = log});
 }

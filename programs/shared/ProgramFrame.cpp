@@ -1,3 +1,5 @@
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/Text.h>
 #include <programs/shared/ProgramFrame.h>
 
@@ -16,6 +18,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -54,9 +57,39 @@ LogStream::LogStream(int descriptor, std::string_view program)
   setf(std::ios_base::unitbuf);
 }
 
+void LogStream::follow(const std::string& path) {
+  lines_.follow(path);
+}
+
+void LogStream::Lines::follow(const std::string& path) {
+  path_ = path;
+  if (!takeFile()) {
+    throwErrno("Unable to open the log", path);
+  }
+}
+
+// The file of that name takes the descriptor's place, unless it has it.
+bool LogStream::Lines::takeFile() {
+  struct stat taken {};
+
+  struct stat named {};
+
+  if (::fstat(descriptor_, &taken) == 0 && ::lstat(path_.c_str(), &named) == 0 &&
+      taken.st_dev == named.st_dev && taken.st_ino == named.st_ino) {
+    return true;
+  }
+  const FileDescriptor file(
+      ::open(path_.c_str(),
+             O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0644));
+  return file && ::dup2(file.get(), descriptor_) == descriptor_;
+}
+
 int LogStream::Lines::sync() {
   std::string text = str();
   str({});
+  if (!path_.empty() && !text.empty()) {
+    takeFile();
+  }
   if (text.size() > longestLine) {
     text = repairedUTF8(std::string_view(text).substr(0, longestLine)) + "...\n";
   }

@@ -51,10 +51,17 @@ class LogStream : public std::ostream {
   /// `program` is the name under which it says so.
   LogStream(int descriptor, std::string_view program);
 
+  /// From now on the lines go to the file `path`, which takes the descriptor's place; and once
+  /// another one has its name, as when logs are turned over, to that one. Throws std::system_error
+  /// when it cannot be opened now; a later one that cannot is not followed.
+  void follow(const std::string& path);
+
  private:
   class Lines : public std::stringbuf {
    public:
     Lines(int descriptor, std::string_view program) : descriptor_(descriptor), program_(program) {}
+
+    void follow(const std::string& path);
 
    protected:
     int sync() override;
@@ -62,9 +69,11 @@ class LogStream : public std::ostream {
    private:
     bool saysWhatIsMissing();
     bool write(std::string_view text);
+    bool takeFile();
 
     int descriptor_;
     std::string program_;
+    std::string path_;            // of the file that is followed
     std::ptrdiff_t dropped_ = 0;  // lines
     bool isLineCut_ = false;      // the last that was written is the beginning of a line
   };

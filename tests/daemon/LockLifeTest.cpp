@@ -173,8 +173,8 @@ TEST_F(LockLifeStepTest, ALockOfWhichOnlyTheMarkIsKnownIsNotOwnedByTheState) {
 TEST_F(LockLifeStepTest, WhatHadToBeWrittenFirstIsWrittenOnce) {
   LockLife life = LockLife::beginning(lookAt(0, LockReading::off, false));
   life.mustWriteFirst = true;
-  LockStep step = follow(std::move(life), {.look = lookAt(1, LockReading::off, false),
-                                           .what = Occasion::woken});
+  LockStep step = follow(std::move(life),
+                         {.look = lookAt(1, LockReading::off, false), .what = Occasion::woken});
   EXPECT_TRUE(amendmentOf(step).mustBeWritten);
   step = follow(std::move(step.life), {.look = lookAt(1, LockReading::off, false),
                                        .what = PassOutcome{.isAmended = true}});
@@ -186,16 +186,17 @@ TEST_F(LockLifeStepTest, WhatHadToBeWrittenFirstIsWrittenOnce) {
 TEST_F(LockLifeStepTest, ALockThatIsWantedAgainAfterARefusedRepairOutlastsAPassThatFails) {
   const LockLook on = lookAt(1, LockReading::on, true);
   LockStep step = follow(LockLife::beginning(on), {.look = on, .what = Occasion::repairAsked});
-  step = follow(std::move(step.life),
-                {.look = on, .what = PassOutcome{.verdict = PassVerdict{.wasReleaseRefused = true}}});
+  step =
+      follow(std::move(step.life),
+             {.look = on, .what = PassOutcome{.verdict = PassVerdict{.wasReleaseRefused = true}}});
   EXPECT_EQ(step.life.phase(), LockPhase::releasing);
-  step = follow(std::move(step.life),
-                {.look = on,
-                 .what = PassOutcome{.isAmended = true,
-                                     .isTimerSet = true,
-                                     .state = StateFacts{.timerEnd = noon + Seconds(600),
-                                                         .ownsLock = true},
-                                     .verdict = PassVerdict{.isWanted = true}}});
+  step = follow(
+      std::move(step.life),
+      {.look = on,
+       .what = PassOutcome{.isAmended = true,
+                           .isTimerSet = true,
+                           .state = StateFacts{.timerEnd = noon + Seconds(600), .ownsLock = true},
+                           .verdict = PassVerdict{.isWanted = true}}});
   EXPECT_EQ(step.life.phase(), LockPhase::held);
   step = follow(std::move(step.life), {.look = on, .what = PassOutcome{}});
   EXPECT_EQ(step.life.phase(), LockPhase::unconfirmed);

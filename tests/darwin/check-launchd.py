@@ -12,8 +12,8 @@ from pathlib import Path
 NODOD = "/Library/PrivilegedHelperTools/nodod"
 LOG = "/Library/Logs/nodod.log"
 TOOL_LIMIT = 10  # seconds, which the daemon gives each of the tools by which it releases the lock
-KEYS = {"Label", "AssociatedBundleIdentifiers", "Program", "MachServices", "RunAtLoad", "KeepAlive",
-        "ExitTimeOut", "StandardErrorPath", "ProcessType"}
+KEYS = {"Label", "AssociatedBundleIdentifiers", "Program", "ProgramArguments", "MachServices",
+        "RunAtLoad", "KeepAlive", "ExitTimeOut", "StandardErrorPath", "ProcessType"}
 
 
 def check(what, found, expected):
@@ -29,6 +29,7 @@ def check_service(constants, service):
     check("services", service["MachServices"], {label: True})
     check("owner", service["AssociatedBundleIdentifiers"], [constants["appBundleIdentifier"]])
     check("program", service["Program"], NODOD)
+    check("arguments", service["ProgramArguments"], ["nodod", "--log", LOG])
     check("starts with the machine", service["RunAtLoad"], True)
     check("is started again after a crash only", service["KeepAlive"], {"SuccessfulExit": False})
     check("may take its time to release the lock", service["ExitTimeOut"] > 4 * TOOL_LIMIT, True)
@@ -43,7 +44,7 @@ def check_log_is_bounded(configuration):
     _log, _owner, _mode, count, size, when, flags = lines[0]
     check("how many at most, of how many KiB, at which time", (count, size, when),
           ("3", "1024", "*"))
-    # A compressed file would lose the lines that the daemon still writes into it.
+    # A compressed file could lose a line that is just being written.
     check("what else is done to them", flags, "N")
 
 

@@ -30,6 +30,7 @@ TEST(NododCommandLineTest, NothingOnTheLineMeansTheDefaults) {
                                           .lidOpenGraceSeconds = 60,
                                           .noRouteGraceSeconds = 300}));
   EXPECT_EQ(options.releaseGrace, Seconds(1));
+  EXPECT_FALSE(options.log);
   EXPECT_FALSE(options.once);
 }
 
@@ -37,7 +38,7 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   const Options options =
       parsed({"--state-dir", "/state", "--bus", "session", "--power", "logind", "--minimum-battery",
               "0", "--max-minutes", "1", "--lid-open-grace=0", "--no-route-grace", "7",
-              "--release-grace", "0.25", "--once"});
+              "--release-grace", "0.25", "--log", "/log", "--once"});
   EXPECT_EQ(options.stateFolder, "/state");
   EXPECT_EQ(options.bus, "session");
   EXPECT_EQ(options.power, PowerChoice::logind);
@@ -46,6 +47,7 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
                                           .lidOpenGraceSeconds = 0,
                                           .noRouteGraceSeconds = 7}));
   EXPECT_EQ(options.releaseGrace, Seconds(0.25));
+  EXPECT_EQ(options.log, "/log");
   EXPECT_TRUE(options.once);
 }
 
@@ -117,7 +119,7 @@ TEST(NododCommandLineTest, HelpNamesEveryOption) {
   ASSERT_NE(help, nullptr);
   for (const char* option :
        {"--state-dir", "--bus", "--power", "--minimum-battery", "--max-minutes", "--lid-open-grace",
-        "--no-route-grace", "--release-grace", "--once", "--version"}) {
+        "--no-route-grace", "--release-grace", "--log", "--once", "--version"}) {
     EXPECT_THAT(help->text, HasSubstr(option));
   }
 }

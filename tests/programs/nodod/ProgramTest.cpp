@@ -2,8 +2,10 @@
 #include <programs/nodod/Program.h>
 #include <testing/DiskFull.h>
 
+#include <cerrno>
 #include <memory>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 #include <sys/stat.h>
@@ -72,6 +74,13 @@ class ProgramTest : public DaemonFixture {
                             const Environment& /*environment*/,
                             const std::optional<std::string>& /*bus*/) { return folder / "state"; },
          .now = [this] { return moment(); },
+         .useLog =
+             [this](const std::string& path) {
+               askedLog = path;
+               if (!logCanBeOpened) {
+                 throw std::system_error(ENOENT, std::generic_category(), path);
+               }
+             },
          .output = output,
          .error = error});
     return {.exitStatus = status, .output = output.str(), .error = error.str()};
@@ -80,6 +89,8 @@ class ProgramTest : public DaemonFixture {
   PowerChoice askedFor = PowerChoice::simulated;
   PowerChoice lookedBy = PowerChoice::simulated;
   std::optional<std::string> askedBus;
+  std::optional<std::string> askedLog;
+  bool logCanBeOpened = true;
   int loopsMade = 0;
   bool isSimulated = false;
 };
@@ -101,6 +112,21 @@ TEST_F(ProgramTest, ServesUntilASignalEndsIt) {
   EXPECT_EQ(askedBus, "session");
   EXPECT_EQ(askedFor, PowerChoice::logind);
   EXPECT_EQ(lookedBy, PowerChoice::logind);
+}
+
+TEST_F(ProgramTest, TheLogGoesWhereTheOptionSays) {
+  EXPECT_EQ(run({"--once"}).exitStatus, 0);
+  EXPECT_EQ(askedLog, std::nullopt);
+  EXPECT_EQ(run({"--once", "--log", "/some/log"}).error, "");
+  EXPECT_EQ(askedLog, "/some/log");
+}
+
+TEST_F(ProgramTest, ALogThatCannotBeOpenedKeepsNoDaemonFromItsWork) {
+  logCanBeOpened = false;
+  const Outcome outcome = run({"--log", "/no/such/log"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(loopsMade, 1);
+  EXPECT_EQ(outcome.error, "nodod: /no/such/log: No such file or directory\n");
 }
 
 TEST_F(ProgramTest, ForeignTextIsEscapedInTheLog) {

@@ -1,11 +1,14 @@
 #include <NODOCore/base/Files.h>
 #include <programs/shared/ProgramFrame.h>
+#include <testing/TemporaryFolder.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
 
@@ -88,6 +91,41 @@ TEST_F(LogStreamTest, ALogWithoutAReaderIsNoFailure) {
   log << "lost\n";
   EXPECT_TRUE(log.good());
   std::signal(SIGPIPE, before);
+}
+
+TEST_F(LogStreamTest, AFileIsFollowedByItsNameWhenLogsAreTurnedOver) {
+  const test::TemporaryFolder folder;
+  const std::string path = (folder / "log").string();
+  LogStream log(writer.get(), "nodod");
+  log << "to the pipe\n";
+  log.follow(path);
+  log << "one\n";
+  std::filesystem::rename(path, folder / "log.0");
+  log << "two\n";
+  std::filesystem::rename(path, folder / "log.1");
+  folder.write("log", "turned over\n");
+  log << "three\n";
+  EXPECT_EQ(read(), "to the pipe\n");
+  EXPECT_EQ(folder.read("log.0"), "one\n");
+  EXPECT_EQ(folder.read("log.1"), "two\n");
+  EXPECT_EQ(folder.read("log"), "turned over\nthree\n");
+}
+
+TEST_F(LogStreamTest, AFileThatCannotBeFollowedLeavesTheLinesWhereTheyWent) {
+  const test::TemporaryFolder folder;
+  LogStream log(writer.get(), "nodod");
+  EXPECT_THROW(log.follow((folder / "no/such/log").string()), std::system_error);
+  log << "one\n";
+  EXPECT_EQ(read(), "one\n");
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "link");
+  EXPECT_THROW(log.follow((folder / "link").string()), std::system_error);
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
+
+  log.follow((folder / "log").string());
+  std::filesystem::rename(folder / "log", folder / "log.0");
+  std::filesystem::create_directory(folder / "log");
+  log << "two\n";
+  EXPECT_EQ(folder.read("log.0"), "two\n");
 }
 
 TEST(ConsoleTest, OfAnEndlessMessageTheBeginningIsShown) {
