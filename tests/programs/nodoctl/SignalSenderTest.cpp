@@ -17,8 +17,8 @@ namespace {
 
 constexpr Seconds longTime(30);
 
-// Has this process get `number` as from a sender that it cannot see. Linux lets a process make up who
-// signals to itself.
+// Has this process get `number` as from a sender that it cannot see. Linux lets a process make up
+// who signals to itself.
 void signalFromOutOfSight(int number) {
   siginfo_t info{};
   info.si_signo = number;
@@ -26,7 +26,8 @@ void signalFromOutOfSight(int number) {
   ::syscall(SYS_rt_sigqueueinfo, ::getpid(), number, &info);
 }
 
-// What a process at the head of a new terminal answers; `terminal` is given the terminal's other end.
+// What a process at the head of a new terminal answers; `terminal` is given the terminal's other
+// end.
 int onATerminal(const std::function<int()>& process,
                 const std::function<void(int terminal)>& person = {}) {
   int other = -1;

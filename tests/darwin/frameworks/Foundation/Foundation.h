@@ -1,7 +1,7 @@
 #pragma once
 
-// As much of Foundation as the adapters of platform/macos use, for a compiler that aims at macOS without
-// having its headers: written from the public documentation, compiled and never run.
+// As much of Foundation as the adapters of platform/macos use, for a compiler that aims at macOS
+// without having its headers: written from the public documentation, compiled and never run.
 
 #include <objc/NSObject.h>
 #include <objc/objc.h>
