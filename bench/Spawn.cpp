@@ -1,7 +1,9 @@
-#include <array>
+#include <NODOCore/base/System.h>
+
 #include <cerrno>
 #include <fstream>
 #include <system_error>
+#include <utility>
 
 #include <bench/CommandLines.h>
 #include <bench/Spawn.h>
@@ -64,19 +66,15 @@ IdleProcesses::IdleProcesses(const std::filesystem::path& folder, std::size_t co
   const std::filesystem::path script = folder / "server.js";
   std::ofstream(script) << "read line\n";
 
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throwErrno("Unable to make", "a pipe");
-  }
-  const FileDescriptor input(ends[0]);
-  lifeline_ = FileDescriptor(ends[1]);
+  Pipe pipe = makePrivatePipe();
+  lifeline_ = std::move(pipe.writeEnd);
 
   CommandLines lines(1);
   children_.reserve(count);
   for (std::size_t index = 0; index < count; ++index) {
     // A shell takes any name for itself, and any arguments after its script.
     children_.push_back(spawn("/bin/sh", {"/usr/bin/node", script.string(), lines.next().command},
-                              input, FileDescriptor()));
+                              pipe.readEnd, FileDescriptor()));
   }
 }
 

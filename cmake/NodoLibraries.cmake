@@ -1,8 +1,9 @@
 # nodo::re2 and nodo::utf8proc, the libraries that NODOCore needs at link time. Shared with the
 # installed package, whose users have to find the same ones.
 #
-# The static form is taken where it stands alone: a program that is started for every tool call of an
-# agent saves the time that loading the shared one takes.
+# The static form is taken where all of it is there, down to the libraries that it needs itself: a program
+# that is started for every tool call of an agent saves the time that loading shared ones takes, and
+# one that is signed for other people's Macs may load nothing but the system's.
 
 include(CMakeFindDependencyMacro)
 find_dependency(PkgConfig)
@@ -14,12 +15,17 @@ function(nodo_find_library target module name)
   endif()
   add_library(${target} INTERFACE IMPORTED GLOBAL)
   pkg_check_modules(NODO_${name} REQUIRED QUIET IMPORTED_TARGET GLOBAL ${module})
-  find_library(NODO_${name}_STATIC lib${name}.a HINTS ${NODO_${name}_LIBRARY_DIRS})
-  mark_as_advanced(NODO_${name}_STATIC)
-  set(needs ${NODO_${name}_STATIC_LIBRARIES})
-  list(REMOVE_ITEM needs ${name} pthread)
-  if(NODO_${name}_STATIC AND NOT needs)
-    target_link_libraries(${target} INTERFACE "${NODO_${name}_STATIC}" Threads::Threads)
+  set(archives "")
+  foreach(library IN LISTS NODO_${name}_STATIC_LIBRARIES)
+    if(NOT library MATCHES "^(pthread|m|rt|dl)$")
+      find_library(NODO_${library}_STATIC lib${library}.a HINTS ${NODO_${name}_STATIC_LIBRARY_DIRS})
+      mark_as_advanced(NODO_${library}_STATIC)
+      list(APPEND archives "${NODO_${library}_STATIC}")
+    endif()
+  endforeach()
+  if(archives AND NOT archives MATCHES "NOTFOUND")
+    target_link_libraries(${target} INTERFACE ${archives} ${NODO_${name}_STATIC_LDFLAGS_OTHER}
+                                              Threads::Threads)
     target_include_directories(${target} INTERFACE ${NODO_${name}_INCLUDE_DIRS})
   else()
     target_link_libraries(${target} INTERFACE PkgConfig::NODO_${name})

@@ -54,7 +54,9 @@ if(NODO_SANITIZE)
     target_compile_options(nodo_options INTERFACE -fno-sanitize=vptr)
   endif()
 else()
-  # The programs run as root on people's machines. Each measure is probed, as compilers differ.
+  # The programs run as root on people's machines. Each measure is probed, as compilers differ: with
+  # -Werror, as some take a measure that their target lacks and only warn.
+  set(CMAKE_REQUIRED_FLAGS -Werror)
   foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
     string(MAKE_C_IDENTIFIER "HAS${flag}" result)
     check_cxx_compiler_flag(${flag} ${result})
@@ -62,6 +64,7 @@ else()
       target_compile_options(nodo_options INTERFACE ${flag})
     endif()
   endforeach()
+  unset(CMAKE_REQUIRED_FLAGS)
   if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # fortification needs optimisation
     target_compile_options(nodo_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   endif()

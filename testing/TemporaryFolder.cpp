@@ -6,7 +6,9 @@
 #include <iterator>
 #include <system_error>
 
+// Each system has mkdtemp in another of these.
 #include <stdlib.h>
+#include <unistd.h>
 
 namespace nodo::test {
 

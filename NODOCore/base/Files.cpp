@@ -100,9 +100,9 @@ enum class Owner { mustStay, mayChange };
 // old owner is now one of them. With an access-control list the group's rights limit all its
 // entries.
 mode_t narrowed(mode_t mode) {
-  const mode_t owner = mode >> 6U & 07U;
-  const mode_t shared = mode & mode >> 3U & owner;
-  return (owner << 6U) | (shared << 3U) | shared;
+  const unsigned owner = mode >> 6U & 07U;
+  const unsigned shared = mode & mode >> 3U & owner;
+  return static_cast<mode_t>((owner << 6U) | (shared << 3U) | shared);
 }
 
 // The new content on its way: removes itself unless it has been renamed into place.

@@ -4,7 +4,10 @@
 #include <platform/macos/XPCHelperListener.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -74,16 +77,27 @@ class Timer : public MainQueueSource {
   }
 };
 
+// Which signals have come since their handlers were installed.
+std::array<std::atomic<bool>, NSIG> arrived;
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+
 /// Turns a signal into an event, and keeps it from ending the process: by a handler, as children
-/// would inherit that it is ignored.
+/// would inherit that it is ignored. The system watches for signals only from some time after it
+/// was told to: what the handler saw until then is an event as well.
 class Signal : public MainQueueSource {
  public:
   Signal(int number, std::function<void()> received)
-      : MainQueueSource(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number),
-                        std::move(received)),
+      : MainQueueSource(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), received),
         number_(number) {
+    std::atomic<bool>& early = arrived.at(static_cast<std::size_t>(number));
+    early = false;
+    dispatch_source_set_registration_handler(source(), ^{
+      if (early) {
+        received();
+      }
+    });
     struct sigaction action = {};
-    action.sa_handler = [](int) {};
+    action.sa_handler = [](int caught) { arrived[static_cast<std::size_t>(caught)] = true; };
     action.sa_flags = SA_RESTART;
     sigaction(number, &action, &before_);
     dispatch_resume(source());

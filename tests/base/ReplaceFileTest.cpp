@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -71,7 +72,7 @@ TEST_F(ReplaceFileTest, TheContentIsReplacedWhole) {
 
 TEST_F(ReplaceFileTest, AnExistingFileKeepsItsMode) {
   const mode_t before = ::umask(077);
-  for (const mode_t kept : {0600U, 0644U, 0666U, 0640U, 0755U, 0400U}) {
+  for (const mode_t kept : std::initializer_list<mode_t>{0600, 0644, 0666, 0640, 0755, 0400}) {
     folder.write("file", "old");
     ASSERT_EQ(::chmod((folder / "file").c_str(), kept), 0);
     replaceFile(folder / "file", "new");

@@ -125,13 +125,19 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t type, uintptr_t 
   mac().addSource(source, {.isTimer = type->isTimer,
                            .signal = type->isTimer ? 0 : static_cast<int>(handle),
                            .isResumed = false,
+                           .isRegistered = false,
                            .due = FakeMac::never,
-                           .handler = nullptr});
+                           .handler = nullptr,
+                           .registered = nullptr});
   return source;
 }
 
 void dispatch_source_set_event_handler(dispatch_source_t source, dispatch_block_t handler) {
   mac().source(source).handler = workOf(handler);
+}
+
+void dispatch_source_set_registration_handler(dispatch_source_t source, dispatch_block_t handler) {
+  mac().source(source).registered = workOf(handler);
 }
 
 void dispatch_source_set_timer(dispatch_source_t source, dispatch_time_t start, uint64_t interval,
@@ -147,7 +153,7 @@ void dispatch_resume(dispatch_source_t source) {
   if (mac().source(source).isResumed) {
     misused("a source was resumed twice");
   }
-  mac().source(source).isResumed = true;
+  mac().resume(source);
 }
 
 void dispatch_source_cancel(dispatch_source_t source) {

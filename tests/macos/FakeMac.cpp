@@ -84,10 +84,22 @@ void FakeMac::run() {
   }
 }
 
+void FakeMac::resume(const void* key) {
+  source(key).isResumed = true;
+  post([this, key] {
+    if (const auto found = sources_.find(key); found != sources_.end()) {
+      found->second.isRegistered = true;
+      if (found->second.registered) {
+        found->second.registered();
+      }
+    }
+  });
+}
+
 void FakeMac::pass(double seconds) {
   now_ += static_cast<std::int64_t>(seconds * 1e9);
   for (auto& [key, source] : sources_) {
-    if (source.isTimer && source.isResumed && source.due <= now_) {
+    if (source.isTimer && source.isRegistered && source.due <= now_) {
       source.due = never;
       post([this, key = key] {
         if (const auto found = sources_.find(key); found != sources_.end()) {
@@ -101,7 +113,7 @@ void FakeMac::pass(double seconds) {
 void FakeMac::raise(int number) {
   std::raise(number);
   for (const auto& [key, source] : sources_) {
-    if (source.signal == number && source.isResumed) {
+    if (source.signal == number && source.isRegistered) {
       post(source.handler);
     }
   }

@@ -63,8 +63,10 @@ class FakeMac {
     bool isTimer = false;
     int signal = 0;
     bool isResumed = false;
+    bool isRegistered = false;
     std::int64_t due = never;
     Work handler;
+    Work registered;
   };
 
   static constexpr std::int64_t never = INT64_MAX;
@@ -72,6 +74,9 @@ class FakeMac {
   void addSource(const void* key, const Source& source) { sources_[key] = source; }
 
   Source& source(const void* key) { return sources_.at(key); }
+
+  /// As on a Mac, the source sees what it waits for only once the main queue got to that.
+  void resume(const void* key);
 
   void removeSource(const void* key) { sources_.erase(key); }
 

@@ -79,6 +79,24 @@ TEST_F(MacDaemonLoopTest, ASignalEndsTheLoopOnceItWasHandled) {
   EXPECT_EQ(run({[this] { mac.raise(SIGINT); }}), (Events{"terminate", "terminate"}));
 }
 
+TEST_F(MacDaemonLoopTest, ASignalThatComesBeforeTheSystemWatchesForItIsNotLost) {
+  mac.raise(SIGHUP);
+  EXPECT_EQ(run({}), (Events{"hangup", "terminate"}));
+
+  events.clear();
+  makeLoop();
+  mac.raise(SIGTERM);
+  mac.whenIdle([this] { events.emplace_back("too late"); });
+  EXPECT_EQ(run({}), Events{"terminate"});
+}
+
+TEST_F(MacDaemonLoopTest, ASignalOfAnEarlierLoopIsNoneOfTheNext) {
+  EXPECT_EQ(run({}), Events{"terminate"});
+  events.clear();
+  makeLoop();
+  EXPECT_EQ(run({[this] { events.emplace_back("alive"); }}), (Events{"alive", "terminate"}));
+}
+
 TEST_F(MacDaemonLoopTest, AHangupDoesNotEndTheLoop) {
   EXPECT_EQ(run({[this] { mac.raise(SIGHUP); }}), (Events{"hangup", "terminate"}));
 }

@@ -79,9 +79,9 @@ LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus, DaemonLo
 void LinuxDaemonLoop::addSignals() {
   constexpr std::array numbers{SIGTERM, SIGINT, SIGHUP};
   sigset_t signals;
-  ::sigemptyset(&signals);
+  sigemptyset(&signals);
   for (const int number : numbers) {
-    ::sigaddset(&signals, number);
+    sigaddset(&signals, number);
   }
   checkSystemd(-::pthread_sigmask(SIG_BLOCK, &signals, nullptr), "block signals");
   constexpr char action[] = "wait for signals";

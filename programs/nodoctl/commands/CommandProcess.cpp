@@ -22,7 +22,7 @@ class AllSignalsBlocked {
  public:
   AllSignalsBlocked() {
     sigset_t all;
-    ::sigfillset(&all);
+    sigfillset(&all);
     ::sigprocmask(SIG_SETMASK, &all, &before_);
   }
 

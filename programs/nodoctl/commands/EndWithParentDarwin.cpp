@@ -50,7 +50,7 @@ void EndWithParent::inParent(pid_t child) {
   // The guard goes on with all signals blocked, as this process's handlers are not for it.
   sigset_t all;
   sigset_t before;
-  ::sigfillset(&all);
+  sigfillset(&all);
   ::sigprocmask(SIG_SETMASK, &all, &before);
   guard_ = ::fork();
   const int error = errno;

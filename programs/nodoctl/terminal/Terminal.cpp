@@ -97,17 +97,36 @@ namespace {
 // What the handler writes into the pipe; small enough for a write to be whole.
 struct Record {
   int number;
-  int code;
   pid_t sender;
+  bool isForForeground;
 };
 
 std::atomic<int> pipeEnd{-1};
+std::atomic<int> terminalEnd{-1};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
+
+// Whether the controlling terminal, if there is one, can have sent `number` to this process's
+// group: for a key or a change of its size to the foreground, and at its end, when it tells no
+// more.
+bool isForForeground(int number) {
+  switch (number) {
+    case SIGINT:
+    case SIGQUIT:
+    case SIGTSTP:
+    case SIGWINCH:
+      return ::tcgetpgrp(terminalEnd) == ::getpgrp();
+    case SIGHUP:
+      return terminalEnd >= 0;
+    default:
+      return false;
+  }
+}
 
 // A full pipe loses a signal: thousands of others wait in it then.
 void record(int number, siginfo_t* info, void* /*context*/) {
   const int before = errno;
-  const Record caught{.number = number, .code = info->si_code, .sender = info->si_pid};
+  const Record caught{
+      .number = number, .sender = info->si_pid, .isForForeground = isForForeground(number)};
   [[maybe_unused]] const auto written = ::write(pipeEnd, &caught, sizeof caught);
   errno = before;
 }
@@ -119,6 +138,7 @@ class PipedSignals : public SignalQueue {
       ::fcntl(end->get(), F_SETFL, O_NONBLOCK);
     }
     pipeEnd = pipe_.writeEnd.get();
+    terminalEnd = terminal_.get();
     for (const int signal : signals) {
       install(signal);
     }
@@ -132,6 +152,7 @@ class PipedSignals : public SignalQueue {
       ::sigaction(signal, &action, nullptr);
     }
     pipeEnd = -1;
+    terminalEnd = -1;
   }
 
   std::optional<CaughtSignal> next(Seconds limit) override {
@@ -166,7 +187,7 @@ class PipedSignals : public SignalQueue {
 
     action.sa_sigaction = record;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
-    ::sigfillset(&action.sa_mask);
+    sigfillset(&action.sa_mask);
     ::sigaction(signal, &action, nullptr);
     before_.emplace_back(signal, before);
   }
@@ -177,12 +198,14 @@ class PipedSignals : public SignalQueue {
         static_cast<ssize_t>(sizeof caught)) {
       return std::nullopt;
     }
-    const bool byProcess = caught.code == SI_USER || caught.code == SI_QUEUE;
+    // Not by si_code, which on Darwin says nothing of the sender.
+    const bool byTerminal = caught.sender == 0 && caught.isForForeground;
     return CaughtSignal{.number = caught.number,
-                        .sender = byProcess ? std::optional(caught.sender) : std::nullopt};
+                        .sender = byTerminal ? std::nullopt : std::optional(caught.sender)};
   }
 
   Pipe pipe_ = makePrivatePipe();
+  FileDescriptor terminal_{::open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC)};
   std::vector<std::pair<int, struct sigaction>> before_;
 };
 
@@ -198,7 +221,7 @@ void raiseWithDefaultAction(int signal) {
   struct sigaction before {};
 
   plain.sa_handler = SIG_DFL;
-  ::sigemptyset(&plain.sa_mask);
+  sigemptyset(&plain.sa_mask);
   ::sigaction(signal, &plain, &before);
   ::raise(signal);
   ::sigaction(signal, &before, nullptr);

@@ -56,8 +56,8 @@ bool canRedraw(const Environment& environment, bool isTerminal);
 /// A signal that came in.
 struct CaughtSignal {
   int number = 0;
-  /// The process that sent it, 0 for one out of sight; absent for one by the system, e.g. for a key
-  /// on the terminal.
+  /// The process that sent it, 0 for one out of sight; absent for one by the terminal, which sends
+  /// to the whole process group.
   std::optional<pid_t> sender;
 
   bool operator==(const CaughtSignal&) const = default;

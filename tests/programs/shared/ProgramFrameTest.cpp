@@ -1,4 +1,5 @@
 #include <NODOCore/base/Files.h>
+#include <NODOCore/base/System.h>
 #include <programs/shared/ProgramFrame.h>
 #include <testing/TemporaryFolder.h>
 
@@ -9,6 +10,7 @@
 #include <sstream>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -22,10 +24,9 @@ namespace {
 class LogStreamTest : public ::testing::Test {
  protected:
   LogStreamTest() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-    reader = FileDescriptor(ends[0]);
-    writer = FileDescriptor(ends[1]);
+    Pipe pipe = makePrivatePipe();
+    reader = std::move(pipe.readEnd);
+    writer = std::move(pipe.writeEnd);
     EXPECT_EQ(::fcntl(reader.get(), F_SETFL, O_NONBLOCK), 0);
   }
 

@@ -1,15 +1,14 @@
 #pragma once
 
-#import <Foundation/NSError.h>
-#import <Foundation/NSObject.h>
-#import <Foundation/NSString.h>
+#import <Foundation/Foundation.h>
 
+#ifdef GNUSTEP
 // GNUstep declares these classes but implements none of it, so its names are left to it. Defined in
 // FakeXPC.mm.
-
 #define NSXPCConnection FakeXPCConnection
 #define NSXPCInterface FakeXPCInterface
 #define NSXPCListener FakeXPCListener
+#endif
 
 @class NSXPCListener, NSXPCConnection;
 

@@ -27,6 +27,7 @@ dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
 dispatch_source_t dispatch_source_create(dispatch_source_type_t type, uintptr_t handle,
                                          unsigned long mask, dispatch_queue_t queue);
 void dispatch_source_set_event_handler(dispatch_source_t source, dispatch_block_t handler);
+void dispatch_source_set_registration_handler(dispatch_source_t source, dispatch_block_t handler);
 void dispatch_source_set_timer(dispatch_source_t source, dispatch_time_t start, uint64_t interval,
                                uint64_t leeway);
 void dispatch_resume(dispatch_source_t source);
