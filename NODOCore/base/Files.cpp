@@ -345,11 +345,24 @@ void syncFolder(const fs::path& folder) {
 }
 
 void makeFolder(const fs::path& path) {
-  std::error_code failure;
-  fs::create_directories(path, failure);
-  if (failure) {
-    throw std::system_error(failure, "Unable to make the folder " + path.string());
+  // create_directories would take a folder above that cannot be looked at for a missing one.
+  struct stat found {};
+
+  if (::stat(path.c_str(), &found) == 0) {
+    if (S_ISDIR(found.st_mode)) {
+      return;
+    }
+    errno = ENOTDIR;
+  } else if (errno == ENOENT) {
+    if (path.has_parent_path()) {
+      makeFolder(path.parent_path());
+    }
+    if (::mkdir(path.c_str(), 0777) == 0 ||
+        (errno == EEXIST && ::stat(path.c_str(), &found) == 0)) {  // somebody else was faster
+      return;
+    }
   }
+  throwErrno("Unable to make the folder", path.string());
 }
 
 bool updateFileThroughLinks(const fs::path& path,

@@ -1,15 +1,19 @@
 #include <NODOCore/base/Files.h>
 #include <programs/shared/ProgramFrame.h>
+#include <testing/TemporaryFolder.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -88,6 +92,29 @@ TEST_F(LogStreamTest, ALogWithoutAReaderIsNoFailure) {
   log << "lost\n";
   EXPECT_TRUE(log.good());
   std::signal(SIGPIPE, before);
+}
+
+// In a process of its own, which these settings cannot leave.
+TEST(PrepareProcessTest, AFileThatMayNotGrowIsAnErrorAndEndsNoProgram) {
+  const test::TemporaryFolder folder;
+  folder.write("file", "old");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    prepareProcess();
+    ::setrlimit(RLIMIT_FSIZE, std::array{rlimit{0, 0}}.data());
+    int failure = 0;
+    try {
+      replaceFile(folder / "file", "new");
+    } catch (const std::system_error& error) {
+      failure = error.code().value();
+    }
+    ::_exit(failure);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), EFBIG);
+  EXPECT_EQ(folder.read("file"), "old");
 }
 
 TEST(ConsoleTest, OfAnEndlessMessageTheBeginningIsShown) {
