@@ -35,21 +35,6 @@ void FileDescriptor::reset() {
   }
 }
 
-std::string readToEnd(const FileDescriptor& descriptor, const std::string& name) {
-  std::string content;
-  std::array<char, 16384> buffer{};
-  for (;;) {
-    const ssize_t count = ::read(descriptor.get(), buffer.data(), buffer.size());
-    if (count > 0) {
-      content.append(buffer.data(), static_cast<std::size_t>(count));
-    } else if (count == 0) {
-      return content;
-    } else if (errno != EINTR) {
-      throwErrno("Unable to read", name);
-    }
-  }
-}
-
 void throwErrno(const std::string& action, const std::string& name) {
   throw std::system_error(errno, std::generic_category(), action + " " + name);
 }
@@ -58,19 +43,29 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// What a system call that may have to wait returns, once no signal interrupts it.
+template <class Call>
+auto uninterrupted(const Call& call) {
+  for (;;) {
+    const auto result = call();
+    if (result >= 0 || errno != EINTR) {
+      return result;
+    }
+  }
+}
+
+FileDescriptor openUninterrupted(const fs::path& path, int flags, mode_t mode = 0) {
+  return FileDescriptor(uninterrupted([&] { return ::open(path.c_str(), flags, mode); }));
+}
+
+// Throws the error of the current errno, of an attempt that has not changed the file at `path`.
+[[noreturn]] void throwUnchanged(const std::string& action, const fs::path& path) {
+  throwErrno(action, path.string() + " (it is as it was; see to the cause and try again)");
+}
+
 // A temporary file is named after the file it will replace: ".state.json.nodo-tmp-" and 16 digits.
 std::string temporaryPrefix(const fs::path& path) {
   return "." + path.filename().string() + ".nodo-tmp-";
-}
-
-bool isLocked(int descriptor) {
-  return ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-}
-
-bool isNamed(int descriptor) {
-  struct stat status {};
-
-  return ::fstat(descriptor, &status) == 0 && status.st_nlink > 0;
 }
 
 // Removes the temporary files of processes that were killed while they wrote. A living writer holds
@@ -84,9 +79,10 @@ void removeAbandoned(const fs::path& path) {
     if (!entry->path().filename().string().starts_with(prefix)) {
       continue;
     }
-    const FileDescriptor file(
-        ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (file && !isLocked(file.get())) {
+    const FileDescriptor file =
+        openUninterrupted(entry->path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    // Where files cannot be locked nobody knows who lives, and nothing is removed.
+    if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
       ::unlink(entry->path().c_str());
     }
   }
@@ -108,23 +104,25 @@ mode_t narrowed(mode_t mode) {
 // The new content on its way: removes itself unless it has been renamed into place.
 class TemporaryFile {
  public:
-  TemporaryFile(const fs::path& target, mode_t mode) : target_(target) {
+  TemporaryFile(const fs::path& target, mode_t mode) : TemporaryFile(target) {
+    // Whatever is thrown from here on, the destructor removes the file. Another process that tidies
+    // up may take it for an abandoned one in the instant before it is locked; then the next name is
+    // tried.
     std::random_device random;
-    // Another process that tidies up may take the new file for an abandoned one in the instant
-    // before it is locked; then the next name is tried.
-    while (!file_) {
+    while (made_.st_nlink == 0) {
       const auto number = (std::uint64_t{random()} << 32U) | random();
       path_ = target.parent_path() / fmt::format("{}{:016x}", temporaryPrefix(target), number);
-      file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+      file_ = openUninterrupted(path_, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
       if (!file_) {
         if (errno == EEXIST) {
           continue;
         }
-        throwErrno("Unable to write", target_.string());
+        fail("Unable to write");
       }
-      ::flock(file_.get(), LOCK_EX);  // where locks are not supported nobody tidies up either
-      if (!isNamed(file_.get())) {
-        file_.reset();
+      // Where locks are not supported nobody tidies up either.
+      uninterrupted([this] { return ::flock(file_.get(), LOCK_EX); });
+      if (::fstat(file_.get(), &made_) != 0) {
+        fail("Unable to write");
       }
     }
   }
@@ -133,89 +131,119 @@ class TemporaryFile {
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   ~TemporaryFile() {
-    if (!renamed_) {
+    if (file_ && !renamed_) {
       ::unlink(path_.c_str());
     }
   }
 
   void setMode(fs::perms mode) {
     if (::fchmod(file_.get(), static_cast<mode_t>(mode)) != 0) {
-      throwErrno("Unable to set the mode of", target_.string());
+      fail("Unable to set the mode of");
     }
   }
 
   void keepRightsOf(const struct stat& old, Owner owner) {
     const bool hasOwner = keepsOwnerOf(old);
     if (!hasOwner && owner == Owner::mustStay) {
-      throwErrno("Unable to keep the owner of", target_.string());
+      fail("Unable to keep the owner of");
     }
     const mode_t mode = old.st_mode & 07777U;
     // The mode last: giving a file away, like writing to it, clears its set-id bits.
     if (copyFileAttributes(target_, file_.get()) != 0 ||
         ::fchmod(file_.get(), hasOwner ? mode : narrowed(mode)) != 0) {
-      throwErrno("Unable to keep the mode of", target_.string());
+      fail("Unable to keep the permissions and attributes of");
     }
   }
 
   void write(std::string_view content) {
     while (!content.empty()) {
-      const ssize_t count = ::write(file_.get(), content.data(), content.size());
-      if (count >= 0) {
-        content.remove_prefix(static_cast<std::size_t>(count));
-      } else if (errno != EINTR) {
-        throwErrno("Unable to write", target_.string());
+      const ssize_t count =
+          uninterrupted([&] { return ::write(file_.get(), content.data(), content.size()); });
+      if (count < 0) {
+        fail("Unable to write");
       }
+      content.remove_prefix(static_cast<std::size_t>(count));
     }
   }
 
   void sync() {
-    if (syncToDisk(file_.get()) != 0) {
-      throwErrno("Unable to write", target_.string());
+    if (uninterrupted([this] { return syncToDisk(file_.get()); }) != 0) {
+      fail("Unable to write");
     }
   }
 
   void renameIntoPlace() {
     if (::rename(path_.c_str(), target_.c_str()) != 0) {
-      throwErrno("Unable to replace", target_.string());
+      fail("Unable to replace");
     }
     renamed_ = true;
   }
 
  private:
+  explicit TemporaryFile(const fs::path& target) : target_(target) {}
+
+  [[noreturn]] void fail(const char* action) const { throwUnchanged(action, target_); }
+
   // Root gives the file to whom the old one belongs. Others cannot, and their own file it is.
   bool keepsOwnerOf(const struct stat& old) {
-    struct stat made {};
-
-    if (::geteuid() != 0) {
+    if (::geteuid() != 0 || (made_.st_uid == old.st_uid && made_.st_gid == old.st_gid) ||
+        ::fchown(file_.get(), old.st_uid, old.st_gid) == 0) {
       return true;
     }
-    if (::fstat(file_.get(), &made) != 0) {
-      return false;
+    // EINVAL: a container does not have that user.
+    if (errno != EPERM && errno != EINVAL) {
+      fail("Unable to keep the owner of");
     }
-    return (made.st_uid == old.st_uid && made.st_gid == old.st_gid) ||
-           ::fchown(file_.get(), old.st_uid, old.st_gid) == 0;
+    return false;
   }
 
   const fs::path& target_;
   fs::path path_;
   FileDescriptor file_;
+
+  struct stat made_ {};  // the file when it was new
+
   bool renamed_ = false;
 };
+
+// The regular file at `path` that a new one has to be like; nothing where there is none.
+std::optional<struct stat> regularFileAt(const fs::path& path) {
+  struct stat found {};
+
+  if (::lstat(path.c_str(), &found) == 0) {
+    return S_ISREG(found.st_mode) ? std::optional(found) : std::nullopt;
+  }
+  if (errno == ENOENT) {
+    return std::nullopt;
+  }
+  throwUnchanged("Unable to look at", path);
+}
+
+FileDescriptor openFolder(const fs::path& folder) {
+  return openUninterrupted(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+bool isSynced(const FileDescriptor& folder) {
+  // EINVAL: a file system on which folders cannot be synced.
+  return uninterrupted([&] { return syncToDisk(folder.get()); }) == 0 || errno == EINVAL;
+}
 
 // Replaces `target` and returns true, unless `isObsolete` says, at the last moment, that the new
 // content has been overtaken.
 bool replaceUnless(const fs::path& target, std::string_view content, std::optional<fs::perms> mode,
                    Owner owner, const std::function<bool()>& isObsolete) {
   removeAbandoned(target);
-
-  struct stat old {};
-
-  const bool exists = ::lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  const auto old = regularFileAt(target);
+  // Opened while nothing has been changed, as that can fail.
+  const FileDescriptor folder = openFolder(target.parent_path());
+  if (!folder) {
+    throwUnchanged("Unable to open the folder of", target);
+  }
   // Until it has the old file's mode nobody else may read what could be meant for few.
-  TemporaryFile temporary(target, exists ? 0600 : 0666);
+  TemporaryFile temporary(target, old ? 0600 : 0666);
   temporary.write(content);
-  if (exists) {
-    temporary.keepRightsOf(old, owner);
+  if (old) {
+    temporary.keepRightsOf(*old, owner);
   }
   if (mode) {
     temporary.setMode(*mode);
@@ -225,7 +253,10 @@ bool replaceUnless(const fs::path& target, std::string_view content, std::option
     return false;
   }
   temporary.renameIntoPlace();
-  syncFolder(target.parent_path());
+  if (!isSynced(folder)) {
+    throwErrno("Unable to sync the folder of",
+               target.string() + " (its new content is in place, but a power cut may undo that)");
+  }
   return true;
 }
 
@@ -234,7 +265,7 @@ bool removeUnless(const fs::path& path, const std::function<bool()>& isObsolete)
     return false;
   }
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
-    throwErrno("Unable to remove", path.string());
+    throwUnchanged("Unable to remove", path);
   }
   return true;
 }
@@ -243,24 +274,45 @@ bool removeUnless(const fs::path& path, const std::function<bool()>& isObsolete)
 fs::path finalTarget(fs::path path) {
   constexpr int mostLinks = 40;  // as many as Linux follows
   for (int links = 0; links < mostLinks; ++links) {
-    std::error_code notALink;
-    const fs::path next = fs::read_symlink(path, notALink);
-    if (notALink) {
+    std::error_code failure;
+    const fs::path next = fs::read_symlink(path, failure);
+    if (failure == std::errc::invalid_argument ||  // no link
+        failure == std::errc::no_such_file_or_directory) {
       return path;
+    }
+    if (failure) {
+      errno = failure.value();
+      throwUnchanged("Unable to follow the links at", path);
     }
     path = path.parent_path() / next;
   }
   errno = ELOOP;
-  throwErrno("Unable to follow the links at", path.string());
+  throwUnchanged("Unable to follow the links at", path);
 }
 
 constexpr int mostAttempts = 10;
 
 }  // namespace
 
+std::string readToEnd(const FileDescriptor& descriptor, const std::string& name) {
+  std::string content;
+  std::array<char, 16384> buffer{};
+  for (;;) {
+    const ssize_t count =
+        uninterrupted([&] { return ::read(descriptor.get(), buffer.data(), buffer.size()); });
+    if (count < 0) {
+      throwErrno("Unable to read", name);
+    }
+    if (count == 0) {
+      return content;
+    }
+    content.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
 std::optional<std::string> readFile(const fs::path& path) {
   // Without O_NONBLOCK opening a named pipe would wait for a writer for ever.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const FileDescriptor file = openUninterrupted(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (!file) {
     if (errno == ENOENT || errno == ENOTDIR) {
       return std::nullopt;
@@ -286,19 +338,31 @@ void replaceFile(const fs::path& path, std::string_view content, std::optional<f
 }
 
 void syncFolder(const fs::path& folder) {
-  const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // EINVAL: a file system on which folders cannot be synced.
-  if (!opened || (syncToDisk(opened.get()) != 0 && errno != EINVAL)) {
+  const FileDescriptor opened = openFolder(folder);
+  if (!opened || !isSynced(opened)) {
     throwErrno("Unable to sync the folder", folder.string());
   }
 }
 
 void makeFolder(const fs::path& path) {
-  std::error_code failure;
-  fs::create_directories(path, failure);
-  if (failure) {
-    throw std::system_error(failure, "Unable to make the folder " + path.string());
+  // create_directories would take a folder above that cannot be looked at for a missing one.
+  struct stat found {};
+
+  if (::stat(path.c_str(), &found) == 0) {
+    if (S_ISDIR(found.st_mode)) {
+      return;
+    }
+    errno = ENOTDIR;
+  } else if (errno == ENOENT) {
+    if (path.has_parent_path()) {
+      makeFolder(path.parent_path());
+    }
+    if (::mkdir(path.c_str(), 0777) == 0 ||
+        (errno == EEXIST && ::stat(path.c_str(), &found) == 0)) {  // somebody else was faster
+      return;
+    }
   }
+  throwErrno("Unable to make the folder", path.string());
 }
 
 bool updateFileThroughLinks(const fs::path& path,

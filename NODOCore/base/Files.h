@@ -55,15 +55,17 @@ std::optional<std::string> readFile(const std::filesystem::path& path);
 /// to disk, renamed over the old one, and the folder synced.
 ///
 /// An existing file's mode and access-control list are kept, its owner and group when this process
-/// is root, and its extended attributes as far as the system allows; a new one gets the process's
-/// default mode. Where root may not give files away (a daemon without capabilities) the owner and
-/// the group change, and the rights of groups and others are narrowed so that nobody else gains
-/// any. A symbolic link at `path` is itself replaced: privileged programs must not be led elsewhere
-/// by a planted link.
+/// is root, and its extended attributes, those aside that the system keeps to itself; a new one
+/// gets the process's default mode. Where root may not give files away (a daemon without
+/// capabilities) the owner and the group change, and the rights of groups and others are narrowed
+/// so that nobody else gains any. A symbolic link at `path` is itself replaced: privileged programs
+/// must not be led elsewhere by a planted link.
 ///
-/// Throws std::system_error, with the path in its text; the old file is then as it was and no
-/// temporary file is left. One that a killed process left behind is removed by the next call for
-/// the same path. Two processes may race: one of the two contents wins, whole.
+/// Throws std::system_error, with the path in its text. The old file is then as it was, or, where
+/// only the folder cannot be synced, the new content in place, which the text says. No temporary
+/// file is left; one that a killed process left is removed by the next call for the same path. The
+/// limit of a file's size is such an error (EFBIG) in a process that survives SIGXFSZ. Two
+/// processes may race: one of the two contents wins, whole.
 ///
 /// With `mode` the file has exactly that mode from the instant it is there.
 void replaceFile(const std::filesystem::path& path, std::string_view content,
@@ -89,8 +91,7 @@ using FileContent = std::optional<std::string>;
 /// meanwhile is read, and `edit` asked, again; after ten times it fails with EAGAIN. What remains
 /// is the instant between a last look at the file and its exchange.
 ///
-/// Throws std::system_error, with the path in its text, and what `edit` throws; the file is then as
-/// it was.
+/// Throws what replaceFile does, and what `edit` throws, with the same effect.
 bool updateFileThroughLinks(const std::filesystem::path& path,
                             const std::function<FileContent(const FileContent&)>& edit);
 

@@ -17,10 +17,11 @@ int syncToDisk(int descriptor);
 
 /// Gives the open file `to` the access-control list of the file at `from`, or takes its own away
 /// when that has none, and then the other extended attributes that belong to a file rather than to
-/// its content, as far as the file system and this process's rights allow.
+/// its content, those aside that the system keeps to itself.
 ///
-/// Returns 0, or -1 with errno set when a list that is there could not be kept: without it the
-/// file's mode alone may let more people in. The mode is to be set after this, which changes it.
+/// Returns 0, or -1 with errno set when what is there, or may be, could not be kept: without its
+/// list the file's mode alone may let more people in. The mode is to be set after this, which
+/// changes it.
 int copyFileAttributes(const std::filesystem::path& from, int to);
 
 /// The path by which this program was started (its argument 0); empty when it was given none.

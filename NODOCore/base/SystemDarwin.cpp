@@ -30,14 +30,13 @@ int syncToDisk(int descriptor) {
 
 int copyFileAttributes(const std::filesystem::path& from, int to) {
   const FileDescriptor file(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file) {
-    return errno == EACCES ? 0 : -1;  // what this process may not read it cannot keep
-  }
-  if (::fcopyfile(file.get(), to, nullptr, COPYFILE_ACL) != 0 && errno != ENOTSUP) {
+  if (!file || (::fcopyfile(file.get(), to, nullptr, COPYFILE_ACL) != 0 && errno != ENOTSUP)) {
     return -1;
   }
-  ::fcopyfile(file.get(), to, nullptr, COPYFILE_XATTR);  // as far as it goes
-  return 0;
+  // The system keeps some attributes to itself.
+  const bool isKept = ::fcopyfile(file.get(), to, nullptr, COPYFILE_XATTR) == 0 ||
+                      errno == ENOTSUP || errno == EPERM || errno == EACCES;
+  return isKept ? 0 : -1;
 }
 
 std::string startedPath() {

@@ -18,10 +18,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::string_view label = "security.selinux";
+
 // What the kernel keeps about content (security.ima, security.capability) must not come with other
 // content; labels belong to the file.
 bool belongsToTheFile(std::string_view name) {
-  return name.starts_with("user.") || name == "security.selinux";
+  return name.starts_with("user.") || name == label;
 }
 
 // One of a file's texts of unknown length, read by `read` into a buffer; nothing with errno set.
@@ -51,19 +53,38 @@ std::optional<std::string> attribute(const fs::path& file, const char* name) {
   });
 }
 
-void copyOwnersAttributes(const fs::path& from, int to) {
+// Whether errno says that there is nothing to keep: none, or none on this file system.
+bool isNothingThere() {
+  return errno == ENODATA || errno == ENOTSUP;
+}
+
+// Only a system's policy may let this process set a label; the new file has the one that it gives.
+bool maySetNoLabel(std::string_view name) {
+  return name == label && (errno == EPERM || errno == EACCES);
+}
+
+int copyOtherAttributes(const fs::path& from, int to) {
   const auto names = sized(
       [&](char* buffer, std::size_t size) { return ::llistxattr(from.c_str(), buffer, size); });
   if (!names) {
-    return;
+    return isNothingThere() ? 0 : -1;
   }
   for (std::size_t begin = 0; begin < names->size();) {
     const std::string name = names->c_str() + begin;
     begin += name.size() + 1;
-    if (const auto value = belongsToTheFile(name) ? attribute(from, name.c_str()) : std::nullopt) {
-      ::fsetxattr(to, name.c_str(), value->data(), value->size(), 0);
+    if (!belongsToTheFile(name)) {
+      continue;
+    }
+    const auto value = attribute(from, name.c_str());
+    const bool isKept = value
+                            ? ::fsetxattr(to, name.c_str(), value->data(), value->size(), 0) == 0 ||
+                                  errno == ENOTSUP || maySetNoLabel(name)
+                            : isNothingThere();
+    if (!isKept) {
+      return -1;
     }
   }
+  return 0;
 }
 
 Seconds timeOf(clockid_t clock) {
@@ -84,14 +105,12 @@ int copyFileAttributes(const fs::path& from, int to) {
     if (::fsetxattr(to, accessControlList, list->data(), list->size(), 0) != 0) {
       return -1;
     }
-  } else if (errno == ENODATA) {
-    // The folder may have given the new file one.
-    if (::fremovexattr(to, accessControlList) != 0 && errno != ENODATA) {
-      return -1;
-    }
+  } else if (!isNothingThere() ||
+             // The folder may have given the new file one.
+             (::fremovexattr(to, accessControlList) != 0 && !isNothingThere())) {
+    return -1;
   }
-  copyOwnersAttributes(from, to);
-  return 0;
+  return copyOtherAttributes(from, to);
 }
 
 std::string startedPath() {

@@ -1,7 +1,6 @@
 #include <platform/HelperMachine.h>
 #include <programs/nodoctl/Tool.h>
 
-#include <csignal>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -9,9 +8,7 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-  nodo::occupyStandardStreams();
-  // A parent that ignores SIGCHLD passes that on, and then the tools' exit statuses would be lost.
-  std::signal(SIGCHLD, SIG_DFL);
+  nodo::prepareProcess();
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return nodo::nodoctl::runTool(arguments, {.environment = nodo::processEnvironment(),
                                             .machine = nodo::hostMachine(),

@@ -11,12 +11,11 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-  nodo::occupyStandardStreams();
-  // A client that goes away is no reason to end; a starter that ignores SIGCHLD must not hide the
-  // exit statuses of tools; and the state names people's projects, so only its owner may read it.
+  nodo::prepareProcess();
+  // A client that goes away is no reason to end; and the state names people's projects, so only its
+  // owner may read it.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGHUP, SIG_IGN);  // until the loop takes it
-  std::signal(SIGCHLD, SIG_DFL);
   ::umask(077);
   nodo::LogStream log(STDERR_FILENO, "nodod");
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);

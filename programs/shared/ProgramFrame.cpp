@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <locale>
@@ -42,12 +43,17 @@ bool isInANetwork(const std::string& busAddress) {
 
 }  // namespace
 
-void occupyStandardStreams() {
+void prepareProcess() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(stream, F_GETFD) < 0) {
       // It gets the lowest number that is free, which is this one.
       ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
+  }
+  std::signal(SIGCHLD, SIG_DFL);
+  // A handler, unlike SIG_IGN, does not outlive the start of another program.
+  if (std::signal(SIGXFSZ, [](int) {}) == SIG_IGN) {
+    std::signal(SIGXFSZ, SIG_IGN);
   }
 }
 

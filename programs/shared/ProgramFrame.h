@@ -33,10 +33,14 @@ inline constexpr int exitSuccess = 0;
 inline constexpr int exitFailure = 1;
 inline constexpr int exitWrongUse = 2;
 
-/// Takes the place of each standard stream that is closed, by what cannot be read or written
-/// either. The next file that is opened would have its number, and get what is meant for it. To be
-/// called first of all.
-void occupyStandardStreams();
+/// Makes the process independent of how it was started. To be called first of all.
+///
+/// Each standard stream that is closed is replaced by what cannot be read or written either: the
+/// next file that is opened would have its number, and get what is meant for it. SIGCHLD has its
+/// default action, as the exit statuses of tools would be lost where a starter ignores it. SIGXFSZ
+/// does nothing, so that a file that may not grow is an error (EFBIG) of its save; what this
+/// process starts has that signal's default action again, or ignores it as the starter did.
+void prepareProcess();
 
 /// The stream of a log that never waits for its reader, as one that holds the sleep lock must not.
 ///

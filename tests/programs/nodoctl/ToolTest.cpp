@@ -216,8 +216,8 @@ TEST_F(ToolTest, AFullDiskFailsTheCommandWithThePath) {
   const Outcome outcome = run({"manual", "--minutes", "5"});
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_TRUE(outcome.error.starts_with("nodoctl: Unable to write " +
-                                        (folder / ".nodo/state.json").string() + ": "))
+  EXPECT_TRUE(outcome.error.starts_with(
+      "nodoctl: Unable to write " + (folder / ".nodo/state.json").string() + " (it is as it was"))
       << outcome.error;
 }
 

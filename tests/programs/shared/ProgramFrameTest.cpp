@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -127,6 +129,28 @@ TEST_F(LogStreamTest, AFileThatCannotBeFollowedLeavesTheLinesWhereTheyWent) {
   std::filesystem::create_directory(folder / "log");
   log << "two\n";
   EXPECT_EQ(folder.read("log.0"), "two\n");
+
+// In a process of its own, which these settings cannot leave.
+TEST(PrepareProcessTest, AFileThatMayNotGrowIsAnErrorAndEndsNoProgram) {
+  const test::TemporaryFolder folder;
+  folder.write("file", "old");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    prepareProcess();
+    ::setrlimit(RLIMIT_FSIZE, std::array{rlimit{0, 0}}.data());
+    int failure = 0;
+    try {
+      replaceFile(folder / "file", "new");
+    } catch (const std::system_error& error) {
+      failure = error.code().value();
+    }
+    ::_exit(failure);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), EFBIG);
+  EXPECT_EQ(folder.read("file"), "old");
 }
 
 TEST(ConsoleTest, OfAnEndlessMessageTheBeginningIsShown) {
