@@ -77,10 +77,10 @@ class World:
         path = self.folder / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(content, encoding="utf-8")
+        os.setxattr(path, "user.mine", name.encode())
         if owner is not None and os.geteuid() == 0:
             os.chown(path, owner, owner + 1)
         path.chmod(mode)
-        os.setxattr(path, "user.mine", name.encode())
 
     def share(self, name):
         os.setxattr(self.folder / name, OWN_LIST, access_control_list(54321))
