@@ -99,7 +99,7 @@ int open(const char* path, int flags, ...) {
   return faulty(&::open, "open", path, path, flags, mode);
 }
 
-// The standard library opens folders by it, each below the working folder's place.
+// The standard library opens folders by it, by their whole paths.
 int openat(int folder, const char* path, int flags, ...) {
   return faulty(&::openat, "openat", path, folder, path, flags);
 }

@@ -73,16 +73,17 @@ class World:
         self.arguments = arguments
         self.fill = fill
 
-    def file(self, name, content, mode, owner=None, is_listed=False):
+    def file(self, name, content, mode, owner=None):
         path = self.folder / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(content, encoding="utf-8")
+        os.setxattr(path, "user.mine", name.encode())
         if owner is not None and os.geteuid() == 0:
             os.chown(path, owner, owner + 1)
         path.chmod(mode)
-        os.setxattr(path, "user.mine", name.encode())
-        if is_listed:
-            os.setxattr(path, OWN_LIST, access_control_list(54321))
+
+    def share(self, name):
+        os.setxattr(self.folder / name, OWN_LIST, access_control_list(54321))
 
     def link(self, name, target):
         path = self.folder / name
@@ -120,7 +121,7 @@ class World:
         return [line.split("\t")[0] for line in self.log.read_text(encoding="utf-8").splitlines()]
 
     def found(self):
-        """All that can be lost of what is in the folder, by its path. Of a time, only that it is one."""
+        """All that can be lost of what is in the folder, by its path; times are all the same."""
         return {str(path): self.what_is(path) for path in [self.folder, *self.folder.rglob("*")]}
 
     @staticmethod
@@ -159,7 +160,7 @@ def expect_nothing_lost(world, before, after, run, reason):
 
 
 def fail_each_call(world, ways):
-    """In up to so many ways. Returns which functions were called, and how many faults there were."""
+    """In up to so many ways. Returns which functions were called, and the number of faults."""
     world.renew()
     before = world.found()
     run = world.run()
@@ -186,7 +187,8 @@ def fail_each_call(world, ways):
 
 
 def fill_with_state(world):
-    world.file(".nodo/state.json", "{}", 0o600, owner=12345, is_listed=True)
+    world.file(".nodo/state.json", "{}", 0o600, owner=12345)
+    world.share(".nodo/state.json")
 
 
 def fill_with_narrow_state(world):
@@ -200,12 +202,14 @@ def fill_with_linked_state(world):
 
 def fill_with_hooks(world):
     world.file(".nodo/nodo-agent-hook.sh", "# an old one\n", 0o700, owner=12345)
-    world.file("dotfiles/claude.json", '{"model": "opus"}', 0o640, owner=23456, is_listed=True)
+    world.file("dotfiles/claude.json", '{"model": "opus"}', 0o640, owner=23456)
+    world.share("dotfiles/claude.json")
     world.link("dotfiles/link", "claude.json")
     world.link(".claude/settings.json", "../dotfiles/link")
     world.file(".codex/hooks.json", '{"description": "mine"}', 0o600)
     world.file(".codex/config.toml", "# mine\n[features]\n", 0o604, owner=12345)
-    world.file(".grok/hooks/nodo.json", "{}", 0o400, is_listed=True)
+    world.file(".grok/hooks/nodo.json", "{}", 0o400)
+    world.share(".grok/hooks/nodo.json")
     world.file(".pi/agent/extensions/nodo.ts", "// an old one\n", 0o666, owner=23456)
 
 
@@ -217,8 +221,12 @@ def fill_with_present_hooks(world):
 # ---- the tests
 
 
+def save_without_daemon(place):
+    return ["manual", "--minutes", "30", "--bus", f"unix:path={place}/none"]
+
+
 def nothing_is_lost(place):
-    manual = ["manual", "--minutes", "30", "--bus", f"unix:path={place}/none"]
+    manual = save_without_daemon(place)
     install = ["hooks", "install", "--nodoctl", NODOCTL]
     worlds = [
         (install, fill_with_hooks, 9),
@@ -244,7 +252,7 @@ def nothing_is_lost(place):
 
 
 def a_file_that_may_not_grow_is_an_error(place):
-    world = World(place, ["manual", "--minutes", "30", "--bus", f"unix:path={place}/none"], fill_with_state)
+    world = World(place, save_without_daemon(place), fill_with_state)
     world.renew()
     before = world.found()
     environment = {"PATH": os.environ["PATH"], "HOME": str(world.folder)}
