@@ -129,6 +129,7 @@ TEST_F(LogStreamTest, AFileThatCannotBeFollowedLeavesTheLinesWhereTheyWent) {
   std::filesystem::create_directory(folder / "log");
   log << "two\n";
   EXPECT_EQ(folder.read("log.0"), "two\n");
+}
 
 // In a process of its own, which these settings cannot leave.
 TEST(PrepareProcessTest, AFileThatMayNotGrowIsAnErrorAndEndsNoProgram) {
