@@ -88,13 +88,17 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 
   bool end_array() override { return add(JSONValue(close().values)); }
 
-  bool parse_error(std::size_t position, const std::string&,
+  bool parse_error(std::size_t position, const std::string& lastToken,
                    const nlohmann::json::exception& error) override {
+    const std::size_t offset = position == 0 ? 0 : position - 1;
+    if (lastToken == "/") {
+      failAt(text_, offset, "a slash outside of texts; JSON has no comments");
+    }
     // The library's text begins with its own name and place for the error; the reason comes last.
     std::string_view reason(error.what());
     const auto dash = reason.find(" - ");
     reason = dash == std::string_view::npos ? "a number out of range" : reason.substr(dash + 3);
-    failAt(text_, position == 0 ? 0 : position - 1, reason);
+    failAt(text_, offset, reason);
   }
 
  private:

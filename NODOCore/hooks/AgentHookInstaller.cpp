@@ -5,6 +5,7 @@
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/CodexConfig.h>
 #include <NODOCore/hooks/HookConfiguration.h>
+#include <NODOCore/hooks/HookFiles.h>
 #include <NODOCore/hooks/HookScript.h>
 
 #include <algorithm>
@@ -38,29 +39,56 @@ Hooks hooksOf(const AgentHookInstaller& installer, AgentHookTarget target) {
   return {agent, installer.homeDirectory / agent.configurationFile, installer.hookScriptPath};
 }
 
-// ---- Installing: each function returns whether anything had to be.
+// What was done to the files of a target.
+struct Change {
+  bool ofFiles = false;
+  bool ofHooks = false;  // not only of a file's layout
+  HookLosses losses = {};
+};
 
-bool mergeIntoConfiguration(const Hooks& hooks) {
-  bool changed = false;
-  updateFileThroughLinks(hooks.file, [&](const FileContent& before) -> FileContent {
-    JSONValue configuration = readHookConfiguration(before, hooks.file);
-    changed = addHooks(configuration, hooks.agent.target, hooks.script);
-    return hookConfigurationText(configuration);
-  });
-  return changed;
+// ---- Installing
+
+Change mergeIntoConfiguration(const Hooks& hooks) {
+  Change change;
+  change.ofFiles =
+      updateFileThroughLinks(hooks.file, [&](const FileContent& before) -> FileContent {
+        change.losses.clear();
+        JSONValue configuration = readHookConfiguration(before, hooks.file, &change.losses);
+        change.ofHooks = addHooks(configuration, hooks.agent.target, hooks.script, &change.losses);
+        return hookConfigurationText(configuration);
+      });
+  return change;
 }
 
-bool writeOwnConfiguration(const Hooks& hooks) {
+Change writeOwnConfiguration(const Hooks& hooks) {
   const JSONValue wanted = ownHookConfiguration(hooks.agent.target, hooks.script);
-  return updateFileThroughLinks(hooks.file, [&](const FileContent& before) -> FileContent {
-    const JSONValue present = readHookConfiguration(before, hooks.file);
-    return sameValue(present, wanted) ? before : hookConfigurationText(wanted);
-  });
+  Change change;
+  change.ofHooks =
+      updateFileThroughLinks(hooks.file, [&](const FileContent& before) -> FileContent {
+        change.losses.clear();
+        const JSONValue present = readHookConfiguration(before, hooks.file, &change.losses);
+        if (sameValue(present, wanted)) {
+          return before;
+        }
+        addOtherContent(present, hooks.agent.target, change.losses);
+        return hookConfigurationText(wanted);
+      });
+  change.ofFiles = change.ofHooks;
+  return change;
 }
 
-bool writeExtension(const Hooks& hooks) {
-  return updateFileThroughLinks(
-      hooks.file, [&](const FileContent&) -> FileContent { return piExtensionText(hooks.script); });
+Change writeExtension(const Hooks& hooks) {
+  Change change;
+  change.ofHooks =
+      updateFileThroughLinks(hooks.file, [&](const FileContent& before) -> FileContent {
+        change.losses.clear();
+        if (before && !before->empty() && !namesHookScript(*before)) {
+          change.losses.emplace_back("the extension that stood there, which was none of nodo's");
+        }
+        return piExtensionText(hooks.script);
+      });
+  change.ofFiles = change.ofHooks;
+  return change;
 }
 
 fs::path featureFile(const Hooks& hooks) {
@@ -76,7 +104,7 @@ bool switchFeatureOn(const Hooks& hooks) {
   });
 }
 
-bool installFile(const Hooks& hooks) {
+Change installFile(const Hooks& hooks) {
   switch (hooks.agent.fileKind) {
     case HookFileKind::sharedConfiguration:
       return mergeIntoConfiguration(hooks);
@@ -88,14 +116,31 @@ bool installFile(const Hooks& hooks) {
   programmingFault("a hook file of no kind");
 }
 
-bool install(const Hooks& hooks) {
+// What `write` answers. A file that it makes at `path`, or where a link there leads, becomes that
+// of its folder's owner.
+template <class Write>
+auto writtenForOwner(const fs::path& path, const Write& write) {
+  std::error_code unknown;
+  const bool wasThere = fs::exists(path, unknown);
+  const auto answer = write();
+  if (!wasThere && fs::exists(path, unknown)) {
+    giveToOwnerOfFolder(fs::canonical(path));
+  }
+  return answer;
+}
+
+Change install(const Hooks& hooks) {
   if (hooks.agent.hasFeatureSwitch) {
     // Only to fail before anything is changed.
     codexConfigWithHooksOn(readFile(featureFile(hooks)).value_or(""), featureFile(hooks));
   }
-  makeFolder(hooks.file.parent_path());
-  const bool changed = installFile(hooks);
-  return (hooks.agent.hasFeatureSwitch && switchFeatureOn(hooks)) || changed;
+  makeFolderOfOwner(hooks.file.parent_path());
+  Change change = writtenForOwner(hooks.file, [&] { return installFile(hooks); });
+  if (hooks.agent.hasFeatureSwitch &&
+      writtenForOwner(featureFile(hooks), [&] { return switchFeatureOn(hooks); })) {
+    change.ofFiles = change.ofHooks = true;
+  }
+  return change;
 }
 
 bool installScript(const AgentHookInstaller& installer) {
@@ -106,10 +151,18 @@ bool installScript(const AgentHookInstaller& installer) {
         EILSEQ, std::generic_category(),
         "Unable to hand agents the path " + repairedUTF8(installer.hookScriptPath.string()));
   }
-  return writeHookScriptFile(installer.hookScriptPath, hookScriptText(installer.nodoctlPath));
+  const fs::path& path = installer.hookScriptPath;
+  makeFolderOfOwner(path.parent_path());
+  // A link in its place is replaced by a new file.
+  const bool isNew = !fs::is_regular_file(fs::symlink_status(path));
+  const bool changed = writeHookScriptFile(path, hookScriptText(installer.nodoctlPath));
+  if (changed && isNew) {
+    giveToOwnerOfFolder(path);
+  }
+  return changed;
 }
 
-// ---- Uninstalling: each function returns whether anything was there to remove.
+// ---- Uninstalling
 
 // The text of a shared configuration that has lost our hooks; nothing when no file should be left.
 FileContent textWithoutHooks(const Hooks& hooks, JSONValue configuration) {
@@ -123,17 +176,21 @@ FileContent textWithoutHooks(const Hooks& hooks, JSONValue configuration) {
   return hookConfigurationText(configuration);
 }
 
-FileContent withoutHooks(const Hooks& hooks, const FileContent& before) {
+FileContent withoutHooks(const Hooks& hooks, const FileContent& before, HookLosses& losses) {
   switch (hooks.agent.fileKind) {
     case HookFileKind::sharedConfiguration: {
       JSONValue configuration = readHookConfiguration(before, hooks.file);
-      return removeHooks(configuration, hooks.agent.target)
+      return removeHooks(configuration, hooks.agent.target, &losses)
                  ? textWithoutHooks(hooks, std::move(configuration))
                  : before;
     }
     case HookFileKind::ownConfiguration: {
-      const bool isOurs = runsHookScriptAnywhere(readHookConfiguration(before, hooks.file));
-      return isOurs ? FileContent() : before;
+      const JSONValue present = readHookConfiguration(before, hooks.file);
+      if (!runsHookScriptAnywhere(present)) {
+        return before;
+      }
+      addOtherContent(present, hooks.agent.target, losses);
+      return std::nullopt;
     }
     case HookFileKind::ownExtension: {
       const bool isOurs =
@@ -144,9 +201,25 @@ FileContent withoutHooks(const Hooks& hooks, const FileContent& before) {
   programmingFault("a hook file of no kind");
 }
 
-bool uninstall(const Hooks& hooks) {
-  return updateFileThroughLinks(
-      hooks.file, [&](const FileContent& before) { return withoutHooks(hooks, before); });
+Change uninstall(const Hooks& hooks, const fs::path& home) {
+  Change change;
+  change.ofHooks = updateFileThroughLinks(hooks.file, [&](const FileContent& before) {
+    change.losses.clear();
+    return withoutHooks(hooks, before, change.losses);
+  });
+  change.ofFiles = change.ofHooks;
+  if (change.ofHooks) {
+    removeEmptyFolders(hooks.file.parent_path(), home);
+  }
+  return change;
+}
+
+bool uninstallScript(const AgentHookInstaller& installer) {
+  const bool removed = removeHookScriptFile(installer.hookScriptPath);
+  if (removed) {
+    removeEmptyFolders(installer.hookScriptPath.parent_path(), installer.homeDirectory);
+  }
+  return removed;
 }
 
 // ---- Reporting
@@ -181,14 +254,29 @@ AgentHookInstallReport reportOf(std::string_view target, const fs::path& path, F
   return report;
 }
 
-Done installed(const Hooks& hooks, bool scriptChanged) {
-  if (install(hooks)) {
-    return {true, hooks.agent.installedMessage};
+// Tells of what was done to a target, where somebody wants to know.
+void tell(AgentHookChanges* changes, const Hooks& hooks, const Change& change) {
+  if (changes == nullptr) {
+    return;
   }
-  return {scriptChanged, scriptChanged ? "shared hook script updated" : "already installed"};
+  if (change.ofHooks) {
+    changes->targets.insert(hooks.agent.target);
+  }
+  for (const std::string& loss : change.losses) {
+    changes->losses.push_back("removed from " + hooks.file.string() + ": " + loss);
+  }
 }
 
-Reports installAll(const AgentHookInstaller& installer, const Targets& targets, Failures failures) {
+Done installed(const Hooks& hooks, bool scriptChanged, AgentHookChanges* changes) {
+  const Change change = install(hooks);
+  tell(changes, hooks, change);
+  return {change.ofFiles || scriptChanged, change.ofHooks  ? hooks.agent.installedMessage
+                                           : scriptChanged ? "shared hook script updated"
+                                                           : "already installed"};
+}
+
+Reports installAll(const AgentHookInstaller& installer, const Targets& targets, Failures failures,
+                   AgentHookChanges* changes = nullptr) {
   Reports reports;
   const AgentHookInstallReport script =
       reportOf("hook-script", installer.hookScriptPath, failures, [&]() -> Done {
@@ -203,7 +291,7 @@ Reports installAll(const AgentHookInstaller& installer, const Targets& targets, 
     }
     const Hooks hooks = hooksOf(installer, target);
     reports.push_back(reportOf(rawValue(target), hooks.file, failures,
-                               [&] { return installed(hooks, script.changed); }));
+                               [&] { return installed(hooks, script.changed, changes); }));
   }
   return reports;
 }
@@ -212,21 +300,22 @@ bool areAllTargets(const Targets& targets) {
   return std::set(targets.begin(), targets.end()).size() == allCases<AgentHookTarget>().size();
 }
 
-Reports uninstallAll(const AgentHookInstaller& installer, const Targets& targets,
-                     Failures failures) {
+Reports uninstallAll(const AgentHookInstaller& installer, const Targets& targets, Failures failures,
+                     AgentHookChanges* changes = nullptr) {
   Reports reports;
   for (const AgentHookTarget target : targets) {
     const Hooks hooks = hooksOf(installer, target);
     reports.push_back(reportOf(rawValue(target), hooks.file, failures, [&]() -> Done {
-      const bool removed = uninstall(hooks);
-      return {removed, removed ? "removed" : "not installed"};
+      const Change change = uninstall(hooks, installer.homeDirectory);
+      tell(changes, hooks, change);
+      return {change.ofFiles, change.ofFiles ? "removed" : "not installed"};
     }));
   }
   const bool haveAllSucceeded = std::all_of(reports.begin(), reports.end(),
                                             [](const auto& report) { return report.succeeded(); });
   if (areAllTargets(targets) && haveAllSucceeded) {
     reports.push_back(reportOf("hook-script", installer.hookScriptPath, failures, [&]() -> Done {
-      const bool removed = removeHookScriptFile(installer.hookScriptPath);
+      const bool removed = uninstallScript(installer);
       return {removed, removed ? "removed" : "not present"};
     }));
   }
@@ -248,8 +337,8 @@ std::vector<AgentHookInstallReport> AgentHookInstaller::install(const Targets& t
 }
 
 std::vector<AgentHookInstallReport> AgentHookInstaller::installReportingFailures(
-    const Targets& targets) const {
-  return installAll(*this, targets, Failures::reported);
+    const Targets& targets, AgentHookChanges* changes) const {
+  return installAll(*this, targets, Failures::reported, changes);
 }
 
 std::vector<AgentHookInstallReport> AgentHookInstaller::uninstall(const Targets& targets) const {
@@ -257,8 +346,8 @@ std::vector<AgentHookInstallReport> AgentHookInstaller::uninstall(const Targets&
 }
 
 std::vector<AgentHookInstallReport> AgentHookInstaller::uninstallReportingFailures(
-    const Targets& targets) const {
-  return uninstallAll(*this, targets, Failures::reported);
+    const Targets& targets, AgentHookChanges* changes) const {
+  return uninstallAll(*this, targets, Failures::reported, changes);
 }
 
 }  // namespace nodo

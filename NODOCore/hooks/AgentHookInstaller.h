@@ -8,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,6 +23,7 @@ class JSONValue;
 struct AgentHookInstallReport {
   std::string target;  ///< the target's text, or "hook-script"
   std::string path;    ///< the file that this is about
+  /// Whether anything on disk was, be it only the layout of a file whose hooks were in place.
   bool changed = false;
   std::string message;
   std::optional<std::string> error;
@@ -33,6 +35,15 @@ struct AgentHookInstallReport {
 
 JSONValue encode(const AgentHookInstallReport& report);
 void decode(const JSONReader& from, AgentHookInstallReport& report);
+
+/// What a person should hear of an installation or uninstallation beside its reports.
+struct AgentHookChanges {
+  /// The targets whose hooks were put in or taken out.
+  std::set<AgentHookTarget> targets;
+  /// What was removed or replaced though it may have been the person's own: for each a sentence
+  /// that names the file.
+  std::vector<std::string> losses;
+};
 
 /// How an installed piece compares with what this program would install.
 enum class AgentHookComponentStatus { missing, notExecutable, current, outdated };
@@ -110,8 +121,9 @@ class CodexConfigError : public std::exception {
 /// values, lists their order, numbers their digits, files their mode and owner, and symbolic links
 /// stay what they are. A JSON file is written anew, though, indented and with the members of each
 /// object sorted by name. A file that cannot be understood, or changed without harm, is left as it
-/// is and makes its target fail. Not synchronised; two processes at once do no harm, as each change
-/// of a file is made to what stands in it at that instant.
+/// is and makes its target fail. What root makes in somebody's home becomes theirs. Not
+/// synchronised; two processes at once do no harm, as each change of a file is made to what stands
+/// in it at that instant.
 ///
 /// Failures are std::system_error for files, DecodingError for configuration that is not JSON and
 /// CodexConfigError for a config.toml that only a person can edit.
@@ -131,19 +143,21 @@ struct AgentHookInstaller {
   std::vector<AgentHookInstallReport> install(const std::vector<AgentHookTarget>& targets) const;
 
   /// The same, but a failure becomes that target's report and the other targets go on. When the
-  /// script itself cannot be written every report says so, and no agent's file is touched.
+  /// script itself cannot be written every report says so, and no agent's file is touched. Adds to
+  /// `changes`, if any.
   std::vector<AgentHookInstallReport> installReportingFailures(
-      const std::vector<AgentHookTarget>& targets) const;
+      const std::vector<AgentHookTarget>& targets, AgentHookChanges* changes = nullptr) const;
 
   /// Takes the hooks of each target away and returns a report for each, in their order. When these
-  /// are all targets there are, the shared script goes too, with a last report. Throws at the first
-  /// failure; what was done by then stays.
+  /// are all targets there are, the shared script goes too, with a last report. With a file go the
+  /// folders below the home that this leaves empty. Throws at the first failure; what was done by
+  /// then stays.
   std::vector<AgentHookInstallReport> uninstall(const std::vector<AgentHookTarget>& targets) const;
 
   /// The same, but a failure becomes that target's report and the other targets go on. The script
-  /// stays when any of them failed: an agent may still run it.
+  /// stays when any of them failed: an agent may still run it. Adds to `changes`, if any.
   std::vector<AgentHookInstallReport> uninstallReportingFailures(
-      const std::vector<AgentHookTarget>& targets) const;
+      const std::vector<AgentHookTarget>& targets, AgentHookChanges* changes = nullptr) const;
 
   /// Compares what is installed with what `install` would write, each target once. Changes nothing.
   /// Throws when a target's file cannot be read or understood.

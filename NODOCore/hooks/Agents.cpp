@@ -36,7 +36,8 @@ const std::vector<Agent>& allAgents() {
        .stepAfterInstalling =
            "it asks to review new hooks in its own screen, and runs them only after that.",
        .leftAfterUninstalling = "Codex's own switch for hooks, in its config.toml, is left as it "
-                                "is: other hooks may need it."},
+                                "is: other hooks may need it.",
+       .noteOnOtherHooks = "Codex may ask to review the other hooks again that it still has."},
       // "grok" alone is also what other programs are called.
       {.kind = AgentKind::grokBuild,
        .target = AgentHookTarget::grok,

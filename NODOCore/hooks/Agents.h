@@ -74,6 +74,8 @@ struct Agent {
   std::string_view stepAfterInstalling;
   /// What is left behind on purpose; may be empty.
   std::string_view leftAfterUninstalling;
+  /// What to know where the file still holds other hooks after uninstalling; may be empty.
+  std::string_view noteOnOtherHooks;
 };
 
 /// Every agent once, in the order in which a process is tested for them: it is the first whose sign

@@ -35,24 +35,60 @@ bool isListOfObjects(const JSONValue& value) {
          });
 }
 
+// How the commands begin that nodo writes for the target.
+std::string commandBegin(AgentHookTarget target) {
+  return "NODO_HOOK_AGENT=" + shellQuoted(rawValue(target)) + " NODO_HOOK_EVENT=";
+}
+
+void add(HookLosses* losses, const std::string& loss) {
+  if (losses != nullptr) {
+    losses->push_back(loss);
+  }
+}
+
+// Adds that a value is lost because it is not `expected`. Null says nothing that could be lost.
+void addReplaced(HookLosses* losses, const JSONValue* value, const std::string& name,
+                 const std::string& expected) {
+  if (value != nullptr && !value->isNull()) {
+    add(losses, name + ", as it was no " + expected + ": " + jsonText(*value, JSONLayout::compact));
+  }
+}
+
+// Takes the target's hooks out of an event's groups.
+struct Cleaning {
+  AgentHookTarget target;
+  std::string event;
+  const JSONValue* kept = nullptr;  // groups that equal this one stay as they are
+  HookLosses* losses = nullptr;
+};
+
 // Takes the target's entries out of a group and returns whether there were any.
-bool cleanGroup(JSONValue& group, AgentHookTarget target) {
+bool cleanGroup(JSONValue& group, const Cleaning& cleaning) {
   JSONValue* entries = group.member("hooks");
   return entries != nullptr && entries->array() != nullptr &&
-         std::erase_if(*entries->array(),
-                       [target](const JSONValue& entry) { return isHookOf(target, entry); }) > 0;
+         std::erase_if(*entries->array(), [&](const JSONValue& entry) {
+           if (!isHookOf(cleaning.target, entry)) {
+             return false;
+           }
+           if (!commandOf(entry)->starts_with(commandBegin(cleaning.target))) {
+             add(cleaning.losses, "the hook \"" + *commandOf(entry) + "\" of " + cleaning.event +
+                                      ", taken for an older one of nodo's by its name");
+           }
+           return true;
+         }) > 0;
 }
 
 bool isEmptyList(const JSONValue* value) {
   return value != nullptr && value->array() != nullptr && value->array()->empty();
 }
 
-// Cleans every group but those that equal `kept`, drops the ones that this leaves empty, and
-// returns whether anything was taken out.
-bool cleanGroups(JSONValue::Array& groups, AgentHookTarget target, const JSONValue* kept) {
+// Cleans every group, drops the ones that this leaves empty, and returns whether anything was taken
+// out.
+bool cleanGroups(JSONValue::Array& groups, const Cleaning& cleaning) {
   bool removed = false;
   std::erase_if(groups, [&](JSONValue& group) {
-    if ((kept != nullptr && sameValue(group, *kept)) || !cleanGroup(group, target)) {
+    const bool isKept = cleaning.kept != nullptr && sameValue(group, *cleaning.kept);
+    if (isKept || !cleanGroup(group, cleaning)) {
       return false;
     }
     removed = true;
@@ -71,8 +107,7 @@ bool holdsGroup(const JSONValue* groups, const JSONValue& wanted) {
 
 std::string hookCommand(AgentHookTarget target, std::string_view event,
                         const std::filesystem::path& hookScriptPath) {
-  return "NODO_HOOK_AGENT=" + shellQuoted(rawValue(target)) +
-         " NODO_HOOK_EVENT=" + shellQuoted(event) + " " + shellQuoted(hookScriptPath.string());
+  return commandBegin(target) + shellQuoted(event) + " " + shellQuoted(hookScriptPath.string());
 }
 
 JSONValue hookGroup(AgentHookTarget target, std::string_view event,
@@ -101,18 +136,22 @@ bool namesHookScript(std::string_view text) {
   return contains(text, "nodo-agent-hook.sh");
 }
 
-JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file) {
-  JSONValue configuration{JSONValue::Object()};
-  if (content && !content->empty()) {
-    try {
-      if (JSONValue read = JSONValue::parse(*content); read.object() != nullptr) {
-        configuration = std::move(read);
-      }
-    } catch (const DecodingError& error) {
-      throw error.inFile(file.string());
-    }
+JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file,
+                                HookLosses* losses) {
+  if (!content || content->empty()) {
+    return JSONValue(JSONValue::Object());
   }
-  return configuration;
+  try {
+    JSONValue read = JSONValue::parse(*content);
+    if (read.object() != nullptr) {
+      return read;
+    }
+    addReplaced(losses, &read, "all that stood there", "JSON object");
+    return JSONValue(JSONValue::Object());
+  } catch (const DecodingError& error) {
+    throw error.saying(file.string() + ": " + error.what() +
+                       "; the file is left as it is: correct it, then try again");
+  }
 }
 
 std::string hookConfigurationText(const JSONValue& configuration) {
@@ -120,9 +159,10 @@ std::string hookConfigurationText(const JSONValue& configuration) {
 }
 
 bool addHooks(JSONValue& configuration, AgentHookTarget target,
-              const std::filesystem::path& hookScriptPath) {
+              const std::filesystem::path& hookScriptPath, HookLosses* losses) {
   const JSONValue* present = configuration.member("hooks");
   if (present == nullptr || present->object() == nullptr) {
+    addReplaced(losses, present, "\"hooks\"", "object");
     configuration.setMember("hooks", JSONValue(JSONValue::Object()));
   }
   JSONValue& hooks = *configuration.member("hooks");
@@ -131,10 +171,11 @@ bool addHooks(JSONValue& configuration, AgentHookTarget target,
     const JSONValue wanted = hookGroup(target, event, hookScriptPath);
     const JSONValue* groups = hooks.member(event);
     if (groups == nullptr || !isListOfObjects(*groups)) {
+      addReplaced(losses, groups, "what stood at " + std::string(event), "list of objects");
       hooks.setMember(event, JSONValue(JSONValue::Array()));
     }
     JSONValue& list = *hooks.member(event);
-    changed = cleanGroups(*list.array(), target, &wanted) || changed;
+    changed = cleanGroups(*list.array(), {target, std::string(event), &wanted, losses}) || changed;
     if (!holdsGroup(&list, wanted)) {
       list.array()->push_back(wanted);
       changed = true;
@@ -143,7 +184,7 @@ bool addHooks(JSONValue& configuration, AgentHookTarget target,
   return changed;
 }
 
-bool removeHooks(JSONValue& configuration, AgentHookTarget target) {
+bool removeHooks(JSONValue& configuration, AgentHookTarget target, HookLosses* losses) {
   JSONValue* hooks = configuration.member("hooks");
   if (hooks == nullptr || hooks->object() == nullptr) {
     return false;
@@ -155,7 +196,7 @@ bool removeHooks(JSONValue& configuration, AgentHookTarget target) {
   bool removed = false;
   for (const std::string& event : events) {
     auto* groups = hooks->member(event)->array();
-    if (groups != nullptr && cleanGroups(*groups, target, nullptr)) {
+    if (groups != nullptr && cleanGroups(*groups, {target, event, nullptr, losses})) {
       removed = true;
       if (groups->empty()) {
         hooks->removeMember(event);
@@ -166,6 +207,14 @@ bool removeHooks(JSONValue& configuration, AgentHookTarget target) {
     configuration.removeMember("hooks");
   }
   return removed;
+}
+
+void addOtherContent(JSONValue configuration, AgentHookTarget target, HookLosses& losses) {
+  removeHooks(configuration, target, &losses);
+  if (!configuration.object()->empty()) {
+    losses.push_back("what it held beside nodo's hooks: " +
+                     jsonText(configuration, JSONLayout::compact));
+  }
 }
 
 bool hasAllHooks(const JSONValue& configuration, AgentHookTarget target,

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// An agent's JSON configuration, and the entries in it that make the agent run the hook script.
 ///
@@ -36,23 +37,33 @@ bool isHookOf(AgentHookTarget target, const JSONValue& entry);
 /// Whether `text`, a command or a program, names the hook script.
 bool namesHookScript(std::string_view text);
 
+/// What is lost in a change of a configuration though it may be a person's own, as words that name
+/// it: "the hook \"x\" of Stop".
+using HookLosses = std::vector<std::string>;
+
 /// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
-/// document that is no object. Throws DecodingError, which names `file`, for content that is not
-/// JSON.
-JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file);
+/// document that is no object, which is lost where the configuration is written back. Throws
+/// DecodingError for content that is not JSON: it names `file`, line and column, and says what to
+/// do.
+JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file,
+                                HookLosses* losses = nullptr);
 
 /// The text of a configuration file: indented, members sorted, a line feed at the end.
 std::string hookConfigurationText(const JSONValue& configuration);
 
 /// Puts the hooks of `target` for all events into an object, in place of older ones, and returns
 /// whether that made a difference. A "hooks" that is no object, or an event's that is no list of
-/// objects, is replaced.
+/// objects, is replaced. Adds to `losses` what that costs.
 bool addHooks(JSONValue& configuration, AgentHookTarget target,
-              const std::filesystem::path& hookScriptPath);
+              const std::filesystem::path& hookScriptPath, HookLosses* losses = nullptr);
 
 /// Takes every hook of `target` out, together with the groups, events and the "hooks" object that
-/// it leaves empty, and returns whether there was one.
-bool removeHooks(JSONValue& configuration, AgentHookTarget target);
+/// it leaves empty, and returns whether there was one. Adds to `losses` those that are not written
+/// as nodo writes its own.
+bool removeHooks(JSONValue& configuration, AgentHookTarget target, HookLosses* losses = nullptr);
+
+/// Adds to `losses` what a configuration of our own for `target` holds beside our hooks.
+void addOtherContent(JSONValue configuration, AgentHookTarget target, HookLosses& losses);
 
 /// Whether the hooks of `target` for all events are there exactly as addHooks writes them.
 bool hasAllHooks(const JSONValue& configuration, AgentHookTarget target,

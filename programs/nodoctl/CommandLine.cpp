@@ -59,35 +59,40 @@ std::size_t typingErrors(const std::string& from, const std::string& to) {
   return errors[from.size()][to.size()];
 }
 
-// Empty unless `word` is close to the name of a command of `app`.
 std::string closestCommand(const CLI::App& app, const std::string& word) {
-  constexpr std::size_t mostTypingErrors = 2;
-  constexpr std::size_t longestCommand = 20;
-  std::string closest;
-  std::size_t fewest = mostTypingErrors + 1;
-  if (word.size() > longestCommand) {
-    return closest;
-  }
+  std::vector<std::string> names;
   for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    const std::size_t errors = typingErrors(word, command->get_name());
-    if (errors < fewest) {
-      fewest = errors;
-      closest = command->get_name();
-    }
+    names.push_back(command->get_name());
   }
-  return closest;
+  return closestWord(word, names);
 }
 
-// What was not understood, as far as that can be told better than the library does.
-std::string unexpectedText(const CLI::App& app, const CLI::ExtrasError& error) {
+// With its dashes, as it was to be typed.
+std::string closestOption(const CLI::App& app, const std::string& word) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) {
+      names.push_back("--" + name);
+    }
+  }
+  return closestWord(word, names);
+}
+
+// What is wrong with the line, as far as that can be told better than the library does.
+std::string explained(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = reached(app);
   const std::vector<std::string> words = app.remaining(true);
-  if (words.empty() || words.front().starts_with('-') || !hasCommands(command)) {
-    return error.what();
+  if (!words.empty() && !words.front().starts_with('-') && hasCommands(command)) {
+    return "there is no command \"" + fullName(command) + " " + words.front() + "\"" +
+           suggestion(closestCommand(command, words.front()));
   }
-  const std::string closest = closestCommand(command, words.front());
-  return "there is no command \"" + fullName(command) + " " + words.front() + "\"" +
-         (closest.empty() ? "" : "; did you mean \"" + closest + "\"?");
+  const auto option = std::find_if(words.begin(), words.end(),
+                                   [](const auto& word) { return word.starts_with("--"); });
+  const std::string typed =
+      option == words.end() ? std::string() : option->substr(0, option->find('='));
+  const std::string closest = closestOption(command, typed);
+  return closest.empty() ? error.what()
+                         : "there is no option \"" + typed + "\"" + suggestion(closest);
 }
 
 UsageError usageError(const CLI::App& app, const std::string& message) {
@@ -116,14 +121,35 @@ ParsedCommandLine explain(const std::vector<std::string>& arguments) {
     return HelpText{command.help(prefix(command))};
   } catch (const CLI::CallForVersion& version) {
     return HelpText{std::string(version.what()) + "\n"};
-  } catch (const CLI::ExtrasError& error) {
-    return usageError(*app, unexpectedText(*app, error));
   } catch (const CLI::ParseError& error) {
-    return usageError(*app, error.what());
+    return usageError(*app, explained(*app, error));
   }
 }
 
 }  // namespace
+
+std::string closestWord(const std::string& word, const std::vector<std::string>& words) {
+  constexpr std::size_t longestWord = 20;
+  // Of a short word two typing errors leave too little.
+  constexpr std::size_t longestShortWord = 4;
+  std::string closest;
+  if (word.size() > longestWord) {
+    return closest;
+  }
+  std::size_t fewest = word.size() <= longestShortWord ? 2 : 3;
+  for (const std::string& each : words) {
+    const std::size_t errors = typingErrors(word, each);
+    if (errors < fewest) {
+      fewest = errors;
+      closest = each;
+    }
+  }
+  return closest;
+}
+
+std::string suggestion(const std::string& closest) {
+  return closest.empty() ? "" : "; did you mean \"" + closest + "\"?";
+}
 
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
   // "complete" stands in no tree: no help and no completion offers it, and whatever is behind it

@@ -140,6 +140,12 @@ using ParsedCommandLine = std::variant<Invocation, HelpText, UsageError>;
 /// What `arguments` (without the program's name) ask for. Pure.
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments);
 
+/// Which of `words` was probably meant by `word`; empty when none is close to it. Pure.
+std::string closestWord(const std::string& word, const std::vector<std::string>& words);
+
+/// The question that ends a complaint, whether `closest` was meant; empty when that is empty.
+std::string suggestion(const std::string& closest);
+
 /// What can be offered to whoever types a value.
 struct ValueOffer {
   enum class Kind { words, files, folders, commandLine };

@@ -32,7 +32,11 @@ AgentHookTarget hookTarget(const std::string& text) {
   try {
     return parseAgentHookTarget(text);
   } catch (const NODOError& error) {
-    throw CLI::ValidationError(error.what());
+    std::vector<std::string> names;
+    for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
+      names.emplace_back(rawValue(target));
+    }
+    throw CLI::ValidationError(error.what() + suggestion(closestWord(text, names)));
   }
 }
 

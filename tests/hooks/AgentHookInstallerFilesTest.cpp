@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 #include <tests/hooks/InstallerFixture.h>
@@ -113,6 +114,40 @@ TEST_F(AgentHookInstallerFilesTest, RootKeepsOwnerAndGroup) {
     EXPECT_EQ(found.st_uid, 12345U) << file;
     EXPECT_EQ(found.st_gid, 23456U) << file;
   }
+}
+
+TEST_F(AgentHookInstallerFilesTest, WhatRootMakesInAHomeBelongsToItsOwner) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root may give files away";
+  }
+  fs::create_directory(home / "dotfiles");
+  fs::create_directory(home / ".claude");
+  fs::create_symlink("../dotfiles/settings.json", home / claudeFile);
+  for (const char* folder : {"", "dotfiles", ".claude"}) {
+    ASSERT_EQ(::chown((home / folder).c_str(), 12345, 23456), 0);
+  }
+  fs::create_directory(home / "system");
+  home.write("system/hooks.json", "{}");
+  fs::create_directory(home / ".codex");
+  ASSERT_EQ(::chown((home / ".codex").c_str(), 12345, 23456), 0);
+  fs::create_symlink("../system/hooks.json", home / codexFile);
+  fs::create_symlink("../system/config.toml", home / codexConfigFile);
+  install();
+  const auto ownerOf = [this](const std::string& file) {
+    struct stat found {};
+
+    EXPECT_EQ(::lstat((home / file).c_str(), &found), 0) << file;
+    return std::pair(found.st_uid, found.st_gid);
+  };
+  const std::pair person{uid_t{12345}, gid_t{23456}};
+  for (const char* file : {".nodo", scriptFile, ".grok", ".grok/hooks", grokFile, ".pi",
+                           ".pi/agent", ".pi/agent/extensions", piFile, "dotfiles/settings.json"}) {
+    EXPECT_EQ(ownerOf(file), person) << file;
+  }
+  // What a link made root write elsewhere is no gain for whoever planted the link.
+  const std::pair root{uid_t{0}, ::getegid()};
+  EXPECT_EQ(ownerOf("system/hooks.json"), root);
+  EXPECT_EQ(ownerOf("system/config.toml"), root);
 }
 
 TEST_F(AgentHookInstallerFilesTest, WhatIsNotJSONFailsAndStaysAsItIs) {

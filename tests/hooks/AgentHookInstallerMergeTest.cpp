@@ -156,9 +156,12 @@ TEST_F(AgentHookInstallerMergeTest, OurGroupStaysWhereItIsAndInWhateverLayout) {
   text.replace(text.find("\"timeout\":5"), 11, "\"timeout\":5.0");
   home.write(claudeFile, text);
   EXPECT_EQ(install(AgentHookTarget::claude),
-            report("claude", claudeFile, false, "already installed"));
+            report("claude", claudeFile, true, "already installed"))
+      << "it was laid out anew";
   EXPECT_TRUE(holds(claudeFile, text));
   EXPECT_THAT(home.read(claudeFile), HasSubstr("\"timeout\": 5.0"));
+  EXPECT_EQ(install(AgentHookTarget::claude),
+            report("claude", claudeFile, false, "already installed"));
 }
 
 TEST_F(AgentHookInstallerMergeTest, OurGroupWithAnotherKeyOrTimeoutIsReplaced) {

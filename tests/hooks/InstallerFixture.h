@@ -87,7 +87,7 @@ class InstallerFixture : public ::testing::Test {
     return static_cast<unsigned>(std::filesystem::status(home / file).permissions());
   }
 
-  test::TemporaryFolder home;
+  test::TemporaryFolder home = test::TemporaryFolder::inMemory();
 };
 
 }  // namespace nodo

@@ -1,7 +1,9 @@
+#include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/Agents.h>
+#include <NODOCore/hooks/HookConfiguration.h>
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/commands/Commands.h>
 
@@ -24,24 +26,16 @@ using Targets = std::vector<AgentHookTarget>;
 
 // ---- what people read: lines with a line feed at the end of each, texts from outside escaped
 
+// The path is left out where `what` names it.
 std::string line(std::string_view name, std::string_view what, std::string_view path) {
-  return fmt::format("{:<12} {} ({})\n", fmt::format("{}:", name), what, escapedForDisplay(path));
+  const std::string shown = escapedForDisplay(path);
+  return fmt::format("{:<12} {}{}\n", fmt::format("{}:", name), what,
+                     contains(what, shown) ? "" : " (" + shown + ")");
 }
 
 std::string_view nameOf(const AgentHookInstallReport& report) {
   const auto target = fromRawValue<AgentHookTarget>(report.target);
   return target ? displayName(*target) : "Hook script";
-}
-
-// What is left to do for an agent, where its hooks are in place.
-std::string step(const Reports& reports, const Agent& agent) {
-  for (const AgentHookInstallReport& report : reports) {
-    if (report.succeeded() && report.target == rawValue(agent.target) &&
-        !agent.stepAfterInstalling.empty()) {
-      return fmt::format("  {}: {}\n", agent.displayName, agent.stepAfterInstalling);
-    }
-  }
-  return "";
 }
 
 // What was done, a line for each report.
@@ -69,36 +63,79 @@ std::string reportText(const AgentHookSetupInspection& inspection) {
   return text;
 }
 
-// What the person has to do before the agents run the hooks that the reports tell of.
-std::string stepsAfterInstalling(const Reports& reports) {
-  std::string steps;
-  for (const Agent& agent : allAgents()) {
-    steps += step(reports, agent);
-  }
-  const bool isAnyInstalled = std::any_of(reports.begin(), reports.end(),
-                                          [](const auto& report) { return report.succeeded(); });
-  if (!isAnyInstalled) {
+// What the person has to do before the agents run the hooks that were put in.
+std::string stepsAfterInstalling(const AgentHookChanges& changes) {
+  if (changes.targets.empty()) {
     return "";
+  }
+  std::string steps;
+  for (const AgentHookTarget target : changes.targets) {
+    const Agent& agent = agentOf(target);
+    if (!agent.stepAfterInstalling.empty()) {
+      steps += fmt::format("  {}: {}\n", agent.displayName, agent.stepAfterInstalling);
+    }
   }
   return (steps.empty() ? "" : "What you have to do or to know:\n" + steps) +
          "An agent that is running may have to be started again.\n";
 }
 
-// What stays behind on purpose.
-std::string stepsAfterUninstalling(const Reports& reports) {
+// Whether a file that has lost our hooks holds nothing else.
+bool isEmptied(const std::string& file) {
+  const JSONValue left = readHookConfiguration(readFile(file), file);
+  return std::all_of(left.object()->begin(), left.object()->end(), [](const auto& member) {
+    return member.first == "hooks" && member.second == JSONValue(JSONValue::Object());
+  });
+}
+
+// What an agent keeps after its hooks were taken out, and why.
+std::string leftToAgent(const Agent& agent, const std::string& file) {
   std::string text;
-  for (const AgentHookInstallReport& report : reports) {
-    const auto target = fromRawValue<AgentHookTarget>(report.target);
-    if (target && report.changed && !agentOf(*target).leftAfterUninstalling.empty()) {
-      text += fmt::format("{}\n", agentOf(*target).leftAfterUninstalling);
+  if (fs::exists(fs::symlink_status(file))) {
+    if (isEmptied(file)) {
+      text += escapedForDisplay(file) + " stays, empty: it may have been there before.\n";
+    } else if (!agent.noteOnOtherHooks.empty()) {
+      text += fmt::format("{}\n", agent.noteOnOtherHooks);
     }
   }
-  return text;
+  return agent.leftAfterUninstalling.empty()
+             ? text
+             : fmt::format("{}{}\n", text, agent.leftAfterUninstalling);
+}
+
+// What becomes of the script, and of the agents that run it.
+std::string leftOfScript(const fs::path& script, bool wasRemoved) {
+  const std::string folder = escapedForDisplay(script.parent_path().string());
+  if (!wasRemoved) {
+    return fs::exists(script) ? "The hook script stays for the other agents; 'nodoctl hooks "
+                                "uninstall' takes it away with the last of them.\n"
+                              : "";
+  }
+  return (fs::exists(script.parent_path())
+              ? folder + " stays: it holds more than the script, such as nodo's own state.\n"
+              : "") +
+         "An agent that is running reports a missing hook until it is started again.\n";
+}
+
+// What stays behind on purpose, and what comes of it.
+std::string leftAfterUninstalling(const Reports& reports, const AgentHookChanges& changes,
+                                  const fs::path& script) {
+  std::string text;
+  bool wasScriptRemoved = false;
+  for (const AgentHookInstallReport& report : reports) {
+    const auto target = fromRawValue<AgentHookTarget>(report.target);
+    if (target && changes.targets.contains(*target)) {
+      text += leftToAgent(agentOf(*target), report.path);
+    }
+    wasScriptRemoved = wasScriptRemoved || (!target && report.changed);
+  }
+  return changes.targets.empty() && !wasScriptRemoved
+             ? text
+             : text + leftOfScript(script, wasScriptRemoved);
 }
 
 // ---- what is done
 
-fs::path homeOf(const HooksChoice& hooks, const Environment& environment) {
+fs::path namedHome(const HooksChoice& hooks, const Environment& environment) {
   if (hooks.home) {
     if (hooks.home->empty()) {
       throw std::runtime_error("--home names no folder");
@@ -111,6 +148,16 @@ fs::path homeOf(const HooksChoice& hooks, const Environment& environment) {
   throw std::runtime_error(
       "HOME is not set, so it is not known where the agents' configuration lies; "
       "use --home DIR");
+}
+
+fs::path homeOf(const HooksChoice& hooks, const Environment& environment) {
+  const fs::path home = namedHome(hooks, environment);
+  std::error_code unknown;
+  if (!fs::is_directory(home, unknown)) {
+    throw std::runtime_error("there is no home folder " + home.string() +
+                             "; make it first, or name the right one with --home DIR");
+  }
+  return home;
 }
 
 std::string nodoctlOf(const HooksChoice& hooks, const ToolContext& context) {
@@ -143,9 +190,11 @@ Targets targetsOf(const HooksChoice& hooks) {
   return targets;
 }
 
-// `steps` follow the text; `done` says what could not be done where something failed.
-Answer answer(const Reports& reports, bool asJSON, const std::string& steps, const char* done) {
-  Answer answer{.output = asJSON ? jsonDocument(reports) : reportText(reports) + steps};
+// `further` follows the text; `done` says what could not be done where something failed.
+Answer answer(const Reports& reports, const AgentHookChanges& changes, bool asJSON,
+              const std::string& further, const char* done) {
+  Answer answer{.output = asJSON ? jsonDocument(reports) : reportText(reports) + further,
+                .hints = changes.losses};
   const auto failures = std::count_if(reports.begin(), reports.end(),
                                       [](const auto& report) { return !report.succeeded(); });
   if (failures > 0) {
@@ -159,8 +208,9 @@ Answer answer(const Reports& reports, bool asJSON, const std::string& steps, con
 
 Answer perform(const HooksInstallCommand& command, const ToolContext& context) {
   const AgentHookInstaller installer = installerFor(command.hooks, context);
-  const Reports reports = installer.installReportingFailures(targetsOf(command.hooks));
-  Answer made = answer(reports, command.json, stepsAfterInstalling(reports), "installed");
+  AgentHookChanges changes;
+  const Reports reports = installer.installReportingFailures(targetsOf(command.hooks), &changes);
+  Answer made = answer(reports, changes, command.json, stepsAfterInstalling(changes), "installed");
   const std::string& nodoctl = *installer.nodoctlPath;
   if (!nodoctl.empty() && !isProgram(nodoctl)) {
     made.hints.push_back(nodoctl + " is no program that can be run, so the hooks cannot run it");
@@ -171,8 +221,10 @@ Answer perform(const HooksInstallCommand& command, const ToolContext& context) {
 Answer perform(const HooksUninstallCommand& command, const ToolContext& context) {
   // Which nodoctl the hooks run plays no part in it.
   const AgentHookInstaller installer(homeOf(command.hooks, context.environment), std::nullopt, "");
-  const Reports reports = installer.uninstallReportingFailures(targetsOf(command.hooks));
-  return answer(reports, command.json, stepsAfterUninstalling(reports), "uninstalled");
+  AgentHookChanges changes;
+  const Reports reports = installer.uninstallReportingFailures(targetsOf(command.hooks), &changes);
+  return answer(reports, changes, command.json,
+                leftAfterUninstalling(reports, changes, installer.hookScriptPath), "uninstalled");
 }
 
 Answer perform(const HooksInspectCommand& command, const ToolContext& context) {

@@ -3,6 +3,7 @@
 #include <NODOCore/hooks/HookScript.h>
 
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,7 @@ class HooksCommandTest : public ToolFixture {
   HooksCommandTest() {
     folder.write("bin/nodoctl", "#!/bin/sh\n");
     fs::permissions(folder / "bin/nodoctl", fs::perms::owner_all);
+    fs::create_directory(home);
     environment["PATH"] = "/nowhere:" + (folder / "bin").string();
     environment["HOME"] = home.string();
     startedAs = "nodoctl";
@@ -55,7 +57,7 @@ class HooksCommandTest : public ToolFixture {
     EXPECT_EQ(outcome.output, "");
     EXPECT_THAT(outcome.error, HasSubstr(reason));
     EXPECT_THAT(outcome.error, HasSubstr("Try 'nodoctl hooks"));
-    EXPECT_FALSE(fs::exists(home));
+    EXPECT_TRUE(fs::is_empty(home));
   }
 
   const fs::path home = folder / "home";
@@ -122,10 +124,80 @@ TEST_F(HooksCommandTest, AnInstallationIsShownWithWhatIsLeftToDo) {
           "name "
           "too.\n"
           "An agent that is running may have to be started again.\n");
-  const Outcome second = run({"hooks", "install", "pi"});
-  EXPECT_EQ(second.output, "Pi:          already installed (" + base +
-                               "/.pi/agent/extensions/nodo.ts)\n"
-                               "An agent that is running may have to be started again.\n");
+}
+
+TEST_F(HooksCommandTest, OnlyWhatThisRunLeavesToDoIsSaid) {
+  const std::string extension = " (" + (home / ".pi/agent/extensions/nodo.ts").string() + ")\n";
+  const std::string restart = "An agent that is running may have to be started again.\n";
+  EXPECT_EQ(run({"hooks", "install", "pi"}).output, "Pi:          installed" + extension + restart);
+  EXPECT_EQ(run({"hooks", "install", "pi"}).output, "Pi:          already installed" + extension);
+  const std::string both = run({"hooks", "install", "pi", "codex"}).output;
+  EXPECT_THAT(both, HasSubstr("What you have to do or to know:\n  Codex: it asks to review"));
+  EXPECT_THAT(both, HasSubstr(restart));
+  EXPECT_THAT(run({"hooks", "install", "pi", "codex", "--nodoctl", "/bin/sh"}).output,
+              ::testing::AllOf(HasSubstr("shared hook script updated"), Not(HasSubstr("review")),
+                               Not(HasSubstr("started again"))));
+}
+
+TEST_F(HooksCommandTest, AFileThatWasOnlyLaidOutAnewWasChangedAndLeavesNothingToDo) {
+  run({"hooks", "install", "claude"});
+  const std::string file = "home/.claude/settings.json";
+  const std::string ours = folder.read(file);
+  folder.write(file, jsonText(JSONValue::parse(ours), JSONLayout::compact));
+  const auto anew = reports({"hooks", "install", "claude", "--json"}).at(0);
+  EXPECT_TRUE(anew.changed);
+  EXPECT_EQ(anew.message, "already installed");
+  EXPECT_EQ(folder.read(file), ours);
+  EXPECT_FALSE(reports({"hooks", "install", "claude", "--json"}).at(0).changed);
+  folder.write(file, jsonText(JSONValue::parse(ours), JSONLayout::compact));
+  EXPECT_THAT(run({"hooks", "install", "claude"}).output, Not(HasSubstr("What you have to do")));
+}
+
+TEST_F(HooksCommandTest, WhatMayBeThePersonsOwnIsNamedWhenItGoes) {
+  folder.write("home/.claude/settings.json",
+               R"({"hooks": {"PreToolUse": ["stray", {"hooks": [{"command": "lint"}]}],)"
+               R"("Stop": [{"hooks": [{"command": "bin/my-claude-hook.sh"}]}]}})");
+  const std::string file = (home / ".claude/settings.json").string();
+  EXPECT_EQ(run({"hooks", "install", "claude"}).error,
+            "nodoctl: removed from " + file +
+                ": what stood at PreToolUse, as it was no list of objects: "
+                R"(["stray",{"hooks":[{"command":"lint"}]}])"
+                "\n");
+  EXPECT_EQ(run({"hooks", "install", "claude"}).error, "");
+  EXPECT_EQ(run({"hooks", "uninstall", "claude"}).error,
+            "nodoctl: removed from " + file +
+                ": the hook \"bin/my-claude-hook.sh\" of Stop, taken for an older one of nodo's by "
+                "its name\n");
+  folder.write("home/.grok/hooks/nodo.json", R"({"mine": 1})");
+  folder.write("home/.pi/agent/extensions/nodo.ts", "export default () => {}\n");
+  const std::string error = run({"hooks", "install", "grok", "pi"}).error;
+  EXPECT_THAT(error, HasSubstr("nodo.json: what it held beside nodo's hooks: {\"mine\":1}\n"));
+  EXPECT_THAT(error, HasSubstr("nodo.ts: the extension that stood there"));
+}
+
+TEST_F(HooksCommandTest, WhatIsNoJSONIsSaidOnceWithItsPlaceAndTheWayOut) {
+  const std::string file = (home / ".claude/settings.json").string();
+
+  const struct {
+    const char* content;
+    const char* reason;
+  } cases[] = {
+      {"{\n  // mine\n}", "line 2, column 3: a slash outside of texts; JSON has no comments"},
+      {"{\n  \"a\": 1 /* mine */}", "line 2, column 10: a slash outside of texts"},
+      {"{\"a\": 1,}", "line 1, column 9: "}};
+
+  for (const auto& [content, reason] : cases) {
+    folder.write("home/.claude/settings.json", content);
+    const std::string shown = run({"hooks", "install", "claude"}).output;
+    EXPECT_THAT(shown, ::testing::StartsWith("Claude Code: failed: " + file + ": expected JSON"));
+    EXPECT_THAT(shown, HasSubstr(reason));
+    EXPECT_THAT(shown,
+                ::testing::EndsWith("; the file is left as it is: correct it, then try again\n"));
+    EXPECT_EQ(shown.find(file), shown.rfind(file));
+    const std::string inspected = run({"hooks", "inspect", "claude"}).error;
+    EXPECT_THAT(inspected, HasSubstr(reason));
+    EXPECT_EQ(inspected.find(file), inspected.rfind(file));
+  }
 }
 
 TEST_F(HooksCommandTest, AnInspectionSaysHowToBringItUpToDate) {
@@ -159,8 +231,26 @@ TEST_F(HooksCommandTest, AnUninstallationSaysWhatStaysOnPurpose) {
                 "Pi:          not installed (" + base + "/.pi/agent/extensions/nodo.ts)\n" +
                 "Hook script: removed (" + base + "/.nodo/nodo-agent-hook.sh)\n" +
                 "Codex's own switch for hooks, in its config.toml, is left as it is: other hooks "
-                "may need it.\n");
-  EXPECT_THAT(run({"hooks", "uninstall"}).output, Not(HasSubstr("config.toml")));
+                "may need it.\n"
+                "An agent that is running reports a missing hook until it is started again.\n");
+  EXPECT_THAT(run({"hooks", "uninstall"}).output,
+              ::testing::AllOf(Not(HasSubstr("config.toml")), Not(HasSubstr("started again"))));
+  EXPECT_EQ(std::distance(fs::directory_iterator(home), fs::directory_iterator()), 1);
+  EXPECT_TRUE(fs::exists(home / ".codex/config.toml"));
+
+  folder.write("home/.codex/hooks.json",
+               R"({"hooks": {"Stop": [{"hooks": [{"command": "say done"}]}]}})");
+  run({"hooks", "install", "codex", "claude"});
+  folder.write("home/.nodo/state.json", "{}");
+  const std::string some = run({"hooks", "uninstall", "codex"}).output;
+  EXPECT_THAT(some, HasSubstr("Codex may ask to review the other hooks again that it still has."));
+  EXPECT_THAT(some, HasSubstr("The hook script stays for the other agents"));
+  EXPECT_THAT(some, Not(HasSubstr("reports a missing hook")));
+  const std::string last = run({"hooks", "uninstall"}).output;
+  EXPECT_THAT(last,
+              HasSubstr(base + "/.claude/settings.json stays, empty: it may have been there"));
+  EXPECT_THAT(last, HasSubstr(base + "/.nodo stays: it holds more than the script"));
+  EXPECT_THAT(last, HasSubstr("reports a missing hook until it is started again"));
 }
 
 TEST_F(HooksCommandTest, TheKeysOfTheDocumentsKeepTheirOrder) {
@@ -229,7 +319,14 @@ TEST_F(HooksCommandTest, AnInspectionThatCannotBeMadeIsAFailure) {
 TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {
   for (const char* command : {"install", "uninstall", "inspect"}) {
     expectWrongUse({"hooks", command, "claude", "Pi"},
-                   "nodoctl: Invalid command: hook target Pi\n");
+                   "nodoctl: Invalid command: hook target Pi; did you mean \"pi\"?\n");
+    expectWrongUse({"hooks", command, "cluade"},
+                   "nodoctl: Invalid command: hook target cluade; did you mean \"claude\"?\n");
+    expectWrongUse({"hooks", command, "vim"}, "nodoctl: Invalid command: hook target vim\n");
+    expectWrongUse({"hooks", command, "--jsno"},
+                   "nodoctl: there is no option \"--jsno\"; did you mean \"--json\"?\n");
+    expectWrongUse({"hooks", command, "--hmoe=/root"},
+                   "nodoctl: there is no option \"--hmoe\"; did you mean \"--home\"?\n");
     expectWrongUse({"hooks", command, ""}, "nodoctl: Invalid command: hook target \n");
     expectWrongUse({"hooks", command, "status"}, "Invalid command: hook target status\n");
     expectWrongUse({"hooks", command, "--simulate"}, "--simulate");
@@ -263,9 +360,10 @@ TEST_F(HooksCommandTest, EveryCommandExplainsItself) {
 }
 
 TEST_F(HooksCommandTest, TheHomeFolderIsHOMEUnlessItIsNamed) {
+  fs::create_directory(folder / "other");
   run({"hooks", "install", "pi", "--home", (folder / "other").string()});
   EXPECT_TRUE(fs::exists(folder / "other/.pi/agent/extensions/nodo.ts"));
-  EXPECT_FALSE(fs::exists(home));
+  EXPECT_TRUE(fs::is_empty(home));
 
   environment.erase("HOME");
   for (const char* value : {"unset", ""}) {
@@ -379,11 +477,12 @@ TEST_F(HooksCommandTest, WhereThisToolLiesMustBeKnown) {
               "nodoctl: it is not known where this nodoctl lies, as it was started as \"nodoctl\"; "
               "use --nodoctl PATH\n");
   }
-  EXPECT_FALSE(fs::exists(home));
+  EXPECT_TRUE(fs::is_empty(home));
   EXPECT_EQ(run({"hooks", "uninstall"}).exitStatus, 0);
 }
 
 TEST_F(HooksCommandTest, ControlCharactersOfAPathAreShownEscaped) {
+  fs::create_directory(folder / "a\x1b[31mb");
   const Outcome outcome =
       run({"hooks", "inspect", "pi", "--home", (folder / "a\x1b[31mb").string()});
   EXPECT_THAT(outcome.output, HasSubstr("a\\u{1b}[31mb"));

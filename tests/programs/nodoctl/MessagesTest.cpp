@@ -50,8 +50,15 @@ class MessagesTest : public ToolFixture {
 TEST_F(MessagesTest, AWrongUse) {
   expectMessages(
       {{{}, 2, {"A command is required", "'nodoctl --help'"}},
-       {{"stauts"}, 2, {"stauts", "'nodoctl --help'"}},
-       {{"status", "--jsno"}, 2, {"--jsno", "'nodoctl status --help'"}},
+       {{"stauts"}, 2, {"stauts\"; did you mean \"status\"?", "'nodoctl --help'"}},
+       {{"status", "--jsno"},
+        2,
+        {"no option \"--jsno\"; did you mean \"--json\"?", "'nodoctl status --help'"}},
+       {{"manual", "--minuts", "5"},
+        2,
+        {"no option \"--minuts\"; did you mean \"--minutes\"?", "'nodoctl manual --help'"}},
+       {{"stauts", "--json"}, 2, {"stauts\"; did you mean \"status\"?"}},
+       {{"status", "--quickly"}, 2, {"--quickly", "'nodoctl status --help'"}},
        {{"status", "now"}, 2, {"now", "'nodoctl status --help'"}},
        {{"manual"}, 2, {"--minutes is required", "'nodoctl manual --help'"}},
        {{"manual", "--minutes"}, 2, {"--minutes", "'nodoctl manual --help'"}},
@@ -95,6 +102,19 @@ TEST_F(MessagesTest, NoPlaceForTheState) {
   expectMessages(
       {{{"status"}, 1, {"Unable to resolve nodo state directory", "set HOME or NODO_STATE_DIR\n"}},
        {{"hooks", "inspect"}, 1, {"HOME is not set", "use --home DIR"}}});
+}
+
+TEST_F(MessagesTest, AHomeThatDoesNotExistAndIsNotMade) {
+  folder.write("file", "");
+  for (const char* command : {"install", "uninstall", "inspect"}) {
+    for (const char* name : {"nowhere", "file"}) {
+      const std::string home = (folder / name).string();
+      expectMessage({{"hooks", command, "--home", home},
+                     1,
+                     {"no home folder " + home + "; make it first, or", "--home DIR\n"}});
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "nowhere"));
 }
 
 TEST_F(MessagesTest, AStateThatCannotBeRead) {
