@@ -23,9 +23,10 @@ function(nodo_find_library target module name)
       list(APPEND archives "${NODO_${library}_STATIC}")
     endif()
   endforeach()
+  set(flags ${NODO_${name}_STATIC_LDFLAGS_OTHER})
+  list(REMOVE_ITEM flags -pthread) # CMake knows better what that takes
   if(archives AND NOT archives MATCHES "NOTFOUND")
-    target_link_libraries(${target} INTERFACE ${archives} ${NODO_${name}_STATIC_LDFLAGS_OTHER}
-                                              Threads::Threads)
+    target_link_libraries(${target} INTERFACE ${archives} ${flags} Threads::Threads)
     target_include_directories(${target} INTERFACE ${NODO_${name}_INCLUDE_DIRS})
   else()
     target_link_libraries(${target} INTERFACE PkgConfig::NODO_${name})

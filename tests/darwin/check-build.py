@@ -26,7 +26,7 @@ NOT_LINKED = ("bench", "fuzz", "testing", "tests")
 # linker finds, and the instances of std's templates for types of ours are in our own objects.
 OF_THE_SYSTEM = re.compile(
     r"((non-virtual thunk to|virtual thunk to|vtable for|VTT for|typeinfo for|typeinfo name for) )?"
-    r"(std::|operator (new|delete)|__cxxabiv1::)"
+    r"(void )?(std::|operator (new|delete)|__cxxabiv1::)"
     r"|typeinfo for [a-z ]+\**$|__?_(cxa|gxx|dynamic_cast)|_?_NSConcrete|_?_objc_"
     r"|_OBJC_(META)?CLASS_\$_NS|_(OBJC_EHTYPE|objc|class|method)_"
     r"|_k?(CF|Sec)[A-Z]|___CFConstantString|_(IO|NS)[A-Z]|_nw_")
