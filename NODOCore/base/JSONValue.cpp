@@ -91,8 +91,8 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   bool parse_error(std::size_t position, const std::string& lastToken,
                    const nlohmann::json::exception& error) override {
     const std::size_t offset = position == 0 ? 0 : position - 1;
-    if (lastToken == "/") {
-      failAt(text_, offset, "a slash outside of texts; JSON has no comments");
+    if (lastToken.ends_with('/')) {
+      failAt(text_, offset, "an unexpected slash; JSON has no comments");
     }
     // The library's text begins with its own name and place for the error; the reason comes last.
     std::string_view reason(error.what());

@@ -111,8 +111,8 @@ class Generator {
   }
 
   std::string text() {
-    return oneOf<std::string>({"", "model", "a/b \"c\"", "caf\xC3\xA9", "\xF0\x9F\x9A\x80", "x\ny\t",
-                               "echo 'it''s'", "NODO_HOOK_AGENT='claude' other", "hooks",
+    return oneOf<std::string>({"", "model", "a/b \"c\"", "caf\xC3\xA9", "\xF0\x9F\x9A\x80",
+                               "x\ny\t", "echo 'it''s'", "NODO_HOOK_AGENT='claude' other", "hooks",
                                "\x01\\u0041", "matcher", "env"});
   }
 

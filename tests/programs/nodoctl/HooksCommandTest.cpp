@@ -181,10 +181,9 @@ TEST_F(HooksCommandTest, WhatIsNoJSONIsSaidOnceWithItsPlaceAndTheWayOut) {
   const struct {
     const char* content;
     const char* reason;
-  } cases[] = {
-      {"{\n  // mine\n}", "line 2, column 3: a slash outside of texts; JSON has no comments"},
-      {"{\n  \"a\": 1 /* mine */}", "line 2, column 10: a slash outside of texts"},
-      {"{\"a\": 1,}", "line 1, column 9: "}};
+  } cases[] = {{"{\n  // mine\n}", "line 2, column 3: an unexpected slash; JSON has no comments"},
+               {"{\n  \"a\": 1 /* mine */}", "line 2, column 10: an unexpected slash"},
+               {"{\"a\": 1,}", "line 1, column 9: "}};
 
   for (const auto& [content, reason] : cases) {
     folder.write("home/.claude/settings.json", content);
