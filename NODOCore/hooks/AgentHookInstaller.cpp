@@ -120,11 +120,10 @@ Change installFile(const Hooks& hooks) {
 // of its folder's owner.
 template <class Write>
 auto writtenForOwner(const fs::path& path, const Write& write) {
-  std::error_code unknown;
-  const bool wasThere = fs::exists(path, unknown);
-  const auto answer = write();
-  if (!wasThere && fs::exists(path, unknown)) {
-    giveToOwnerOfFolder(fs::canonical(path));
+  const bool wasThere = fs::exists(statusOf(path));
+  auto answer = write();
+  if (!wasThere) {
+    giveTargetToOwnerOfFolder(path);
   }
   return answer;
 }
@@ -154,7 +153,7 @@ bool installScript(const AgentHookInstaller& installer) {
   const fs::path& path = installer.hookScriptPath;
   makeFolderOfOwner(path.parent_path());
   // A link in its place is replaced by a new file.
-  const bool isNew = !fs::is_regular_file(fs::symlink_status(path));
+  const bool isNew = !fs::is_regular_file(linkStatusOf(path));
   const bool changed = writeHookScriptFile(path, hookScriptText(installer.nodoctlPath));
   if (changed && isNew) {
     giveToOwnerOfFolder(path);

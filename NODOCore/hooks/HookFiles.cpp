@@ -1,6 +1,8 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/hooks/HookFiles.h>
 
+#include <cerrno>
+#include <system_error>
 #include <vector>
 
 #include <fcntl.h>
@@ -13,11 +15,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
+fs::file_status known(const fs::path& path, fs::file_status found, const std::error_code& failure) {
+  if (found.type() == fs::file_type::none) {
+    throw std::system_error(failure, "Unable to look at " + path.string());
+  }
+  return found;
+}
+
 // Those of the folder at `path` and the ones above it that are not there, the innermost first.
 std::vector<fs::path> missingFolders(fs::path path) {
   std::vector<fs::path> missing;
-  std::error_code unknown;
-  while (path.has_relative_path() && !fs::exists(fs::symlink_status(path, unknown))) {
+  while (path.has_relative_path() && !fs::exists(linkStatusOf(path))) {
     missing.push_back(path);
     path = path.parent_path();
   }
@@ -31,20 +39,43 @@ bool isBelow(const fs::path& path, const fs::path& top) {
 
 }  // namespace
 
+fs::file_status statusOf(const fs::path& path) {
+  std::error_code failure;
+  const fs::file_status found = fs::status(path, failure);
+  return known(path, found, failure);
+}
+
+fs::file_status linkStatusOf(const fs::path& path) {
+  std::error_code failure;
+  const fs::file_status found = fs::symlink_status(path, failure);
+  return known(path, found, failure);
+}
+
 void makeFolderOfOwner(const fs::path& path) {
   const std::vector<fs::path> missing = missingFolders(fs::absolute(path));
   for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
-    makeFolder(*folder);
-    giveToOwnerOfFolder(*folder);
+    if (::mkdir(folder->c_str(), 0777) == 0) {
+      giveToOwnerOfFolder(*folder);
+    } else if (errno != EEXIST) {  // or somebody else was faster
+      throwErrno("Unable to make the folder", folder->string());
+    }
   }
-  makeFolder(path);
+  if (missing.empty()) {
+    makeFolder(path);  // which tells what else is there
+  }
 }
 
 void giveToOwnerOfFolder(const fs::path& path) {
   if (::geteuid() != 0) {
     return;
   }
-  const auto fail = [&] { throwErrno("Unable to give to its folder's owner", path.string()); };
+  const auto fail = [&] {
+    const std::error_code failure(errno, std::generic_category());
+    std::error_code ignored;
+    fs::remove(path, ignored);
+    throw std::system_error(
+        failure, "Unable to give away " + path.string() + " (so it was removed again; try again)");
+  };
   const FileDescriptor folder(
       ::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) {
@@ -65,6 +96,20 @@ void giveToOwnerOfFolder(const fs::path& path) {
   if (isOurs && (around.st_uid != own.st_uid || around.st_gid != own.st_gid) &&
       ::fchown(made.get(), around.st_uid, around.st_gid) != 0) {
     fail();
+  }
+}
+
+void giveTargetToOwnerOfFolder(const fs::path& path) {
+  if (::geteuid() != 0) {
+    return;
+  }
+  std::error_code failure;
+  const fs::path target = fs::canonical(path, failure);
+  if (!failure) {
+    giveToOwnerOfFolder(target);
+  } else if (failure != std::errc::no_such_file_or_directory) {
+    throw std::system_error(failure,
+                            "Unable to look at " + path.string() + " (its new content is in place)");
   }
 }
 

@@ -444,7 +444,6 @@ bool writeHookScriptFile(const std::filesystem::path& path, std::string_view tex
   if (readHookScriptFile(path) == text && isExecutableFile(path)) {
     return false;
   }
-  makeFolder(path.parent_path());
   replaceFile(path, text, std::filesystem::perms(0755));
   return true;
 }

@@ -4,6 +4,7 @@
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/Agents.h>
 #include <NODOCore/hooks/HookConfiguration.h>
+#include <NODOCore/hooks/HookFiles.h>
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/commands/Commands.h>
 
@@ -151,9 +152,8 @@ fs::path namedHome(const HooksChoice& hooks, const Environment& environment) {
 }
 
 fs::path homeOf(const HooksChoice& hooks, const Environment& environment) {
-  const fs::path home = namedHome(hooks, environment);
-  std::error_code unknown;
-  if (!fs::is_directory(home, unknown)) {
+  fs::path home = namedHome(hooks, environment);
+  if (!fs::is_directory(statusOf(home))) {
     throw std::runtime_error("there is no home folder " + home.string() +
                              "; make it first, or name the right one with --home DIR");
   }
