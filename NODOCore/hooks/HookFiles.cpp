@@ -108,8 +108,8 @@ void giveTargetToOwnerOfFolder(const fs::path& path) {
   if (!failure) {
     giveToOwnerOfFolder(target);
   } else if (failure != std::errc::no_such_file_or_directory) {
-    throw std::system_error(failure,
-                            "Unable to look at " + path.string() + " (its new content is in place)");
+    throw std::system_error(
+        failure, "Unable to look at " + path.string() + " (its new content is in place)");
   }
 }
 
