@@ -19,6 +19,7 @@
 #include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
@@ -28,6 +29,7 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
 #include <NODOCore/hooks/Agents.h>
+#include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/PowerManaging.h>

@@ -54,6 +54,14 @@ std::string localTimeText(Date date) {
   return text;
 }
 
+std::string clockText(Date date, Date now) {
+  constexpr std::string_view dayForm = "2026-01-31 ";
+  constexpr std::size_t minutesEnd = 16;
+  const std::string shown = localTimeText(date).substr(0, minutesEnd);
+  const bool isToday = localTimeText(now).starts_with(shown.substr(0, dayForm.size()));
+  return isToday ? shown.substr(dayForm.size()) : shown;
+}
+
 std::optional<Date> dateFromLocalTime(std::string_view text) {
   constexpr std::size_t separator = 10;
   if (text.size() != localTimeLength || text[separator] != ' ') {

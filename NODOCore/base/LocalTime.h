@@ -20,9 +20,13 @@ constexpr std::size_t localTimeLength = 19;
 /// std::system_error for a date whose year the system cannot count.
 std::string localTimeText(Date date);
 
-/// Reads exactly such a text. Nothing for any other, for a day or time that does not exist, and for
-/// a time that the clock skips when it is put forward. A time that it shows twice, when it is put
-/// back, stands for the later instant.
+/// `date` as people read a clock on the day of `now`: "15:40", and "2026-02-01 00:10" on another
+/// day. Throws as above.
+std::string clockText(Date date, Date now);
+
+/// Reads exactly such a text as `localTimeText` gives. Nothing for any other, for a day or time
+/// that does not exist, and for a time that the clock skips when it is put forward. A time that it
+/// shows twice, when it is put back, stands for the later instant.
 std::optional<Date> dateFromLocalTime(std::string_view text);
 
 }  // namespace nodo

@@ -2,10 +2,12 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/state/StateStore.h>
 #include <programs/nodoctl/commands/Commands.h>
 #include <programs/nodoctl/commands/Health.h>
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -85,6 +87,10 @@ void lookAtMachine(const ToolContext& context, HealthFacts& facts) {
     if (reading->hint) {
       facts.problems.push_back(*std::move(reading->hint));
     }
+  }
+  facts.forFindings.now = now;
+  if (const auto home = homeFolder(context.environment)) {
+    facts.forFindings.hooksPausedUntil = hooksPausedUntil(*home, now);
   }
   facts.hookInspection = readOrTell(facts.problems, "the agents' hooks cannot be inspected: ", [&] {
     return inspectHooks(context);
@@ -181,10 +187,23 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
   const DoctorReport report(facts.status.source, facts.status.report,
                             facts.diagnostics.sleepDisabled, facts.hookFallback,
                             facts.hookInspection);
-  Answer answer{.output = command.json ? jsonDocument(report) : report.text() + "\n",
-                .hints = healthHints(facts),
-                .exitStatus = isReady(report.verdict) ? exitSuccess : exitFailure};
-  if (command.verbose && !command.json) {
+  const std::vector<Finding> found = findings(facts.forFindings);
+  const bool isWarned = std::any_of(found.begin(), found.end(), [](const Finding& finding) {
+    return finding.severity == FindingSeverity::warning;
+  });
+  Answer answer{.hints = healthHints(facts),
+                .exitStatus = isReady(report.verdict) && !isWarned ? exitSuccess : exitFailure};
+  if (command.json) {
+    JSONValue document = encode(report);
+    document.setMember("findings", encode(found));
+    answer.output = jsonText(document, JSONLayout::pretty) + "\n";
+    return answer;
+  }
+  answer.output = report.text() + "\n";
+  if (!found.empty()) {
+    answer.output += "\n" + findingsText(found);
+  }
+  if (command.verbose) {
     answer.output += verboseText(facts, context.environment);
   }
   return answer;

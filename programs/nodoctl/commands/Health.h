@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
@@ -25,6 +26,7 @@ struct HealthFacts {
   std::optional<std::int64_t> lockHolder;     ///< the process of it that holds nodo's own lock
   AgentHookFallbackStatus hookFallback;
   std::optional<AgentHookSetupInspection> hookInspection;
+  FindingFacts forFindings;
   std::vector<std::string> problems;  ///< the sources that failed, with the reason
 };
 

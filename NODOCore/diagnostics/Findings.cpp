@@ -1,0 +1,51 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/LocalTime.h>
+#include <NODOCore/base/Text.h>
+#include <NODOCore/diagnostics/Findings.h>
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace nodo {
+
+NODO_JSON_RECORD(Finding, fields, finding) {
+  fields.required("kind", finding.kind);
+  fields.required("severity", finding.severity);
+  fields.required("what", finding.what);
+  fields.required("toDo", finding.toDo);
+}
+
+std::vector<Finding> findings(const FindingFacts& facts) {
+  std::vector<Finding> found;
+  const auto add = [&found](FindingKind kind, FindingSeverity severity, const std::string& what,
+                            const std::string& toDo) {
+    found.push_back({.kind = kind,
+                     .severity = severity,
+                     .what = escapedForDisplay(what),
+                     .toDo = escapedForDisplay(toDo)});
+  };
+  if (facts.hooksPausedUntil) {
+    add(FindingKind::hooksPaused, FindingSeverity::note,
+        fmt::format("The hooks are paused until {}.",
+                    clockText(*facts.hooksPausedUntil, facts.now)),
+        "'nodoctl resume' lets them ask at once.");
+  }
+  std::stable_partition(found.begin(), found.end(), [](const Finding& finding) {
+    return finding.severity == FindingSeverity::warning;
+  });
+  return found;
+}
+
+std::string findingsText(const std::vector<Finding>& findings) {
+  std::string text;
+  for (const Finding& finding : findings) {
+    text += fmt::format("{}: {}\n  {}\n",
+                        finding.severity == FindingSeverity::warning ? "Problem" : "Note", finding.what,
+                        finding.toDo);
+  }
+  return text;
+}
+
+}  // namespace nodo

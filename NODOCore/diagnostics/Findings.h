@@ -1,0 +1,63 @@
+#pragma once
+
+#include <NODOCore/base/Date.h>
+#include <NODOCore/base/TextEnum.h>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nodo {
+
+class JSONReader;
+class JSONValue;
+
+/// What the doctor can find beside what its report says. The texts are stable: programs know a
+/// finding by them.
+enum class FindingKind {
+  hooksPaused,  ///< a person said "not now"
+};
+
+template <>
+struct EnumTexts<FindingKind> {
+  static constexpr std::array cases{EnumText{FindingKind::hooksPaused, "hooksPaused"}};
+};
+
+/// Whether a finding keeps nodo from its work.
+enum class FindingSeverity { warning, note };
+
+template <>
+struct EnumTexts<FindingSeverity> {
+  static constexpr std::array cases{EnumText{FindingSeverity::warning, "warning"},
+                                    EnumText{FindingSeverity::note, "note"}};
+};
+
+/// One thing that a person should know, and what to do about it.
+struct Finding {
+  FindingKind kind = FindingKind::hooksPaused;
+  FindingSeverity severity = FindingSeverity::note;
+  std::string what;   ///< one sentence; no control characters
+  std::string toDo;   ///< one sentence; no control characters
+
+  bool operator==(const Finding&) const = default;
+};
+
+JSONValue encode(const Finding& finding);
+void decode(const JSONReader& from, Finding& finding);
+
+/// What was looked at for the findings. Whatever is absent or empty is not known, or as it should
+/// be.
+struct FindingFacts {
+  Date now;
+  std::optional<Date> hooksPausedUntil;
+};
+
+/// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
+std::vector<Finding> findings(const FindingFacts& facts);
+
+/// The findings for people: two lines for each, with a line feed at the end of each. None of them
+/// is like a line that the hook script looks for in the doctor's report.
+std::string findingsText(const std::vector<Finding>& findings);
+
+}  // namespace nodo

@@ -1,0 +1,43 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/diagnostics/Findings.h>
+#include <testing/EnvironmentVariable.h>
+
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace nodo {
+namespace {
+
+FindingFacts factsWithoutFindings() {
+  return {.now = dateFromSeconds(1769847300)};  // 2026-01-31 08:15:00 UTC
+}
+
+TEST(FindingsTest, WhereEverythingIsAsItShouldBeThereAreNone) {
+  EXPECT_EQ(findings(factsWithoutFindings()), std::vector<Finding>());
+  EXPECT_EQ(findingsText({}), "");
+}
+
+TEST(FindingsTest, APauseIsToldWithItsEndAndTheWayOut) {
+  const test::EnvironmentVariable zone("TZ", "UTC0");
+  FindingFacts facts = factsWithoutFindings();
+  facts.hooksPausedUntil = facts.now + std::chrono::minutes(60);
+  const std::vector<Finding> found = findings(facts);
+  ASSERT_EQ(found.size(), 1);
+  EXPECT_EQ(found[0].kind, FindingKind::hooksPaused);
+  EXPECT_EQ(found[0].severity, FindingSeverity::note);
+  EXPECT_EQ(findingsText(found),
+            "Note: The hooks are paused until 09:15.\n"
+            "  'nodoctl resume' lets them ask at once.\n");
+}
+
+TEST(FindingsTest, AFindingIsTheSameAfterAWayThroughJSON) {
+  const Finding finding{.kind = FindingKind::hooksPaused,
+                        .severity = FindingSeverity::warning,
+                        .what = "a",
+                        .toDo = "b"};
+  EXPECT_EQ(decodeJSON<Finding>(encodeJSON(finding, JSONLayout::compact)), finding);
+}
+
+}  // namespace
+}  // namespace nodo
