@@ -28,9 +28,9 @@ std::vector<Finding> findings(const FindingFacts& facts) {
   };
   if (facts.hooksPausedUntil) {
     add(FindingKind::hooksPaused, FindingSeverity::note,
-        fmt::format("The hooks are paused until {}.",
+        fmt::format("The agents' hooks are paused until {}.",
                     clockText(*facts.hooksPausedUntil, facts.now)),
-        "'nodoctl resume' lets them ask at once.");
+        "'nodoctl resume' ends that.");
   }
   std::stable_partition(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
@@ -38,12 +38,18 @@ std::vector<Finding> findings(const FindingFacts& facts) {
   return found;
 }
 
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings) {
+  JSONValue document = encode(report);
+  document.setMember("findings", encode(findings));
+  return document;
+}
+
 std::string findingsText(const std::vector<Finding>& findings) {
   std::string text;
   for (const Finding& finding : findings) {
     text += fmt::format("{}: {}\n  {}\n",
-                        finding.severity == FindingSeverity::warning ? "Problem" : "Note", finding.what,
-                        finding.toDo);
+                        finding.severity == FindingSeverity::warning ? "Problem" : "Note",
+                        finding.what, finding.toDo);
   }
   return text;
 }
