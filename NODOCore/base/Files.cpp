@@ -369,7 +369,7 @@ void syncFolder(const fs::path& folder) {
   }
 }
 
-void makeFolder(const fs::path& path) {
+void makeFolder(const fs::path& path, const std::function<void(const fs::path&)>& made) {
   // create_directories would take a folder above that cannot be looked at for a missing one.
   struct stat found {};
 
@@ -380,10 +380,15 @@ void makeFolder(const fs::path& path) {
     errno = ENOTDIR;
   } else if (errno == ENOENT) {
     if (path.has_parent_path()) {
-      makeFolder(path.parent_path());
+      makeFolder(path.parent_path(), made);
     }
-    if (::mkdir(path.c_str(), 0777) == 0 ||
-        (errno == EEXIST && ::stat(path.c_str(), &found) == 0)) {  // somebody else was faster
+    if (::mkdir(path.c_str(), 0777) == 0) {
+      if (made) {
+        made(path);
+      }
+      return;
+    }
+    if (errno == EEXIST && ::stat(path.c_str(), &found) == 0) {  // somebody else was faster
       return;
     }
   }

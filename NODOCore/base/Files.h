@@ -83,9 +83,10 @@ void replaceFile(const std::filesystem::path& path, std::string_view content,
 /// text.
 void syncFolder(const std::filesystem::path& folder);
 
-/// Makes the folder at `path`, with those above it, unless it is there. Throws std::system_error,
-/// with the path in its text.
-void makeFolder(const std::filesystem::path& path);
+/// Makes the folder at `path`, with those above it, unless it is there, and tells `made`, if any,
+/// of each that it has made. Throws std::system_error, with the path in its text.
+void makeFolder(const std::filesystem::path& path,
+                const std::function<void(const std::filesystem::path&)>& made = nullptr);
 
 /// A file's content; nothing stands for no file.
 using FileContent = std::optional<std::string>;

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <system_error>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,16 +19,6 @@ fs::file_status known(const fs::path& path, fs::file_status found, const std::er
     throw std::system_error(failure, "Unable to look at " + path.string());
   }
   return found;
-}
-
-// Those of the folder at `path` and the ones above it that are not there, the innermost first.
-std::vector<fs::path> missingFolders(fs::path path) {
-  std::vector<fs::path> missing;
-  while (path.has_relative_path() && !fs::exists(linkStatusOf(path))) {
-    missing.push_back(path);
-    path = path.parent_path();
-  }
-  return missing;
 }
 
 bool isBelow(const fs::path& path, const fs::path& top) {
@@ -52,17 +41,7 @@ fs::file_status linkStatusOf(const fs::path& path) {
 }
 
 void makeFolderOfOwner(const fs::path& path) {
-  const std::vector<fs::path> missing = missingFolders(fs::absolute(path));
-  for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
-    if (::mkdir(folder->c_str(), 0777) == 0) {
-      giveToOwnerOfFolder(*folder);
-    } else if (errno != EEXIST) {  // or somebody else was faster
-      throwErrno("Unable to make the folder", folder->string());
-    }
-  }
-  if (missing.empty()) {
-    makeFolder(path);  // which tells what else is there
-  }
+  makeFolder(fs::absolute(path), giveToOwnerOfFolder);
 }
 
 void giveToOwnerOfFolder(const fs::path& path) {

@@ -46,7 +46,7 @@ FileDescriptor lockOwnState(const StateStore& store) {
                              " for a second, so nothing was changed; try again");
   }
   if (!lock) {
-    throwErrno("Unable to lock", name.string());
+    throwErrno("Unable to lock", store.stateURL().string());
   }
   giveToOwnerOfFolder(name);
   return lock;

@@ -138,8 +138,8 @@ TEST_F(MessagesTest, AFolderThatCannotBeWrittenTo) {
   {
     const test::UnprivilegedUser user;
     expectMessages(
-        {{{"manual", "--minutes", "5"}, 1, {"Unable to write " + state(), "Permission denied"}},
-         {{"stop"}, 1, {"Unable to write " + state(), "Permission denied"}}});
+        {{{"manual", "--minutes", "5"}, 1, {"Unable to lock " + state(), "Permission denied"}},
+         {{"stop"}, 1, {"Unable to lock " + state(), "Permission denied"}}});
   }
   std::filesystem::permissions(folder / ".nodo", perms::owner_all);
 }
