@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
                                             .machine = nodo::hostMachine(),
                                             .helperConnecting = nodo::helperConnecting,
                                             .refusalOfThisProgram = nodo::refusalOfThisProgram,
+                                            .daemonStanding = nodo::daemonStanding,
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,
