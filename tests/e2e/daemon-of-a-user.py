@@ -49,8 +49,8 @@ class OwnWorld:
 
 def without_any_daemon_both_buses_are_named(world):
     done = world.run("status")
-    contains(done.stderr, "helper unavailable (the daemon nodod is not running on the system bus or "
-             "the session bus; start it with 'systemctl start nodod', or one of your own with "
+    contains(done.stderr, "helper unavailable (the daemon nodod is not running on the system bus "
+             "or the session bus; start it with 'systemctl start nodod', or one of your own with "
              "'nodod --bus session')", "what is said")
 
 

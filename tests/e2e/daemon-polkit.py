@@ -27,9 +27,9 @@ def call_as(user, *arguments):
     return start_call(HELPER, *arguments, user=user)
 
 
-def outcome(call):
-    output, error = call.communicate(timeout=20)
-    return call.returncode, output, error
+def outcome(process):
+    output, error = process.communicate(timeout=20)
+    return process.returncode, output, error
 
 
 def permission(user):
@@ -81,8 +81,8 @@ def the_tool_tells_of_the_refusal(run_tool, polkit):
     contains(done.stderr, f"helper unavailable (nodod refuses this: {STRANGERS_TEXT})", "manual")
     done = run_tool("doctor", "--helper-timeout", "10")
     equal(done.returncode, 1, "the doctor warns")
-    contains(done.stdout, f"\nProblem: The daemon refuses requests of this user: {STRANGERS_TEXT}.\n"
-             "  Where polkit runs, the group nodo may", "the finding")
+    contains(done.stdout, "\nProblem: The daemon refuses requests of this user: "
+             f"{STRANGERS_TEXT}.\n  Where polkit runs, the group nodo may", "the finding")
     polkit.send_signal(signal.SIGSTOP)
     done = run_tool("doctor")
     polkit.send_signal(signal.SIGCONT)

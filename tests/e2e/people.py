@@ -1,4 +1,4 @@
-"""The people of a machine as the real polkit knows them: their groups, and how they are logged in."""
+"""The people of a machine as the real polkit knows them: their groups, and how they logged in."""
 
 import pathlib
 import pwd
@@ -54,21 +54,21 @@ class Session:
 
     def __init__(self, user):
         self.user, self.name = user, pwd.getpwuid(user).pw_name
-        path = f"/user.slice/user-{user}.slice/session-{self.id}.scope"
-        self.group = FOLDER / f"cgroup.{self.id}"
+        path = f"/user.slice/user-{user}.slice/session-{self.session_id}.scope"
+        self.group = FOLDER / f"cgroup.{self.session_id}"
         self.group.write_text(f"1:name=systemd:{path}\n0::{path}\n", encoding="ascii")
 
     @property
-    def id(self):
+    def session_id(self):
         return f"nodo{self.user}"
 
     def take_in(self, pid):
         run("mount", "--bind", self.group, f"/proc/{pid}/cgroup")
 
     def become(self, state, **session):
-        self.write(f"sessions/{self.id}", UID=self.user, USER=self.name, CLASS="user", STATE=state,
+        self.write(f"sessions/{self.session_id}", UID=self.user, USER=self.name, CLASS="user", STATE=state,
                    ACTIVE=int(state == "active"), **session)
-        self.write(f"users/{self.user}", NAME=self.name, STATE=state, DISPLAY=self.id)
+        self.write(f"users/{self.user}", NAME=self.name, STATE=state, DISPLAY=self.session_id)
 
     @staticmethod
     def write(file, **values):

@@ -24,8 +24,8 @@ def start(*command, **options):
 
 
 def as_user(user):
-    """The options of a process that is another user's, in the groups that a login gives, or one's own
-    for none."""
+    """The options of a process that is another user's, in the groups that a login gives, or one's
+    own for none."""
     if user is None:
         return {}
     known = pwd.getpwuid(user)

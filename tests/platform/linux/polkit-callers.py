@@ -19,8 +19,8 @@ from processes import NOBODY, Driven
 
 STRANGERS = (NOBODY, 1, 2, 3, 4)  # users that exist
 GATE = FOLDER / "gate"
-FOR_OTHERS = ("only somebody logged in at this computer, or a member of the group nodo, may do this; "
-              "see nodod(8)")
+FOR_OTHERS = ("only somebody logged in at this computer, or a member of the group nodo, may do "
+              "this; see nodod(8)")
 
 
 class Polkit:
