@@ -2,6 +2,7 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 
 #include <array>
 #include <optional>
@@ -9,9 +10,6 @@
 #include <vector>
 
 namespace nodo {
-
-class JSONReader;
-class JSONValue;
 
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
@@ -62,6 +60,9 @@ struct FindingFacts {
 
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
 std::vector<Finding> findings(const FindingFacts& facts);
+
+/// The health check as programs read it: the report's members and, last, "findings".
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings);
 
 /// The findings for people: two lines for each, with a line feed at the end of each. None of them
 /// is like a line that the hook script looks for in the doctor's report.

@@ -129,12 +129,19 @@ void print(std::string_view schema, const Document& document) {
 void printDoctorReports() {
   const AgentHookFallbackStatus fallback{
       .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
-  const std::string schema = "doctor-report";
-  print(schema,
-        DoctorReport(DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()));
-  print(schema, DoctorReport(DoctorStatusSource::local, bareStatus(), {}, {}, {}));
-  print(schema, DoctorReport(DoctorStatusSource::helper, bareStatus(), false,
-                             AgentHookFallbackStatus(), {}));
+  std::vector<Finding> found;
+  for (const FindingKind kind : allCases<FindingKind>()) {
+    for (const FindingSeverity severity : allCases<FindingSeverity>()) {
+      found.push_back({.kind = kind, .severity = severity, .what = "what", .toDo = "to do"});
+    }
+  }
+  const auto printReport = [](const DoctorReport& report, const std::vector<Finding>& findings) {
+    std::cout << "doctor-report\t" << jsonText(encode(report, findings), JSONLayout::compact)
+              << '\n';
+  };
+  printReport({DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()}, found);
+  printReport({DoctorStatusSource::local, bareStatus(), {}, {}, {}}, {});
+  printReport({DoctorStatusSource::helper, bareStatus(), false, AgentHookFallbackStatus(), {}}, {});
 }
 
 void printMenuReports() {

@@ -201,9 +201,7 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
   Answer answer{.hints = healthHints(facts),
                 .exitStatus = isReady(report.verdict) && !isWarned ? exitSuccess : exitFailure};
   if (command.json) {
-    JSONValue document = encode(report);
-    document.setMember("findings", encode(found));
-    answer.output = jsonText(document, JSONLayout::pretty) + "\n";
+    answer.output = jsonText(encode(report, found), JSONLayout::pretty) + "\n";
     return answer;
   }
   answer.output = report.text() + "\n";
