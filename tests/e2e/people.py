@@ -66,8 +66,8 @@ class Session:
         run("mount", "--bind", self.group, f"/proc/{pid}/cgroup")
 
     def become(self, state, **session):
-        self.write(f"sessions/{self.session_id}", UID=self.user, USER=self.name, CLASS="user", STATE=state,
-                   ACTIVE=int(state == "active"), **session)
+        self.write(f"sessions/{self.session_id}", UID=self.user, USER=self.name, CLASS="user",
+                   STATE=state, ACTIVE=int(state == "active"), **session)
         self.write(f"users/{self.user}", NAME=self.name, STATE=state, DISPLAY=self.session_id)
 
     @staticmethod

@@ -49,18 +49,23 @@ ClientBus findDaemon(const std::optional<std::string>& choice, const std::string
   // A session bus that hangs leaves time to ask on the system's, which may start the daemon.
   const auto now = BusClock::now();
   const auto halfTime = now + (deadline - now) / 2;
+  std::string noSessionBus;
   try {
     ClientBus own = open(sessionBus, halfTime);
     if (isServed(own, serviceName, halfTime)) {
       return own;
     }
-    found.absence =
-        "the daemon nodod is not running on the system bus or the session bus; start it with "
-        "'systemctl start nodod', or one of your own with 'nodod --bus session'";
+  } catch (const BusTimeout&) {
+    noSessionBus = ", and the session bus does not answer";
   } catch (const BusError& error) {
-    found.absence = std::string("the daemon nodod is not running on the system bus, and ") +
-                    error.what() + "; start it with 'systemctl start nodod'";
+    noSessionBus = std::string(", and ") + error.what();
   }
+  found.absence =
+      noSessionBus.empty()
+          ? "the daemon nodod is not running on the system bus or the session bus; start it with "
+            "'systemctl start nodod', or one of your own with 'nodod --bus session'"
+          : "the daemon nodod is not running on the system bus" + noSessionBus +
+                "; start it with 'systemctl start nodod'";
   return found;
 }
 
