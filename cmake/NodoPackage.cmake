@@ -51,6 +51,7 @@ unsafe: the battery runs low, or the network stays away.
 This package contains nodoctl, the tool for people and for the agents' hooks,
 and nodod, the daemon that holds the sleep lock.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "adduser")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "dbus | dbus-system-bus, polkitd, systemd")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${NODO_DEBIAN}/postinst" "${NODO_DEBIAN}/prerm"
                                                "${NODO_DEBIAN}/postrm")

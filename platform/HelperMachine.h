@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
 #include <NODOCore/helper/HelperConnection.h>
 
 #include <memory>
@@ -9,13 +10,26 @@
 namespace nodo {
 
 /// This system's way to the daemon. `bus` says where it is looked for: "system", "session", a bus
-/// address, or nothing for the system bus when it can be reached and else the session bus; of no
-/// meaning on macOS. Makes nothing but an object: what cannot be reached shows itself when a
-/// request is made.
+/// address, or nothing for the system bus when it can be reached, unless the daemon is on the
+/// session bus alone, and else the session bus; of no meaning on macOS. Makes nothing but an
+/// object: what cannot be reached shows itself when a request is made.
 std::shared_ptr<const HelperConnecting> helperConnecting(const std::optional<std::string>& bus);
 
 /// Why a daemon that is installed here refuses this very program, where a refusal does not tell: on
 /// macOS it just ends the connection. For people; nothing when there is no such reason.
 std::optional<std::string> refusalOfThisProgram();
+
+/// What a daemon that answers is to the user of this program, as far as it is known.
+struct DaemonStanding {
+  /// Why it refuses this user's requests that change something.
+  std::optional<std::string> refusal;
+  /// It is not root's, and this system heeds no lock of the very user who asks for sleep.
+  bool letsItsUserSleep = false;
+};
+
+/// Asks for it, for as long as `limit`; `bus` as above. Starts no daemon and changes nothing.
+/// Nothing is known, and so nothing amiss, where there is no answer, and on macOS: a daemon that
+/// answers there is root's and serves this user.
+DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit);
 
 }  // namespace nodo

@@ -32,6 +32,18 @@ std::vector<Finding> findings(const FindingFacts& facts) {
                     clockText(*facts.hooksPausedUntil, facts.now)),
         "'nodoctl resume' ends that.");
   }
+  if (facts.daemonRefusal) {
+    add(FindingKind::daemonRefuses, FindingSeverity::warning,
+        fmt::format("The daemon refuses requests of this user: {}.", *facts.daemonRefusal),
+        "Where polkit runs, the group nodo may ask from anywhere: join it with "
+        "'sudo usermod -aG nodo \"$USER\"', then log in again.");
+  }
+  if (facts.daemonLetsItsUserSleep) {
+    add(FindingKind::daemonOfUserDoesNotProtect, FindingSeverity::warning,
+        "The daemon is not the system's but a user's, and systemd-logind before version 257 lets "
+        "that user and their desktop suspend under its lock.",
+        "Install the system's daemon: the package nodo, then 'sudo systemctl enable --now nodod'.");
+  }
   std::stable_partition(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
   });

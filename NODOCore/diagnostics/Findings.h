@@ -14,12 +14,17 @@ namespace nodo {
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
 enum class FindingKind {
-  hooksPaused,  ///< a person said "not now"
+  hooksPaused,                ///< a person said "not now"
+  daemonRefuses,              ///< it serves this user nothing but the status
+  daemonOfUserDoesNotProtect  ///< this system lets the daemon's own user sleep under its lock
 };
 
 template <>
 struct EnumTexts<FindingKind> {
-  static constexpr std::array cases{EnumText{FindingKind::hooksPaused, "hooksPaused"}};
+  static constexpr std::array cases{
+      EnumText{FindingKind::hooksPaused, "hooksPaused"},
+      EnumText{FindingKind::daemonRefuses, "daemonRefuses"},
+      EnumText{FindingKind::daemonOfUserDoesNotProtect, "daemonOfUserDoesNotProtect"}};
 };
 
 /// Whether a finding keeps nodo from its work.
@@ -49,6 +54,8 @@ void decode(const JSONReader& from, Finding& finding);
 struct FindingFacts {
   Date now;
   std::optional<Date> hooksPausedUntil;
+  std::optional<std::string> daemonRefusal;  ///< why it refuses this user's requests
+  bool daemonLetsItsUserSleep = false;       ///< it is a user's own, whom its lock does not bind
 };
 
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.

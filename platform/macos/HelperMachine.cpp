@@ -22,4 +22,9 @@ std::optional<std::string> refusalOfThisProgram() {
   return "the daemon refuses this copy of nodoctl: it is not signed by the same team";
 }
 
+DaemonStanding daemonStanding([[maybe_unused]] const std::optional<std::string>& bus,
+                              [[maybe_unused]] Seconds limit) {
+  return {};
+}
+
 }  // namespace nodo

@@ -117,23 +117,30 @@ BudgetedConnecting::BudgetedConnecting(std::shared_ptr<const HelperConnecting> c
 
 std::unique_ptr<HelperConnection> BudgetedConnecting::privilegedConnection(
     const std::string& machServiceName) const {
-  const double left = limit_ - Seconds(now_() - begin_).count();
-  if (left <= 0) {
+  const double timeLeft = left();
+  if (timeLeft <= 0) {
     throw NODOHelperClientError::timedOut();
   }
-  timeout_ = left;
+  timeout_ = timeLeft;
   return connecting_->privilegedConnection(machServiceName);
 }
 
 StateAccess::StateAccess(const DaemonOptions& options, const ToolContext& context,
                          std::function<void(const std::string& reason)> unavailable)
     : context_(context),
+      bus_(options.bus),
       daemon_{.machServiceName = std::string(NODOServiceConstants::helperMachServiceName),
               .timeout = options.timeout,
               .connecting = nullptr},
+      connecting_(std::make_shared<BudgetedConnecting>(context.helperConnecting(options.bus),
+                                                       daemon_.timeout)),
       unavailable_(std::move(unavailable)) {
-  daemon_.connecting =
-      std::make_shared<BudgetedConnecting>(context.helperConnecting(options.bus), daemon_.timeout);
+  daemon_.connecting = connecting_;
+}
+
+DaemonStanding StateAccess::daemonStanding() const {
+  const double left = connecting_->left();
+  return left > 0 ? context_.daemonStanding(bus_, Seconds(left)) : DaemonStanding();
 }
 
 SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {

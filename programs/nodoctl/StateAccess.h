@@ -57,6 +57,9 @@ class BudgetedConnecting : public HelperConnecting {
   BudgetedConnecting(std::shared_ptr<const HelperConnecting> connecting, double& timeout,
                      std::function<Clock::time_point()> now = Clock::now);
 
+  /// What is left of the time, in seconds; below zero once it is used up.
+  double left() const { return limit_ - Seconds(now_() - begin_).count(); }
+
   /// Throws NODOHelperClientError::timedOut once the time is used up.
   std::unique_ptr<HelperConnection> privilegedConnection(
       const std::string& machServiceName) const override;
@@ -88,6 +91,9 @@ class StateAccess {
   /// The daemon's status alone. Throws what `Unavailability` explains.
   StatusReport daemonStatus() const { return daemon_.status(); }
 
+  /// What the daemon is to this user, within what is left of the time limit.
+  DaemonStanding daemonStanding() const;
+
   /// A success through the daemon also ends what the hook log says of a fallback. Minutes that no
   /// daemon could take are refused at once.
   SourcedStatus manual(const ManualRequest& request);
@@ -108,7 +114,9 @@ class StateAccess {
   SourcedStatus askOrWork(const Ask& ask, const Work& work);
 
   const ToolContext& context_;
+  std::optional<std::string> bus_;
   NODOHelperXPCClient daemon_;
+  std::shared_ptr<const BudgetedConnecting> connecting_;
   std::function<void(const std::string&)> unavailable_;
 };
 

@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/helper/HelperConnection.h>
+#include <platform/HelperMachine.h>
 #include <platform/HostMachine.h>
 #include <programs/nodoctl/terminal/Terminal.h>
 #include <programs/shared/ProgramFrame.h>
@@ -34,6 +35,9 @@ struct ToolContext {
       helperConnecting;
   /// As the platform's.
   std::function<std::optional<std::string>()> refusalOfThisProgram = [] { return std::nullopt; };
+  /// As the platform's.
+  std::function<DaemonStanding(const std::optional<std::string>& bus, Seconds limit)>
+      daemonStanding = [](const auto&, Seconds) { return DaemonStanding(); };
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
                                             .machine = nodo::hostMachine(patience),
                                             .helperConnecting = nodo::helperConnecting,
                                             .refusalOfThisProgram = nodo::refusalOfThisProgram,
+                                            .daemonStanding = nodo::daemonStanding,
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,

@@ -3,6 +3,7 @@
 import atexit
 import os
 import pathlib
+import pwd
 import queue
 import signal
 import subprocess
@@ -23,8 +24,13 @@ def start(*command, **options):
 
 
 def as_user(user):
-    """The options of a process that is another user's, or one's own for none."""
-    return {} if user is None else {"user": user, "group": user, "extra_groups": []}
+    """The options of a process that is another user's, in the groups that a login gives, or one's
+    own for none."""
+    if user is None:
+        return {}
+    known = pwd.getpwuid(user)
+    return {"user": user, "group": known.pw_gid,
+            "extra_groups": os.getgrouplist(known.pw_name, known.pw_gid)}
 
 
 def environment(**changes):

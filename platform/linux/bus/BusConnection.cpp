@@ -1,5 +1,6 @@
 #include <platform/linux/bus/BusConnection.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -96,6 +97,11 @@ void connectToChosenBus(const std::optional<std::string>& choice,
   }
 }
 
+std::chrono::milliseconds timeUntil(BusClock::time_point deadline) {
+  using std::chrono::milliseconds;
+  return std::max(std::chrono::ceil<milliseconds>(deadline - BusClock::now()), milliseconds(1));
+}
+
 BusHandle startBus(const std::string& bus, BusDescriptors descriptors) {
   const std::string address = addressOf(bus);
   const std::string action = connectingTo(bus);
@@ -186,6 +192,33 @@ void BusConnection::dropWhatOthersSent() const {
   const auto deadline = BusClock::now() + callLimit_;
   while (sd_bus_process(bus_.get(), nullptr) > 0 && BusClock::now() < deadline) {
   }
+}
+
+namespace {
+
+BusMessage askBus(const BusConnection& bus, const std::string& question, const std::string& name) {
+  constexpr BusObject busItself{.service = "org.freedesktop.DBus",
+                                .path = "/org/freedesktop/DBus",
+                                .interface = "org.freedesktop.DBus"};
+  const BusMessage call = bus.newCall(busItself, question);
+  checkSystemd(sd_bus_message_append(call.get(), "s", name.c_str()), "ask the bus");
+  return bus.send(call);
+}
+
+}  // namespace
+
+bool hasOwner(const BusConnection& bus, const std::string& name) {
+  const BusMessage reply = askBus(bus, "NameHasOwner", name);
+  int isOwned = 0;
+  checkSystemd(sd_bus_message_read(reply.get(), "b", &isOwned), "read who is there");
+  return isOwned != 0;
+}
+
+std::uint32_t userOf(const BusConnection& bus, const std::string& name) {
+  const BusMessage reply = askBus(bus, "GetConnectionUnixUser", name);
+  std::uint32_t user = 0;
+  checkSystemd(sd_bus_message_read(reply.get(), "u", &user), "read whose a name is");
+  return user;
 }
 
 }  // namespace nodo

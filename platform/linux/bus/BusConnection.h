@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-device.h>
@@ -114,6 +116,10 @@ enum class BusDescriptors { refused, taken };
 
 using BusClock = std::chrono::steady_clock;
 
+/// What is left, for a limit of a call: never nothing, by which the library means a limit of its
+/// own.
+std::chrono::milliseconds timeUntil(BusClock::time_point deadline);
+
 /// Begins to connect to `bus`, as a client; the rest is done while it is processed. Throws
 /// BusError, also when it is to be the session bus and this user has none.
 BusHandle startBus(const std::string& bus, BusDescriptors descriptors);
@@ -161,6 +167,16 @@ class BusConnection {
   BusConnection(const std::string& bus, BusLimits limits,
                 BusDescriptors descriptors = BusDescriptors::refused);
 
+  /// Over a bus that is connected already.
+  BusConnection(BusHandle bus, std::chrono::milliseconds callLimit)
+      : bus_(std::move(bus)), callLimit_(callLimit) {}
+
+  /// From now on.
+  void limitCalls(std::chrono::milliseconds limit) { callLimit_ = limit; }
+
+  /// Gives the bus back; nothing can be called any more.
+  BusHandle release() { return std::move(bus_); }
+
   /// As above. A service that is not running is not started: nodo looks at the machine, it does not
   /// change it.
   BusMessage newCall(const BusObject& object, const std::string& method) const;
@@ -176,5 +192,13 @@ class BusConnection {
   BusHandle bus_;
   std::chrono::milliseconds callLimit_;
 };
+
+// ---- who is on a bus, by the bus's own word; both throw as BusConnection::send
+
+/// Whether somebody has that name.
+bool hasOwner(const BusConnection& bus, const std::string& name);
+
+/// The user of the one who has that name.
+std::uint32_t userOf(const BusConnection& bus, const std::string& name);
 
 }  // namespace nodo

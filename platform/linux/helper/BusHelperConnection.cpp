@@ -9,8 +9,16 @@ namespace {
 
 constexpr std::uint64_t noTimeLimit = UINT64_MAX;  // the deadline of `serve` ends the wait
 
-std::string commandToStartDaemon(const std::string& bus) {
-  return bus == systemBus ? "systemctl start nodod" : "nodod --bus " + bus;
+std::string absenceOn(const std::string& bus) {
+  return "the daemon nodod is not running on " + describedBus(bus) + "; start it with '" +
+         (bus == systemBus ? "systemctl start nodod" : "nodod --bus " + bus) + "'";
+}
+
+bool isServed(ClientBus& bus, const std::string& serviceName, BusClock::time_point deadline) {
+  BusConnection connection(std::move(bus.connection), timeUntil(deadline));
+  const bool isThere = hasOwner(connection, serviceName);
+  bus.connection = connection.release();
+  return isThere;
 }
 
 void fail(const HelperConnection::ErrorHandler& failed, const std::string& reason,
@@ -23,7 +31,43 @@ bool saysThatNobodyIsThere(const sd_bus_error& error) {
                                 SD_BUS_ERROR_NAME_HAS_NO_OWNER) != 0;
 }
 
+ClientBus open(const std::string& bus, BusClock::time_point deadline) {
+  return {.connection = openBus(bus, BusDescriptors::refused, deadline),
+          .name = bus,
+          .absence = absenceOn(bus)};
+}
+
 }  // namespace
+
+ClientBus findDaemon(const std::optional<std::string>& choice, const std::string& serviceName,
+                     BusClock::time_point deadline) {
+  ClientBus found;
+  connectToChosenBus(choice, [&](const std::string& bus) { found = open(bus, deadline); });
+  if (choice || found.name != systemBus || isServed(found, serviceName, deadline)) {
+    return found;
+  }
+  // A session bus that hangs leaves time to ask on the system's, which may start the daemon.
+  const auto now = BusClock::now();
+  const auto halfTime = now + (deadline - now) / 2;
+  std::string noSessionBus;
+  try {
+    ClientBus own = open(sessionBus, halfTime);
+    if (isServed(own, serviceName, halfTime)) {
+      return own;
+    }
+  } catch (const BusTimeout&) {
+    noSessionBus = ", and the session bus does not answer";
+  } catch (const BusError& error) {
+    noSessionBus = std::string(", and ") + error.what();
+  }
+  found.absence =
+      noSessionBus.empty()
+          ? "the daemon nodod is not running on the system bus or the session bus; start it with "
+            "'systemctl start nodod', or one of your own with 'nodod --bus session'"
+          : "the daemon nodod is not running on the system bus" + noSessionBus +
+                "; start it with 'systemctl start nodod'";
+  return found;
+}
 
 class BusHelperConnection::Proxy : public NODOHelperXPCProtocol {
  public:
@@ -74,7 +118,7 @@ void BusHelperConnection::serve(BusClock::time_point deadline) {
   try {
     exchange(deadline);
   } catch (const std::exception&) {
-    bus_.reset();
+    bus_.connection.reset();
     sent_.clear();
     if (interrupted_) {
       interrupted_();
@@ -84,7 +128,7 @@ void BusHelperConnection::serve(BusClock::time_point deadline) {
 
 void BusHelperConnection::invalidate() {
   hasEnded_ = true;
-  bus_.reset();
+  bus_.connection.reset();
   asked_.clear();
   sent_.clear();
   if (const Handler told = std::exchange(invalidated_, nullptr)) {
@@ -93,37 +137,35 @@ void BusHelperConnection::invalidate() {
 }
 
 void BusHelperConnection::connect(BusClock::time_point deadline) {
-  if (bus_) {
+  if (bus_.connection) {
     return;
   }
-  connectToChosenBus(choice_, [&](const std::string& bus) {
-    busName_ = bus;
-    try {
-      bus_ = openBus(bus, BusDescriptors::refused, deadline);
-    } catch (const BusTimeout&) {
-      // One that hangs is no reason to try another.
-    }
-  });
+  try {
+    bus_ = findDaemon(choice_, serviceName_, deadline);
+  } catch (const BusTimeout&) {
+    // Whoever waits finds the time used up.
+  }
 }
 
 void BusHelperConnection::exchange(BusClock::time_point deadline) {
-  if (!bus_) {
+  sd_bus* const bus = bus_.connection.get();
+  if (bus == nullptr) {
     return;
   }
   for (const Asked& asked : std::exchange(asked_, {})) {
     send(asked);
   }
-  const std::string action = "stay connected to " + describedBus(busName_);
-  while (!sent_.empty() && processBus(bus_.get(), deadline, action)) {
+  const std::string action = "stay connected to " + describedBus(bus_.name);
+  while (!sent_.empty() && processBus(bus, deadline, action)) {
   }
 }
 
 void BusHelperConnection::send(const Asked& asked) {
   try {
-    const BusMessage call = newRequest(bus_.get(), serviceName_, asked.request);
+    const BusMessage call = newRequest(bus_.connection.get(), serviceName_, asked.request);
     sent_.push_back({.connection = *this, .asked = asked});
-    const int result =
-        sd_bus_call_async(bus_.get(), nullptr, call.get(), onAnswer, &sent_.back(), noTimeLimit);
+    const int result = sd_bus_call_async(bus_.connection.get(), nullptr, call.get(), onAnswer,
+                                         &sent_.back(), noTimeLimit);
     if (result < 0) {
       sent_.pop_back();
     }
@@ -142,7 +184,7 @@ int BusHelperConnection::onAnswer(sd_bus_message* message, void* sent, sd_bus_er
 void BusHelperConnection::hearAnswer(const Sent& sent, sd_bus_message* message) {
   const bool isError = sd_bus_message_is_method_error(message, nullptr) > 0;
   // A bus that went away leaves such an answer, too; that is for the interruption handler.
-  if (isError && sd_bus_is_open(bus_.get()) <= 0) {
+  if (isError && sd_bus_is_open(bus_.connection.get()) <= 0) {
     return;
   }
   const Asked asked = sent.asked;
@@ -163,8 +205,7 @@ void BusHelperConnection::hearAnswer(const Sent& sent, sd_bus_message* message) 
 
 std::string BusHelperConnection::explained(const sd_bus_error& error) const {
   if (saysThatNobodyIsThere(error)) {
-    return "the daemon nodod is not running on " + describedBus(busName_) + "; start it with '" +
-           commandToStartDaemon(busName_) + "'";
+    return bus_.absence;
   }
   if (sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) != 0) {
     return "the daemon nodod ended before it answered";

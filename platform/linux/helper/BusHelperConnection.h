@@ -11,6 +11,20 @@
 
 namespace nodo {
 
+/// The bus that a client asks the daemon on.
+struct ClientBus {
+  BusHandle connection;
+  std::string name;     ///< what it is called, see systemBus
+  std::string absence;  ///< for people, when no daemon answers: where it is not, how to start it
+};
+
+/// Connects to the bus that is called `choice`. Without one it is the system bus when it can be
+/// reached, unless nobody has the name `serviceName` there and somebody has it on the session bus;
+/// else it is the session bus. Starts nobody, and leaves half the time until `deadline` when only
+/// the session bus hangs. Throws BusTimeout when the bus hangs, BusError when none can be reached.
+ClientBus findDaemon(const std::optional<std::string>& choice, const std::string& serviceName,
+                     BusClock::time_point deadline);
+
 /// A connection to the daemon over D-Bus, on a bus connection of its own.
 ///
 /// Has no thread: requests are sent and answered inside `serve`, and all handlers but that of the
@@ -65,11 +79,10 @@ class BusHelperConnection : public HelperConnection {
   std::string serviceName_;
   Handler invalidated_;
   Handler interrupted_;
-  std::string busName_;  // of the one it is connected to
   bool hasEnded_ = false;
   std::vector<Asked> asked_;  // and not sent
   std::list<Sent> sent_;      // and not answered
-  BusHandle bus_;             // calls back with what was sent, so it goes first
+  ClientBus bus_;             // calls back with what was sent, so it goes first
 };
 
 }  // namespace nodo

@@ -126,6 +126,11 @@ struct ReadArguments {
   }
 };
 
+std::string sendableReason(const std::string& reason) {
+  return withoutNoncharacters(repairedUTF8(
+      reason.size() <= mostAnswerBytes ? reason : "the reason is too long for the bus"));
+}
+
 // Whether so many answers of this size wait for the bus that none should be added.
 bool isBehind(sd_bus* bus, std::size_t answerBytes) {
   std::uint64_t unsent = 0;
@@ -152,6 +157,12 @@ BusMessage newRequest(sd_bus* bus, const std::string& serviceName, const HelperR
 BusCall::BusCall(sd_bus_message* call, HelperRequest kind)
     : call_(sd_bus_message_ref(call), SystemdUnref()), kind_(std::move(kind)) {}
 
+BusCall BusCall::asking(sd_bus_message* call) {
+  BusCall question(call, StopRequest{});  // as good as any that changes something
+  question.onlyAsks_ = true;
+  return question;
+}
+
 std::string BusCall::caller() const {
   const char* sender = sd_bus_message_get_sender(call_.get());
   return sender == nullptr ? "" : sender;
@@ -173,11 +184,15 @@ void BusCall::serve(NODOHelperXPCProtocol& service) const {
                   [call = *this](const std::optional<std::string>& text) { call.answer(text); });
 }
 
-void BusCall::refuse(const char* name, const std::string& reason) const {
-  const std::string text = withoutNoncharacters(repairedUTF8(
-      reason.size() <= mostAnswerBytes ? reason : "the reason is too long for the bus"));
+void BusCall::tellPermission(const std::optional<std::string>& refusal) const {
   // Fails when the connection is gone, and the caller's answer with it.
-  sd_bus_reply_method_errorf(call_.get(), name, "%s", text.c_str());
+  sd_bus_reply_method_return(call_.get(), "bs", refusal ? 0 : 1,
+                             sendableReason(refusal.value_or("")).c_str());
+}
+
+void BusCall::refuse(const char* name, const std::string& reason) const {
+  // Fails as above.
+  sd_bus_reply_method_errorf(call_.get(), name, "%s", sendableReason(reason).c_str());
 }
 
 void BusCall::answer(const std::optional<std::string>& text) const {

@@ -14,6 +14,10 @@ namespace nodo {
 /// NODOServiceConstants::helperMachServiceName.
 inline constexpr char helperInterface[] = "com.quintavel.nodo.Helper1";
 
+/// The method that tells whether its caller may change anything, and else why not: "b s". The bus's
+/// part of the daemon answers it, so it is no HelperRequest.
+inline constexpr char permissionMethod[] = "Permission";
+
 /// The path of a service's object: "/com/example" for "com.example".
 std::string objectPath(const std::string& serviceName);
 
@@ -36,13 +40,20 @@ struct MethodOf {
 /// its texts. Throws BusError, e.g. for a text that is no UTF-8.
 BusMessage newRequest(sd_bus* bus, const std::string& serviceName, const HelperRequest& request);
 
-/// One request that came over the bus. Each has one answer at most; copies share it.
+/// One request that came over the bus, or a question for permission. Each has one answer at most;
+/// copies share it.
 class BusCall {
  public:
   /// `kind`: the request that it makes, whose arguments do not count.
   BusCall(sd_bus_message* call, HelperRequest kind);
 
+  /// A call of `permissionMethod`. It is judged as a request that changes something.
+  static BusCall asking(sd_bus_message* call);
+
   const HelperRequest& kind() const { return kind_; }
+
+  /// Whether it only asks for permission.
+  bool onlyAsks() const { return onlyAsks_; }
 
   /// The caller's unique name on the bus.
   std::string caller() const;
@@ -56,6 +67,9 @@ class BusCall {
   /// that makes no sense is answered with an error. Throws BusError for what cannot be read.
   void serve(NODOHelperXPCProtocol& service) const;
 
+  /// Answers whether the caller may change anything: it may not for that reason.
+  void tellPermission(const std::optional<std::string>& refusal) const;
+
   /// Answers with the D-Bus error `name`.
   void refuse(const char* name, const std::string& reason) const;
 
@@ -65,6 +79,7 @@ class BusCall {
 
   std::shared_ptr<sd_bus_message> call_;
   HelperRequest kind_;
+  bool onlyAsks_ = false;
 };
 
 }  // namespace nodo

@@ -16,9 +16,6 @@ constexpr std::uint32_t root = 0;
 constexpr BusObject polkit{.service = "org.freedesktop.PolicyKit1",
                            .path = "/org/freedesktop/PolicyKit1/Authority",
                            .interface = "org.freedesktop.PolicyKit1.Authority"};
-constexpr BusObject busItself{.service = "org.freedesktop.DBus",
-                              .path = "/org/freedesktop/DBus",
-                              .interface = "org.freedesktop.DBus"};
 
 CallerVerdict refuse(std::string reason) {
   return {.kind = CallerVerdict::Kind::refuse, .reason = std::move(reason)};
@@ -52,7 +49,10 @@ CallerVerdict CallerPolicy::judge(const AuthorityAnswer& answer) {
     return {.kind = CallerVerdict::Kind::serve, .reason = ""};
   }
   if (answer.needsAuthentication) {
-    return refuse(fmt::format("polkit wants an administrator's password for {}", action));
+    // The action's own default for those who came from elsewhere; the daemon has nobody asked.
+    return refuse(
+        "only somebody logged in at this computer, or a member of the group nodo, may do this; "
+        "see nodod(8)");
   }
   return refuse(fmt::format("polkit does not allow {}", action));
 }
@@ -129,30 +129,6 @@ AuthorityAnswer readPolkitAnswer(sd_bus_message* reply) {
   answer.needsAuthentication = isChallenge != 0;
   return answer;
 }
-
-namespace {
-
-BusMessage askBus(const BusConnection& bus, const std::string& question, const std::string& name) {
-  const BusMessage call = bus.newCall(busItself, question);
-  checkSystemd(sd_bus_message_append(call.get(), "s", name.c_str()), "ask the bus");
-  return bus.send(call);
-}
-
-std::uint32_t userOf(const BusConnection& bus, const std::string& name) {
-  const BusMessage reply = askBus(bus, "GetConnectionUnixUser", name);
-  std::uint32_t user = 0;
-  checkSystemd(sd_bus_message_read(reply.get(), "u", &user), "read a caller's user");
-  return user;
-}
-
-bool hasOwner(const BusConnection& bus, const std::string& name) {
-  const BusMessage reply = askBus(bus, "NameHasOwner", name);
-  int isOwned = 0;
-  checkSystemd(sd_bus_message_read(reply.get(), "b", &isOwned), "read who is there");
-  return isOwned != 0;
-}
-
-}  // namespace
 
 CallerDirectory::CallerDirectory(std::string bus) : bus_(std::move(bus)) {
   known_.reserve(mostRemembered);

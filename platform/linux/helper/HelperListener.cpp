@@ -98,6 +98,9 @@ const sd_bus_vtable* HelperListener::methods() {
                                onCall<ReconcileRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES(MethodOf()(RepairRequest()), "", "", "s", SD_BUS_PARAM(reply),
                                onCall<RepairRequest>, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD_WITH_NAMES(permissionMethod, "", "", "bs",
+                               SD_BUS_PARAM(isGranted) SD_BUS_PARAM(refusal), onPermission,
+                               SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
   return table;
 }
@@ -106,6 +109,17 @@ template <class Request>
 int HelperListener::onCall(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {
   auto& self = *static_cast<HelperListener*>(listener);
   self.loop_.protect([&self, call] { self.receive(BusCall(call, Request{})); });
+  return 1;
+}
+
+int HelperListener::onPermission(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {
+  auto& self = *static_cast<HelperListener*>(listener);
+  self.loop_.protect([&self, call] {
+    const BusCall question = BusCall::asking(call);
+    if (question.wantsAnswer()) {
+      self.receive(question);
+    }
+  });
   return 1;
 }
 
@@ -131,7 +145,7 @@ void HelperListener::receive(const BusCall& request) {
       askAuthority(request, sender.user.value());
       break;
     case CallerVerdict::Kind::refuse:
-      refuse(request, sender.user, SD_BUS_ERROR_ACCESS_DENIED, verdict.reason);
+      deny(request, sender.user, verdict.reason);
       break;
   }
 }
@@ -152,8 +166,7 @@ void HelperListener::askAuthority(const BusCall& request, std::uint32_t user) {
     waiting.question = askPolkit(bus_, request.caller(), onAuthority, &waiting);
   } catch (const BusError& error) {
     waiting_.pop_back();
-    refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED,
-           CallerPolicy::judge(AuthorityAnswer{.failure = error.what()}).reason);
+    deny(request, user, CallerPolicy::judge(AuthorityAnswer{.failure = error.what()}).reason);
   }
 }
 
@@ -187,18 +200,31 @@ void HelperListener::receiveAuthority(const Waiting& asked, sd_bus_message* repl
   waiting_.remove_if([&asked](const Waiting& each) { return &each == &asked; });
   const CallerVerdict verdict = CallerPolicy::judge(readPolkitAnswer(reply));
   if (verdict.kind != CallerVerdict::Kind::serve) {
-    refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED, verdict.reason);
+    deny(request, user, verdict.reason);
   } else if (callers_.isThere(request.caller())) {
     serve(request);
   }
 }
 
 void HelperListener::serve(const BusCall& request) {
+  if (request.onlyAsks()) {
+    request.tellPermission(std::nullopt);
+    return;
+  }
   try {
     request.serve(service_);
   } catch (const std::exception& error) {
     loop_.log(std::string("request failed: ") + error.what());
     request.refuse(SD_BUS_ERROR_FAILED, error.what());
+  }
+}
+
+void HelperListener::deny(const BusCall& request, std::optional<std::uint32_t> user,
+                          const std::string& reason) {
+  if (request.onlyAsks()) {
+    request.tellPermission(reason);  // nothing was refused that the log should tell of
+  } else {
+    refuse(request, user, SD_BUS_ERROR_ACCESS_DENIED, reason);
   }
 }
 

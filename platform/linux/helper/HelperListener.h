@@ -27,7 +27,8 @@ DaemonBus openDaemonBus(const std::optional<std::string>& choice);
 /// Offers the daemon's requests on a bus, to those who may make them.
 ///
 /// A change waits only for polkit's word about its own caller, never for that about another's. One
-/// whose caller has left meanwhile is dropped. Not thread-safe: all in the loop's thread.
+/// whose caller has left meanwhile is dropped. A question for permission goes the same way and
+/// changes nothing. Not thread-safe: all in the loop's thread.
 class HelperListener {
  public:
   /// More requests than these do not wait for polkit at a time. The bus itself usually lets a peer
@@ -58,6 +59,7 @@ class HelperListener {
   static const sd_bus_vtable* methods();
   template <class Request>
   static int onCall(sd_bus_message* call, void* listener, sd_bus_error* error);
+  static int onPermission(sd_bus_message* call, void* listener, sd_bus_error* error);
   static int onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* error);
 
   void receive(const BusCall& request);
@@ -66,6 +68,7 @@ class HelperListener {
   std::optional<std::string> reasonNotToWait(const BusCall& request, std::uint32_t user) const;
   void receiveAuthority(const Waiting& asked, sd_bus_message* reply);
   void serve(const BusCall& request);
+  void deny(const BusCall& request, std::optional<std::uint32_t> user, const std::string& reason);
   void refuse(const BusCall& request, std::optional<std::uint32_t> user, const char* error,
               const std::string& reason);
   void logCounts();

@@ -77,6 +77,15 @@ std::string Logind::blockInhibited() {
   return what;
 }
 
+bool Logind::blocksHoldForTheirUser() {
+  try {
+    askProperty("BlockWeakInhibited");
+    return true;
+  } catch (const BusRefusal&) {
+    return false;  // it has no such property
+  }
+}
+
 std::vector<Inhibitor> Logind::inhibitors() {
   constexpr char action[] = "read logind's inhibitors";
   const BusMessage reply = send(connection().newCall(logindManager, "ListInhibitors"));

@@ -51,6 +51,10 @@ class Logind {
   /// Everything that is being held up with mode "block", separated by colons.
   std::string blockInhibited();
 
+  /// Whether a block also holds for the user whose it is: since version 257, which tells since then
+  /// of blocks that do not, too.
+  bool blocksHoldForTheirUser();
+
   /// All inhibitors, in logind's order.
   std::vector<Inhibitor> inhibitors();
 

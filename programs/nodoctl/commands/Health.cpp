@@ -134,10 +134,17 @@ std::string verboseText(const HealthFacts& facts, const Environment& environment
 
 }  // namespace
 
-HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context) {
+HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context,
+                         HealthDepth depth) {
   HealthFacts facts;
   try {
-    facts.status.report = StateAccess(options, context, nullptr).daemonStatus();
+    const StateAccess state(options, context, nullptr);
+    facts.status.report = state.daemonStatus();
+    if (depth == HealthDepth::findings) {
+      DaemonStanding standing = state.daemonStanding();
+      facts.forFindings.daemonRefusal = std::move(standing.refusal);
+      facts.forFindings.daemonLetsItsUserSleep = standing.letsItsUserSleep;
+    }
   } catch (const std::exception& error) {
     facts.unavailable = Unavailability::from(error, context.refusalOfThisProgram);
   }
@@ -183,7 +190,7 @@ SetupMenuSignals setupSignals(const HealthFacts& facts) {
 }
 
 Answer perform(const DoctorCommand& command, const ToolContext& context) {
-  const HealthFacts facts = gatherHealth(command.daemon, context);
+  const HealthFacts facts = gatherHealth(command.daemon, context, HealthDepth::findings);
   const DoctorReport report(facts.status.source, facts.status.report,
                             facts.diagnostics.sleepDisabled, facts.hookFallback,
                             facts.hookInspection);

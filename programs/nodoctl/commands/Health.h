@@ -30,8 +30,12 @@ struct HealthFacts {
   std::vector<std::string> problems;  ///< the sources that failed, with the reason
 };
 
+/// How much is gathered: what a picture shows that is drawn again and again, or all.
+enum class HealthDepth { picture, findings };
+
 /// Asks the daemon and looks at this machine.
-HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context);
+HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context,
+                         HealthDepth depth);
 
 /// What could not be had and why, for standard error.
 std::vector<std::string> healthHints(const HealthFacts& facts);

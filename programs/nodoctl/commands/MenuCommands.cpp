@@ -13,7 +13,7 @@ bool writesToTerminal(const ToolContext& context) {
 }
 
 WatchView look(const DaemonOptions& daemon, const ToolContext& context) {
-  const HealthFacts facts = gatherHealth(daemon, context);
+  const HealthFacts facts = gatherHealth(daemon, context, HealthDepth::picture);
   const StatusReport& status = facts.status.report;
   WatchView view{
       .report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,

@@ -50,10 +50,9 @@ def main():
     equal(by_default(policy, "yes"), True, "allowed")
     loop.expect("request stop", "request repair")
     for answer, reason in (("no", "polkit does not allow"),
-                           ("auth_admin_keep", "polkit wants an administrator's password for")):
+                           ("auth_admin_keep", "only somebody logged in at this computer, or")):
         equal(by_default(policy, answer), False, answer)
-        contains(loop.next_error(), f"(uid {NOBODY}): {reason} com.quintavel.nodo.keep-awake",
-                 "the line")
+        contains(loop.next_error(), f"(uid {NOBODY}): {reason} ", "the line")
         loop.expect("request repair")
     end_well(loop)
 

@@ -10,7 +10,7 @@ import pathlib
 import signal
 
 import clients
-from buses import HELPER, call
+from buses import HELPER, busctl, call
 from clients import Caller, Client
 from driven import ask, end_well, refused, start_loop, the_test
 from expectations import PATIENCE, check, contains, equal, wait_until
@@ -19,6 +19,8 @@ from processes import NOBODY, Driven
 
 STRANGERS = (NOBODY, 1, 2, 3, 4)  # users that exist
 GATE = FOLDER / "gate"
+FOR_OTHERS = ("only somebody logged in at this computer, or a member of the group nodo, may do "
+              "this; see nodod(8)")
 
 
 class Polkit:
@@ -63,12 +65,37 @@ def test_polkit_is_asked_about_changes_of_others_alone(loop, polkit):
 def test_what_polkit_says_is_the_reason_of_a_refusal(loop, polkit):
     for says, reason in (
             ("no", "polkit does not allow com.quintavel.nodo.keep-awake"),
-            ("challenge",
-             "polkit wants an administrator's password for com.quintavel.nodo.keep-awake"),
+            ("challenge", FOR_OTHERS),
             ("error", "polkit cannot be asked: not\\ntoday"),
             ("never", "polkit cannot be asked: Method call timed out")):
         polkit.answer(says)
         equal(refused(loop, "Stop"), reason, f"polkit says {says}")
+        if says != "error":  # busctl shows a line end otherwise than the log does
+            equal(ask("Permission", user=NOBODY), [False, reason], f"permission by {says}")
+
+
+def test_permission_is_asked_for_as_a_change_is(loop, polkit):
+    for user in (NOBODY, None):
+        equal(ask("Permission", user=user), [True, ""], f"that of {user}")
+    equal(len(polkit.questions()), 1, "root's is no question")
+    polkit.answer("challenge")
+    equal(ask("Permission", user=NOBODY), [False, FOR_OTHERS], "that of a stranger")
+    silent = busctl("--expect-reply=no", "call", *HELPER, "Permission", user=NOBODY)
+    equal(silent.returncode, 0, "one who wants no answer is heard")
+    ask("Status")
+    loop.expect("request status")  # nothing else has reached the service
+    equal((len(polkit.questions()), loop.errors.qsize()), (2, 0), "no question, and no line")
+
+
+def test_those_who_ask_for_permission_take_the_places_of_changes(loop, polkit):
+    polkit.answer(f"late {GATE}")
+    many = Caller()
+    start_flood(loop, [many], 26)
+    error_with(loop, "too many requests of this user wait")
+    beyond = call(HELPER, "Permission", user=NOBODY)
+    check(beyond.returncode != 0, f"is not told what is not known: {beyond.stdout}")
+    contains(beyond.stderr, "too many requests of this user wait for polkit", "the error")
+    end_floods(loop, polkit, [many])
 
 
 def test_descriptors_do_not_come_in(loop, polkit):

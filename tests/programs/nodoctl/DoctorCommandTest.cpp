@@ -137,6 +137,36 @@ TEST_F(DoctorCommandTest, AStateThatCannotBeReadIsNamedAndLeftAsItIs) {
   EXPECT_EQ(folder.read(".nodo/state.json"), "[");
 }
 
+TEST_F(DoctorCommandTest, ADaemonThatRefusesThisUserIsAFailure) {
+  startBusyDaemon();
+  standing.refusal = "only for ada";
+  const Outcome outcome = run({"doctor", "--bus", "session", "--helper-timeout", "20"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.output,
+              HasSubstr("\nReady: nodo owns the macOS power lock.\n\n"
+                        "Problem: The daemon refuses requests of this user: only for ada.\n"));
+  ASSERT_EQ(standingAskedFor.size(), 1);
+  EXPECT_EQ(standingAskedFor[0].first, "session");
+  EXPECT_GT(standingAskedFor[0].second, Seconds(0));
+  EXPECT_LE(standingAskedFor[0].second, Seconds(20));
+}
+
+TEST_F(DoctorCommandTest, ADaemonOfAUsersOwnThatDoesNotProtectIsAFailure) {
+  startBusyDaemon();
+  standing.letsItsUserSleep = true;
+  const Outcome outcome = run({"doctor"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.output, HasSubstr("\nProblem: The daemon is not the system's"));
+}
+
+TEST_F(DoctorCommandTest, OnlyADaemonThatAnswersAndOnlyForTheDoctorIsAskedForMore) {
+  standing.refusal = "only for ada";
+  EXPECT_THAT(run({"doctor"}).output, Not(HasSubstr("only for ada")));
+  startBusyDaemon();
+  run({"menu"});
+  EXPECT_EQ(standingAskedFor.size(), 0);
+}
+
 TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
   startBusyDaemon();
   helper->status.snapshot.powerSource = PowerSource::battery;

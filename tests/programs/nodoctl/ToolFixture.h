@@ -13,6 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -51,6 +52,11 @@ class ToolFixture : public ::testing::Test {
                         [this](const std::optional<std::string>& asked) {
                           bus = asked;
                           return helper;
+                        },
+                    .daemonStanding =
+                        [this](const std::optional<std::string>& asked, Seconds limit) {
+                          standingAskedFor.emplace_back(asked, limit);
+                          return standing;
                         },
                     .now = [this] { return now; },
                     .output = output,
@@ -92,6 +98,9 @@ class ToolFixture : public ::testing::Test {
                           {"NODO_HOOK_LOG", (folder / "hook.log").string()}};
   std::shared_ptr<test::FakeHelper> helper = absentHelper();
   std::optional<std::string> bus;  ///< that was chosen for the last request
+  DaemonStanding standing;         ///< what the daemon is to this user
+  /// The bus and the time limit of each time that it was asked for.
+  std::vector<std::pair<std::optional<std::string>, Seconds>> standingAskedFor;
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   bool diagnosticsFail = false;

@@ -230,6 +230,123 @@ TEST_F(BusHelperConnectionTest, WithoutAChoiceItIsTheSystemBus) {
   EXPECT_EQ(statusOf(clientAt("session", patience)), "session");
 }
 
+// Without a choice of a bus; there are two, and only a test's daemons.
+class DaemonOfOnesOwnTest : public BusHelperConnectionTest {
+ protected:
+  void SetUp() override {
+    BusHelperConnectionTest::SetUp();
+    if (!IsSkipped()) {
+      own = std::make_unique<PrivateBus>();
+      system.emplace("DBUS_SYSTEM_BUS_ADDRESS", bus->address());
+      session.emplace("DBUS_SESSION_BUS_ADDRESS", own->address());
+    }
+  }
+
+  static NODOHelperXPCClient anyClient(double timeout = patience) {
+    return clientAt(std::nullopt, timeout);
+  }
+
+  std::unique_ptr<PrivateBus> own;
+  std::optional<test::EnvironmentVariable> system;
+  std::optional<test::EnvironmentVariable> session;
+};
+
+TEST_F(DaemonOfOnesOwnTest, ServesWhereTheSystemBusHasNone) {
+  const ScriptedDaemon daemon(own->address(), ScriptedDaemon::text(envelope("own")));
+  EXPECT_EQ(statusOf(anyClient()), "own");
+  EXPECT_TRUE(failureOf(clientAt("system", patience)).starts_with("not there: "));
+  const ScriptedDaemon systems(bus->address(), ScriptedDaemon::text(envelope("system")));
+  EXPECT_EQ(statusOf(anyClient()), "system");
+}
+
+TEST_F(DaemonOfOnesOwnTest, ServesLaterRequestsOfTheSameConnection) {
+  const ScriptedDaemon daemon(own->address(), ScriptedDaemon::text(envelope("own")));
+  const auto connection =
+      helperConnecting(std::nullopt)->privilegedConnection("com.quintavel.nodo.helper");
+  connection->resume();
+  const auto proxy = connection->remoteProxy([](const std::exception_ptr&) { ADD_FAILURE(); });
+  int answers = 0;
+  for (const int request : {1, 2}) {
+    proxy->stop([&](const std::optional<std::string>&) { ++answers; });
+    connection->serve(Clock::now() + std::chrono::seconds(60));
+    EXPECT_EQ(answers, request);
+  }
+  EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"Stop()", "Stop()"}));
+}
+
+TEST_F(DaemonOfOnesOwnTest, IsNamedWhenThereIsNoneEither) {
+  EXPECT_EQ(failureOf(anyClient()),
+            "not there: the daemon nodod is not running on the system bus or the session bus; "
+            "start it with 'systemctl start nodod', or one of your own with "
+            "'nodod --bus session'");
+  own->kill();
+  const std::string noBus = failureOf(anyClient());
+  EXPECT_TRUE(
+      noBus.starts_with("not there: the daemon nodod is not running on the system bus, and "
+                        "cannot connect to the session bus: "))
+      << noBus;
+  EXPECT_TRUE(noBus.ends_with("; start it with 'systemctl start nodod'")) << noBus;
+}
+
+TEST_F(DaemonOfOnesOwnTest, OnABusThatHangsDoesNotUseUpTheTime) {
+  own->hang();
+  const std::string failure = failureOf(anyClient(1));
+  EXPECT_TRUE(says(failure, "and the session bus does not answer")) << failure;
+}
+
+TEST_F(DaemonOfOnesOwnTest, IsNotAskedWhenTheSystemBusHangs) {
+  const ScriptedDaemon daemon(own->address(), ScriptedDaemon::text(envelope("own")));
+  bus->hang();
+  EXPECT_EQ(statusOf(anyClient(impatience)), "Helper request timed out");
+}
+
+// ---- what the daemon is to its caller
+
+ScriptedDaemon::Answer permission(bool isGranted, std::string reason) {
+  return [isGranted, reason = std::move(reason)](ScriptedDaemon&, sd_bus_message* request) {
+    sd_bus_reply_method_return(request, "bs", isGranted ? 1 : 0, reason.c_str());
+  };
+}
+
+class DaemonStandingTest : public BusHelperConnectionTest {
+ protected:
+  std::optional<std::string> refusal(double limit = patience) const {
+    return daemonStanding(bus->address(), Seconds(limit)).refusal;
+  }
+};
+
+TEST_F(DaemonStandingTest, ARefusalIsToldWithItsReason) {
+  const ScriptedDaemon daemon(bus->address(), permission(false, "not for uid 7"));
+  EXPECT_EQ(refusal(), "not for uid 7");
+  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Permission()"});
+}
+
+TEST_F(DaemonStandingTest, APermissionIsNoRefusal) {
+  const ScriptedDaemon daemon(bus->address(), permission(true, ""));
+  EXPECT_EQ(refusal(), std::nullopt);
+}
+
+TEST_F(DaemonStandingTest, WhatIsNotKnownIsNoRefusal) {
+  EXPECT_EQ(refusal(), std::nullopt) << "without a daemon";
+  for (const ScriptedDaemon::Answer& answer :
+       {ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Permission"),
+        ScriptedDaemon::number(), ScriptedDaemon::death()}) {
+    const ScriptedDaemon daemon(bus->address(), answer);
+    EXPECT_EQ(refusal(), std::nullopt);
+    EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Permission()"});
+  }
+  EXPECT_EQ(daemonStanding("no:address", Seconds(patience)).refusal, std::nullopt);
+}
+
+TEST_F(DaemonStandingTest, ADaemonOrABusThatHangsIsGivenUpInTime) {
+  const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::silence());
+  const auto begin = Clock::now();
+  EXPECT_EQ(refusal(impatience), std::nullopt);
+  bus->hang();
+  EXPECT_EQ(refusal(impatience), std::nullopt);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+}
+
 TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
   const test::TemporaryFolder folder;
   const std::string nothing = "unix:path=" + (folder / "nothing").string();
