@@ -39,7 +39,13 @@ FileDescriptor lockOwnState(const StateStore& store) {
   constexpr std::chrono::seconds patience(1);
   const std::filesystem::path name = store.directory / "nodoctl.lock";
   makeFolderOfOwner(store.directory);
-  FileDescriptor lock = openLocked(name, O_CREAT, patience);
+  FileDescriptor lock = openLocked(name, 0, patience);
+  if (!lock && errno == ENOENT) {
+    lock = openLocked(name, O_CREAT, patience);
+    if (lock) {
+      giveToOwnerOfFolder(name);
+    }
+  }
   if (!lock && errno == EWOULDBLOCK) {
     throw std::runtime_error("another nodoctl has been changing the state in " +
                              store.directory.string() +
@@ -48,7 +54,6 @@ FileDescriptor lockOwnState(const StateStore& store) {
   if (!lock) {
     throwErrno("Unable to lock", store.stateURL().string());
   }
-  giveToOwnerOfFolder(name);
   return lock;
 }
 

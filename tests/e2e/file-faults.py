@@ -190,6 +190,7 @@ def fail_each_call(world, ways):
 def fill_with_state(world):
     world.file(".nodo/state.json", "{}", 0o600, owner=12345)
     world.share(".nodo/state.json")
+    world.file(".nodo/nodoctl.lock", "", 0o600)
 
 
 def fill_with_narrow_state(world):
