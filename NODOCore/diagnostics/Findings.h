@@ -2,6 +2,9 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
+#include <NODOCore/diagnostics/AgentRequests.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
+#include <NODOCore/hooks/HookObstacles.h>
 
 #include <array>
 #include <optional>
@@ -16,12 +19,26 @@ class JSONValue;
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
 enum class FindingKind {
-  hooksPaused,  ///< a person said "not now"
+  hooksPaused,        ///< a person said "not now"
+  hooksUnreadable,    ///< an agent's file cannot be read or understood
+  hookScriptMissing,  ///< as HookObstacleKind's, from here on
+  hookToolMissing,
+  hooksSwitchedOff,
+  hooksNotTrusted,
+  hooksElsewhere,
+  agentSilent,  ///< an agent has run for long and asked for nothing
 };
 
 template <>
 struct EnumTexts<FindingKind> {
-  static constexpr std::array cases{EnumText{FindingKind::hooksPaused, "hooksPaused"}};
+  static constexpr std::array cases{EnumText{FindingKind::hooksPaused, "hooksPaused"},
+                                    EnumText{FindingKind::hooksUnreadable, "hooksUnreadable"},
+                                    EnumText{FindingKind::hookScriptMissing, "hookScriptMissing"},
+                                    EnumText{FindingKind::hookToolMissing, "hookToolMissing"},
+                                    EnumText{FindingKind::hooksSwitchedOff, "hooksSwitchedOff"},
+                                    EnumText{FindingKind::hooksNotTrusted, "hooksNotTrusted"},
+                                    EnumText{FindingKind::hooksElsewhere, "hooksElsewhere"},
+                                    EnumText{FindingKind::agentSilent, "agentSilent"}};
 };
 
 /// Whether a finding keeps nodo from its work.
@@ -37,8 +54,8 @@ struct EnumTexts<FindingSeverity> {
 struct Finding {
   FindingKind kind = FindingKind::hooksPaused;
   FindingSeverity severity = FindingSeverity::note;
-  std::string what;   ///< one sentence; no control characters
-  std::string toDo;   ///< one sentence; no control characters
+  std::string what;  ///< one sentence; no control characters
+  std::string toDo;  ///< one sentence; no control characters
 
   bool operator==(const Finding&) const = default;
 };
@@ -51,13 +68,19 @@ void decode(const JSONReader& from, Finding& finding);
 struct FindingFacts {
   Date now;
   std::optional<Date> hooksPausedUntil;
+  std::vector<AgentHookTargetInspection> unreadableHooks;  ///< each with its error
+  std::vector<HookObstacle> hookObstacles;
+  std::vector<SilentAgent> silentAgents;
 };
 
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
 std::vector<Finding> findings(const FindingFacts& facts);
 
-/// The findings for people: two lines for each, with a line feed at the end of each. None of them
-/// is like a line that the hook script looks for in the doctor's report.
+/// The findings for people: two lines for each, with a line feed at the end of each.
 std::string findingsText(const std::vector<Finding>& findings);
+
+/// `text` without what the hook script searches the doctor's output for: a path, a process or an
+/// error that holds such words must not pass for the report's. A colon in them is spelt "\u{3a}".
+std::string unlikeReport(std::string text);
 
 }  // namespace nodo

@@ -118,7 +118,29 @@ AgentHookSetupInspection inspection() {
   for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
     found.targets.push_back({target, "/h/x", AgentHookComponentStatus::current});
   }
+  found.targets.back().error = "no";
   return found;
+}
+
+std::vector<Finding> findingsOfAllKinds() {
+  std::vector<Finding> all;
+  for (const FindingKind kind : allCases<FindingKind>()) {
+    for (const FindingSeverity severity : allCases<FindingSeverity>()) {
+      all.push_back({.kind = kind, .severity = severity, .what = "a", .toDo = "b"});
+    }
+  }
+  return all;
+}
+
+template <class Document>
+JSONValue withFindings(const Document& document) {
+  JSONValue value = encode(document);
+  value.setMember("findings", encode(findingsOfAllKinds()));
+  return value;
+}
+
+void print(std::string_view schema, const JSONValue& document) {
+  std::cout << schema << '\t' << jsonText(document, JSONLayout::compact) << '\n';
 }
 
 template <class Document>
@@ -130,8 +152,8 @@ void printDoctorReports() {
   const AgentHookFallbackStatus fallback{
       .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
   const std::string schema = "doctor-report";
-  print(schema,
-        DoctorReport(DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()));
+  print(schema, withFindings(DoctorReport(DoctorStatusSource::helper, fullStatus(), true, fallback,
+                                          inspection())));
   print(schema, DoctorReport(DoctorStatusSource::local, bareStatus(), {}, {}, {}));
   print(schema, DoctorReport(DoctorStatusSource::helper, bareStatus(), false,
                              AgentHookFallbackStatus(), {}));
@@ -171,7 +193,7 @@ void printDocuments() {
   print("agents", agentsOfAllKinds());
   print("agents", std::vector<AgentProcess>());
   print("hook-install-reports", reports());
-  print("hook-inspection", inspection());
+  print("hook-inspection", withFindings(inspection()));
   print("hook-inspection",
         AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"});
   printDoctorReports();
