@@ -5,6 +5,7 @@
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -35,8 +36,10 @@ struct HostMachine {
   };
 };
 
-/// The machine that this process runs on. Tools that it is asked by have a time limit. Makes
-/// nothing but objects: the machine is looked at when they are asked.
-HostMachine hostMachine();
+/// The machine that this process runs on. Tools that it is asked by have a time limit. A service
+/// that has not answered within `patience` is left alone for a second, so that a hung one costs
+/// that only once where several senses are asked in turn. Makes nothing but objects: the machine is
+/// looked at when they are asked.
+HostMachine hostMachine(std::chrono::milliseconds patience = std::chrono::milliseconds(500));
 
 }  // namespace nodo

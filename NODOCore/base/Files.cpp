@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <random>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -56,6 +57,18 @@ auto uninterrupted(const Call& call) {
 
 FileDescriptor openUninterrupted(const fs::path& path, int flags, mode_t mode = 0) {
   return FileDescriptor(uninterrupted([&] { return ::open(path.c_str(), flags, mode); }));
+}
+
+// As flock, which can wait for ever or not at all.
+bool lockBefore(std::chrono::steady_clock::time_point deadline, const FileDescriptor& file) {
+  constexpr std::chrono::milliseconds interval(2);
+  while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EINTR && (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline)) {
+      return false;
+    }
+    std::this_thread::sleep_for(interval);
+  }
+  return true;
 }
 
 // Throws the error of the current errno, of an attempt that has not changed the file at `path`.
@@ -293,6 +306,18 @@ fs::path finalTarget(fs::path path) {
 constexpr int mostAttempts = 10;
 
 }  // namespace
+
+FileDescriptor openLocked(const fs::path& path, int flags, std::chrono::milliseconds patience) {
+  constexpr mode_t ownersAlone = 0600;
+  FileDescriptor file =
+      openUninterrupted(path, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, ownersAlone);
+  if (file && !lockBefore(std::chrono::steady_clock::now() + patience, file)) {
+    const int failure = errno;
+    file.reset();
+    errno = failure;
+  }
+  return file;
+}
 
 std::string readToEnd(const FileDescriptor& descriptor, const std::string& name) {
   std::string content;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -36,6 +37,13 @@ class FileDescriptor {
  private:
   int descriptor_ = -1;
 };
+
+/// Opens the file at `path` for reading and writing, with `flags` beside (O_CREAT makes it, for its
+/// owner alone), and locks it (flock(2)) until the last copy of the descriptor is closed. Neither a
+/// symbolic link in its place is followed nor a pipe waited for. None, with errno set, when that
+/// fails: EWOULDBLOCK when for all of `patience` somebody else has had it locked.
+FileDescriptor openLocked(const std::filesystem::path& path, int flags,
+                          std::chrono::milliseconds patience = {});
 
 /// Reads `descriptor` to its end, in blocking reads that an interrupting signal does not disturb.
 /// `name` is for the error's text. Throws std::system_error.

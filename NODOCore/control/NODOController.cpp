@@ -41,6 +41,11 @@ void endTimer(NODOState& state, const std::string& stopReason, Date now) {
   state.updatedAt = now;
 }
 
+void resetState(NODOState& state, Date now) {
+  endTimer(state, reason::repair, now);
+  state.ownsSleepDisable = false;
+}
+
 StatusReport NODOController::status(Date now) const {
   return report(store.load(), now);
 }
@@ -79,8 +84,7 @@ StatusReport NODOController::repairState(Date now) const {
 
 NODOState NODOController::reset(Date now) const {
   NODOState state = store.load();
-  endTimer(state, reason::repair, now);
-  state.ownsSleepDisable = false;
+  resetState(state, now);
   store.save(state);
   return state;
 }

@@ -95,6 +95,9 @@ bool setTimer(NODOState& state, std::int64_t minutes, bool extendOnly,
 /// Ends the timer of `state` and forgets the trackers.
 void endTimer(NODOState& state, const std::string& stopReason, Date now);
 
+/// Resets `state` but for its histories, as `NODOController::repairState` says.
+void resetState(NODOState& state, Date now);
+
 /// How many power operations the state's history keeps.
 inline constexpr std::size_t maxPowerOperationHistory = 20;
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -18,13 +17,14 @@ constexpr std::string_view text =
 
 }  // namespace
 
-LockMark::LockMark(std::filesystem::path path) : path_(std::move(path)), file_(openLocked(0)) {}
+LockMark::LockMark(std::filesystem::path path)
+    : path_(std::move(path)), file_(openLocked(path_, 0)) {}
 
 void LockMark::set() {
   if (file_) {
     return;
   }
-  FileDescriptor file = openLocked(O_CREAT);
+  FileDescriptor file = openLocked(path_, O_CREAT);
   if (!file) {
     throwErrno("Unable to mark the sleep lock as nodo's in", path_.string());
   }
@@ -50,18 +50,6 @@ void LockMark::remove() {
   }
   file_.reset();
   syncFolder(path_.parent_path());
-}
-
-// None, with errno set, when there is none or a process that lives has it.
-FileDescriptor LockMark::openLocked(int flags) const {
-  FileDescriptor file(
-      ::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, 0600));
-  if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    const int failure = errno;
-    file.reset();
-    errno = failure;
-  }
-  return file;
 }
 
 }  // namespace nodo

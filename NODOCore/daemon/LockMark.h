@@ -28,8 +28,6 @@ class LockMark {
   void remove();
 
  private:
-  FileDescriptor openLocked(int flags) const;
-
   std::filesystem::path path_;
   FileDescriptor file_;
 };

@@ -95,9 +95,9 @@ std::vector<Finding> findings(const FindingFacts& facts) {
   };
   if (facts.hooksPausedUntil) {
     add(FindingKind::hooksPaused, FindingSeverity::note,
-        fmt::format("The hooks are paused until {}.",
+        fmt::format("The agents' hooks are paused until {}.",
                     clockText(*facts.hooksPausedUntil, facts.now)),
-        "'nodoctl resume' lets them ask at once.");
+        "'nodoctl resume' ends that.");
   }
   for (const AgentHookTargetInspection& target : facts.unreadableHooks) {
     add(FindingKind::hooksUnreadable, FindingSeverity::warning,
@@ -119,6 +119,12 @@ std::vector<Finding> findings(const FindingFacts& facts) {
     return finding.severity == FindingSeverity::warning;
   });
   return found;
+}
+
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings) {
+  JSONValue document = encode(report);
+  document.setMember("findings", encode(findings));
+  return document;
 }
 
 std::string findingsText(const std::vector<Finding>& findings) {

@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/diagnostics/AgentRequests.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookObstacles.h>
 
@@ -12,9 +13,6 @@
 #include <vector>
 
 namespace nodo {
-
-class JSONReader;
-class JSONValue;
 
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
@@ -75,6 +73,9 @@ struct FindingFacts {
 
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
 std::vector<Finding> findings(const FindingFacts& facts);
+
+/// The health check as programs read it: the report's members and, last, "findings".
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings);
 
 /// The findings for people: two lines for each, with a line feed at the end of each.
 std::string findingsText(const std::vector<Finding>& findings);

@@ -219,7 +219,8 @@ has_python() {
 
 # Sets SESSION, PROJECT and EVENT to what the payload says of them, each as one short line: of the keys
 # in its argument, those of the first that has a value which says something. Isolated (-I), as python3
-# would otherwise import a json.py that lies in the agent's folder.
+# would otherwise import a json.py that lies in the agent's folder. What stands for python3 may be a
+# version manager that takes its time: these words are not worth more than half a second.
 json_values() {
   local program='
 import json, os, sys
@@ -248,7 +249,7 @@ for keys in os.environ["JSON_KEYS"].split(","):
             break
     sys.stdout.buffer.write(b"\n")
 '
-  local keys key sought="" list=""
+  local keys key sought="" list="" python limit=0.5
   SESSION="" PROJECT="" EVENT=""
   for keys in "$@"; do
     for key in $keys; do
@@ -260,11 +261,20 @@ for keys in os.environ["JSON_KEYS"].split(","):
     list+=,
   done
   if [[ -n $sought ]] && has_python; then
+    if [[ ${BASH_VERSINFO[0]} -lt 4 ]]; then
+      limit=1 # which counts in whole seconds only
+    fi
     {
-      IFS= read -r SESSION
-      IFS= read -r PROJECT
-      IFS= read -r EVENT
-    } < <(printf '%s' "$HOOK_PAYLOAD" | JSON_KEYS=$list python3 -I -S -c "$program")
+      read -r python
+      if IFS= read -r -t "$limit" SESSION; then
+        IFS= read -r PROJECT
+        IFS= read -r EVENT
+      else
+        SESSION=""
+        kill "$python"
+      fi
+    } < <(printf '%s' "$HOOK_PAYLOAD" |
+      JSON_KEYS=$list /bin/sh -c 'echo "$$"; exec python3 -I -S -c "$0"' "$program")
   fi
 }
 

@@ -10,23 +10,45 @@
 namespace nodo {
 namespace {
 
-// A person and an agent's hook both wait for the answer.
-constexpr BusLimits logindLimits{.connecting = std::chrono::milliseconds(500),
-                                 .call = std::chrono::milliseconds(500)};
+// logind as the senses ask it, one after another.
+class LogindSense {
+ public:
+  explicit LogindSense(std::chrono::milliseconds patience)
+      : logind_({.connecting = patience, .call = patience}) {}
 
-std::optional<bool> readLid(Logind& logind) {
+  // What `question` gives of it. Throws BusError.
+  template <class Question>
+  auto ask(const Question& question) {
+    if (BusClock::now() < silentUntil_) {
+      throw BusTimeout("it has just not answered");
+    }
+    try {
+      return question(logind_);
+    } catch (const BusTimeout&) {
+      silentUntil_ = BusClock::now() + std::chrono::seconds(1);
+      throw;
+    }
+  }
+
+ private:
+  Logind logind_;
+  BusClock::time_point silentUntil_;
+};
+
+std::optional<bool> readLid(LogindSense& logind) {
   try {
-    return logind.isLidClosed();
+    return logind.ask([](Logind& asked) { return asked.isLidClosed(); });
   } catch (const BusError&) {
     return std::nullopt;  // no logind, so nobody who could tell
   }
 }
 
-SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
+SleepDiagnosticsReading readDiagnostics(LogindSense& logind, Date now) {
   try {
-    const auto inhibitors = logind.inhibitors();
+    const auto inhibitors = logind.ask([](Logind& asked) { return asked.inhibitors(); });
+    const std::string blocked = logind.ask([](Logind& asked) { return asked.blockInhibited(); });
     const std::uint32_t ownUser = ::geteuid();
-    return {.report = logindDiagnostics(inhibitors, logind.blockInhibited(), ownUser, now),
+    return {.report = logindDiagnostics(inhibitors, blocked, ownUser, now),
             .lockHolder = sleepLockHolder(inhibitors, ownUser),
             .hint = std::nullopt};
   } catch (const BusError& error) {
@@ -40,8 +62,8 @@ SleepDiagnosticsReading readDiagnostics(Logind& logind, Date now) {
 
 }  // namespace
 
-HostMachine hostMachine() {
-  const auto logind = std::make_shared<Logind>(logindLimits);
+HostMachine hostMachine(std::chrono::milliseconds patience) {
+  const auto logind = std::make_shared<LogindSense>(patience);
   return {.processListing = std::make_shared<ProcProcessListing>(),
           .snapshotProvider =
               std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),

@@ -6,7 +6,7 @@
 
 namespace nodo {
 
-HostMachine hostMachine() {
+HostMachine hostMachine([[maybe_unused]] std::chrono::milliseconds patience) {
   const auto runner = std::make_shared<ProcessCommandRunner>(toolTimeLimit);
   const SleepDiagnosticsInspector inspector{runner};
   return {.processListing = std::make_shared<PSProcessListing>(toolTimeLimit),

@@ -47,6 +47,13 @@ struct StopCommand {
   bool json = false;
 };
 
+struct PauseCommand {
+  DaemonOptions daemon;
+  std::int64_t minutes = 60;
+};
+
+struct ResumeCommand {};
+
 struct RepairCommand {
   DaemonOptions daemon;
   bool json = false;
@@ -130,10 +137,10 @@ struct CompleteCommand {
 
 /// What one command line asks for.
 using Invocation =
-    std::variant<StatusCommand, ManualCommand, StopCommand, RepairCommand, ReconcileCommand,
-                 DoctorCommand, DiagnosticsCommand, AgentsCommand, HooksInstallCommand,
-                 HooksUninstallCommand, HooksInspectCommand, MenuCommand, WatchCommand, RunCommand,
-                 CompletionCommand, CompleteCommand>;
+    std::variant<StatusCommand, ManualCommand, StopCommand, PauseCommand, ResumeCommand,
+                 RepairCommand, ReconcileCommand, DoctorCommand, DiagnosticsCommand, AgentsCommand,
+                 HooksInstallCommand, HooksUninstallCommand, HooksInspectCommand, MenuCommand,
+                 WatchCommand, RunCommand, CompletionCommand, CompleteCommand>;
 
 using ParsedCommandLine = std::variant<Invocation, HelpText, UsageError>;
 

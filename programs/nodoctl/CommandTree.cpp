@@ -1,6 +1,7 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Text.h>
+#include <NODOCore/hooks/HookPause.h>
 #include <programs/nodoctl/CommandLine.h>
 
 #include <algorithm>
@@ -18,6 +19,45 @@ std::int64_t wholeNumber(const std::string& text) {
     throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
   }
   return *number;
+}
+
+// A length of time as people write it: 30, 30m, 1h, 1h30m.
+std::optional<std::int64_t> minutesIn(std::string_view text) {
+  const auto number = [](std::string_view digits) {
+    const auto value = integerFromText<std::int32_t>(digits);
+    return value && *value >= 0 ? std::optional<std::int64_t>(*value) : std::nullopt;
+  };
+  constexpr std::int64_t minutesPerHour = 60;
+  const auto hoursEnd = text.find('h');
+  std::int64_t hours = 0;
+  if (hoursEnd != std::string_view::npos) {
+    const auto before = number(text.substr(0, hoursEnd));
+    if (!before) {
+      return std::nullopt;
+    }
+    hours = *before;
+    text.remove_prefix(hoursEnd + 1);
+    if (text.empty()) {
+      return hours * minutesPerHour;
+    }
+  }
+  if (text.ends_with('m')) {
+    text.remove_suffix(1);
+  }
+  const auto minutes = number(text);
+  return minutes ? std::optional(hours * minutesPerHour + *minutes) : std::nullopt;
+}
+
+std::int64_t pauseMinutes(const std::string& text) {
+  const auto minutes = minutesIn(text);
+  if (!minutes || *minutes < 1) {
+    throw CLI::ValidationError("\"" + text + "\" is no length of time; write 30, 30m, 1h or 1h30m");
+  }
+  if (*minutes > mostPauseMinutes) {
+    throw CLI::ValidationError(
+        "hooks can be paused for 24 hours at most; 'nodoctl hooks uninstall' takes them away");
+  }
+  return *minutes;
 }
 
 double seconds(const std::string& option, const std::string& text) {
@@ -94,6 +134,9 @@ class TreeBuilder {
     add<StatusCommand>(app, "status", "Show whether the computer is kept awake, and why");
     add<ManualCommand>(app, "manual", "Keep the computer awake for some minutes");
     add<StopCommand>(app, "stop", "End the timer, so that the computer may sleep");
+    add<PauseCommand>(app, "pause",
+                      "End the timer, and keep agents' hooks from asking for a while");
+    add<ResumeCommand>(app, "resume", "End a pause, so that hooks ask again");
     add<RepairCommand>(app, "repair",
                        "Reset the state after something went wrong; the histories are kept");
     add<ReconcileCommand>(app, "reconcile", "Bring the sleep lock in line with the decision, once");
@@ -189,6 +232,17 @@ class TreeBuilder {
     addJSON(app, manual.json);
     addDaemonOptions(app);
   }
+
+  void addOptions(CLI::App& app, PauseCommand& pause) {
+    app.add_option_function<std::string>(
+           "duration", [&pause](const std::string& text) { pause.minutes = pauseMinutes(text); },
+           "For how long: 30, 30m, 1h or 1h30m, up to 24h (default: 1h)")
+        ->type_name("DURATION");
+    addDaemonOptions(app);
+    app.footer("Only your own hooks are kept from asking; you can still ask by hand.");
+  }
+
+  static void addOptions(CLI::App& /*app*/, ResumeCommand& /*resume*/) {}
 
   void addOptions(CLI::App& app, ReconcileCommand& reconcile) {
     app.add_flag("--simulate", reconcile.simulate,

@@ -1,15 +1,21 @@
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Files.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/hooks/HookFiles.h>
 #include <NODOCore/power/PowerManaging.h>
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/shared/ProgramFrame.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <limits>
 #include <stdexcept>
 #include <utility>
+
+#include <fcntl.h>
 
 namespace nodo::nodoctl {
 namespace {
@@ -25,6 +31,38 @@ StateStore userStore(const Environment& environment) {
 // Minutes whose seconds a whole number cannot hold are none that any policy allows.
 bool canBeAllowed(std::int64_t minutes) {
   return minutes > 0 && minutes <= std::numeric_limits<std::int64_t>::max() / 60;
+}
+
+// While it lives no other nodoctl changes the user's own state.
+FileDescriptor lockOwnState(const StateStore& store) {
+  // A change takes milliseconds, and an agent waits for this.
+  constexpr std::chrono::seconds patience(1);
+  const std::filesystem::path name = store.directory / "nodoctl.lock";
+  makeFolderOfOwner(store.directory);
+  FileDescriptor lock = openLocked(name, O_CREAT, patience);
+  if (!lock && errno == EWOULDBLOCK) {
+    throw std::runtime_error("another nodoctl has been changing the state in " +
+                             store.directory.string() +
+                             " for a second, so nothing was changed; try again");
+  }
+  if (!lock) {
+    throwErrno("Unable to lock", name.string());
+  }
+  giveToOwnerOfFolder(name);
+  return lock;
+}
+
+// Loads the controller's state, changes it, and saves it where `change` says that it did: as one
+// step, so that of two programs at once neither loses what the other did.
+StatusReport changeOwnState(const NODOController& controller, Date now,
+                            const std::function<bool(NODOState&)>& change) {
+  FileDescriptor lock = lockOwnState(controller.store);
+  NODOState state = controller.store.load();
+  if (change(state)) {
+    controller.store.save(state);
+  }
+  lock.reset();  // to look at the machine takes longer
+  return controller.report(state, now);
 }
 
 void endFallback(const ToolContext& context) {
@@ -115,8 +153,11 @@ SourcedStatus StateAccess::status() {
 
 SourcedStatus StateAccess::manual(const ManualRequest& request) {
   const Work work = [&](const NODOController& controller) {
-    return controller.enableManual(request.minutes, context_.now(), request.extendOnly,
-                                   request.requester);
+    const Date now = context_.now();
+    controller.requireDuration(request.minutes);
+    return changeOwnState(controller, now, [&](NODOState& state) {
+      return setTimer(state, request.minutes, request.extendOnly, request.requester, now);
+    });
   };
   if (!canBeAllowed(request.minutes)) {
     return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
@@ -134,15 +175,25 @@ SourcedStatus StateAccess::manual(const ManualRequest& request) {
 }
 
 SourcedStatus StateAccess::stop() {
-  return askOrWork(
-      [](const NODOHelperXPCClient& daemon) { return daemon.stop(); },
-      [this](const NODOController& controller) { return controller.stop(context_.now()); });
+  return askOrWork([](const NODOHelperXPCClient& daemon) { return daemon.stop(); },
+                   [this](const NODOController& controller) {
+                     const Date now = context_.now();
+                     return changeOwnState(controller, now, [now](NODOState& state) {
+                       endTimer(state, reason::userStop, now);
+                       return true;
+                     });
+                   });
 }
 
 SourcedStatus StateAccess::repair() {
-  return askOrWork(
-      [](const NODOHelperXPCClient& daemon) { return daemon.repair(); },
-      [this](const NODOController& controller) { return controller.repairState(context_.now()); });
+  return askOrWork([](const NODOHelperXPCClient& daemon) { return daemon.repair(); },
+                   [this](const NODOController& controller) {
+                     const Date now = context_.now();
+                     return changeOwnState(controller, now, [now](NODOState& state) {
+                       resetState(state, now);
+                       return true;
+                     });
+                   });
 }
 
 DaemonRunReport StateAccess::reconcile() {
@@ -157,7 +208,9 @@ DaemonRunReport StateAccess::reconcile() {
 
 DaemonRunReport StateAccess::simulatedReconcile() {
   NoopPowerManager nobody;
-  return localController(context_).reconcile(nobody, std::nullopt, context_.now());
+  const NODOController controller = localController(context_);
+  const FileDescriptor lock = lockOwnState(controller.store);
+  return controller.reconcile(nobody, std::nullopt, context_.now());
 }
 
 }  // namespace nodo::nodoctl

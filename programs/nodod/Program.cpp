@@ -11,7 +11,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace nodo::nodod {
@@ -94,17 +93,13 @@ void run(const Options& options, const DaemonContext& context) {
 StateFolderLock::StateFolderLock(const std::filesystem::path& folder) {
   makePrivateFolder(folder);
   const std::filesystem::path name = folder / "nodod.lock";
-  file_ = FileDescriptor(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!file_) {
-    throwErrno("Unable to open", name.string());
-  }
-  if (::flock(file_.get(), LOCK_EX | LOCK_NB) == 0) {
-    return;
-  }
-  if (errno == EWOULDBLOCK) {
+  file_ = openLocked(name, O_CREAT);
+  if (!file_ && errno == EWOULDBLOCK) {
     throw std::runtime_error("another nodod works on the state in " + folder.string());
   }
-  throwErrno("Unable to lock", name.string());
+  if (!file_) {
+    throwErrno("Unable to lock", name.string());
+  }
 }
 
 int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context) {

@@ -1,7 +1,11 @@
 #include <NODOCore/base/Files.h>
+#include <testing/TemporaryFolder.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <future>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -84,6 +88,38 @@ TEST(FileDescriptorTest, AFailedReadNamesWhatWasRead) {
     EXPECT_TRUE(std::string(error.what()).starts_with("Unable to read the battery"))
         << error.what();
   }
+}
+
+TEST(FileDescriptorTest, OneAtATimeHasAFileLocked) {
+  const test::TemporaryFolder folder;
+  const auto path = folder / "lock";
+  EXPECT_FALSE(openLocked(path, 0));
+  EXPECT_EQ(errno, ENOENT);
+  FileDescriptor first = openLocked(path, O_CREAT);
+  EXPECT_TRUE(first);
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+  EXPECT_FALSE(openLocked(path, O_CREAT));
+  EXPECT_EQ(errno, EWOULDBLOCK);
+  first.reset();
+  EXPECT_TRUE(openLocked(path, 0));
+}
+
+TEST(FileDescriptorTest, WhoeverIsPatientHasItLockedAfterTheOther) {
+  const test::TemporaryFolder folder;
+  const auto path = folder / "lock";
+  FileDescriptor first = openLocked(path, O_CREAT);
+  auto second =
+      std::async(std::launch::async, [&] { return openLocked(path, 0, std::chrono::minutes(1)); });
+  first.reset();
+  EXPECT_TRUE(second.get());
+}
+
+TEST(FileDescriptorTest, ALinkInItsPlaceIsNotFollowed) {
+  const test::TemporaryFolder folder;
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "link");
+  EXPECT_FALSE(openLocked(folder / "link", O_CREAT));
+  EXPECT_EQ(errno, ELOOP);
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
 }
 
 }  // namespace

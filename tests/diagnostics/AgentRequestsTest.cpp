@@ -53,9 +53,8 @@ TEST_F(AgentRequestsTest, TheLastRequestOfEachAgentIsKnownByItsName) {
   ask("Claude Code", minutes(7));
   ask("claude code", minutes(3));
   ask("cron", minutes(1));
-  EXPECT_THAT(lastRequests(report.state),
-              ElementsAre(Pair(AgentKind::claudeCode, now - minutes(7)),
-                          Pair(AgentKind::codex, now - minutes(50))));
+  EXPECT_THAT(lastRequests(report.state), ElementsAre(Pair(AgentKind::claudeCode, now - minutes(7)),
+                                                      Pair(AgentKind::codex, now - minutes(50))));
 }
 
 TEST_F(AgentRequestsTest, AnAgentThatAskedSinceItStartedIsNotSilent) {

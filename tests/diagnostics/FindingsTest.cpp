@@ -32,8 +32,8 @@ TEST(FindingsTest, APauseIsToldWithItsEndAndTheWayOut) {
   EXPECT_EQ(found[0].kind, FindingKind::hooksPaused);
   EXPECT_EQ(found[0].severity, FindingSeverity::note);
   EXPECT_EQ(findingsText(found),
-            "Note: The hooks are paused until 09:15.\n"
-            "  'nodoctl resume' lets them ask at once.\n");
+            "Note: The agents' hooks are paused until 09:15.\n"
+            "  'nodoctl resume' ends that.\n");
 }
 
 TEST(FindingsTest, AFileThatCannotBeReadIsAWarningWithItsReason) {

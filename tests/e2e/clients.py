@@ -205,9 +205,10 @@ def ask_at_once(_bus, count):
     say(sum(answer.startswith("answer ") for answer in answers))
 
 
-def hang_as_the_daemon(bus):
-    """Has the daemon's name, and never answers."""
-    bus.request_name(HELPER[0])
+def hang_as(bus, *names):
+    """Has those names, and never answers."""
+    for name in names:
+        bus.request_name(name)
     say("ready")
     signal.pause()
 

@@ -17,9 +17,10 @@ import time
 from expectations import PATIENCE, check, equal, skip
 from tool_world import Terminal
 
-COMMANDS = ["status", "manual", "stop", "repair", "reconcile", "doctor", "diagnostics", "agents",
-            "hooks", "menu", "watch", "run", "completion"]
+COMMANDS = ["status", "manual", "stop", "pause", "resume", "repair", "reconcile", "doctor",
+            "diagnostics", "agents", "hooks", "menu", "watch", "run", "completion"]
 OPTIONS = ["--help", "--version", "--helper-timeout", "--bus"]
+RESUME = "End a pause, so that hooks ask again"
 REPAIR = "Reset the state after something went wrong; the histories are kept"
 RECONCILE = "Bring the sleep lock in line with the decision, once"
 BASH_COMPLETION = "/usr/share/bash-completion/bash_completion"
@@ -169,7 +170,7 @@ def in_bash(home):
     home.write("rc", BASH_SETUP)
     with InteractiveShell(home, ["bash", "--rcfile", f"{home.folder}/rc", "-i"]) as bash:
         bash.offers("nodoctl ", COMMANDS + OPTIONS)
-        bash.offers("nodoctl re", ["repair", "reconcile"])
+        bash.offers("nodoctl re", ["resume", "repair", "reconcile"])
         bash.offers("nodoctl --bus=", ["system", "session"])
         bash.offers("nodoctl hooks install c", ["claude", "codex"])
         bash.offers(f"nodoctl hooks install --home={home.folder}/hours=", ["1"])
@@ -203,7 +204,8 @@ def in_zsh(home):
         with InteractiveShell(home, ["zsh", "-d", "-i"]) as zsh:
             equal([each.split()[0] for each in zsh.tab("nodoctl ")[1]], COMMANDS + OPTIONS,
                   "what is offered at first")
-            zsh.offers("nodoctl re", [f"repair     -- {REPAIR}", f"reconcile  -- {RECONCILE}"])
+            zsh.offers("nodoctl re", [f"resume     -- {RESUME}", f"repair     -- {REPAIR}",
+                                      f"reconcile  -- {RECONCILE}"])
             zsh.offers("nodoctl --bus ", ["system", "session"])
             zsh.offers("nodoctl --bus=", ["--bus=system", "--bus=session"])
             zsh.offers("nodoctl hooks install c", ["claude  -- Claude Code", "codex   -- Codex"])
@@ -222,7 +224,8 @@ def in_fish(home):
     folder = home.folder
     for line, expected in [
         ("nodoctl ", [None] * len(COMMANDS)),
-        ("nodoctl re", [f"reconcile\t{RECONCILE}", f"repair\t{REPAIR}"]),
+        ("nodoctl re",
+         [f"reconcile\t{RECONCILE}", f"repair\t{REPAIR}", f"resume\t{RESUME}"]),
         ("nodoctl status ", []),
         ("nodoctl status --j", ["--json\tAnswer with one JSON document"]),
         ("nodoctl --bus session sto", ["stop\tEnd the timer, so that the computer may sleep"]),

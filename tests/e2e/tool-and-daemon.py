@@ -4,18 +4,20 @@
 usage: tool-and-daemon.py NODOCTL NODOD
 """
 
+import fcntl
 import importlib.util
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import threading
 import time
 
-from tool_world import main
+from tool_world import PATIENCE, main
 from expectations import check, contains, equal, wait_until
-from processes import Driven
+from processes import Driven, start
 
 HOOK_SECONDS = 5  # after which agents end a hook, which runs two commands
 # What is waited for more than once, or not at all, shows with a limit beside which a slow machine
@@ -66,6 +68,57 @@ def without_a_daemon_the_own_state_serves(world):
     doctor = world.run("doctor")
     equal(doctor.returncode, 1, "the exit status")
     check("\nStatus source: local fallback\n" in doctor.stdout, doctor.stdout)
+
+
+def changes_of_the_own_state_lose_nothing_of_each_other(world):
+    names = ["Person", "Claude Code", "Codex", "Pi"]
+    for _ in range(30):
+        shutil.rmtree(f"{world.folder}/.nodo", ignore_errors=True)
+        at_once = [
+            start(world.nodoctl, "manual", "--requester", name,
+                  *(["--minutes", "60"] if name == "Person" else ["--minutes=20", "--extend-only"]),
+                  env=world.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            for name in names
+        ]
+        equal([process.wait(PATIENCE) for process in at_once], [0] * len(names), "the outcomes")
+        status = world.status()
+        check(status["manualRemainingSeconds"] > 3500, "the hour is kept")
+        equal(sorted(each["name"] for each in status["state"]["triggerHistory"]), sorted(names),
+              "the history")
+
+
+def a_change_waits_for_another_a_second_at_most(world):
+    equal(world.run("stop").returncode, 0, "the exit status")
+    state = f"{world.folder}/.nodo/state.json"
+    before = pathlib.Path(state).read_bytes()
+    with open(f"{world.folder}/.nodo/nodoctl.lock", "rb") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        done = world.run(*MANUAL)
+        equal((done.returncode, done.stdout), (1, ""), "the outcome")
+        contains(done.stderr, "another nodoctl has been changing the state in", "what is said")
+        equal(pathlib.Path(state).read_bytes(), before, "the state")
+        equal(world.run("status").returncode, 0, "who only looks")
+    equal(world.run(*MANUAL).returncode, 0, "the exit status later")
+
+
+def a_pause_keeps_hooks_from_asking(world):
+    world.start_daemon()
+    equal(world.run("hooks", "install", "codex", "--nodoctl", world.nodoctl).returncode, 0,
+          "the installation")
+
+    def has_asked():
+        subprocess.run([f"{world.folder}/.nodo/nodo-agent-hook.sh"], check=True,
+                       env={**world.environment, "NODO_HOOK_AGENT": "codex"},
+                       stdin=subprocess.DEVNULL, timeout=PATIENCE)
+        return "manualRemainingSeconds" in world.status()
+
+    check(has_asked(), "a hook asks")
+    equal(world.run("pause", "30m").returncode, 0, "the exit status")
+    check("manualRemainingSeconds" not in world.status(), "the timer has ended")
+    check(not has_asked(), "hooks are paused")
+    contains(world.run("status").stderr, "hooks are paused until ", "what is said")
+    equal(world.run("resume").returncode, 0, "the exit status")
+    check(has_asked(), "a hook asks again")
 
 
 def hook_takes(world, what_hangs, *options):
@@ -188,6 +241,9 @@ def a_timer_through_the_daemon_ends_a_fallback(world):
 main(
     the_daemon_keeps_the_state,
     without_a_daemon_the_own_state_serves,
+    changes_of_the_own_state_lose_nothing_of_each_other,
+    a_change_waits_for_another_a_second_at_most,
+    a_pause_keeps_hooks_from_asking,
     a_daemon_that_hangs_costs_its_time_once,
     a_daemon_whose_answers_are_late_costs_its_time_once,
     a_bus_that_hangs_costs_little_more,

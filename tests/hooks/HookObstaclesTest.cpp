@@ -73,9 +73,10 @@ TEST_F(HookObstaclesTest, HooksThatRunHaveNone) {
 TEST_F(HookObstaclesTest, TheCandidatesAreReadAsTheShellReadsThem) {
   for (const char* path : {"/usr/bin/nodoctl", "/a b/nodoctl", "/it's/nodoctl", "/'", "/a\n)\n\"b",
                            "/$HOME/\\nodoctl"}) {
-    EXPECT_THAT(nodoctlCandidates(hookScriptText(path), "/home/u"),
-                ElementsAre("/Applications/nodo.app/Contents/Library/Helpers/nodoctl",
-                            "/home/u/Applications/nodo.app/Contents/Library/Helpers/nodoctl", path));
+    EXPECT_THAT(
+        nodoctlCandidates(hookScriptText(path), "/home/u"),
+        ElementsAre("/Applications/nodo.app/Contents/Library/Helpers/nodoctl",
+                    "/home/u/Applications/nodo.app/Contents/Library/Helpers/nodoctl", path));
   }
   EXPECT_EQ(nodoctlCandidates(hookScriptText(""), "/home/u").size(), 2U);
 }
@@ -84,7 +85,8 @@ TEST_F(HookObstaclesTest, AScriptOfSomebodyElseHasNoCandidates) {
   for (const char* text : {"", "#!/bin/sh\n", "local candidates=(\n", "local candidates=(\n'",
                            "local candidates=(\n)\n'/x'", "local candidates=(\n  /x\n)"}) {
     EXPECT_LE(nodoctlCandidates(text, "/home/u").size(), 1U) << text;
-    EXPECT_THAT(nodoctlCandidates(text, "/home/u"), ::testing::Not(::testing::Contains(fs::path("/x"))));
+    EXPECT_THAT(nodoctlCandidates(text, "/home/u"),
+                ::testing::Not(::testing::Contains(fs::path("/x"))));
   }
 }
 
@@ -130,11 +132,10 @@ TEST_F(HookObstaclesTest, AScriptThatCannotBeRunIsOneForAllAgents) {
 TEST_F(HookObstaclesTest, ASettingsFileMaySwitchAllHooksOff) {
   home.write(claudeFile, R"({"disableAllHooks": true})");
   installFor({AgentHookTarget::claude});
-  EXPECT_THAT(obstacles(), ElementsAre(obstacle(Kind::switchedOff, AgentHookTarget::claude,
-                                                home / claudeFile)));
-  for (const char* harmless :
-       {R"({"disableAllHooks": false})", R"({"disableAllHooks": "true"})",
-        R"({"disableAllHooks": 1})", R"({"allowManagedHooksOnly": true})"}) {
+  EXPECT_THAT(obstacles(),
+              ElementsAre(obstacle(Kind::switchedOff, AgentHookTarget::claude, home / claudeFile)));
+  for (const char* harmless : {R"({"disableAllHooks": false})", R"({"disableAllHooks": "true"})",
+                               R"({"disableAllHooks": 1})", R"({"allowManagedHooksOnly": true})"}) {
     home.write(claudeFile, harmless);
     installFor({AgentHookTarget::claude});
     EXPECT_THAT(obstacles(), IsEmpty()) << harmless;
@@ -145,8 +146,7 @@ TEST_F(HookObstaclesTest, ManagedSettingsComeFirst) {
   installFor({AgentHookTarget::claude});
   for (const char* file : {"etc/claude-code/managed-settings.json",
                            "Library/Application Support/ClaudeCode/managed-settings.json"}) {
-    const auto expected =
-        obstacle(Kind::switchedOff, AgentHookTarget::claude, root.path() / file);
+    const auto expected = obstacle(Kind::switchedOff, AgentHookTarget::claude, root.path() / file);
     root.write(file, R"({"disableAllHooks": true})");
     EXPECT_THAT(obstacles(), ElementsAre(expected));
     root.write(file, R"({"allowManagedHooksOnly": true, "disableAllHooks": false})");
@@ -170,8 +170,8 @@ TEST_F(HookObstaclesTest, AProjectsOwnSettingsCountWhereOneStands) {
     surroundings.workingFolder.clear();
     EXPECT_THAT(obstacles(), IsEmpty());
     surroundings.workingFolder = home / "app";
-    EXPECT_THAT(obstacles(), ElementsAre(obstacle(Kind::switchedOff, AgentHookTarget::claude,
-                                                  home / file)));
+    EXPECT_THAT(obstacles(),
+                ElementsAre(obstacle(Kind::switchedOff, AgentHookTarget::claude, home / file)));
     fs::remove(home / file);
   }
   surroundings.workingFolder = home.path();
@@ -185,11 +185,10 @@ TEST_F(HookObstaclesTest, AnAgentThatReadsAnotherFolderHasNoHooksThere) {
   takeFromCodex("trusted.toml", codexConfigFile);
   surroundings.environment = {{"CLAUDE_CONFIG_DIR", (home / "claude").string()},
                               {"CODEX_HOME", (home / "codex").string()}};
-  EXPECT_THAT(obstacles(),
-              ElementsAre(obstacle(Kind::configuredElsewhere, AgentHookTarget::claude,
-                                   home / "claude"),
-                          obstacle(Kind::configuredElsewhere, AgentHookTarget::codex,
-                                   home / "codex")));
+  EXPECT_THAT(
+      obstacles(),
+      ElementsAre(obstacle(Kind::configuredElsewhere, AgentHookTarget::claude, home / "claude"),
+                  obstacle(Kind::configuredElsewhere, AgentHookTarget::codex, home / "codex")));
   home.write("claude/settings.json", home.read(claudeFile));
   home.write("codex/hooks.json", home.read(codexFile));
   EXPECT_THAT(obstacles(), IsEmpty());

@@ -126,21 +126,21 @@ std::vector<Finding> findingsOfAllKinds() {
   std::vector<Finding> all;
   for (const FindingKind kind : allCases<FindingKind>()) {
     for (const FindingSeverity severity : allCases<FindingSeverity>()) {
-      all.push_back({.kind = kind, .severity = severity, .what = "a", .toDo = "b"});
+      all.push_back({.kind = kind, .severity = severity, .what = "what", .toDo = "to do"});
     }
   }
   return all;
 }
 
-template <class Document>
-JSONValue withFindings(const Document& document) {
-  JSONValue value = encode(document);
-  value.setMember("findings", encode(findingsOfAllKinds()));
-  return value;
-}
-
-void print(std::string_view schema, const JSONValue& document) {
-  std::cout << schema << '\t' << jsonText(document, JSONLayout::compact) << '\n';
+void printInspections() {
+  JSONValue full = encode(inspection());
+  full.setMember("findings", encode(findingsOfAllKinds()));
+  std::cout << "hook-inspection\t" << jsonText(full, JSONLayout::compact) << '\n';
+  std::cout << "hook-inspection\t"
+            << encodeJSON(
+                   AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"},
+                   JSONLayout::compact)
+            << '\n';
 }
 
 template <class Document>
@@ -151,12 +151,14 @@ void print(std::string_view schema, const Document& document) {
 void printDoctorReports() {
   const AgentHookFallbackStatus fallback{
       .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
-  const std::string schema = "doctor-report";
-  print(schema, withFindings(DoctorReport(DoctorStatusSource::helper, fullStatus(), true, fallback,
-                                          inspection())));
-  print(schema, DoctorReport(DoctorStatusSource::local, bareStatus(), {}, {}, {}));
-  print(schema, DoctorReport(DoctorStatusSource::helper, bareStatus(), false,
-                             AgentHookFallbackStatus(), {}));
+  const std::vector<Finding> found = findingsOfAllKinds();
+  const auto printReport = [](const DoctorReport& report, const std::vector<Finding>& findings) {
+    std::cout << "doctor-report\t" << jsonText(encode(report, findings), JSONLayout::compact)
+              << '\n';
+  };
+  printReport({DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()}, found);
+  printReport({DoctorStatusSource::local, bareStatus(), {}, {}, {}}, {});
+  printReport({DoctorStatusSource::helper, bareStatus(), false, AgentHookFallbackStatus(), {}}, {});
 }
 
 void printMenuReports() {
@@ -193,9 +195,7 @@ void printDocuments() {
   print("agents", agentsOfAllKinds());
   print("agents", std::vector<AgentProcess>());
   print("hook-install-reports", reports());
-  print("hook-inspection", withFindings(inspection()));
-  print("hook-inspection",
-        AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"});
+  printInspections();
   printDoctorReports();
   printMenuReports();
 }

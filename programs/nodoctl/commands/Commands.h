@@ -17,6 +17,8 @@ namespace nodo::nodoctl {
 Answer perform(const StatusCommand& command, const ToolContext& context);
 Answer perform(const ManualCommand& command, const ToolContext& context);
 Answer perform(const StopCommand& command, const ToolContext& context);
+Answer perform(const PauseCommand& command, const ToolContext& context);
+Answer perform(const ResumeCommand& command, const ToolContext& context);
 Answer perform(const RepairCommand& command, const ToolContext& context);
 Answer perform(const ReconcileCommand& command, const ToolContext& context);
 Answer perform(const DiagnosticsCommand& command, const ToolContext& context);
@@ -48,6 +50,9 @@ std::string reportText(const StatusReport& report);
 std::string reportText(const DaemonRunReport& report);
 std::string reportText(const SleepDiagnosticsReport& report);
 std::string reportText(const std::vector<AgentProcess>& agents);
+
+/// That the user's hooks are paused, and until when; nothing when they are not.
+std::vector<std::string> pauseHints(const ToolContext& context);
 
 /// Of a status only the machine's power, network and lid, as text.
 std::string machineText(const StatusReport& report);

@@ -239,9 +239,7 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
     answer.hints.push_back(unlikeReport(hint));  // the hook script reads them, too
   }
   if (command.json) {
-    JSONValue document = encode(report);
-    document.setMember("findings", encode(found));
-    answer.output = jsonText(document, JSONLayout::pretty) + "\n";
+    answer.output = jsonText(encode(report, found), JSONLayout::pretty) + "\n";
     return answer;
   }
   std::string below = found.empty() ? "" : "\n" + findingsText(found);

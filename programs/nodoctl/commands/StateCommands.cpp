@@ -1,8 +1,14 @@
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/hooks/HookPause.h>
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/commands/Commands.h>
 
+#include <chrono>
 #include <exception>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -47,10 +53,30 @@ Answer unlessLockStands(Answer answer, DoctorStatusSource source, const ToolCont
   return answer;
 }
 
+std::filesystem::path ownHome(const ToolContext& context) {
+  const auto home = homeFolder(context.environment);
+  if (!home) {
+    throw std::runtime_error("HOME is not set, so nobody knows whose hooks are meant");
+  }
+  return *home;
+}
+
 }  // namespace
 
+std::vector<std::string> pauseHints(const ToolContext& context) {
+  const Date now = context.now();
+  const auto home = homeFolder(context.environment);
+  const auto end = home ? hooksPausedUntil(*home, now) : std::nullopt;
+  if (!end) {
+    return {};
+  }
+  return {"your agents' hooks are paused until " + clockText(*end, now) +
+          "; 'nodoctl resume' ends that"};
+}
+
 Answer perform(const StatusCommand& command, const ToolContext& context) {
-  return {.output = shown(stateAccess(command.daemon, context).status().report, command.json)};
+  return {.output = shown(stateAccess(command.daemon, context).status().report, command.json),
+          .hints = pauseHints(context)};
 }
 
 Answer perform(const ManualCommand& command, const ToolContext& context) {
@@ -64,6 +90,22 @@ Answer perform(const ManualCommand& command, const ToolContext& context) {
 Answer perform(const StopCommand& command, const ToolContext& context) {
   const SourcedStatus stopped = stateAccess(command.daemon, context).stop();
   return unlessLockStands({.output = shown(stopped.report, command.json)}, stopped.source, context);
+}
+
+Answer perform(const PauseCommand& command, const ToolContext& context) {
+  // First, as a hook that asks meanwhile would begin a new timer.
+  const Date now = context.now();
+  const Date end = now + std::chrono::minutes(command.minutes);
+  pauseHooks(ownHome(context), end);
+  Answer answer = perform(StopCommand{.daemon = command.daemon}, context);
+  answer.output.insert(0, "Your agents' hooks are paused until " + clockText(end, now) +
+                              "; 'nodoctl resume' ends that.\n");
+  return answer;
+}
+
+Answer perform(const ResumeCommand& /*command*/, const ToolContext& context) {
+  resumeHooks(ownHome(context));
+  return {.output = "Your agents' hooks ask again from their next event on.\n"};
 }
 
 Answer perform(const RepairCommand& command, const ToolContext& context) {

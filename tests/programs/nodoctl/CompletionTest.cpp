@@ -33,14 +33,13 @@ class CompletionTest : public ToolFixture {
 };
 
 TEST_F(CompletionTest, TheCommandsAreOffered) {
-  const Texts all{"status",     "manual", "stop",        "repair",
-                  "reconcile",  "doctor", "diagnostics", "agents",
-                  "hooks",      "menu",   "watch",       "run",
-                  "completion", "--help", "--version",   "--helper-timeout",
+  const Texts all{"status",    "manual", "stop",        "pause",  "resume",    "repair",
+                  "reconcile", "doctor", "diagnostics", "agents", "hooks",     "menu",
+                  "watch",     "run",    "completion",  "--help", "--version", "--helper-timeout",
                   "--bus"};
   EXPECT_EQ(offered({""}), all);
   EXPECT_EQ(offered({}), all);
-  EXPECT_EQ(offered({"re"}), (Texts{"repair", "reconcile"}));
+  EXPECT_EQ(offered({"re"}), (Texts{"resume", "repair", "reconcile"}));
 }
 
 TEST_F(CompletionTest, EachCandidateHasItsDescription) {

@@ -1,5 +1,7 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
+#include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/power/PowerManaging.h>
+#include <testing/EnvironmentVariable.h>
 
 #include <tests/programs/nodoctl/ToolFixture.h>
 
@@ -273,6 +275,91 @@ TEST_F(StateCommandsTest, OptionsForTheDaemonThatMakeNoSenseAreAWrongUse) {
         << outcome.error;
     EXPECT_TRUE(outcome.error.ends_with("Try 'nodoctl status --help' for more information.\n"));
   }
+}
+
+class PauseTest : public ToolFixture {
+ protected:
+  std::optional<Date> pausedUntil() const { return hooksPausedUntil(folder.path(), now); }
+
+  const test::EnvironmentVariable zone{"TZ", "UTC0"};
+};
+
+TEST_F(PauseTest, APauseEndsTheTimerAndKeepsHooksFromAskingForAnHour) {
+  startDaemon();
+  bool wasPausedFirst = false;
+  helper->answer("stop", [&](const FakeHelperRequest& asked) {
+    wasPausedFirst = pausedUntil().has_value();
+    asked.reply(helper->status);
+  });
+  const Outcome outcome = run({"pause"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_TRUE(outcome.output.starts_with(
+      "Your agents' hooks are paused until 09:15; 'nodoctl resume' ends that.\nDecision:"))
+      << outcome.output;
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(pausedUntil(), now + std::chrono::minutes(60));
+  EXPECT_TRUE(wasPausedFirst) << "a hook may have begun another timer";
+}
+
+TEST_F(PauseTest, ItsLengthIsTakenAsPeopleWriteIt) {
+  const std::vector<std::pair<std::string, std::int64_t>> lengths{
+      {"30", 30},   {"30m", 30},   {"2h", 120},    {"1h30m", 90},
+      {"1h30", 90}, {"24h", 1440}, {"1440", 1440}, {"0h5m", 5}};
+  for (const auto& [text, minutes] : lengths) {
+    EXPECT_EQ(run({"pause", text}).exitStatus, 0) << text;
+    EXPECT_EQ(pausedUntil(), now + std::chrono::minutes(minutes)) << text;
+  }
+}
+
+TEST_F(PauseTest, WhatIsNoLengthIsAWrongUse) {
+  for (const char* text : {"", "0", "-5", "+-5", "soon", "1x", "h", "m", "1h-5m", "1.5h", "25h",
+                           "1441", "99999999999999999999", "99999999h", "1h1h"}) {
+    EXPECT_EQ(run({"pause", text}).exitStatus, 2) << text;
+    EXPECT_EQ(pausedUntil(), std::nullopt) << text;
+  }
+}
+
+TEST_F(PauseTest, WhoLooksIsToldOfIt) {
+  startDaemon();
+  run({"pause", "90m"});
+  const std::string hint =
+      "nodoctl: your agents' hooks are paused until 09:45; 'nodoctl resume' ends that\n";
+  EXPECT_EQ(run({"status"}).error, hint);
+  EXPECT_EQ(run({"status", "--json"}).error, hint);
+  EXPECT_TRUE(run({"menu"}).error.ends_with(hint));
+  EXPECT_NE(run({"doctor"}).output.find("\nNote: The agents' hooks are paused until 09:45.\n"),
+            std::string::npos);
+  advance(90 * 60);
+  EXPECT_EQ(run({"status"}).error, "");
+}
+
+TEST_F(PauseTest, AResumptionEndsIt) {
+  startDaemon();
+  run({"pause"});
+  const Outcome outcome = run({"resume"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.output, "Your agents' hooks ask again from their next event on.\n");
+  EXPECT_EQ(pausedUntil(), std::nullopt);
+  EXPECT_EQ(run({"status"}).error, "");
+}
+
+TEST_F(PauseTest, WithoutAHomeNobodyKnowsWhoseHooksAreMeant) {
+  startDaemon();
+  environment.erase("HOME");
+  for (const char* command : {"pause", "resume"}) {
+    const Outcome outcome = run({command});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(outcome.error, "nodoctl: HOME is not set, so nobody knows whose hooks are meant\n");
+  }
+  EXPECT_EQ(helper->requests(), std::vector<std::string>());
+}
+
+TEST_F(PauseTest, APauseThatLeavesTheLockOnHasFailed) {
+  diagnostics.report.sleepDisabled = true;
+  const Outcome outcome = run({"pause"});
+  EXPECT_TRUE(outcome.saidLocal);
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_NE(outcome.error.find("the sleep lock is still on"), std::string::npos) << outcome.error;
 }
 
 TEST_F(StateCommandsTest, ATimerThroughTheDaemonEndsAFallback) {
