@@ -18,6 +18,7 @@
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
+#include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
@@ -29,6 +30,7 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
 #include <NODOCore/hooks/Agents.h>
+#include <NODOCore/hooks/HookObstacles.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>

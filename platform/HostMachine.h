@@ -29,6 +29,11 @@ struct HostMachine {
   std::shared_ptr<const SystemSnapshotProviding> snapshotProvider;
   /// Throws std::system_error when a tool that must be there cannot be started.
   std::function<SleepDiagnosticsReading(Date now)> sleepDiagnostics;
+  /// How long a process of this user has run, asleep or awake; nothing for another user's, for one
+  /// that is gone, and where the machine cannot tell: on macOS.
+  std::function<std::optional<Seconds>(std::int32_t pid)> ageOfOwnProcess = [](std::int32_t) {
+    return std::nullopt;
+  };
 };
 
 /// The machine that this process runs on. Tools that it is asked by have a time limit. A service

@@ -1,9 +1,12 @@
+#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/diagnostics/Findings.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,6 +19,70 @@ NODO_JSON_RECORD(Finding, fields, finding) {
   fields.required("what", finding.what);
   fields.required("toDo", finding.toDo);
 }
+
+namespace {
+
+FindingKind kindOf(HookObstacleKind kind) {
+  switch (kind) {
+    case HookObstacleKind::scriptMissing:
+      return FindingKind::hookScriptMissing;
+    case HookObstacleKind::toolMissing:
+      return FindingKind::hookToolMissing;
+    case HookObstacleKind::switchedOff:
+      return FindingKind::hooksSwitchedOff;
+    case HookObstacleKind::notTrusted:
+      return FindingKind::hooksNotTrusted;
+    case HookObstacleKind::configuredElsewhere:
+      return FindingKind::hooksElsewhere;
+  }
+  programmingFault("an obstacle to hooks that is none of its cases");
+}
+
+// What an obstacle is, and what to do about it.
+std::pair<std::string, std::string> wordsFor(const HookObstacle& obstacle) {
+  const std::string& path = obstacle.path;
+  const Agent& agent = agentOf(obstacle.target.value_or(AgentHookTarget::claude));
+  switch (obstacle.kind) {
+    case HookObstacleKind::scriptMissing:
+      return {
+          fmt::format("Agents run the hook script {}, which is not there or not executable.", path),
+          "'nodoctl hooks install' puts it there."};
+    case HookObstacleKind::toolMissing:
+      return {fmt::format("The hooks find no nodoctl: {} is no program that can be run.", path),
+              "'nodoctl hooks install' makes them run this one."};
+    case HookObstacleKind::switchedOff:
+      return {
+          fmt::format("{} runs no hooks of nodo: {} switches them off.", agent.displayName, path),
+          agent.hasFeatureSwitch
+              ? "Switch them on with /hooks in Codex, or with \"hooks = true\" below "
+                "[features] in that file."
+              : "Take \"disableAllHooks\" or \"allowManagedHooksOnly\" out of that file, or "
+                "ask whoever manages it."};
+    case HookObstacleKind::notTrusted:
+      return {fmt::format("{} does not run nodo's hooks: {} does not say that you trust them.",
+                          agent.displayName, path),
+              "Type /hooks in Codex, review them and trust them."};
+    case HookObstacleKind::configuredElsewhere:
+      return {fmt::format("{} is configured in {}, as {} says, and no hooks of nodo are there.",
+                          agent.displayName, path, agent.folderVariable),
+              fmt::format("Unset {} where the agent is started, or take \"hooks\" over from ~/{}.",
+                          agent.folderVariable, agent.configurationFile)};
+  }
+  programmingFault("an obstacle to hooks that is none of its cases");
+}
+
+std::string spanText(Seconds span) {
+  const std::int64_t minutes = wholeSeconds(span) / 60;
+  return minutes < 120 ? fmt::format("{} minutes", minutes) : fmt::format("{} hours", minutes / 60);
+}
+
+std::string toDoWith(const SilentAgent& silent) {
+  return fmt::format(
+      "If it has worked meanwhile, start it anew: it reads its hooks at its start{}.",
+      agentOf(silent.kind).hasFeatureSwitch ? "; /hooks shows them" : "");
+}
+
+}  // namespace
 
 std::vector<Finding> findings(const FindingFacts& facts) {
   std::vector<Finding> found;
@@ -44,6 +111,23 @@ std::vector<Finding> findings(const FindingFacts& facts) {
         "that user and their desktop suspend under its lock.",
         "Install the system's daemon: the package nodo, then 'sudo systemctl enable --now nodod'.");
   }
+  for (const AgentHookTargetInspection& target : facts.unreadableHooks) {
+    add(FindingKind::hooksUnreadable, FindingSeverity::warning,
+        fmt::format("It is not known whether {} runs hooks: {}.", displayName(target.target),
+                    target.error.value_or("")),
+        "Correct that file, or let yourself read it; then 'nodoctl hooks inspect' tells.");
+  }
+  for (const HookObstacle& obstacle : facts.hookObstacles) {
+    const auto [what, toDo] = wordsFor(obstacle);
+    add(kindOf(obstacle.kind), FindingSeverity::warning, what, toDo);
+  }
+  for (const SilentAgent& silent : facts.silentAgents) {
+    // It may just have had nothing to do.
+    add(FindingKind::agentSilent, FindingSeverity::note,
+        fmt::format("{} (pid {}) has run for {} and asked for nothing.", displayName(silent.kind),
+                    silent.pid, spanText(silent.span)),
+        toDoWith(silent));
+  }
   std::stable_partition(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
   });
@@ -62,6 +146,16 @@ std::string findingsText(const std::vector<Finding>& findings) {
     text += fmt::format("{}: {}\n  {}\n",
                         finding.severity == FindingSeverity::warning ? "Problem" : "Note",
                         finding.what, finding.toDo);
+  }
+  return text;
+}
+
+std::string unlikeReport(std::string text) {
+  for (const std::string_view searched :
+       {"Status source: local fallback", "Status: active", "macOS SleepDisabled: on"}) {
+    for (std::size_t at = 0; (at = text.find(searched, at)) != std::string::npos;) {
+      text.replace(text.find(':', at), 1, "\\u{3a}");
+    }
   }
   return text;
 }

@@ -2,7 +2,10 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
+#include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
+#include <NODOCore/hooks/HookObstacles.h>
 
 #include <array>
 #include <optional>
@@ -14,9 +17,16 @@ namespace nodo {
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
 enum class FindingKind {
-  hooksPaused,                ///< a person said "not now"
-  daemonRefuses,              ///< it serves this user nothing but the status
-  daemonOfUserDoesNotProtect  ///< this system lets the daemon's own user sleep under its lock
+  hooksPaused,                 ///< a person said "not now"
+  daemonRefuses,               ///< it serves this user nothing but the status
+  daemonOfUserDoesNotProtect,  ///< this system lets the daemon's own user sleep under its lock
+  hooksUnreadable,             ///< an agent's file cannot be read or understood
+  hookScriptMissing,           ///< as HookObstacleKind's, from here on
+  hookToolMissing,
+  hooksSwitchedOff,
+  hooksNotTrusted,
+  hooksElsewhere,
+  agentSilent,  ///< an agent has run for long and asked for nothing
 };
 
 template <>
@@ -24,7 +34,14 @@ struct EnumTexts<FindingKind> {
   static constexpr std::array cases{
       EnumText{FindingKind::hooksPaused, "hooksPaused"},
       EnumText{FindingKind::daemonRefuses, "daemonRefuses"},
-      EnumText{FindingKind::daemonOfUserDoesNotProtect, "daemonOfUserDoesNotProtect"}};
+      EnumText{FindingKind::daemonOfUserDoesNotProtect, "daemonOfUserDoesNotProtect"},
+      EnumText{FindingKind::hooksUnreadable, "hooksUnreadable"},
+      EnumText{FindingKind::hookScriptMissing, "hookScriptMissing"},
+      EnumText{FindingKind::hookToolMissing, "hookToolMissing"},
+      EnumText{FindingKind::hooksSwitchedOff, "hooksSwitchedOff"},
+      EnumText{FindingKind::hooksNotTrusted, "hooksNotTrusted"},
+      EnumText{FindingKind::hooksElsewhere, "hooksElsewhere"},
+      EnumText{FindingKind::agentSilent, "agentSilent"}};
 };
 
 /// Whether a finding keeps nodo from its work.
@@ -56,6 +73,9 @@ struct FindingFacts {
   std::optional<Date> hooksPausedUntil;
   std::optional<std::string> daemonRefusal;  ///< why it refuses this user's requests
   bool daemonLetsItsUserSleep = false;       ///< it is a user's own, whom its lock does not bind
+  std::vector<AgentHookTargetInspection> unreadableHooks;  ///< each with its error
+  std::vector<HookObstacle> hookObstacles;
+  std::vector<SilentAgent> silentAgents;
 };
 
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
@@ -64,8 +84,11 @@ std::vector<Finding> findings(const FindingFacts& facts);
 /// The health check as programs read it: the report's members and, last, "findings".
 JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings);
 
-/// The findings for people: two lines for each, with a line feed at the end of each. None of them
-/// is like a line that the hook script looks for in the doctor's report.
+/// The findings for people: two lines for each, with a line feed at the end of each.
 std::string findingsText(const std::vector<Finding>& findings);
+
+/// `text` without what the hook script searches the doctor's output for: a path, a process or an
+/// error that holds such words must not pass for the report's. A colon in them is spelt "\u{3a}".
+std::string unlikeReport(std::string text);
 
 }  // namespace nodo

@@ -4,10 +4,14 @@
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookConfiguration.h>
+#include <NODOCore/hooks/HookObstacles.h>
 #include <NODOCore/hooks/HookScript.h>
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 #include <set>
+#include <utility>
 
 namespace nodo {
 
@@ -71,6 +75,7 @@ NODO_JSON_RECORD(AgentHookTargetInspection, fields, inspection) {
   fields.required("target", inspection.target);
   fields.required("path", inspection.path);
   fields.required("status", inspection.status);
+  fields.optional("error", inspection.error);
 }
 
 NODO_JSON_RECORD(AgentHookSetupInspection, fields, inspection) {
@@ -98,18 +103,39 @@ AgentHookComponentStatus extensionStatus(const std::string& text, const std::fil
                   namesHookScript(text) && contains(text, "NODO_HOOK_AGENT"));
 }
 
-AgentHookComponentStatus targetStatus(AgentHookTarget target, const std::filesystem::path& file,
-                                      const std::filesystem::path& script) {
+// What is found of a target, with the JSON that its file holds: an empty object where there is
+// none.
+struct TargetLook {
+  AgentHookTargetInspection inspection;
+  JSONValue configuration{JSONValue::Object()};
+};
+
+TargetLook lookAtTarget(AgentHookTarget target, const AgentHookInstaller& installer) {
+  const Agent& agent = agentOf(target);
+  const std::filesystem::path file = installer.homeDirectory / agent.configurationFile;
+  TargetLook look{.inspection = {.target = target, .path = file.string()}};
+  AgentHookComponentStatus& status = look.inspection.status;
   const FileContent content = readFile(file);
-  if (!content) {
-    return AgentHookComponentStatus::missing;
+  if (content && agent.fileKind == HookFileKind::ownExtension) {
+    status = extensionStatus(*content, file, installer.hookScriptPath);
+  } else if (content) {
+    look.configuration = readHookConfiguration(content, file);
+    status = statusOf(hasAllHooks(look.configuration, target, installer.hookScriptPath),
+                      runsHookScriptAnywhere(look.configuration));
   }
-  if (agentOf(target).fileKind == HookFileKind::ownExtension) {
-    return extensionStatus(*content, file, script);
+  return look;
+}
+
+// The same, but a failure is part of what is found.
+TargetLook lookReportingFailure(AgentHookTarget target, const AgentHookInstaller& installer) {
+  try {
+    return lookAtTarget(target, installer);
+  } catch (const std::exception& error) {
+    return {.inspection = {
+                .target = target,
+                .path = (installer.homeDirectory / agentOf(target).configurationFile).string(),
+                .error = error.what()}};
   }
-  const JSONValue configuration = readHookConfiguration(content, file);
-  return statusOf(hasAllHooks(configuration, target, script),
-                  runsHookScriptAnywhere(configuration));
 }
 
 AgentHookComponentStatus scriptStatus(const std::filesystem::path& script,
@@ -118,25 +144,59 @@ AgentHookComponentStatus scriptStatus(const std::filesystem::path& script,
                                   : AgentHookComponentStatus::notExecutable;
 }
 
+AgentHookSetupInspection inspectScript(const AgentHookInstaller& installer,
+                                       const std::optional<std::string>& installed) {
+  const std::string expected = hookScriptText(installer.nodoctlPath);
+  AgentHookSetupInspection inspection{.hookScriptPath = installer.hookScriptPath.string(),
+                                      .expectedHookScriptFingerprint = fingerprint(expected)};
+  if (installed) {
+    inspection.hookScriptStatus = scriptStatus(installer.hookScriptPath, *installed, expected);
+    inspection.installedHookScriptFingerprint = fingerprint(*installed);
+  }
+  return inspection;
+}
+
+std::vector<AgentHookTarget> eachOnce(const std::vector<AgentHookTarget>& targets) {
+  std::vector<AgentHookTarget> once;
+  std::set<AgentHookTarget> seen;
+  std::copy_if(targets.begin(), targets.end(), std::back_inserter(once),
+               [&seen](AgentHookTarget target) { return seen.insert(target).second; });
+  return once;
+}
+
 }  // namespace
 
 AgentHookSetupInspection AgentHookInstaller::inspect(
     const std::vector<AgentHookTarget>& targets) const {
-  const std::string expected = hookScriptText(nodoctlPath);
-  AgentHookSetupInspection inspection{.hookScriptPath = hookScriptPath.string(),
-                                      .expectedHookScriptFingerprint = fingerprint(expected)};
-  if (const auto installed = readHookScriptFile(hookScriptPath)) {
-    inspection.hookScriptStatus = scriptStatus(hookScriptPath, *installed, expected);
-    inspection.installedHookScriptFingerprint = fingerprint(*installed);
+  AgentHookSetupInspection inspection = inspectScript(*this, readHookScriptFile(hookScriptPath));
+  for (const AgentHookTarget target : eachOnce(targets)) {
+    inspection.targets.push_back(lookAtTarget(target, *this).inspection);
   }
-  std::set<AgentHookTarget> inspected;
-  for (const AgentHookTarget target : targets) {
-    if (inspected.insert(target).second) {
-      const std::filesystem::path file = homeDirectory / agentOf(target).configurationFile;
-      inspection.targets.push_back(
-          {target, file.string(), targetStatus(target, file, hookScriptPath)});
+  return inspection;
+}
+
+AgentHookSetupInspection AgentHookInstaller::inspectReportingFailures(
+    const std::vector<AgentHookTarget>& targets, const HookSurroundings& surroundings,
+    std::vector<HookObstacle>& obstacles) const {
+  const auto installed = readHookScriptFile(hookScriptPath);
+  AgentHookSetupInspection inspection = inspectScript(*this, installed);
+  std::vector<HookObstacle> found;
+  for (const AgentHookTarget target : eachOnce(targets)) {
+    const TargetLook look = lookReportingFailure(target, *this);
+    inspection.targets.push_back(look.inspection);
+    if (isInstalled(look.inspection.status)) {
+      if (auto obstacle =
+              obstacleOfTarget(target, look.configuration, homeDirectory, surroundings)) {
+        found.push_back(*std::move(obstacle));
+      }
     }
   }
+  if (inspection.installedTargetCount() > 0) {
+    if (auto obstacle = obstacleOfScript(hookScriptPath, installed, homeDirectory, surroundings)) {
+      obstacles.push_back(*std::move(obstacle));
+    }
+  }
+  obstacles.insert(obstacles.end(), found.begin(), found.end());
   return inspection;
 }
 

@@ -234,13 +234,24 @@ struct Done {
   std::string_view message;
 };
 
+// What `step` did. A configuration that is no JSON makes its error say what to do.
+template <class Step>
+Done doneBy(const Step& step) {
+  try {
+    return step();
+  } catch (const DecodingError& error) {
+    throw error.saying(std::string(error.what()) +
+                       "; the file is left as it is: correct it, then try again");
+  }
+}
+
 // The report of what `step` did to `path`; of its failure, unless that is to be thrown.
 template <class Step>
 AgentHookInstallReport reportOf(std::string_view target, const fs::path& path, Failures failures,
                                 const Step& step) {
   AgentHookInstallReport report{.target = std::string(target), .path = path.string()};
   try {
-    const Done done = step();
+    const Done done = doneBy(step);
     report.changed = done.changed;
     report.message = done.message;
   } catch (const std::exception& error) {

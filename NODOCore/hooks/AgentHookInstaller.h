@@ -18,6 +18,8 @@ namespace nodo {
 
 class JSONReader;
 class JSONValue;
+struct HookObstacle;
+struct HookSurroundings;
 
 /// What installing or uninstalling did for one target, or for the shared script.
 struct AgentHookInstallReport {
@@ -70,6 +72,8 @@ struct AgentHookTargetInspection {
   AgentHookTarget target = AgentHookTarget::claude;
   std::string path;  ///< the target's configuration file
   AgentHookComponentStatus status = AgentHookComponentStatus::missing;
+  /// Why the file could not be read or understood; the status is not known then, and `missing`.
+  std::optional<std::string> error;
 
   bool operator==(const AgentHookTargetInspection&) const = default;
 };
@@ -162,6 +166,13 @@ struct AgentHookInstaller {
   /// Compares what is installed with what `install` would write, each target once. Changes nothing.
   /// Throws when a target's file cannot be read or understood.
   AgentHookSetupInspection inspect(const std::vector<AgentHookTarget>& targets) const;
+
+  /// The same, but a target whose file cannot be read or understood has the error and the others
+  /// go on. Adds to `obstacles` what keeps the hooks that are installed from running. Each file is
+  /// read once.
+  AgentHookSetupInspection inspectReportingFailures(const std::vector<AgentHookTarget>& targets,
+                                                    const HookSurroundings& surroundings,
+                                                    std::vector<HookObstacle>& obstacles) const;
 
   bool operator==(const AgentHookInstaller&) const = default;
 };

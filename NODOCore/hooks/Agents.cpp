@@ -18,6 +18,7 @@ const std::vector<Agent>& allAgents() {
                  {Place::name, "claude-code"},
                  {Place::inCommand, "claude-code"}},
        .configurationFile = ".claude/settings.json",
+       .folderVariable = "CLAUDE_CONFIG_DIR",
        .fileKind = HookFileKind::sharedConfiguration,
        .stepAfterInstalling = "in interactive use it runs hooks only in a folder that you trust; "
                               "say yes when it asks."},
@@ -28,7 +29,9 @@ const std::vector<Agent>& allAgents() {
                  {Place::inCommand, "/.codex/bin/codex"},
                  {Place::inCommand, "openai codex"}},
        .hasLookalikeApplication = true,
+       .serviceWord = " app-server",
        .configurationFile = ".codex/hooks.json",
+       .folderVariable = "CODEX_HOME",
        .fileKind = HookFileKind::sharedConfiguration,
        .hasFeatureSwitch = true,
        .removesEmptiedFile = true,

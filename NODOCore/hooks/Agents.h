@@ -59,8 +59,13 @@ struct Agent {
   /// Whether there is a desktop application that looks like the agent and is none, so that nothing
   /// inside of an application's bundle is the agent.
   bool hasLookalikeApplication = false;
+  /// A word of the command line with which the agent only waits for other programs' work, for days
+  /// if need be; may be empty.
+  std::string_view serviceWord;
 
   std::string_view configurationFile;  ///< that holds the hooks, below the home folder
+  /// The variable that names another folder for that file; may be empty.
+  std::string_view folderVariable;
   HookFileKind fileKind = HookFileKind::sharedConfiguration;
   /// Whether the agent has to be told in its config.toml, beside the configuration file, to run
   /// hooks at all.

@@ -222,4 +222,28 @@ std::string codexConfigWithHooksOn(std::string_view text, const std::filesystem:
   return edited;
 }
 
+CodexConsent codexConsent(std::string_view text, const std::vector<std::string>& hooks) {
+  const bool isReadable =
+      isValidUTF8(text) && std::count(text.begin(), text.end(), '.') <= mostDots;
+  const std::optional<toml::table> config = isReadable ? parsed(text) : std::nullopt;
+  if (!config) {
+    return CodexConsent::unknown;
+  }
+  if ((*config)["features"]["hooks"].value_exact<bool>() == false) {
+    return CodexConsent::switchedOff;
+  }
+  const toml::node_view<const toml::node> noted = (*config)["hooks"]["state"];
+  const auto isAny = [&](const auto& predicate) {
+    return std::any_of(hooks.begin(), hooks.end(),
+                       [&](const std::string& hook) { return predicate(noted[inASCII(hook)]); });
+  };
+  if (isAny([](const auto& hook) { return !hook["trusted_hash"].is_string(); })) {
+    return CodexConsent::missing;
+  }
+  return isAny(
+             [](const auto& hook) { return hook["enabled"].template value_exact<bool>() == false; })
+             ? CodexConsent::switchedOff
+             : CodexConsent::given;
+}
+
 }  // namespace nodo

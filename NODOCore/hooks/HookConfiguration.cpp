@@ -149,8 +149,7 @@ JSONValue readHookConfiguration(const FileContent& content, const std::filesyste
     addReplaced(losses, &read, "all that stood there", "JSON object");
     return JSONValue(JSONValue::Object());
   } catch (const DecodingError& error) {
-    throw error.saying(file.string() + ": " + error.what() +
-                       "; the file is left as it is: correct it, then try again");
+    throw error.inFile(file.string());
   }
 }
 

@@ -43,8 +43,7 @@ using HookLosses = std::vector<std::string>;
 
 /// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
 /// document that is no object, which is lost where the configuration is written back. Throws
-/// DecodingError for content that is not JSON: it names `file`, line and column, and says what to
-/// do.
+/// DecodingError for content that is not JSON: it names `file`, line and column.
 JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file,
                                 HookLosses* losses = nullptr);
 

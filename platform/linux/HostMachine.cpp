@@ -1,3 +1,4 @@
+#include <NODOCore/base/System.h>
 #include <platform/HostMachine.h>
 #include <platform/linux/bus/BusConnection.h>
 #include <platform/linux/logind/Logind.h>
@@ -66,7 +67,8 @@ HostMachine hostMachine(std::chrono::milliseconds patience) {
   return {.processListing = std::make_shared<ProcProcessListing>(),
           .snapshotProvider =
               std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),
-          .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); }};
+          .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); },
+          .ageOfOwnProcess = [](std::int32_t pid) { return ageOfOwnProcess(pid, runningTime()); }};
 }
 
 }  // namespace nodo

@@ -52,6 +52,11 @@ std::optional<fs::path> homeFolder(const Environment& environment) {
   return home ? std::optional(absolutePath(*home)) : std::nullopt;
 }
 
+HookSurroundings hookSurroundings(const Environment& environment) {
+  std::error_code ignored;  // a folder that is gone has no settings
+  return {.environment = environment, .workingFolder = fs::current_path(ignored)};
+}
+
 std::vector<fs::path> placesOfProgram(const std::string& name, std::string_view searchPath) {
   if (name.empty() || name.find('/') != std::string::npos) {
     return {name};

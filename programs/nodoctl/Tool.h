@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/helper/HelperConnection.h>
+#include <NODOCore/hooks/HookObstacles.h>
 #include <platform/HelperMachine.h>
 #include <platform/HostMachine.h>
 #include <programs/nodoctl/terminal/Terminal.h>
@@ -62,6 +63,9 @@ std::optional<std::filesystem::path> toolPath(const ToolContext& context);
 
 /// The user's home folder, absolute; nothing when HOME does not name one.
 std::optional<std::filesystem::path> homeFolder(const Environment& environment);
+
+/// Where agents are taken to run: in this environment and in the working folder.
+HookSurroundings hookSurroundings(const Environment& environment);
 
 /// Where a shell looks for the program `name`, in this order: there itself when it holds a slash,
 /// else in each folder of `searchPath`, of which an empty one is the working folder.

@@ -118,7 +118,29 @@ AgentHookSetupInspection inspection() {
   for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
     found.targets.push_back({target, "/h/x", AgentHookComponentStatus::current});
   }
+  found.targets.back().error = "no";
   return found;
+}
+
+std::vector<Finding> findingsOfAllKinds() {
+  std::vector<Finding> all;
+  for (const FindingKind kind : allCases<FindingKind>()) {
+    for (const FindingSeverity severity : allCases<FindingSeverity>()) {
+      all.push_back({.kind = kind, .severity = severity, .what = "what", .toDo = "to do"});
+    }
+  }
+  return all;
+}
+
+void printInspections() {
+  JSONValue full = encode(inspection());
+  full.setMember("findings", encode(findingsOfAllKinds()));
+  std::cout << "hook-inspection\t" << jsonText(full, JSONLayout::compact) << '\n';
+  std::cout << "hook-inspection\t"
+            << encodeJSON(
+                   AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"},
+                   JSONLayout::compact)
+            << '\n';
 }
 
 template <class Document>
@@ -129,12 +151,7 @@ void print(std::string_view schema, const Document& document) {
 void printDoctorReports() {
   const AgentHookFallbackStatus fallback{
       .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
-  std::vector<Finding> found;
-  for (const FindingKind kind : allCases<FindingKind>()) {
-    for (const FindingSeverity severity : allCases<FindingSeverity>()) {
-      found.push_back({.kind = kind, .severity = severity, .what = "what", .toDo = "to do"});
-    }
-  }
+  const std::vector<Finding> found = findingsOfAllKinds();
   const auto printReport = [](const DoctorReport& report, const std::vector<Finding>& findings) {
     std::cout << "doctor-report\t" << jsonText(encode(report, findings), JSONLayout::compact)
               << '\n';
@@ -178,9 +195,7 @@ void printDocuments() {
   print("agents", agentsOfAllKinds());
   print("agents", std::vector<AgentProcess>());
   print("hook-install-reports", reports());
-  print("hook-inspection", inspection());
-  print("hook-inspection",
-        AgentHookSetupInspection{.expectedHookScriptFingerprint = "0000000000000000"});
+  printInspections();
   printDoctorReports();
   printMenuReports();
 }

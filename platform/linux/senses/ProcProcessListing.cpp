@@ -15,6 +15,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace nodo {
@@ -135,8 +136,8 @@ bool isNumber(std::string_view name) {
 
 }  // namespace
 
-// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", proc(5): the name may itself hold
-// parentheses, so the last one ends it.
+// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", with the start 13 fields on, proc(5):
+// the name may itself hold parentheses, so the last one ends it.
 std::optional<ProcStat> parseProcStat(std::string_view text) {
   constexpr std::int64_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD
   const auto nameBegin = text.find('(');
@@ -156,9 +157,35 @@ std::optional<ProcStat> parseProcStat(std::string_view text) {
     takeField(rest);
   }
   const auto flags = integerFromText<std::int64_t>(takeField(rest).value_or(""));
+  for (int skipped = 0; skipped < 12; ++skipped) {
+    takeField(rest);
+  }
   return ProcStat{.name = repaired(text.substr(nameBegin + 1, nameEnd - nameBegin - 1)),
                   .ppid = *ppid,
-                  .isKernelThread = (flags.value_or(0) & kernelThreadFlag) != 0};
+                  .isKernelThread = (flags.value_or(0) & kernelThreadFlag) != 0,
+                  .startedAtTick = integerFromText<std::int64_t>(takeField(rest).value_or(""))};
+}
+
+std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
+                                       const std::filesystem::path& procFolder) {
+  const FileDescriptor folder(::open(procFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const std::string name = std::to_string(pid);
+
+  struct stat status {};
+
+  // A process's folder is its user's.
+  if (!folder || ::fstatat(folder.get(), name.c_str(), &status, 0) != 0 ||
+      status.st_uid != ::geteuid()) {
+    return std::nullopt;
+  }
+  ProcFiles files(folder.get());
+  const auto text = files.read(name, "stat");
+  const auto stat = text ? parseProcStat(*text) : std::nullopt;
+  if (!stat || !stat->startedAtTick) {
+    return std::nullopt;
+  }
+  const auto ticks = static_cast<double>(*stat->startedAtTick);
+  return running - Seconds(ticks / static_cast<double>(::sysconf(_SC_CLK_TCK)));
 }
 
 // Each argument ends with a NUL; a process that renamed itself leaves a run of them.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
 #include <NODOCore/sensing/ProcessListing.h>
 
 #include <cstddef>
@@ -17,10 +18,16 @@ struct ProcStat {
   std::string name;  ///< as the kernel keeps it, in valid UTF-8
   std::int32_t ppid = 0;
   bool isKernelThread = false;
+  std::optional<std::int64_t> startedAtTick;  ///< of the clock since the machine's start
 };
 
 /// Reads a "stat", or nothing when it is none. Pure, as are the next two.
 std::optional<ProcStat> parseProcStat(std::string_view text);
+
+/// How long the process has run when the machine has been running for `running`. Nothing for a
+/// process that is gone or another user's.
+std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
+                                       const std::filesystem::path& procFolder = "/proc");
 
 /// A process's "cmdline" in /proc: its first word, and all of it joined with blanks. Both are valid
 /// UTF-8, and both are empty for a process without one.

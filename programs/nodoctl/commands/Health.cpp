@@ -1,5 +1,6 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/hooks/HookPause.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -65,13 +67,41 @@ StatusReport localStatus(const ToolContext& context, Problems& problems) {
   return report;
 }
 
-AgentHookSetupInspection inspectHooks(const ToolContext& context) {
+// What can be told of the agents' hooks. A target that cannot be is left out, and found.
+AgentHookSetupInspection inspectHooks(const ToolContext& context, FindingFacts& facts) {
   const auto home = homeFolder(context.environment);
   if (!home) {
     throw std::runtime_error("HOME is not set");
   }
   const AgentHookInstaller installer(*home, std::nullopt, toolPath(context).value_or("").string());
-  return installer.inspect(allCases<AgentHookTarget>());
+  AgentHookSetupInspection inspection = installer.inspectReportingFailures(
+      allCases<AgentHookTarget>(), hookSurroundings(context.environment), facts.hookObstacles);
+  const auto unreadable =
+      std::stable_partition(inspection.targets.begin(), inspection.targets.end(),
+                            [](const auto& target) { return !target.error; });
+  facts.unreadableHooks.assign(unreadable, inspection.targets.end());
+  inspection.targets.erase(unreadable, inspection.targets.end());
+  return inspection;
+}
+
+// The agents whose hooks should run, as far as anybody can tell.
+std::set<AgentHookTarget> hookedTargets(const HealthFacts& facts) {
+  std::set<AgentHookTarget> hooked;
+  if (!facts.hookInspection || facts.forFindings.hooksPausedUntil) {
+    return hooked;
+  }
+  for (const AgentHookTargetInspection& target : facts.hookInspection->targets) {
+    if (isInstalled(target.status)) {
+      hooked.insert(target.target);
+    }
+  }
+  for (const HookObstacle& obstacle : facts.forFindings.hookObstacles) {
+    if (!obstacle.target) {
+      return {};
+    }
+    hooked.erase(*obstacle.target);
+  }
+  return hooked;
 }
 
 // What the machine itself knows, without the daemon.
@@ -93,7 +123,7 @@ void lookAtMachine(const ToolContext& context, HealthFacts& facts) {
     facts.forFindings.hooksPausedUntil = hooksPausedUntil(*home, now);
   }
   facts.hookInspection = readOrTell(facts.problems, "the agents' hooks cannot be inspected: ", [&] {
-    return inspectHooks(context);
+    return inspectHooks(context, facts.forFindings);
   });
 }
 
@@ -113,6 +143,15 @@ std::string foreignHolders(const HealthFacts& facts) {
   return fmt::format("Others that hold up sleep: {}\n", isKnown ? "none" : "unknown");
 }
 
+std::string askedLast(const HealthFacts& facts) {
+  std::string text;
+  for (const auto& [agent, at] : lastRequests(facts.status.report.state)) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", displayName(agent),
+                        clockText(at, facts.forFindings.now));
+  }
+  return text.empty() ? "no agent, as far as is known" : text;
+}
+
 std::string statePath(const Environment& environment) {
   try {
     return StateStore::defaultStore(environment).stateURL().string();
@@ -126,6 +165,7 @@ std::string statePath(const Environment& environment) {
 std::string verboseText(const HealthFacts& facts, const Environment& environment) {
   std::string text = "\n" + foreignHolders(facts);
   text += machineText(facts.status.report);
+  text += fmt::format("Asked last: {}\n", askedLast(facts));
   text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
   text += fmt::format("Hook log:   {}\n", escapedForDisplay(facts.hookFallback.logPath));
   text += fmt::format("nodoctl:    version {}\n", version());
@@ -152,6 +192,9 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
   if (facts.unavailable) {
     facts.status = {.report = localStatus(context, facts.problems),
                     .source = DoctorStatusSource::local};
+  } else {
+    facts.forFindings.silentAgents =
+        silentAgents(facts.status.report, hookedTargets(facts), context.machine.ageOfOwnProcess);
   }
   return facts;
 }
@@ -173,7 +216,7 @@ SetupMenuSignals setupSignals(const HealthFacts& facts) {
   const StatusReport& report = facts.status.report;
   signals.powerLockPending =
       signals.helperIsReady && report.decision.shouldPreventSleep && !report.state.ownsSleepDisable;
-  if (!facts.hookInspection) {
+  if (!facts.hookInspection || !facts.forFindings.unreadableHooks.empty()) {
     signals.hooksFailed = true;
     return signals;
   }
@@ -198,19 +241,19 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
   const bool isWarned = std::any_of(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
   });
-  Answer answer{.hints = healthHints(facts),
-                .exitStatus = isReady(report.verdict) && !isWarned ? exitSuccess : exitFailure};
+  Answer answer{.exitStatus = isReady(report.verdict) && !isWarned ? exitSuccess : exitFailure};
+  for (const std::string& hint : healthHints(facts)) {
+    answer.hints.push_back(unlikeReport(hint));  // the hook script reads them, too
+  }
   if (command.json) {
     answer.output = jsonText(encode(report, found), JSONLayout::pretty) + "\n";
     return answer;
   }
-  answer.output = report.text() + "\n";
-  if (!found.empty()) {
-    answer.output += "\n" + findingsText(found);
-  }
+  std::string below = found.empty() ? "" : "\n" + findingsText(found);
   if (command.verbose) {
-    answer.output += verboseText(facts, context.environment);
+    below += verboseText(facts, context.environment);
   }
+  answer.output = report.text() + "\n" + unlikeReport(below);
   return answer;
 }
 

@@ -1,6 +1,7 @@
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/Agents.h>
 #include <NODOCore/hooks/HookConfiguration.h>
@@ -9,6 +10,7 @@
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -49,19 +51,28 @@ std::string reportText(const Reports& reports) {
   return text;
 }
 
-// What is installed, a line for each piece, and how to bring it up to date if it is not.
-std::string reportText(const AgentHookSetupInspection& inspection) {
+// What is installed, a line for each piece, how to bring it up to date if it is not, and what was
+// found beside that.
+std::string reportText(const AgentHookSetupInspection& inspection,
+                       const std::vector<Finding>& found) {
   std::string text =
       line("Hook script", displayName(inspection.hookScriptStatus), inspection.hookScriptPath);
   for (const AgentHookTargetInspection& target : inspection.targets) {
-    text += line(displayName(target.target), displayName(target.status), target.path);
+    text += target.error
+                ? fmt::format("{:<12} unknown, see below\n",
+                              fmt::format("{}:", displayName(target.target)))
+                : line(displayName(target.target), displayName(target.status), target.path);
   }
-  if (!inspection.isCurrent()) {
+  const bool isOfferDue =
+      !isCurrent(inspection.hookScriptStatus) ||
+      std::any_of(inspection.targets.begin(), inspection.targets.end(),
+                  [](const auto& target) { return !target.error && !isCurrent(target.status); });
+  if (isOfferDue) {
     text +=
         "'nodoctl hooks install' installs what is missing and brings up to date what is "
         "outdated.\n";
   }
-  return text;
+  return text + findingsText(found);
 }
 
 // What the person has to do before the agents run the hooks that were put in.
@@ -228,9 +239,33 @@ Answer perform(const HooksUninstallCommand& command, const ToolContext& context)
 }
 
 Answer perform(const HooksInspectCommand& command, const ToolContext& context) {
+  // The environment says nothing of the agents of another home.
+  const HookSurroundings surroundings =
+      command.hooks.home ? HookSurroundings() : hookSurroundings(context.environment);
+  FindingFacts facts{.now = context.now()};
   const AgentHookSetupInspection inspection =
-      installerFor(command.hooks, context).inspect(targetsOf(command.hooks));
-  return {.output = command.json ? jsonDocument(inspection) : reportText(inspection)};
+      installerFor(command.hooks, context)
+          .inspectReportingFailures(targetsOf(command.hooks), surroundings, facts.hookObstacles);
+  std::copy_if(inspection.targets.begin(), inspection.targets.end(),
+               std::back_inserter(facts.unreadableHooks),
+               [](const auto& target) { return target.error.has_value(); });
+  const std::vector<Finding> found = findings(facts);
+  Answer answer;
+  if (command.json) {
+    JSONValue document = encode(inspection);
+    if (!found.empty()) {
+      document.setMember("findings", encode(found));
+    }
+    answer.output = jsonText(document, JSONLayout::pretty) + "\n";
+  } else {
+    answer.output = reportText(inspection, found);
+  }
+  if (!facts.unreadableHooks.empty()) {
+    answer.exitStatus = exitFailure;
+    answer.hints.push_back(fmt::format("{} of {} could not be inspected",
+                                       facts.unreadableHooks.size(), inspection.targets.size()));
+  }
+  return answer;
 }
 
 }  // namespace nodo::nodoctl

@@ -1,4 +1,5 @@
 #include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookScript.h>
 
@@ -193,7 +194,7 @@ TEST_F(HooksCommandTest, WhatIsNoJSONIsSaidOnceWithItsPlaceAndTheWayOut) {
     EXPECT_THAT(shown,
                 ::testing::EndsWith("; the file is left as it is: correct it, then try again\n"));
     EXPECT_EQ(shown.find(file), shown.rfind(file));
-    const std::string inspected = run({"hooks", "inspect", "claude"}).error;
+    const std::string inspected = run({"hooks", "inspect", "claude"}).output;
     EXPECT_THAT(inspected, HasSubstr(reason));
     EXPECT_EQ(inspected.find(file), inspected.rfind(file));
   }
@@ -210,12 +211,15 @@ TEST_F(HooksCommandTest, AnInspectionSaysHowToBringItUpToDate) {
   const Outcome outcome = run({"hooks", "inspect"});
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.error, "");
+  const std::string untrusted = "Problem: Codex does not run nodo's hooks: " + base +
+                                "/.codex/config.toml does not say that you trust them.\n"
+                                "  Type /hooks in Codex, review them and trust them.\n";
   EXPECT_EQ(outcome.output, "Hook script: current (" + base + "/.nodo/nodo-agent-hook.sh)\n" +
                                 "Claude Code: current (" + base + "/.claude/settings.json)\n" +
                                 "Codex:       current (" + base + "/.codex/hooks.json)\n" +
                                 "Grok Build:  current (" + base + "/.grok/hooks/nodo.json)\n" +
                                 "Pi:          current (" + base +
-                                "/.pi/agent/extensions/nodo.ts)\n");
+                                "/.pi/agent/extensions/nodo.ts)\n" + untrusted);
 }
 
 TEST_F(HooksCommandTest, AnUninstallationSaysWhatStaysOnPurpose) {
@@ -263,9 +267,17 @@ TEST_F(HooksCommandTest, TheKeysOfTheDocumentsKeepTheirOrder) {
   const JSONValue installed = runJSON({"hooks", "install", "--json"});
   EXPECT_THAT(keys(installed.array()->front()),
               ElementsAre("target", "path", "changed", "message"));
-  EXPECT_THAT(keys(runJSON({"hooks", "inspect", "--json"})),
-              ElementsAre("hookScriptPath", "hookScriptStatus", "expectedHookScriptFingerprint",
-                          "installedHookScriptFingerprint", "targets"));
+  for (const bool found : {true, false}) {
+    std::vector<std::string> expected{"hookScriptPath", "hookScriptStatus",
+                                      "expectedHookScriptFingerprint",
+                                      "installedHookScriptFingerprint", "targets"};
+    if (found) {
+      expected.emplace_back("findings");
+    }
+    EXPECT_EQ(keys(found ? runJSON({"hooks", "inspect", "--json"})
+                         : runJSON({"hooks", "inspect", "pi", "--json"})),
+              expected);
+  }
 }
 
 TEST_F(HooksCommandTest, AFailureOfOneTargetKeepsNoOtherFromItsTurn) {
@@ -306,13 +318,53 @@ TEST_F(HooksCommandTest, WhatCannotBeUninstalledKeepsItsScript) {
   EXPECT_TRUE(fs::exists(home / ".nodo/nodo-agent-hook.sh"));
 }
 
-TEST_F(HooksCommandTest, AnInspectionThatCannotBeMadeIsAFailure) {
+TEST_F(HooksCommandTest, ATargetThatCannotBeInspectedIsNamedBesideTheOthers) {
+  run({"hooks", "install", "grok", "pi"});
   folder.write("home/.claude/settings.json", "{ not JSON");
-  const Outcome outcome = run({"hooks", "inspect", "--json"});
-  EXPECT_EQ(outcome.exitStatus, 1);
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_THAT(outcome.error, HasSubstr("nodoctl: "));
-  EXPECT_THAT(outcome.error, HasSubstr("settings.json"));
+  const std::string base = home.string();
+  const Outcome shown = run({"hooks", "inspect"});
+  EXPECT_EQ(shown.exitStatus, 1);
+  EXPECT_EQ(shown.error, "nodoctl: 1 of 4 could not be inspected\n");
+  EXPECT_THAT(shown.output, HasSubstr("Claude Code: unknown, see below\n"));
+  EXPECT_THAT(shown.output, HasSubstr("Pi:          current (" + base));
+  EXPECT_THAT(shown.output,
+              HasSubstr("\nProblem: It is not known whether Claude Code runs hooks: " + base +
+                        "/.claude/settings.json: expected JSON"));
+  EXPECT_THAT(run({"hooks", "inspect", "claude", "pi"}).output,
+              Not(HasSubstr("'nodoctl hooks install' installs")));
+
+  const Outcome asJSON = run({"hooks", "inspect", "--json"});
+  EXPECT_EQ(asJSON.exitStatus, 1);
+  const auto inspection = decodeJSON<AgentHookSetupInspection>(asJSON.output);
+  ASSERT_EQ(inspection.targetCount(), 4);
+  EXPECT_THAT(inspection.targets[0].error.value_or(""), HasSubstr("line 1, column 4"));
+  EXPECT_EQ(inspection.targets[3].status, AgentHookComponentStatus::current);
+  const auto found = decodeJSON<std::vector<Finding>>(
+      jsonText(*JSONValue::parse(asJSON.output).member("findings"), JSONLayout::compact));
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_EQ(found[0].kind, FindingKind::hooksUnreadable);
+}
+
+TEST_F(HooksCommandTest, AnInspectionTellsWhyHooksThatAreInstalledDoNotRun) {
+  folder.write("home/.claude/settings.json", R"({"disableAllHooks": true})");
+  run({"hooks", "install", "claude", "codex"});
+  fs::remove(folder / "bin/nodoctl");
+  startedAs = (folder / "bin/nodoctl").string();
+  const Outcome outcome = run({"hooks", "inspect"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  for (const char* text : {"Problem: The hooks find no nodoctl: ", "/bin/nodoctl is no program",
+                           "Problem: Claude Code runs no hooks of nodo: ",
+                           "Problem: Codex does not run nodo's hooks: "}) {
+    EXPECT_THAT(outcome.output, HasSubstr(text));
+  }
+}
+
+TEST_F(HooksCommandTest, TheEnvironmentSaysNothingOfTheAgentsOfAnotherHome) {
+  run({"hooks", "install", "claude"});
+  environment["CLAUDE_CONFIG_DIR"] = (folder / "elsewhere").string();
+  EXPECT_THAT(run({"hooks", "inspect", "claude"}).output, HasSubstr("CLAUDE_CONFIG_DIR"));
+  EXPECT_THAT(run({"hooks", "inspect", "claude", "--home", home.string()}).output,
+              Not(HasSubstr("CLAUDE_CONFIG_DIR")));
 }
 
 TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {

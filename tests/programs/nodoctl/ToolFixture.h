@@ -7,6 +7,7 @@
 #include <testing/FakeMachine.h>
 #include <testing/TemporaryFolder.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -47,7 +48,8 @@ class ToolFixture : public ::testing::Test {
         arguments, {.environment = environment,
                     .machine = {.processListing = machine,
                                 .snapshotProvider = machine,
-                                .sleepDiagnostics = [this](Date at) { return diagnose(at); }},
+                                .sleepDiagnostics = [this](Date at) { return diagnose(at); },
+                                .ageOfOwnProcess = [this](std::int32_t) { return agentsAge; }},
                     .helperConnecting =
                         [this](const std::optional<std::string>& asked) {
                           bus = asked;
@@ -104,6 +106,7 @@ class ToolFixture : public ::testing::Test {
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   bool diagnosticsFail = false;
+  std::optional<Seconds> agentsAge;    ///< of all agents
   std::shared_ptr<Terminal> terminal;  ///< that standard output goes to, if any
   std::function<std::unique_ptr<SignalQueue>(const std::vector<int>&)> makeSignals = catchSignals;
   std::string startedAs = "/usr/bin/nodoctl";

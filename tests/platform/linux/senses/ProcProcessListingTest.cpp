@@ -1,11 +1,13 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Files.h>
 #include <NODOCore/base/JSONValue.h>
+#include <NODOCore/base/System.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/sensing/AgentDetector.h>
 #include <platform/linux/senses/ProcProcessListing.h>
 #include <testing/TemporaryFolder.h>
 #include <testing/TestData.h>
+#include <testing/UnprivilegedUser.h>
 
 #include <algorithm>
 #include <array>
@@ -52,6 +54,31 @@ std::string joinedWithNULs(const std::vector<std::string>& words) {
     cmdline += word + '\0';
   }
   return cmdline;
+}
+
+TEST_F(ProcProcessListingTest, AnAgeCountsFromTheTickOfTheStart) {
+  const auto ticks = [](double seconds) {
+    return std::to_string(static_cast<long>(seconds * static_cast<double>(::sysconf(_SC_CLK_TCK))));
+  };
+  proc.write("8/stat", "8 (a) b) S 1 8 8 0 -1 4194560 1 2 3 4 5 6 7 8 20 0 1 0 " + ticks(100) +
+                           " 12345 678\n");
+  EXPECT_EQ(ageOfOwnProcess(8, Seconds(160), proc.path()), Seconds(60));
+  proc.write("9/stat", "9 (short) S 1 8 8 0 -1 4194560\n");
+  EXPECT_EQ(ageOfOwnProcess(9, Seconds(160), proc.path()), std::nullopt);
+  EXPECT_EQ(ageOfOwnProcess(10, Seconds(160), proc.path()), std::nullopt);
+}
+
+TEST_F(ProcProcessListingTest, AnotherUsersProcessHasNoAge) {
+  const auto age = ageOfOwnProcess(::getpid(), runningTime());
+  ASSERT_TRUE(age);
+  EXPECT_GE(*age, Seconds(0));
+  EXPECT_LT(*age, Seconds(3600));
+  if (::geteuid() != 0) {
+    EXPECT_EQ(ageOfOwnProcess(1, runningTime()), std::nullopt);
+    return;
+  }
+  const test::UnprivilegedUser user;
+  EXPECT_EQ(ageOfOwnProcess(1, runningTime()), std::nullopt);
 }
 
 TEST_F(ProcProcessListingTest, NamesAProcessAfterItsFirstWord) {
