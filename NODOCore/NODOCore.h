@@ -21,6 +21,7 @@
 #include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Findings.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>

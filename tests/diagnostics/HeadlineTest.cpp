@@ -1,0 +1,210 @@
+#include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/diagnostics/Headline.h>
+#include <testing/EnvironmentVariable.h>
+
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace nodo {
+namespace {
+
+constexpr SafetyPolicy limits{.minimumBatteryPercent = 20,
+                              .maxManualDurationMinutes = 720,
+                              .lidOpenGraceSeconds = 60,
+                              .noRouteGraceSeconds = 300};
+const Date now = dateFromSeconds(1769847300);  // 2026-01-31 08:15:00 UTC
+
+// A daemon that has nothing to do.
+HeadlineFacts idle() {
+  HeadlineFacts facts{.lockIsOn = false, .limits = limits};
+  facts.report.generatedAt = now;
+  facts.report.state = NODOState::fresh(now);
+  facts.report.snapshot = {.now = now, .powerSource = PowerSource::battery, .batteryPercent = 80};
+  return facts;
+}
+
+// Decides as the daemon would.
+void decide(HeadlineFacts& facts) {
+  StatusReport& report = facts.report;
+  report.decision =
+      PowerDecisionEngine{limits}.evaluate(report.state, report.agents, report.snapshot);
+  report.manualRemainingSeconds = report.state.manualRemainingSeconds(now);
+}
+
+HeadlineFacts withTimer(Seconds left) {
+  HeadlineFacts facts = idle();
+  facts.report.state.manualUntil = now + left;
+  decide(facts);
+  return facts;
+}
+
+HeadlineFacts keptAwake() {
+  HeadlineFacts facts = withTimer(std::chrono::minutes(80));
+  facts.report.state.ownsSleepDisable = true;
+  facts.lockIsOn = true;
+  return facts;
+}
+
+TEST(HeadlineTest, TheFactsLeadToIt) {
+  const struct {
+    const char* name;
+    std::function<HeadlineFacts()> facts;
+    HeadlineKind kind;
+    const char* text;
+  } rows[] = {
+      {"healthy", keptAwake, HeadlineKind::keptAwake, "Kept awake until 09:35 (1 h 20 min left)."},
+      {"the machine does not tell of locks",
+       [] {
+         HeadlineFacts facts = keptAwake();
+         facts.lockIsOn.reset();
+         return facts;
+       },
+       HeadlineKind::keptAwake, "Kept awake until 09:35 (1 h 20 min left)."},
+      {"the lock was lost",
+       [] {
+         HeadlineFacts facts = keptAwake();
+         facts.lockIsOn = false;
+         return facts;
+       },
+       HeadlineKind::lockMissing,
+       "NOT kept awake by nodo, although the timer runs until 09:35 (1 h 20 min left): somebody "
+       "has switched the sleep lock off."},
+      {"the lock was refused", [] { return withTimer(std::chrono::minutes(20)); },
+       HeadlineKind::lockMissing,
+       "NOT kept awake by nodo, although the timer runs until 08:35 (20 min left): the sleep lock "
+       "could not be taken."},
+      {"a foreign lock",
+       [] {
+         HeadlineFacts facts = withTimer(std::chrono::minutes(20));
+         facts.lockIsOn = true;
+         return facts;
+       },
+       HeadlineKind::lockMissing,
+       "NOT kept awake by nodo, although the timer runs until 08:35 (20 min left): the sleep lock "
+       "that is on is not nodo's."},
+      {"nothing to do", idle, HeadlineKind::off, "Not kept awake: no timer runs."},
+      {"the timer ran out",
+       [] {
+         HeadlineFacts facts = idle();
+         facts.report.state.lastStopReason = reason::manualExpired;
+         return facts;
+       },
+       HeadlineKind::off, "Not kept awake: the timer has run out."},
+      {"it was stopped",
+       [] {
+         HeadlineFacts facts = idle();
+         facts.report.state.lastStopReason = reason::userStop;
+         return facts;
+       },
+       HeadlineKind::off, "Not kept awake: the timer was stopped."},
+      {"a low battery",
+       [] {
+         HeadlineFacts facts = withTimer(std::chrono::minutes(60));
+         facts.report.snapshot.batteryPercent = 15;
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs until 09:15 (1 h left), but sleep is allowed: battery at 15 % (limit 20 "
+       "%)."},
+      {"no network, and a low battery",
+       [] {
+         HeadlineFacts facts = withTimer(std::chrono::minutes(60));
+         facts.report.snapshot.batteryPercent = 20;
+         facts.report.snapshot.defaultRouteAvailable = false;
+         facts.report.state.noRouteUnavailableSince = now - std::chrono::minutes(5);
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs until 09:15 (1 h left), but sleep is allowed: battery at 20 % (limit 20 "
+       "%), no network since 08:10 (limit 5 min)."},
+      {"a lock that is still to go, for the battery",
+       [] {
+         HeadlineFacts facts = keptAwake();
+         facts.report.snapshot.batteryPercent = 15;
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::lockLeft,
+       "Still kept awake: the sleep lock is on, although sleep is to be allowed, battery at 15 % "
+       "(limit 20 %)."},
+      {"a lock that nothing asks for",
+       [] {
+         HeadlineFacts facts = idle();
+         facts.lockIsOn = true;
+         return facts;
+       },
+       HeadlineKind::lockLeft,
+       "Still kept awake: the sleep lock is on, although nothing asks for it."},
+      {"no daemon, and a timer of one's own",
+       [] {
+         HeadlineFacts facts = withTimer(std::chrono::minutes(60));
+         facts.daemonFailure = "it is not running\x1b";
+         return facts;
+       },
+       HeadlineKind::daemonMissing,
+       "NOT kept awake by this: the daemon cannot be asked: it is not running\\u{1b}."},
+      {"a daemon that hangs with its lock",
+       [] {
+         HeadlineFacts facts = keptAwake();
+         facts.daemonFailure = "it does not answer";
+         return facts;
+       },
+       HeadlineKind::lockWithoutWord,
+       "Kept awake by a lock of nodo's, but the daemon cannot be asked: it does not answer."}};
+
+  const test::EnvironmentVariable zone("TZ", "UTC0");
+  for (const auto& row : rows) {
+    HeadlineFacts facts = row.facts();
+    if (!facts.report.manualRemainingSeconds) {
+      decide(facts);
+    }
+    const Headline found = headline(facts);
+    EXPECT_EQ(found.kind, row.kind) << row.name;
+    EXPECT_EQ(found.text, row.text) << row.name;
+  }
+}
+
+TEST(HeadlineTest, KeptAwakeIsSaidOnlyWhereALockStands) {
+  for (const bool isOwned : {false, true}) {
+    for (const std::optional<bool> lockIsOn : {std::optional<bool>(), {false}, {true}}) {
+      for (const int charge : {15, 80}) {
+        for (const int minutes : {0, 60}) {
+          HeadlineFacts facts = withTimer(std::chrono::minutes(minutes));
+          facts.report.snapshot.batteryPercent = charge;
+          facts.report.state.ownsSleepDisable = isOwned;
+          facts.lockIsOn = lockIsOn;
+          decide(facts);
+          const Headline found = headline(facts);
+          const bool saysSo = found.text.starts_with("Kept awake");
+          EXPECT_EQ(saysSo, found.kind == HeadlineKind::keptAwake) << found.text;
+          EXPECT_EQ(saysSo, isOwned && lockIsOn.value_or(true) && charge > 20 && minutes > 0)
+              << found.text;
+        }
+      }
+    }
+  }
+}
+
+TEST(HeadlineTest, WhatIsLeftIsRoundedUpForPeople) {
+  EXPECT_EQ(timeLeftText(Seconds(1)), "1 min");
+  EXPECT_EQ(timeLeftText(Seconds(60)), "1 min");
+  EXPECT_EQ(timeLeftText(Seconds(60.5)), "2 min");
+  EXPECT_EQ(timeLeftText(Seconds(1199.2)), "20 min");
+  EXPECT_EQ(timeLeftText(Seconds(3600)), "1 h");
+  EXPECT_EQ(timeLeftText(Seconds(3601)), "1 h 1 min");
+  EXPECT_EQ(timeLeftText(Seconds(43200)), "12 h");
+}
+
+TEST(HeadlineTest, ItIsTheSameAfterAWayThroughJSON) {
+  for (const HeadlineKind kind : allCases<HeadlineKind>()) {
+    const Headline found{.kind = kind, .text = "a"};
+    EXPECT_EQ(decodeJSON<Headline>(encodeJSON(found, JSONLayout::compact)), found);
+  }
+}
+
+}  // namespace
+}  // namespace nodo
