@@ -240,8 +240,9 @@ CodexConsent codexConsent(std::string_view text, const std::vector<std::string>&
   if (isAny([](const auto& hook) { return !hook["trusted_hash"].is_string(); })) {
     return CodexConsent::missing;
   }
-  return isAny(
-             [](const auto& hook) { return hook["enabled"].template value_exact<bool>() == false; })
+  return isAny([](const auto& hook) {
+    return !hook["enabled"].template value_exact<bool>().value_or(true);
+  })
              ? CodexConsent::switchedOff
              : CodexConsent::given;
 }

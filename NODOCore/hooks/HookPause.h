@@ -14,7 +14,7 @@
 namespace nodo {
 
 /// How long a pause can be. A stamp that lies further ahead is none: the clock was set back.
-inline constexpr std::int64_t mostPauseMinutes = 24 * 60;
+inline constexpr std::int64_t mostPauseMinutes = 1440;
 
 /// Until when the hooks of the user whose home that is are paused at `now`; nothing when they are
 /// not, or when the stamp cannot be read. The last two minutes of a pause look like the time after
