@@ -82,61 +82,119 @@ std::string toDoWith(const SilentAgent& silent) {
       agentOf(silent.kind).hasFeatureSwitch ? "; /hooks shows them" : "");
 }
 
+class Finder {
+ public:
+  explicit Finder(const FindingFacts& facts) : facts_(facts) {}
+
+  // Warnings first.
+  std::vector<Finding> find() {
+    if (facts_.keepAwake) {
+      lookAtLock(*facts_.keepAwake);
+    }
+    lookAtDaemon();
+    lookAtHooks();
+    std::stable_partition(found_.begin(), found_.end(), [](const Finding& finding) {
+      return finding.severity == FindingSeverity::warning;
+    });
+    return std::move(found_);
+  }
+
+ private:
+  void add(FindingKind kind, FindingSeverity severity, const std::string& what,
+           const std::string& toDo) {
+    found_.push_back({.kind = kind,
+                      .severity = severity,
+                      .what = escapedForDisplay(what),
+                      .toDo = escapedForDisplay(toDo)});
+  }
+
+  void lookAtLock(const KeepAwakeFacts& facts) {
+    switch (headline(facts).kind) {
+      case HeadlineKind::daemonMissing:
+      case HeadlineKind::lockWithoutWord:
+        add(FindingKind::daemonMissing, FindingSeverity::warning,
+            fmt::format("The daemon nodod cannot be asked: {}.", *facts.daemonFailure),
+            "See to that, or restart it; nodod(8) says how it is run.");
+        break;
+      case HeadlineKind::sleepAllowed:
+        add(FindingKind::safetyAllowsSleep, FindingSeverity::warning,
+            fmt::format("A safety rule allows sleep although the timer runs: {}.",
+                        fmt::join(safetyTexts(facts), ", ")),
+            "Plug the charger in or bring the network back; the lock follows at once.");
+        break;
+      case HeadlineKind::lockMissing:
+        add(FindingKind::lockMissing, FindingSeverity::warning,
+            "The timer runs, and the sleep lock of nodo is not in force.",
+            "The daemon tries again every minute; its log says why it fails.");
+        break;
+      case HeadlineKind::lockLeft:
+        add(FindingKind::lockLeft, FindingSeverity::warning,
+            "A sleep lock is on although nothing asks for it.", "'nodoctl repair' releases it.");
+        break;
+      case HeadlineKind::keptAwake:
+      case HeadlineKind::unconfirmed:
+      case HeadlineKind::off:
+        break;
+    }
+  }
+
+  void lookAtDaemon() {
+    if (facts_.daemonRefusal) {
+      add(FindingKind::daemonRefuses, FindingSeverity::warning,
+          fmt::format("The daemon refuses requests of this user: {}.", *facts_.daemonRefusal),
+          "Where polkit runs, the group nodo may ask from anywhere: join it with "
+          "'sudo usermod -aG nodo \"$USER\"', then log in again.");
+    }
+    if (facts_.daemonLetsItsUserSleep) {
+      add(FindingKind::daemonOfUserDoesNotProtect, FindingSeverity::warning,
+          "The daemon is not the system's but a user's, and systemd-logind before version 257 "
+          "lets that user and their desktop suspend under its lock.",
+          "Install the system's daemon: the package nodo, then 'sudo systemctl enable --now "
+          "nodod'.");
+    }
+  }
+
+  void lookAtHooks() {
+    if (facts_.hooksPausedUntil) {
+      add(FindingKind::hooksPaused, FindingSeverity::note,
+          fmt::format("The agents' hooks are paused until {}.",
+                      clockText(*facts_.hooksPausedUntil, facts_.now)),
+          "'nodoctl resume' ends that.");
+    }
+    for (const AgentHookTargetInspection& target : facts_.unreadableHooks) {
+      add(FindingKind::hooksUnreadable, FindingSeverity::warning,
+          fmt::format("It is not known whether {} runs hooks: {}.", displayName(target.target),
+                      target.error.value_or("")),
+          "Correct that file, or let yourself read it; then 'nodoctl hooks inspect' tells.");
+    }
+    for (const HookObstacle& obstacle : facts_.hookObstacles) {
+      const auto [what, toDo] = wordsFor(obstacle);
+      add(kindOf(obstacle.kind), FindingSeverity::warning, what, toDo);
+    }
+    for (const SilentAgent& silent : facts_.silentAgents) {
+      // It may just have had nothing to do.
+      add(FindingKind::agentSilent, FindingSeverity::note,
+          fmt::format("{} (pid {}) has run for {} and asked for nothing.", displayName(silent.kind),
+                      silent.pid, spanText(silent.span)),
+          toDoWith(silent));
+    }
+  }
+
+  const FindingFacts& facts_;
+  std::vector<Finding> found_;
+};
+
 }  // namespace
 
 std::vector<Finding> findings(const FindingFacts& facts) {
-  std::vector<Finding> found;
-  const auto add = [&found](FindingKind kind, FindingSeverity severity, const std::string& what,
-                            const std::string& toDo) {
-    found.push_back({.kind = kind,
-                     .severity = severity,
-                     .what = escapedForDisplay(what),
-                     .toDo = escapedForDisplay(toDo)});
-  };
-  if (facts.hooksPausedUntil) {
-    add(FindingKind::hooksPaused, FindingSeverity::note,
-        fmt::format("The agents' hooks are paused until {}.",
-                    clockText(*facts.hooksPausedUntil, facts.now)),
-        "'nodoctl resume' ends that.");
-  }
-  if (facts.daemonRefusal) {
-    add(FindingKind::daemonRefuses, FindingSeverity::warning,
-        fmt::format("The daemon refuses requests of this user: {}.", *facts.daemonRefusal),
-        "Where polkit runs, the group nodo may ask from anywhere: join it with "
-        "'sudo usermod -aG nodo \"$USER\"', then log in again.");
-  }
-  if (facts.daemonLetsItsUserSleep) {
-    add(FindingKind::daemonOfUserDoesNotProtect, FindingSeverity::warning,
-        "The daemon is not the system's but a user's, and systemd-logind before version 257 lets "
-        "that user and their desktop suspend under its lock.",
-        "Install the system's daemon: the package nodo, then 'sudo systemctl enable --now nodod'.");
-  }
-  for (const AgentHookTargetInspection& target : facts.unreadableHooks) {
-    add(FindingKind::hooksUnreadable, FindingSeverity::warning,
-        fmt::format("It is not known whether {} runs hooks: {}.", displayName(target.target),
-                    target.error.value_or("")),
-        "Correct that file, or let yourself read it; then 'nodoctl hooks inspect' tells.");
-  }
-  for (const HookObstacle& obstacle : facts.hookObstacles) {
-    const auto [what, toDo] = wordsFor(obstacle);
-    add(kindOf(obstacle.kind), FindingSeverity::warning, what, toDo);
-  }
-  for (const SilentAgent& silent : facts.silentAgents) {
-    // It may just have had nothing to do.
-    add(FindingKind::agentSilent, FindingSeverity::note,
-        fmt::format("{} (pid {}) has run for {} and asked for nothing.", displayName(silent.kind),
-                    silent.pid, spanText(silent.span)),
-        toDoWith(silent));
-  }
-  std::stable_partition(found.begin(), found.end(), [](const Finding& finding) {
-    return finding.severity == FindingSeverity::warning;
-  });
-  return found;
+  return Finder(facts).find();
 }
 
-JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings) {
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings,
+                 const Headline& headline) {
   JSONValue document = encode(report);
   document.setMember("findings", encode(findings));
+  document.setMember("headline", encode(headline));
   return document;
 }
 

@@ -4,6 +4,7 @@
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookObstacles.h>
 
@@ -17,6 +18,10 @@ namespace nodo {
 /// What the doctor can find beside what its report says. The texts are stable: programs know a
 /// finding by them.
 enum class FindingKind {
+  daemonMissing,               ///< it cannot be asked
+  safetyAllowsSleep,           ///< although the timer runs
+  lockMissing,                 ///< although the timer runs
+  lockLeft,                    ///< although nothing asks for it
   hooksPaused,                 ///< a person said "not now"
   daemonRefuses,               ///< it serves this user nothing but the status
   daemonOfUserDoesNotProtect,  ///< this system lets the daemon's own user sleep under its lock
@@ -32,6 +37,10 @@ enum class FindingKind {
 template <>
 struct EnumTexts<FindingKind> {
   static constexpr std::array cases{
+      EnumText{FindingKind::daemonMissing, "daemonMissing"},
+      EnumText{FindingKind::safetyAllowsSleep, "safetyAllowsSleep"},
+      EnumText{FindingKind::lockMissing, "lockMissing"},
+      EnumText{FindingKind::lockLeft, "lockLeft"},
       EnumText{FindingKind::hooksPaused, "hooksPaused"},
       EnumText{FindingKind::daemonRefuses, "daemonRefuses"},
       EnumText{FindingKind::daemonOfUserDoesNotProtect, "daemonOfUserDoesNotProtect"},
@@ -70,6 +79,7 @@ void decode(const JSONReader& from, Finding& finding);
 /// be.
 struct FindingFacts {
   Date now;
+  std::optional<KeepAwakeFacts> keepAwake;
   std::optional<Date> hooksPausedUntil;
   std::optional<std::string> daemonRefusal;  ///< why it refuses this user's requests
   bool daemonLetsItsUserSleep = false;       ///< it is a user's own, whom its lock does not bind
@@ -81,8 +91,9 @@ struct FindingFacts {
 /// What the facts mean, warnings first. Pure, but for the time zone that times are told in.
 std::vector<Finding> findings(const FindingFacts& facts);
 
-/// The health check as programs read it: the report's members and, last, "findings".
-JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings);
+/// The health check as programs read it: the report's members, then "findings" and "headline".
+JSONValue encode(const DoctorReport& report, const std::vector<Finding>& findings,
+                 const Headline& headline);
 
 /// The findings for people: two lines for each, with a line feed at the end of each.
 std::string findingsText(const std::vector<Finding>& findings);

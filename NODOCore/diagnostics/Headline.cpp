@@ -27,28 +27,28 @@ std::string untilText(const StatusReport& report) {
                      timeLeftText(end - report.generatedAt));
 }
 
-// Why a safety rule allows sleep, with its figures.
-std::string blockText(const std::string& block, const HeadlineFacts& facts) {
+// The limit of a rule, where it is known.
+std::string limitText(const KeepAwakeFacts& facts, std::int64_t SafetyPolicy::*limit,
+                      std::int64_t unit, std::string_view unitName) {
+  return facts.limits ? fmt::format(" (limit {} {})", *facts.limits.*limit / unit, unitName) : "";
+}
+
+std::string safetyText(const std::string& block, const KeepAwakeFacts& facts) {
   const SystemSnapshot& machine = facts.report.snapshot;
   if (block == reason::batteryBelowThreshold && machine.batteryPercent) {
-    return fmt::format("battery at {} % (limit {} %)", *machine.batteryPercent,
-                       facts.limits.minimumBatteryPercent);
+    return fmt::format("battery at {} %{}", *machine.batteryPercent,
+                       limitText(facts, &SafetyPolicy::minimumBatteryPercent, 1, "%"));
   }
   const auto missingSince = facts.report.state.noRouteUnavailableSince;
   if (block == reason::networkUnavailable && missingSince) {
-    return fmt::format("no network since {} (limit {} min)",
-                       clockText(*missingSince, facts.report.generatedAt),
-                       facts.limits.noRouteGraceSeconds / 60);
+    return fmt::format("no network since {}{}", clockText(*missingSince, facts.report.generatedAt),
+                       limitText(facts, &SafetyPolicy::noRouteGraceSeconds, 60, "min"));
   }
   return block;
 }
 
-std::string blocksText(const HeadlineFacts& facts) {
-  std::string text;
-  for (const std::string& block : facts.report.decision.safetyBlocks) {
-    text += (text.empty() ? "" : ", ") + blockText(block, facts);
-  }
-  return text;
+std::string joinedSafetyTexts(const KeepAwakeFacts& facts) {
+  return fmt::format("{}", fmt::join(safetyTexts(facts), ", "));
 }
 
 // Why no timer runs, where that is worth a word.
@@ -59,24 +59,30 @@ std::string idleText(const NODOState& state) {
                                       : "no timer runs";
 }
 
-Headline withoutDaemon(const HeadlineFacts& facts) {
+Headline withoutDaemon(const KeepAwakeFacts& facts) {
   if (facts.lockIsOn == true) {
     return {HeadlineKind::lockWithoutWord,
             fmt::format("Kept awake by a lock of nodo's, but the daemon cannot be asked: {}.",
                         *facts.daemonFailure)};
   }
-  return {HeadlineKind::daemonMissing,
-          fmt::format("NOT kept awake by this: the daemon cannot be asked: {}.",
-                      *facts.daemonFailure)};
+  return {
+      HeadlineKind::daemonMissing,
+      fmt::format("NOT kept awake by this: the daemon cannot be asked: {}.", *facts.daemonFailure)};
 }
 
-Headline withDaemon(const HeadlineFacts& facts) {
+Headline withDaemon(const KeepAwakeFacts& facts) {
   const StatusReport& report = facts.report;
   const bool isOwned = report.state.ownsSleepDisable;
   if (report.decision.shouldPreventSleep) {
     const std::string until = isTimerRunning(report) ? " " + untilText(report) : "";
-    if (isOwned && facts.lockIsOn.value_or(true)) {
+    if (isOwned && facts.lockIsOn == true) {
       return {HeadlineKind::keptAwake, fmt::format("Kept awake{}.", until)};
+    }
+    if (isOwned && !facts.lockIsOn) {
+      return {HeadlineKind::unconfirmed,
+              fmt::format("Probably kept awake{}: the daemon holds the sleep lock, but this "
+                          "machine cannot be asked about it.",
+                          until)};
     }
     return {HeadlineKind::lockMissing,
             fmt::format("NOT kept awake by nodo, although the timer runs{}: {}.", until,
@@ -85,25 +91,33 @@ Headline withDaemon(const HeadlineFacts& facts) {
                                                  : "the sleep lock could not be taken")};
   }
   if (isOwned || facts.lockIsOn == true) {
-    return {HeadlineKind::lockLeft,
-            fmt::format("Still kept awake: the sleep lock is on, although {}.",
-                        isTimerRunning(report) ? "sleep is to be allowed, " + blocksText(facts)
-                                               : "nothing asks for it")};
+    return {
+        HeadlineKind::lockLeft,
+        fmt::format("Still kept awake: the sleep lock is on, although {}.",
+                    isTimerRunning(report) ? "sleep is to be allowed, " + joinedSafetyTexts(facts)
+                                           : "nothing asks for it")};
   }
   if (isTimerRunning(report)) {
-    return {HeadlineKind::sleepAllowed,
-            fmt::format("The timer runs {}, but sleep is allowed: {}.", untilText(report),
-                        blocksText(facts))};
+    return {HeadlineKind::sleepAllowed, fmt::format("The timer runs {}, but sleep is allowed: {}.",
+                                                    untilText(report), joinedSafetyTexts(facts))};
   }
   return {HeadlineKind::off, fmt::format("Not kept awake: {}.", idleText(report.state))};
 }
 
 }  // namespace
 
-Headline headline(const HeadlineFacts& facts) {
+Headline headline(const KeepAwakeFacts& facts) {
   Headline found = facts.daemonFailure ? withoutDaemon(facts) : withDaemon(facts);
   found.text = escapedForDisplay(found.text);
   return found;
+}
+
+std::vector<std::string> safetyTexts(const KeepAwakeFacts& facts) {
+  std::vector<std::string> texts;
+  for (const std::string& block : facts.report.decision.safetyBlocks) {
+    texts.push_back(safetyText(block, facts));
+  }
+  return texts;
 }
 
 std::string timeLeftText(Seconds left) {

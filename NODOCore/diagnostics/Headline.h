@@ -7,6 +7,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace nodo {
 
@@ -17,6 +18,7 @@ class JSONValue;
 /// a headline by them.
 enum class HeadlineKind {
   keptAwake,        ///< the daemon holds the lock, and the machine agrees
+  unconfirmed,      ///< the daemon holds the lock, and the machine does not tell
   sleepAllowed,     ///< a timer runs, but a safety rule allows sleep
   lockMissing,      ///< sleep is to be prevented, and is not
   off,              ///< nothing asks for it, and the lock is off
@@ -28,6 +30,7 @@ enum class HeadlineKind {
 template <>
 struct EnumTexts<HeadlineKind> {
   static constexpr std::array cases{EnumText{HeadlineKind::keptAwake, "keptAwake"},
+                                    EnumText{HeadlineKind::unconfirmed, "unconfirmed"},
                                     EnumText{HeadlineKind::sleepAllowed, "sleepAllowed"},
                                     EnumText{HeadlineKind::lockMissing, "lockMissing"},
                                     EnumText{HeadlineKind::off, "off"},
@@ -41,9 +44,6 @@ struct Headline {
   HeadlineKind kind = HeadlineKind::off;
   std::string text;  ///< one line without control characters
 
-  /// Whether all is as the person or the agents want it: kept awake, or nothing asks for it.
-  bool isFine() const { return kind == HeadlineKind::keptAwake || kind == HeadlineKind::off; }
-
   bool operator==(const Headline&) const = default;
 };
 
@@ -51,16 +51,20 @@ JSONValue encode(const Headline& headline);
 void decode(const JSONReader& from, Headline& headline);
 
 /// What the headline follows from.
-struct HeadlineFacts {
+struct KeepAwakeFacts {
   StatusReport report;                       ///< the daemon's, or the user's own
   std::optional<std::string> daemonFailure;  ///< why the daemon could not be asked
   std::optional<bool> lockIsOn;              ///< as the machine says; absent: it does not tell
-  SafetyPolicy limits;                       ///< those that the report was decided by
+  std::optional<SafetyPolicy> limits;        ///< that the report was decided by; absent: unknown
 };
 
-/// What the facts come to. "Kept awake" is said only where the lock is owned and the machine does
-/// not deny it. Pure, but for the time zone that times are told in.
-Headline headline(const HeadlineFacts& facts);
+/// The safety rules that allow sleep, each with its figures, in the order of the report: "battery
+/// at 15 % (limit 20 %)".
+std::vector<std::string> safetyTexts(const KeepAwakeFacts& facts);
+
+/// What the facts come to. "Kept awake" is said only where the lock is owned and the machine
+/// agrees. Pure, but for the time zone that times are told in.
+Headline headline(const KeepAwakeFacts& facts);
 
 /// What a timer has left, for people: whole minutes, rounded up, so that one of 20 minutes has 20
 /// left when it has just been set: "20 min", "1 h 5 min", "2 h".

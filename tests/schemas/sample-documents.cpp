@@ -152,13 +152,18 @@ void printDoctorReports() {
   const AgentHookFallbackStatus fallback{
       .isActive = true, .logPath = "/tmp/log", .lastStartedAt = now, .fallbackSeconds = 300};
   const std::vector<Finding> found = findingsOfAllKinds();
-  const auto printReport = [](const DoctorReport& report, const std::vector<Finding>& findings) {
-    std::cout << "doctor-report\t" << jsonText(encode(report, findings), JSONLayout::compact)
-              << '\n';
+  const auto printReport = [](const DoctorReport& report, const std::vector<Finding>& findings,
+                              HeadlineKind kind) {
+    const JSONValue document = encode(report, findings, {.kind = kind, .text = "text"});
+    std::cout << "doctor-report\t" << jsonText(document, JSONLayout::compact) << '\n';
   };
-  printReport({DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()}, found);
-  printReport({DoctorStatusSource::local, bareStatus(), {}, {}, {}}, {});
-  printReport({DoctorStatusSource::helper, bareStatus(), false, AgentHookFallbackStatus(), {}}, {});
+  for (const HeadlineKind kind : allCases<HeadlineKind>()) {
+    printReport({DoctorStatusSource::helper, fullStatus(), true, fallback, inspection()}, found,
+                kind);
+  }
+  printReport({DoctorStatusSource::local, bareStatus(), {}, {}, {}}, {}, HeadlineKind::off);
+  printReport({DoctorStatusSource::helper, bareStatus(), false, AgentHookFallbackStatus(), {}}, {},
+              HeadlineKind::off);
 }
 
 void printMenuReports() {

@@ -196,6 +196,13 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
     facts.forFindings.silentAgents =
         silentAgents(facts.status.report, hookedTargets(facts), context.machine.ageOfOwnProcess);
   }
+  KeepAwakeFacts& lock = facts.forFindings.keepAwake.emplace();
+  lock.report = facts.status.report;
+  lock.lockIsOn = facts.diagnostics.sleepDisabled;
+  if (facts.unavailable) {
+    lock.daemonFailure = facts.unavailable->reason;
+    lock.limits = defaultPolicy;
+  }
   return facts;
 }
 
@@ -238,6 +245,7 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
                             facts.diagnostics.sleepDisabled, facts.hookFallback,
                             facts.hookInspection);
   const std::vector<Finding> found = findings(facts.forFindings);
+  const Headline first = headline(facts.forFindings.keepAwake.value());
   const bool isWarned = std::any_of(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
   });
@@ -246,13 +254,14 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
     answer.hints.push_back(unlikeReport(hint));  // the hook script reads them, too
   }
   if (command.json) {
-    answer.output = jsonText(encode(report, found), JSONLayout::pretty) + "\n";
+    answer.output = jsonText(encode(report, found, first), JSONLayout::pretty) + "\n";
     return answer;
   }
-  std::string below = found.empty() ? "" : "\n" + findingsText(found);
+  std::string below = "\n" + findingsText(found);
   if (command.verbose) {
-    below += verboseText(facts, context.environment);
+    below += verboseText(facts, context.environment) + "\n";
   }
+  below += first.text + "\n";  // last, where it is seen first
   answer.output = report.text() + "\n" + unlikeReport(below);
   return answer;
 }

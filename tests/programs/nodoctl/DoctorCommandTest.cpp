@@ -4,6 +4,7 @@
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/presentation/SetupMenu.h>
 #include <programs/nodoctl/commands/Health.h>
+#include <testing/EnvironmentVariable.h>
 #include <testing/OpenDescriptors.h>
 
 #include <gmock/gmock.h>
@@ -20,6 +21,8 @@ using ::testing::StartsWith;
 
 class DoctorCommandTest : public ToolFixture {
  protected:
+  const test::EnvironmentVariable zone{"TZ", "UTC0"};
+
   // A daemon that holds the lock for a timer.
   void startBusyDaemon() {
     startDaemon();
@@ -49,7 +52,8 @@ TEST_F(DoctorCommandTest, AHealthyMachineIsReady) {
                                          "Timer: 10m 0s remaining\nPower lock: on\n"
                                          "Hook fallback: inactive\nmacOS SleepDisabled: on\n"
                                          "Hook script: missing\n"));
-  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"));
+  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"
+                                       "\nKept awake until 08:25 (10 min left).\n"));
 }
 
 TEST_F(DoctorCommandTest, AWarningIsAFailureThatIsToldOnStandardOutput) {
@@ -58,8 +62,12 @@ TEST_F(DoctorCommandTest, AWarningIsAFailureThatIsToldOnStandardOutput) {
   const Outcome outcome = run({"doctor"});
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.error, "");
-  EXPECT_THAT(outcome.output, EndsWith("\nWarning: nodo state says locked, but macOS "
-                                       "SleepDisabled is off.\n"));
+  EXPECT_THAT(outcome.output,
+              EndsWith("\nWarning: nodo state says locked, but macOS SleepDisabled is off.\n"
+                       "\nProblem: The timer runs, and the sleep lock of nodo is not in force.\n"
+                       "  The daemon tries again every minute; its log says why it fails.\n"
+                       "NOT kept awake by nodo, although the timer runs until 08:25 (10 min left): "
+                       "somebody has switched the sleep lock off.\n"));
 }
 
 TEST_F(DoctorCommandTest, WithoutADaemonItSaysWhyAndWarns) {
@@ -68,8 +76,11 @@ TEST_F(DoctorCommandTest, WithoutADaemonItSaysWhyAndWarns) {
   EXPECT_TRUE(outcome.saidLocal);
   EXPECT_EQ(outcome.error, "");
   EXPECT_THAT(outcome.output, HasSubstr("\nStatus source: local fallback\n"));
-  EXPECT_THAT(outcome.output, EndsWith("Warning: helper unavailable; closed-lid prevention will "
-                                       "not work.\n"));
+  EXPECT_THAT(outcome.output,
+              EndsWith("Warning: helper unavailable; closed-lid prevention will not work.\n"
+                       "\nProblem: The daemon nodod cannot be asked: nobody there.\n"
+                       "  See to that, or restart it; nodod(8) says how it is run.\n"
+                       "NOT kept awake by this: the daemon cannot be asked: nobody there.\n"));
 }
 
 TEST_F(DoctorCommandTest, TheSettingAndTheHooksAreThisMachinesWhateverTheSource) {
@@ -90,7 +101,7 @@ TEST_F(DoctorCommandTest, TheDocumentHoldsTheSameFacts) {
   startBusyDaemon();
   const auto report =
       decodeJSON<DoctorReport>(jsonText(runJSON({"doctor", "--json"}), JSONLayout::compact));
-  EXPECT_EQ(report.text() + "\n", run({"doctor"}).output);
+  EXPECT_THAT(run({"doctor"}).output, StartsWith(report.text() + "\n\n"));
   EXPECT_EQ(report.verdict, DoctorVerdict::locked);
 }
 
@@ -101,7 +112,8 @@ TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.error, "nodoctl: what affects sleep cannot be read: broken\n");
   EXPECT_THAT(outcome.output, HasSubstr("\nmacOS SleepDisabled: unknown\n"));
-  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"));
+  EXPECT_THAT(outcome.output, HasSubstr("\nReady: nodo owns the macOS power lock.\n"
+                                        "\nProbably kept awake until 08:25 (10 min left): "));
 }
 
 TEST_F(DoctorCommandTest, AnAgentsFileThatCannotBeReadIsFoundAndHidesNoOther) {
@@ -213,7 +225,8 @@ TEST_F(DoctorCommandTest, WhenEverySourceFailsThereIsStillAReport) {
     EXPECT_THAT(outcome.error, HasSubstr(line));
   }
   EXPECT_THAT(outcome.output, HasSubstr("\nStatus: inactive\n"));
-  EXPECT_THAT(outcome.output, EndsWith("will not work.\n"));
+  EXPECT_THAT(outcome.output, HasSubstr("will not work.\n\nProblem: "));
+  EXPECT_THAT(outcome.output, EndsWith("the daemon cannot be asked: nobody there.\n"));
 }
 
 TEST_F(DoctorCommandTest, AStateThatCannotBeReadIsNamedAndLeftAsItIs) {
@@ -269,8 +282,11 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
   diagnostics.lockHolder = 77;
   const std::string plain = run({"doctor"}).output;
   const std::string verbose = run({"doctor", "--verbose"}).output;
-  ASSERT_THAT(verbose, StartsWith(plain));
-  EXPECT_EQ(verbose.substr(plain.size()),
+  const std::string headline = "Kept awake until 08:25 (10 min left).\n";
+  ASSERT_THAT(plain, EndsWith("\n" + headline));
+  const std::size_t before = plain.size() - headline.size();
+  ASSERT_THAT(verbose, StartsWith(plain.substr(0, before)));
+  EXPECT_EQ(verbose.substr(before),
             "\n"
             "Others that hold up sleep:\n"
             "- player pid=412: because\\u{1b}[1m (PreventUserIdleSystemSleep)\n"
@@ -281,7 +297,7 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
             "Own state:  " +
                 (folder / ".nodo/state.json").string() +
                 "\nHook log:   " + (folder / "hook.log").string() + "\nnodoctl:    version " +
-                std::string(version()) + "\n");
+                std::string(version()) + "\n\n" + headline);
 }
 
 TEST_F(DoctorCommandTest, WhoeverOnlyBearsTheNameIsNoLessAnother) {
