@@ -13,7 +13,7 @@
 /// know nothing of it: agents are held up no longer than by a throttled hook.
 namespace nodo {
 
-/// How long a pause can be. A stamp that lies further ahead is none: the clock was set back.
+/// How long a pause can be: a day. A stamp that lies further ahead is none: the clock was set back.
 inline constexpr std::int64_t mostPauseMinutes = 1440;
 
 /// Until when the hooks of the user whose home that is are paused at `now`; nothing when they are

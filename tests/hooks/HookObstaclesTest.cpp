@@ -27,7 +27,7 @@ class HookObstaclesTest : public InstallerFixture {
     fs::permissions(home / name, fs::perms::owner_all);
   }
 
-  void installFor(std::vector<AgentHookTarget> targets) const {
+  void installFor(const std::vector<AgentHookTarget>& targets) const {
     AgentHookInstaller(home.path(), std::nullopt, (home / "bin/nodoctl").string()).install(targets);
   }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
@@ -7,6 +8,7 @@
 #include <programs/nodoctl/CommandLine.h>
 #include <programs/nodoctl/Tool.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,8 +53,8 @@ std::string reportText(const DaemonRunReport& report);
 std::string reportText(const SleepDiagnosticsReport& report);
 std::string reportText(const std::vector<AgentProcess>& agents);
 
-/// That the user's hooks are paused, and until when; nothing when they are not.
-std::vector<std::string> pauseHints(const ToolContext& context);
+/// That the user's hooks are paused until `end`; nothing when there is none.
+std::vector<std::string> pauseHints(std::optional<Date> end, Date now);
 
 /// Of a status only the machine's power, network and lid, as text.
 std::string machineText(const StatusReport& report);

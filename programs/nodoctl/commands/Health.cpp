@@ -192,7 +192,7 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
   if (facts.unavailable) {
     facts.status = {.report = localStatus(context, facts.problems),
                     .source = DoctorStatusSource::local};
-  } else {
+  } else if (depth == HealthDepth::findings) {
     facts.forFindings.silentAgents =
         silentAgents(facts.status.report, hookedTargets(facts), context.machine.ageOfOwnProcess);
   }

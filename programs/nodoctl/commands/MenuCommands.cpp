@@ -21,7 +21,8 @@ WatchView look(const DaemonOptions& daemon, const ToolContext& context) {
       .hints = healthHints(facts),
       .timerEnd = std::nullopt,
       .lastRequestAt = std::nullopt};
-  const std::vector<std::string> paused = pauseHints(context);
+  const std::vector<std::string> paused =
+      pauseHints(facts.forFindings.hooksPausedUntil, facts.forFindings.now);
   view.hints.insert(view.hints.end(), paused.begin(), paused.end());
   if (status.manualRemainingSeconds.value_or(0) > 0) {
     view.timerEnd = status.state.manualUntil;

@@ -63,10 +63,7 @@ std::filesystem::path ownHome(const ToolContext& context) {
 
 }  // namespace
 
-std::vector<std::string> pauseHints(const ToolContext& context) {
-  const Date now = context.now();
-  const auto home = homeFolder(context.environment);
-  const auto end = home ? hooksPausedUntil(*home, now) : std::nullopt;
+std::vector<std::string> pauseHints(std::optional<Date> end, Date now) {
   if (!end) {
     return {};
   }
@@ -75,8 +72,10 @@ std::vector<std::string> pauseHints(const ToolContext& context) {
 }
 
 Answer perform(const StatusCommand& command, const ToolContext& context) {
+  const auto home = homeFolder(context.environment);
+  const Date now = context.now();
   return {.output = shown(stateAccess(command.daemon, context).status().report, command.json),
-          .hints = pauseHints(context)};
+          .hints = pauseHints(home ? hooksPausedUntil(*home, now) : std::nullopt, now)};
 }
 
 Answer perform(const ManualCommand& command, const ToolContext& context) {
