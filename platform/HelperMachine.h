@@ -1,11 +1,13 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/helper/HelperConnection.h>
 
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace nodo {
 
@@ -31,5 +33,12 @@ struct DaemonStanding {
 /// Nothing is known, and so nothing amiss, where there is no answer, and on macOS: a daemon that
 /// answers there is root's and serves this user.
 DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit);
+
+/// The limits that the daemon serves requests within, asked for as above; nothing where there is no
+/// answer, and on macOS, whose wire does not carry them.
+std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, Seconds limit);
+
+/// The command line, for people, that starts the installed daemon anew, or at all.
+std::string_view restartCommand();
 
 }  // namespace nodo

@@ -35,6 +35,8 @@ class Daemon : public NODOHelperXPCProtocol {
 
   void perform(HelperRequest request, HelperReply reply) override;
 
+  std::optional<SafetyPolicy> limits() const override { return keeper_.limits(); }
+
  private:
   struct StatusAnswer {
     Seconds madeAt;  // by the machine's clock

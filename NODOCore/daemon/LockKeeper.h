@@ -68,6 +68,8 @@ class LockKeeper {
   /// Whether nodo holds the lock, as far as is known.
   bool isHeld() const { return life_.holdsLock(); }
 
+  const SafetyPolicy& limits() const { return controller_.decisionEngine.policy; }
+
   bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
 
   /// The machine as the last pass found it; absent when that failed.

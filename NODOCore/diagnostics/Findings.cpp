@@ -82,6 +82,19 @@ std::string toDoWith(const SilentAgent& silent) {
       agentOf(silent.kind).hasFeatureSwitch ? "; /hooks shows them" : "");
 }
 
+std::string listed(const std::vector<SleepBlocker>& holders) {
+  constexpr std::size_t most = 3;
+  std::string text;
+  for (std::size_t i = 0; i < std::min(most, holders.size()); ++i) {
+    text +=
+        fmt::format("{}{} (pid {})", i == 0 ? "" : ", ", holders[i].processName, holders[i].pid);
+  }
+  return holders.size() <= most ? text : fmt::format("{} and {} more", text, holders.size() - most);
+}
+
+// A clock is put right by less than this now and then.
+constexpr Seconds usualStep{60};
+
 class Finder {
  public:
   explicit Finder(const FindingFacts& facts) : facts_(facts) {}
@@ -90,7 +103,9 @@ class Finder {
   std::vector<Finding> find() {
     if (facts_.keepAwake) {
       lookAtLock(*facts_.keepAwake);
+      lookAround(*facts_.keepAwake);
     }
+    lookAtFallback();
     lookAtDaemon();
     lookAtHooks();
     std::stable_partition(found_.begin(), found_.end(), [](const Finding& finding) {
@@ -113,8 +128,11 @@ class Finder {
       case HeadlineKind::daemonMissing:
       case HeadlineKind::lockWithoutWord:
         add(FindingKind::daemonMissing, FindingSeverity::warning,
-            fmt::format("The daemon nodod cannot be asked: {}.", *facts.daemonFailure),
-            "See to that, or restart it; nodod(8) says how it is run.");
+            fmt::format("Nothing can be asked of the daemon: {}.", *facts.daemonFailure),
+            fmt::format("{}: '{}'.",
+                        facts_.daemonIsThere ? "Where nothing else helps, restart it"
+                                             : "Install the package nodo, or start it",
+                        facts_.restartCommand));
         break;
       case HeadlineKind::sleepAllowed:
         add(FindingKind::safetyAllowsSleep, FindingSeverity::warning,
@@ -138,6 +156,36 @@ class Finder {
     }
   }
 
+  void lookAround(const KeepAwakeFacts& facts) {
+    if (!facts.daemonFailure && facts.report.state.updatedAt > facts_.now + usualStep) {
+      add(FindingKind::clockSetBack, FindingSeverity::note,
+          fmt::format("The clock was set back: the state was changed at {}, which lies ahead.",
+                      clockText(facts.report.state.updatedAt, facts_.now)),
+          "The timer keeps its length; times of earlier requests may look wrong for a while.");
+    }
+    const HeadlineKind kind = headline(facts).kind;
+    const bool isHeldByNodo = kind == HeadlineKind::keptAwake ||
+                              kind == HeadlineKind::unconfirmed || kind == HeadlineKind::lockLeft;
+    if (!isHeldByNodo && !facts_.otherHolders.empty()) {
+      add(FindingKind::othersHoldAwake, FindingSeverity::note,
+          fmt::format("Others hold up sleep: {}.", listed(facts_.otherHolders)),
+          "'nodoctl diagnostics' shows what for; nodo leaves them alone.");
+    }
+  }
+
+  void lookAtFallback() {
+    const AgentHookFallbackStatus& fallback = facts_.hookFallback;
+    if (fallback.isActive && fallback.lastStartedAt) {
+      const Date end =
+          *fallback.lastStartedAt + Seconds(static_cast<double>(fallback.fallbackSeconds));
+      add(FindingKind::fallbackActive, FindingSeverity::warning,
+          fmt::format("A hook could not reach the daemon at {}; it keeps this computer awake by "
+                      "itself until {}, with the lid open only.",
+                      clockText(*fallback.lastStartedAt, facts_.now), clockText(end, facts_.now)),
+          "The next request that reaches the daemon takes over.");
+    }
+  }
+
   void lookAtDaemon() {
     if (facts_.daemonRefusal) {
       add(FindingKind::daemonRefuses, FindingSeverity::warning,
@@ -154,7 +202,36 @@ class Finder {
     }
   }
 
+  void lookAtSetup(const AgentHookSetupInspection& hooks) {
+    if (hooks.installedTargetCount() == 0) {
+      if (facts_.unreadableHooks.empty()) {
+        add(FindingKind::noAgentSetUp,
+            facts_.agentsHere.empty() ? FindingSeverity::note : FindingSeverity::warning,
+            "No agent is set up yet.",
+            "'nodoctl hooks install' makes agents keep this computer awake while they work.");
+      }
+      return;
+    }
+    bool isOutdated = needsUpdate(hooks.hookScriptStatus);
+    for (const AgentHookTargetInspection& target : hooks.targets) {
+      isOutdated = isOutdated || needsUpdate(target.status);
+      if (!isInstalled(target.status) && facts_.agentsHere.contains(target.target)) {
+        add(FindingKind::hooksMissing, FindingSeverity::note,
+            fmt::format("{} is used here and has no hooks of nodo.", displayName(target.target)),
+            fmt::format("'nodoctl hooks install {}' puts them in.", rawValue(target.target)));
+      }
+    }
+    if (isOutdated) {
+      add(FindingKind::hooksOutdated, FindingSeverity::note,
+          "The agents' hooks are those of another version of nodo.",
+          "'nodoctl hooks install' brings them up to date.");
+    }
+  }
+
   void lookAtHooks() {
+    if (facts_.hooks) {
+      lookAtSetup(*facts_.hooks);
+    }
     if (facts_.hooksPausedUntil) {
       add(FindingKind::hooksPaused, FindingSeverity::note,
           fmt::format("The agents' hooks are paused until {}.",

@@ -5,11 +5,14 @@
 #include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Headline.h>
+#include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <NODOCore/hooks/AgentHookInstaller.h>
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookObstacles.h>
 
 #include <array>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,9 +25,15 @@ enum class FindingKind {
   safetyAllowsSleep,           ///< although the timer runs
   lockMissing,                 ///< although the timer runs
   lockLeft,                    ///< although nothing asks for it
+  fallbackActive,              ///< a hook keeps the computer awake by itself, lid open only
+  clockSetBack,                ///< the state was changed at a time that lies ahead
+  othersHoldAwake,             ///< though nodo does not
   hooksPaused,                 ///< a person said "not now"
   daemonRefuses,               ///< it serves this user nothing but the status
   daemonOfUserDoesNotProtect,  ///< this system lets the daemon's own user sleep under its lock
+  noAgentSetUp,                ///< no agent has hooks of nodo
+  hooksMissing,                ///< an agent that is used here has none, others have
+  hooksOutdated,               ///< those of another version of nodo
   hooksUnreadable,             ///< an agent's file cannot be read or understood
   hookScriptMissing,           ///< as HookObstacleKind's, from here on
   hookToolMissing,
@@ -41,9 +50,15 @@ struct EnumTexts<FindingKind> {
       EnumText{FindingKind::safetyAllowsSleep, "safetyAllowsSleep"},
       EnumText{FindingKind::lockMissing, "lockMissing"},
       EnumText{FindingKind::lockLeft, "lockLeft"},
+      EnumText{FindingKind::fallbackActive, "fallbackActive"},
+      EnumText{FindingKind::clockSetBack, "clockSetBack"},
+      EnumText{FindingKind::othersHoldAwake, "othersHoldAwake"},
       EnumText{FindingKind::hooksPaused, "hooksPaused"},
       EnumText{FindingKind::daemonRefuses, "daemonRefuses"},
       EnumText{FindingKind::daemonOfUserDoesNotProtect, "daemonOfUserDoesNotProtect"},
+      EnumText{FindingKind::noAgentSetUp, "noAgentSetUp"},
+      EnumText{FindingKind::hooksMissing, "hooksMissing"},
+      EnumText{FindingKind::hooksOutdated, "hooksOutdated"},
       EnumText{FindingKind::hooksUnreadable, "hooksUnreadable"},
       EnumText{FindingKind::hookScriptMissing, "hookScriptMissing"},
       EnumText{FindingKind::hookToolMissing, "hookToolMissing"},
@@ -80,9 +95,15 @@ void decode(const JSONReader& from, Finding& finding);
 struct FindingFacts {
   Date now;
   std::optional<KeepAwakeFacts> keepAwake;
+  bool daemonIsThere = false;  ///< where it cannot be asked: whether something is there
+  std::string restartCommand;  ///< that starts the daemon, or starts it anew
+  AgentHookFallbackStatus hookFallback;
+  std::vector<SleepBlocker> otherHolders;  ///< who holds up sleep, nodo aside
   std::optional<Date> hooksPausedUntil;
   std::optional<std::string> daemonRefusal;  ///< why it refuses this user's requests
   bool daemonLetsItsUserSleep = false;       ///< it is a user's own, whom its lock does not bind
+  std::optional<AgentHookSetupInspection> hooks;           ///< of the targets that can be read
+  std::set<AgentHookTarget> agentsHere;                    ///< whose own folder is in the home
   std::vector<AgentHookTargetInspection> unreadableHooks;  ///< each with its error
   std::vector<HookObstacle> hookObstacles;
   std::vector<SilentAgent> silentAgents;

@@ -61,13 +61,12 @@ std::string idleText(const NODOState& state) {
 
 Headline withoutDaemon(const KeepAwakeFacts& facts) {
   if (facts.lockIsOn == true) {
-    return {HeadlineKind::lockWithoutWord,
-            fmt::format("Kept awake by a lock of nodo's, but the daemon cannot be asked: {}.",
-                        *facts.daemonFailure)};
+    return {
+        HeadlineKind::lockWithoutWord,
+        fmt::format("Kept awake by a lock of nodo's, but not by this: {}.", *facts.daemonFailure)};
   }
-  return {
-      HeadlineKind::daemonMissing,
-      fmt::format("NOT kept awake by this: the daemon cannot be asked: {}.", *facts.daemonFailure)};
+  return {HeadlineKind::daemonMissing,
+          fmt::format("NOT kept awake by this: {}.", *facts.daemonFailure)};
 }
 
 Headline withDaemon(const KeepAwakeFacts& facts) {
@@ -98,10 +97,14 @@ Headline withDaemon(const KeepAwakeFacts& facts) {
                                            : "nothing asks for it")};
   }
   if (isTimerRunning(report)) {
-    return {HeadlineKind::sleepAllowed, fmt::format("The timer runs {}, but sleep is allowed: {}.",
-                                                    untilText(report), joinedSafetyTexts(facts))};
+    return {HeadlineKind::sleepAllowed,
+            fmt::format("The timer runs, but sleep is allowed: {}. It runs {}.",
+                        joinedSafetyTexts(facts), untilText(report))};
   }
-  return {HeadlineKind::off, fmt::format("Not kept awake: {}.", idleText(report.state))};
+  return {
+      HeadlineKind::off,
+      fmt::format("Not kept awake: {}.{}", idleText(report.state),
+                  facts.isNoAgentSetUp ? " No agent is set up yet: nodoctl hooks install" : "")};
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ struct KeepAwakeFacts {
   std::optional<std::string> daemonFailure;  ///< why the daemon could not be asked
   std::optional<bool> lockIsOn;              ///< as the machine says; absent: it does not tell
   std::optional<SafetyPolicy> limits;        ///< that the report was decided by; absent: unknown
+  bool isNoAgentSetUp = false;               ///< no agent has hooks of nodo, as far as is known
 };
 
 /// The safety rules that allow sleep, each with its figures, in the order of the report: "battery

@@ -109,6 +109,10 @@ class NODOHelperXPCProtocol {
 
   virtual void perform(HelperRequest request, HelperReply reply) = 0;
 
+  /// The limits that requests are served within, where this is the daemon itself. No request asks
+  /// for them: a platform's wire may tell them beside.
+  virtual std::optional<SafetyPolicy> limits() const { return std::nullopt; }
+
   void status(HelperReply reply) { perform(StatusRequest{}, std::move(reply)); }
 
   void enableManual(std::int64_t minutes, HelperReply reply) {

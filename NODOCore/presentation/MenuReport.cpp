@@ -102,4 +102,10 @@ NODO_JSON_RECORD(MenuReport, fields, report) {
   fields.required("statusSource", report.statusSource);
 }
 
+JSONValue encode(const MenuReport& report, const Headline& headline) {
+  JSONValue document = encode(report);
+  document.setMember("headline", encode(headline));
+  return document;
+}
+
 }  // namespace nodo

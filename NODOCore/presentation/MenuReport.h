@@ -4,6 +4,7 @@
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/presentation/SetupMenu.h>
 
 #include <array>
@@ -89,5 +90,8 @@ JSONValue encode(const MenuTriggers& triggers);
 void decode(const JSONReader& from, MenuTriggers& triggers);
 JSONValue encode(const MenuReport& report);
 void decode(const JSONReader& from, MenuReport& report);
+
+/// The report as programs read it: its members, then "headline".
+JSONValue encode(const MenuReport& report, const Headline& headline);
 
 }  // namespace nodo

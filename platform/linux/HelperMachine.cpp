@@ -1,3 +1,5 @@
+#include <NODOCore/base/Errors.h>
+#include <NODOCore/base/JSONCoding.h>
 #include <platform/HelperMachine.h>
 #include <platform/linux/helper/BusHelperConnection.h>
 #include <platform/linux/helper/BusRequest.h>
@@ -40,13 +42,22 @@ auto ifKnown(Ask ask) -> std::optional<decltype(ask())> {
   }
 }
 
-// Why the daemon refuses; an empty text when it does not.
-std::string askForRefusal(const BusConnection& bus) {
+// When the clock shows that the time is used up.
+BusClock::time_point deadlineAfter(Seconds limit) {
+  constexpr Seconds day(std::chrono::hours(24));  // what the clock can hold, and nobody waits for
+  return BusClock::now() + std::chrono::ceil<milliseconds>(std::min(limit, day));
+}
+
+BusMessage askDaemon(const BusConnection& bus, const char* method) {
   const std::string name = daemonName();
   const std::string path = objectPath(name);
-  const BusMessage reply = bus.send(
-      bus.newCall({.service = name.c_str(), .path = path.c_str(), .interface = helperInterface},
-                  permissionMethod));
+  return bus.send(bus.newCall(
+      {.service = name.c_str(), .path = path.c_str(), .interface = helperInterface}, method));
+}
+
+// Why the daemon refuses; an empty text when it does not.
+std::string askForRefusal(const BusConnection& bus) {
+  const BusMessage reply = askDaemon(bus, permissionMethod);
   int isGranted = 0;
   const char* refusal = nullptr;
   checkSystemd(sd_bus_message_read(reply.get(), "bs", &isGranted, &refusal), "read the permission");
@@ -70,8 +81,7 @@ std::optional<std::string> refusalOfThisProgram() {
 
 DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit) {
   constexpr std::uint32_t root = 0;
-  constexpr Seconds day(std::chrono::hours(24));  // what the clock can hold, and nobody waits for
-  const auto deadline = BusClock::now() + std::chrono::ceil<milliseconds>(std::min(limit, day));
+  const auto deadline = deadlineAfter(limit);
   DaemonStanding standing;
   auto found = ifKnown([&] { return findDaemon(bus, daemonName(), deadline); });
   if (!found) {
@@ -89,6 +99,26 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
     standing.refusal = refusal;
   }
   return standing;
+}
+
+std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, Seconds limit) {
+  const auto deadline = deadlineAfter(limit);
+  try {
+    ClientBus found = findDaemon(bus, daemonName(), deadline);
+    const BusConnection daemonsBus(std::move(found.connection), timeUntil(deadline));
+    const BusMessage reply = askDaemon(daemonsBus, limitsMethod);
+    const char* text = nullptr;
+    checkSystemd(sd_bus_message_read(reply.get(), "s", &text), "read the limits");
+    return decodeJSON<SafetyPolicy>(text);
+  } catch (const BusError&) {
+    return std::nullopt;
+  } catch (const DecodingError&) {
+    return std::nullopt;  // those of another version
+  }
+}
+
+std::string_view restartCommand() {
+  return "sudo systemctl restart nodod";
 }
 
 }  // namespace nodo

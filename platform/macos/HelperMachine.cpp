@@ -27,4 +27,13 @@ DaemonStanding daemonStanding([[maybe_unused]] const std::optional<std::string>&
   return {};
 }
 
+std::optional<SafetyPolicy> daemonLimits([[maybe_unused]] const std::optional<std::string>& bus,
+                                         [[maybe_unused]] Seconds limit) {
+  return std::nullopt;
+}
+
+std::string_view restartCommand() {
+  return "sudo launchctl kickstart -k system/com.quintavel.nodo.helper";
+}
+
 }  // namespace nodo

@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include <fcntl.h>
 
 namespace nodo::nodoctl {
@@ -28,8 +30,20 @@ StateStore userStore(const Environment& environment) {
   }
 }
 
-// Minutes whose seconds a whole number cannot hold are none that any policy allows.
-bool canBeAllowed(std::int64_t minutes) {
+// Throws RefusedValue for minutes that `limits` do not allow.
+void requireMinutes(std::int64_t minutes, const SafetyPolicy& limits) {
+  const std::int64_t most = limits.maxManualDurationMinutes;
+  if (minutes < 1) {
+    throw RefusedValue(fmt::format("{} minutes are too few, at least 1", minutes));
+  }
+  if (minutes > most) {
+    throw RefusedValue(fmt::format("{} minutes are too many, at most {} ({})", minutes, most,
+                                   timeLeftText(std::chrono::minutes(most))));
+  }
+}
+
+// Whether a date can hold their end.
+bool canBeCounted(std::int64_t minutes) {
   return minutes > 0 && minutes <= std::numeric_limits<std::int64_t>::max() / 60;
 }
 
@@ -99,17 +113,29 @@ Unavailability Unavailability::from(const std::exception& error,
   if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {
     const bool isUnavailable = client->errorCase() == NODOHelperClientError::Case::unavailable;
     if (const auto reason = isUnavailable ? refusal() : std::nullopt) {
-      return {.reason = *reason, .isBroken = true};
+      return {.reason = *reason, .sentence = *reason, .isBroken = true};
     }
-    const std::string reason = isUnavailable ? client->reason() : client->what();
-    return {.reason = reason.empty() ? "it gave no reason" : reason,
-            .isBroken = client->helperIsThere()};
+    if (client->errorCase() == NODOHelperClientError::Case::timedOut) {
+      return {.reason = client->what(),
+              .sentence = "the daemon nodod does not answer",
+              .isBroken = true};
+    }
+    std::string reason = isUnavailable ? client->reason() : client->what();
+    reason = reason.empty() ? "it gave no reason" : reason;
+    return {
+        .reason = reason,
+        .sentence =
+            (client->helperIsThere() ? "the daemon nodod failed: " : "no daemon nodod: ") + reason,
+        .isBroken = client->helperIsThere()};
   }
   if (dynamic_cast<const DecodingError*>(&error) != nullptr) {
-    return {.reason = std::string("its answer cannot be read: ") + error.what(), .isBroken = true};
+    const std::string reason = std::string("its answer cannot be read: ") + error.what();
+    return {.reason = reason, .sentence = "the daemon nodod failed: " + reason, .isBroken = true};
   }
   const auto* connection = dynamic_cast<const HelperConnectionError*>(&error);
-  return {.reason = error.what(), .isBroken = connection != nullptr && connection->helperIsThere()};
+  return {.reason = error.what(),
+          .sentence = error.what(),
+          .isBroken = connection != nullptr && connection->helperIsThere()};
 }
 
 BudgetedConnecting::BudgetedConnecting(std::shared_ptr<const HelperConnecting> connecting,
@@ -148,13 +174,35 @@ DaemonStanding StateAccess::daemonStanding() const {
   return left > 0 ? context_.daemonStanding(bus_, Seconds(left)) : DaemonStanding();
 }
 
+std::optional<SafetyPolicy> StateAccess::daemonLimits() const {
+  const double left = connecting_->left();
+  return left > 0 ? context_.daemonLimits(bus_, Seconds(left)) : std::nullopt;
+}
+
+KeepAwakeFacts StateAccess::keepAwakeFacts(const SourcedStatus& status,
+                                           std::optional<bool> lockIsOn) const {
+  KeepAwakeFacts facts{.report = status.report, .lockIsOn = lockIsOn};
+  if (status.unavailable) {
+    facts.daemonFailure = status.unavailable->sentence;
+  } else if (!status.report.decision.safetyBlocks.empty()) {
+    facts.limits = daemonLimits();
+  }
+  return facts;
+}
+
 SourcedStatus StateAccess::askOrWork(const Ask& ask, const Work& work) {
+  Unavailability why;
   try {
     return {.report = ask(daemon_), .source = DoctorStatusSource::helper};
+  } catch (const RefusedValue&) {
+    throw;
   } catch (const std::exception& error) {
-    unavailable_(Unavailability::from(error, context_.refusalOfThisProgram).reason);
+    why = Unavailability::from(error, context_.refusalOfThisProgram);
   }
-  return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
+  unavailable_(why.reason);
+  return {.report = work(localController(context_)),
+          .source = DoctorStatusSource::local,
+          .unavailable = std::move(why)};
 }
 
 SourcedStatus StateAccess::status() {
@@ -164,20 +212,26 @@ SourcedStatus StateAccess::status() {
 }
 
 SourcedStatus StateAccess::manual(const ManualRequest& request) {
+  if (!canBeCounted(request.minutes)) {
+    requireMinutes(request.minutes, daemonLimits().value_or(defaultPolicy));
+  }
   const Work work = [&](const NODOController& controller) {
     const Date now = context_.now();
-    controller.requireDuration(request.minutes);
     return changeOwnState(controller, now, [&](NODOState& state) {
       return setTimer(state, request.minutes, request.extendOnly, request.requester, now);
     });
   };
-  if (!canBeAllowed(request.minutes)) {
-    return {.report = work(localController(context_)), .source = DoctorStatusSource::local};
-  }
   SourcedStatus outcome = askOrWork(
       [&](const NODOHelperXPCClient& daemon) {
-        return daemon.enableManual(request.minutes, request.extendOnly, request.requester,
-                                   context_.now());
+        try {
+          return daemon.enableManual(request.minutes, request.extendOnly, request.requester,
+                                     context_.now());
+        } catch (const std::exception& error) {
+          const auto why = Unavailability::from(error, context_.refusalOfThisProgram);
+          requireMinutes(request.minutes,
+                         (why.isBroken ? daemonLimits() : std::nullopt).value_or(defaultPolicy));
+          throw;
+        }
       },
       work);
   if (outcome.source == DoctorStatusSource::helper) {

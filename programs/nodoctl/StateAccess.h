@@ -4,6 +4,7 @@
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/state/NODOState.h>
@@ -16,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace nodo::nodoctl {
@@ -27,20 +29,29 @@ struct ManualRequest {
   std::optional<ActivationRequester> requester;
 };
 
-struct SourcedStatus {
-  StatusReport report;
-  DoctorStatusSource source = DoctorStatusSource::helper;
-};
-
 /// Why the daemon could not serve a request.
 struct Unavailability {
   std::string reason;     ///< in words that fit behind "helper unavailable"
+  std::string sentence;   ///< the same for people, without the full stop
   bool isBroken = false;  ///< whether something is there that does not work; else nothing is
 
   /// What `error`, which a request to the daemon ended with, says. `refusal` is asked when it
   /// leaves open why, as ToolContext's `refusalOfThisProgram`.
   static Unavailability from(const std::exception& error,
                              const std::function<std::optional<std::string>()>& refusal);
+};
+
+struct SourcedStatus {
+  StatusReport report;
+  DoctorStatusSource source = DoctorStatusSource::helper;
+  std::optional<Unavailability> unavailable = {};  ///< why it is not the daemon's, if it is not
+};
+
+/// A value that was asked for and that the daemon, or whoever stands in for it, refuses: a wrong
+/// use of the tool. The message names the limit.
+class RefusedValue : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 /// Makes connections for one client as long as its time with the daemon lasts, which begins now.
@@ -94,8 +105,13 @@ class StateAccess {
   /// What the daemon is to this user, within what is left of the time limit.
   DaemonStanding daemonStanding() const;
 
-  /// A success through the daemon also ends what the hook log says of a fallback. Minutes that no
-  /// daemon could take are refused at once.
+  /// What the headline for `status` follows from. `lockIsOn` is what the machine says of nodo's
+  /// lock. The daemon is asked for its limits where they are part of the answer.
+  KeepAwakeFacts keepAwakeFacts(const SourcedStatus& status, std::optional<bool> lockIsOn) const;
+
+  /// A success through the daemon also ends what the hook log says of a fallback. Throws
+  /// RefusedValue for minutes that the daemon does not allow, or that are too many for the limits
+  /// of a daemon that cannot be asked; nothing has been changed then.
   SourcedStatus manual(const ManualRequest& request);
 
   SourcedStatus stop();
@@ -112,6 +128,7 @@ class StateAccess {
   using Work = std::function<StatusReport(const NODOController& controller)>;
 
   SourcedStatus askOrWork(const Ask& ask, const Work& work);
+  std::optional<SafetyPolicy> daemonLimits() const;
 
   const ToolContext& context_;
   std::optional<std::string> bus_;

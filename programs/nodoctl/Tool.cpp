@@ -1,4 +1,5 @@
 #include <programs/nodoctl/CommandLine.h>
+#include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/Tool.h>
 #include <programs/nodoctl/commands/Commands.h>
 
@@ -14,8 +15,14 @@ namespace {
 namespace fs = std::filesystem;
 
 int performAndPrint(const Invocation& invocation, const ToolContext& context) {
-  const Answer answer =
-      std::visit([&](const auto& command) { return perform(command, context); }, invocation);
+  Answer answer;
+  try {
+    answer = std::visit([&](const auto& command) { return perform(command, context); }, invocation);
+  } catch (const RefusedValue& refused) {
+    return context.console().refuse(
+        {.message = refused.what(),
+         .hint = "Whoever runs the daemon sets the limits: see nodod(8)."});
+  }
   for (const std::string& hint : answer.hints) {
     context.console().complain(hint);
   }

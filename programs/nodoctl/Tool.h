@@ -39,6 +39,10 @@ struct ToolContext {
   /// As the platform's.
   std::function<DaemonStanding(const std::optional<std::string>& bus, Seconds limit)>
       daemonStanding = [](const auto&, Seconds) { return DaemonStanding(); };
+  /// As the platform's.
+  std::function<std::optional<SafetyPolicy>(const std::optional<std::string>& bus, Seconds limit)>
+      daemonLimits = [](const auto&, Seconds) { return std::nullopt; };
+  std::string_view restartCommand = "";  ///< as the platform's
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;

@@ -24,6 +24,8 @@ int main(int argc, char** argv) {
                                             .helperConnecting = nodo::helperConnecting,
                                             .refusalOfThisProgram = nodo::refusalOfThisProgram,
                                             .daemonStanding = nodo::daemonStanding,
+                                            .daemonLimits = nodo::daemonLimits,
+                                            .restartCommand = nodo::restartCommand(),
                                             .now = nodo::currentDate,
                                             .output = std::cout,
                                             .error = std::cerr,

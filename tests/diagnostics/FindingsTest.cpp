@@ -127,6 +127,170 @@ TEST(FindingsTest, ASilentAgentIsToldWithoutBlame) {
             "shows them.\n");
 }
 
+// ---- what the facts lead to
+
+// A daemon that has nothing to do, and hooks that are all in place.
+FindingFacts healthy() {
+  FindingFacts facts = factsWithoutFindings();
+  facts.restartCommand = "restart it";
+  KeepAwakeFacts& lock = facts.keepAwake.emplace();
+  lock.lockIsOn = false;
+  lock.report.generatedAt = facts.now;
+  lock.report.state = NODOState::fresh(facts.now);
+  AgentHookSetupInspection& hooks = facts.hooks.emplace();
+  hooks.hookScriptStatus = AgentHookComponentStatus::current;
+  for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
+    hooks.targets.push_back({.target = target, .status = AgentHookComponentStatus::current});
+  }
+  return facts;
+}
+
+void startTimer(FindingFacts& facts) {
+  StatusReport& report = facts.keepAwake->report;
+  report.state.manualUntil = facts.now + std::chrono::minutes(60);
+  report.manualRemainingSeconds = 3600;
+  report.decision.shouldPreventSleep = true;
+}
+
+TEST(FindingsTest, EveryFactLeadsToItsFinding) {
+  const test::EnvironmentVariable zone("TZ", "UTC0");
+
+  const struct {
+    const char* name;
+    void (*happens)(FindingFacts& facts);
+    FindingKind kind;
+    FindingSeverity severity;
+    const char* what;
+    const char* toDo;
+  } rows[] = {
+      {"no daemon", [](FindingFacts& facts) { facts.keepAwake->daemonFailure = "it is not there"; },
+       FindingKind::daemonMissing, FindingSeverity::warning,
+       "Nothing can be asked of the daemon: it is not there.",
+       "Install the package nodo, or start it: 'restart it'."},
+      {"a daemon that hangs",
+       [](FindingFacts& facts) {
+         facts.keepAwake->daemonFailure = "it hangs";
+         facts.daemonIsThere = true;
+       },
+       FindingKind::daemonMissing, FindingSeverity::warning,
+       "Nothing can be asked of the daemon: it hangs.",
+       "Where nothing else helps, restart it: 'restart it'."},
+      {"a low battery",
+       [](FindingFacts& facts) {
+         startTimer(facts);
+         KeepAwakeFacts& lock = *facts.keepAwake;
+         lock.limits = {.minimumBatteryPercent = 20};
+         lock.report.snapshot.batteryPercent = 15;
+         lock.report.decision = {.safetyBlocks = {reason::batteryBelowThreshold}};
+       },
+       FindingKind::safetyAllowsSleep, FindingSeverity::warning,
+       "A safety rule allows sleep although the timer runs: battery at 15 % (limit 20 %).",
+       "Plug the charger in or bring the network back; the lock follows at once."},
+      {"a lock that is lost",
+       [](FindingFacts& facts) {
+         startTimer(facts);
+         facts.keepAwake->report.state.ownsSleepDisable = true;
+       },
+       FindingKind::lockMissing, FindingSeverity::warning,
+       "The timer runs, and the sleep lock of nodo is not in force.",
+       "The daemon tries again every minute; its log says why it fails."},
+      {"a lock without a reason", [](FindingFacts& facts) { facts.keepAwake->lockIsOn = true; },
+       FindingKind::lockLeft, FindingSeverity::warning,
+       "A sleep lock is on although nothing asks for it.", "'nodoctl repair' releases it."},
+      {"a fallback",
+       [](FindingFacts& facts) {
+         facts.hookFallback = {.isActive = true,
+                               .logPath = "/tmp/log",
+                               .lastStartedAt = facts.now - std::chrono::minutes(5),
+                               .fallbackSeconds = 600};
+       },
+       FindingKind::fallbackActive, FindingSeverity::warning,
+       "A hook could not reach the daemon at 08:10; it keeps this computer awake by itself until "
+       "08:20, with the lid open only.",
+       "The next request that reaches the daemon takes over."},
+      {"a clock that was set back",
+       [](FindingFacts& facts) {
+         facts.keepAwake->report.state.updatedAt = facts.now + std::chrono::minutes(61);
+       },
+       FindingKind::clockSetBack, FindingSeverity::note,
+       "The clock was set back: the state was changed at 09:16, which lies ahead.",
+       "The timer keeps its length; times of earlier requests may look wrong for a while."},
+      {"others",
+       [](FindingFacts& facts) {
+         for (const int pid : {3, 5, 7, 9}) {
+           facts.otherHolders.push_back({.pid = pid, .processName = "player"});
+         }
+       },
+       FindingKind::othersHoldAwake, FindingSeverity::note,
+       "Others hold up sleep: player (pid 3), player (pid 5), player (pid 7) and 1 more.",
+       "'nodoctl diagnostics' shows what for; nodo leaves them alone."},
+      {"no hooks, and no agent",
+       [](FindingFacts& facts) {
+         for (AgentHookTargetInspection& target : facts.hooks->targets) {
+           target.status = AgentHookComponentStatus::missing;
+         }
+       },
+       FindingKind::noAgentSetUp, FindingSeverity::note, "No agent is set up yet.",
+       "'nodoctl hooks install' makes agents keep this computer awake while they work."},
+      {"no hooks, but an agent",
+       [](FindingFacts& facts) {
+         facts.agentsHere = {AgentHookTarget::pi};
+         for (AgentHookTargetInspection& target : facts.hooks->targets) {
+           target.status = AgentHookComponentStatus::missing;
+         }
+       },
+       FindingKind::noAgentSetUp, FindingSeverity::warning, "No agent is set up yet.",
+       "'nodoctl hooks install' makes agents keep this computer awake while they work."},
+      {"one agent without hooks",
+       [](FindingFacts& facts) {
+         facts.agentsHere = {AgentHookTarget::grok};
+         facts.hooks->targets[2].status = AgentHookComponentStatus::missing;
+       },
+       FindingKind::hooksMissing, FindingSeverity::note,
+       "Grok Build is used here and has no hooks of nodo.",
+       "'nodoctl hooks install grok' puts them in."},
+      {"an old script",
+       [](FindingFacts& facts) {
+         facts.hooks->hookScriptStatus = AgentHookComponentStatus::outdated;
+       },
+       FindingKind::hooksOutdated, FindingSeverity::note,
+       "The agents' hooks are those of another version of nodo.",
+       "'nodoctl hooks install' brings them up to date."},
+      {"old hooks",
+       [](FindingFacts& facts) {
+         facts.hooks->targets[1].status = AgentHookComponentStatus::outdated;
+       },
+       FindingKind::hooksOutdated, FindingSeverity::note,
+       "The agents' hooks are those of another version of nodo.",
+       "'nodoctl hooks install' brings them up to date."}};
+
+  EXPECT_EQ(findings(healthy()), std::vector<Finding>());
+  for (const auto& row : rows) {
+    FindingFacts facts = healthy();
+    row.happens(facts);
+    EXPECT_EQ(findings(facts), (std::vector<Finding>{{row.kind, row.severity, row.what, row.toDo}}))
+        << row.name;
+  }
+}
+
+TEST(FindingsTest, WhileNodoHoldsTheLockOthersThatDoAreNoNews) {
+  FindingFacts facts = healthy();
+  startTimer(facts);
+  facts.keepAwake->report.state.ownsSleepDisable = true;
+  facts.keepAwake->lockIsOn = true;
+  facts.otherHolders = {{.pid = 3, .processName = "player"}};
+  EXPECT_EQ(findings(facts), std::vector<Finding>());
+}
+
+TEST(FindingsTest, WhereAFileCannotBeReadNobodySaysThatNoAgentIsSetUp) {
+  FindingFacts facts = healthy();
+  facts.hooks->targets.clear();
+  facts.unreadableHooks = {{.target = AgentHookTarget::pi, .path = "/h/p", .error = "no"}};
+  const std::vector<Finding> found = findings(facts);
+  ASSERT_EQ(found.size(), 1);
+  EXPECT_EQ(found[0].kind, FindingKind::hooksUnreadable);
+}
+
 TEST(FindingsTest, WarningsComeBeforeNotes) {
   FindingFacts facts = factsWithoutFindings();
   facts.hooksPausedUntil = facts.now + std::chrono::minutes(60);

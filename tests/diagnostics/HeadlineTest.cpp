@@ -109,8 +109,8 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          return facts;
        },
        HeadlineKind::sleepAllowed,
-       "The timer runs until 09:15 (1 h left), but sleep is allowed: battery at 15 % (limit 20 "
-       "%)."},
+       "The timer runs, but sleep is allowed: battery at 15 % (limit 20 %). It runs until 09:15 (1 "
+       "h left)."},
       {"no network, and a low battery",
        [] {
          KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));
@@ -121,8 +121,26 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          return facts;
        },
        HeadlineKind::sleepAllowed,
-       "The timer runs until 09:15 (1 h left), but sleep is allowed: battery at 20 % (limit 20 "
-       "%), no network since 08:10 (limit 5 min)."},
+       "The timer runs, but sleep is allowed: battery at 20 % (limit 20 %), no network since 08:10 "
+       "(limit 5 min). It runs until 09:15 (1 h left)."},
+      {"a low battery by limits that are not known",
+       [] {
+         KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));
+         facts.report.snapshot.batteryPercent = 15;
+         decide(facts);
+         facts.limits.reset();
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs, but sleep is allowed: battery at 15 %. It runs until 09:15 (1 h left)."},
+      {"a fresh installation",
+       [] {
+         KeepAwakeFacts facts = idle();
+         facts.isNoAgentSetUp = true;
+         return facts;
+       },
+       HeadlineKind::off,
+       "Not kept awake: no timer runs. No agent is set up yet: nodoctl hooks install"},
       {"a lock that is still to go, for the battery",
        [] {
          KeepAwakeFacts facts = keptAwake();
@@ -147,8 +165,7 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          facts.daemonFailure = "it is not running\x1b";
          return facts;
        },
-       HeadlineKind::daemonMissing,
-       "NOT kept awake by this: the daemon cannot be asked: it is not running\\u{1b}."},
+       HeadlineKind::daemonMissing, "NOT kept awake by this: it is not running\\u{1b}."},
       {"a daemon that hangs with its lock",
        [] {
          KeepAwakeFacts facts = keptAwake();
@@ -156,7 +173,7 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          return facts;
        },
        HeadlineKind::lockWithoutWord,
-       "Kept awake by a lock of nodo's, but the daemon cannot be asked: it does not answer."}};
+       "Kept awake by a lock of nodo's, but not by this: it does not answer."}};
 
   const test::EnvironmentVariable zone("TZ", "UTC0");
   for (const auto& row : rows) {

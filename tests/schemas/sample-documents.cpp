@@ -167,17 +167,22 @@ void printDoctorReports() {
 }
 
 void printMenuReports() {
+  const auto printReport = [](const MenuReport& report, HeadlineKind kind) {
+    const JSONValue document = encode(report, {.kind = kind, .text = "text"});
+    std::cout << "menu-report\t" << jsonText(document, JSONLayout::compact) << '\n';
+  };
   const SetupMenuSignals ready{.helperIsReady = true, .hooksAreReady = true};
   for (const double past : {0.0, 60.0, 3600.0, 7495.0}) {
     StatusReport report = fullStatus();
     report.state.manualUntil = now + Seconds(7500);
-    print("menu-report", MenuReport(report, DoctorStatusSource::helper, true, false,
-                                    {.helperNeedsInstall = true}, now + Seconds(past)));
+    printReport(MenuReport(report, DoctorStatusSource::helper, true, false,
+                           {.helperNeedsInstall = true}, now + Seconds(past)),
+                HeadlineKind::keptAwake);
   }
   MenuReport bare(bareStatus(), DoctorStatusSource::local, {}, false, ready, now);
   for (const MenuBarIconState state : allCases<MenuBarIconState>()) {
     bare.iconState = state;
-    print("menu-report", bare);
+    printReport(bare, HeadlineKind::off);
   }
 }
 

@@ -1,3 +1,4 @@
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/Text.h>
 #include <platform/linux/bus/MessageContents.h>
 #include <platform/linux/helper/BusRequest.h>
@@ -188,6 +189,14 @@ void BusCall::tellPermission(const std::optional<std::string>& refusal) const {
   // Fails when the connection is gone, and the caller's answer with it.
   sd_bus_reply_method_return(call_.get(), "bs", refusal ? 0 : 1,
                              sendableReason(refusal.value_or("")).c_str());
+}
+
+void BusCall::tellLimits(const std::optional<SafetyPolicy>& limits) const {
+  if (!limits) {
+    refuse(SD_BUS_ERROR_FAILED, "there are no limits");
+    return;
+  }
+  answer(encodeJSON(*limits, JSONLayout::compact));
 }
 
 void BusCall::refuse(const char* name, const std::string& reason) const {

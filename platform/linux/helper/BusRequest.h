@@ -18,6 +18,10 @@ inline constexpr char helperInterface[] = "com.quintavel.nodo.Helper1";
 /// part of the daemon answers it, so it is no HelperRequest.
 inline constexpr char permissionMethod[] = "Permission";
 
+/// The method that tells everybody the daemon's limits, as the JSON text of a SafetyPolicy; the
+/// same holds.
+inline constexpr char limitsMethod[] = "Limits";
+
 /// The path of a service's object: "/com/example" for "com.example".
 std::string objectPath(const std::string& serviceName);
 
@@ -69,6 +73,9 @@ class BusCall {
 
   /// Answers whether the caller may change anything: it may not for that reason.
   void tellPermission(const std::optional<std::string>& refusal) const;
+
+  /// Answers with `limits`, or with an error when there are none.
+  void tellLimits(const std::optional<SafetyPolicy>& limits) const;
 
   /// Answers with the D-Bus error `name`.
   void refuse(const char* name, const std::string& reason) const;

@@ -158,6 +158,7 @@ bool isDefaultIPv6(std::string_view row) {
 
 PowerReading powerReadingOf(const std::vector<SupplyAttributes>& supplies) {
   std::vector<Battery> batteries;
+  bool hasMains = false;
   bool onMains = false;
   for (const SupplyAttributes& supply : supplies) {
     const auto type = attribute(supply, "type");
@@ -165,22 +166,28 @@ PowerReading powerReadingOf(const std::vector<SupplyAttributes>& supplies) {
       continue;
     }
     if (*type != "Battery") {
+      hasMains = true;
       onMains = onMains || number(supply, "online").value_or(0) > 0;
     } else if (number(supply, "present") != 0) {
       batteries.push_back(readBattery(supply));
     }
   }
-  return {.source = onMains             ? PowerSource::ac
-                    : batteries.empty() ? PowerSource::unknown
-                                        : PowerSource::battery,
+  // What has no battery and yet runs needs no supply that tells of it.
+  const bool needsMains = batteries.empty() && !hasMains;
+  return {.source = onMains || needsMains ? PowerSource::ac
+                    : batteries.empty()   ? PowerSource::unknown
+                                          : PowerSource::battery,
           .batteryPercent = chargeOf(batteries)};
 }
 
 PowerReading readPowerSupplies(const fs::path& classFolder) {
   std::vector<SupplyAttributes> supplies;
   std::error_code ended;
-  for (fs::directory_iterator entry(classFolder, ended), end; !ended && entry != end;
-       entry.increment(ended)) {
+  fs::directory_iterator entry(classFolder, ended);
+  if (ended) {
+    return {};
+  }
+  for (const fs::directory_iterator end; !ended && entry != end; entry.increment(ended)) {
     supplies.emplace_back(
         [supply = entry->path()](const char* name) { return readSmallFile(supply / name); });
   }

@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <type_traits>
 #include <utility>
 
@@ -84,18 +86,31 @@ AgentHookSetupInspection inspectHooks(const ToolContext& context, FindingFacts& 
   return inspection;
 }
 
+// The agents that have a folder of their own in `home`.
+std::set<AgentHookTarget> agentsIn(const std::filesystem::path& home) {
+  std::set<AgentHookTarget> found;
+  for (const Agent& agent : allAgents()) {
+    std::error_code ignored;
+    const std::filesystem::path file(agent.configurationFile);
+    if (std::filesystem::is_directory(home / *file.begin(), ignored)) {
+      found.insert(agent.target);
+    }
+  }
+  return found;
+}
+
 // The agents whose hooks should run, as far as anybody can tell.
-std::set<AgentHookTarget> hookedTargets(const HealthFacts& facts) {
+std::set<AgentHookTarget> hookedTargets(const FindingFacts& facts) {
   std::set<AgentHookTarget> hooked;
-  if (!facts.hookInspection || facts.forFindings.hooksPausedUntil) {
+  if (!facts.hooks || facts.hooksPausedUntil) {
     return hooked;
   }
-  for (const AgentHookTargetInspection& target : facts.hookInspection->targets) {
+  for (const AgentHookTargetInspection& target : facts.hooks->targets) {
     if (isInstalled(target.status)) {
       hooked.insert(target.target);
     }
   }
-  for (const HookObstacle& obstacle : facts.forFindings.hookObstacles) {
+  for (const HookObstacle& obstacle : facts.hookObstacles) {
     if (!obstacle.target) {
       return {};
     }
@@ -104,43 +119,54 @@ std::set<AgentHookTarget> hookedTargets(const HealthFacts& facts) {
   return hooked;
 }
 
+// Who holds up sleep, but for the process that holds nodo's own lock.
+std::vector<SleepBlocker> otherHolders(const SleepDiagnosticsReading& reading) {
+  std::vector<SleepBlocker> others;
+  for (const SleepBlocker& blocker : reading.report.blockers) {
+    if (blocker.scope == SleepBlockerScope::systemSleep && blocker.pid != reading.lockHolder) {
+      others.push_back(blocker);
+    }
+  }
+  return others;
+}
+
 // What the machine itself knows, without the daemon.
 void lookAtMachine(const ToolContext& context, HealthFacts& facts) {
   const Date now = context.now();
-  facts.hookFallback =
+  FindingFacts& found = facts.forFindings;
+  found.now = now;
+  found.restartCommand = context.restartCommand;
+  found.hookFallback =
       AgentHookLogInspector::recentFallbackStatus(std::nullopt, now, context.environment);
   if (auto reading = readOrTell(facts.problems, "what affects sleep cannot be read: ", [&] {
         return context.machine.sleepDiagnostics(now);
       })) {
-    facts.diagnostics = std::move(reading->report);
-    facts.lockHolder = reading->lockHolder;
+    facts.sleepDisabled = reading->report.sleepDisabled;
+    found.otherHolders = otherHolders(*reading);
     if (reading->hint) {
       facts.problems.push_back(*std::move(reading->hint));
     }
   }
-  facts.forFindings.now = now;
   if (const auto home = homeFolder(context.environment)) {
-    facts.forFindings.hooksPausedUntil = hooksPausedUntil(*home, now);
+    found.hooksPausedUntil = hooksPausedUntil(*home, now);
+    found.agentsHere = agentsIn(*home);
   }
-  facts.hookInspection = readOrTell(facts.problems, "the agents' hooks cannot be inspected: ", [&] {
-    return inspectHooks(context, facts.forFindings);
+  found.hooks = readOrTell(facts.problems, "the agents' hooks cannot be inspected: ", [&] {
+    return inspectHooks(context, found);
   });
 }
 
 std::string foreignHolders(const HealthFacts& facts) {
   std::string lines;
-  for (const SleepBlocker& blocker : facts.diagnostics.blockers) {
-    if (blocker.scope == SleepBlockerScope::systemSleep && blocker.pid != facts.lockHolder) {
-      lines += fmt::format("- {} pid={}: {} ({})\n", escapedForDisplay(blocker.processName),
-                           blocker.pid, escapedForDisplay(blocker.assertionName),
-                           escapedForDisplay(blocker.assertionType));
-    }
+  for (const SleepBlocker& blocker : facts.forFindings.otherHolders) {
+    lines += fmt::format("- {} pid={}: {} ({})\n", escapedForDisplay(blocker.processName),
+                         blocker.pid, escapedForDisplay(blocker.assertionName),
+                         escapedForDisplay(blocker.assertionType));
   }
   if (!lines.empty()) {
     return "Others that hold up sleep:\n" + lines;
   }
-  const bool isKnown = facts.diagnostics.sleepDisabled.has_value();
-  return fmt::format("Others that hold up sleep: {}\n", isKnown ? "none" : "unknown");
+  return fmt::format("Others that hold up sleep: {}\n", facts.sleepDisabled ? "none" : "unknown");
 }
 
 std::string askedLast(const HealthFacts& facts) {
@@ -167,7 +193,8 @@ std::string verboseText(const HealthFacts& facts, const Environment& environment
   text += machineText(facts.status.report);
   text += fmt::format("Asked last: {}\n", askedLast(facts));
   text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
-  text += fmt::format("Hook log:   {}\n", escapedForDisplay(facts.hookFallback.logPath));
+  text +=
+      fmt::format("Hook log:   {}\n", escapedForDisplay(facts.forFindings.hookFallback.logPath));
   text += fmt::format("nodoctl:    version {}\n", version());
   return text;
 }
@@ -177,39 +204,37 @@ std::string verboseText(const HealthFacts& facts, const Environment& environment
 HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context,
                          HealthDepth depth) {
   HealthFacts facts;
+  FindingFacts& found = facts.forFindings;
+  const StateAccess state(options, context, nullptr);
   try {
-    const StateAccess state(options, context, nullptr);
     facts.status.report = state.daemonStatus();
     if (depth == HealthDepth::findings) {
       DaemonStanding standing = state.daemonStanding();
-      facts.forFindings.daemonRefusal = std::move(standing.refusal);
-      facts.forFindings.daemonLetsItsUserSleep = standing.letsItsUserSleep;
+      found.daemonRefusal = std::move(standing.refusal);
+      found.daemonLetsItsUserSleep = standing.letsItsUserSleep;
     }
   } catch (const std::exception& error) {
-    facts.unavailable = Unavailability::from(error, context.refusalOfThisProgram);
+    facts.status.unavailable = Unavailability::from(error, context.refusalOfThisProgram);
+    found.daemonIsThere = facts.status.unavailable->isBroken;
   }
   lookAtMachine(context, facts);
-  if (facts.unavailable) {
-    facts.status = {.report = localStatus(context, facts.problems),
-                    .source = DoctorStatusSource::local};
+  if (facts.status.unavailable) {
+    facts.status.report = localStatus(context, facts.problems);
+    facts.status.source = DoctorStatusSource::local;
   } else if (depth == HealthDepth::findings) {
-    facts.forFindings.silentAgents =
-        silentAgents(facts.status.report, hookedTargets(facts), context.machine.ageOfOwnProcess);
+    found.silentAgents =
+        silentAgents(facts.status.report, hookedTargets(found), context.machine.ageOfOwnProcess);
   }
-  KeepAwakeFacts& lock = facts.forFindings.keepAwake.emplace();
-  lock.report = facts.status.report;
-  lock.lockIsOn = facts.diagnostics.sleepDisabled;
-  if (facts.unavailable) {
-    lock.daemonFailure = facts.unavailable->reason;
-    lock.limits = defaultPolicy;
-  }
+  found.keepAwake = state.keepAwakeFacts(facts.status, facts.sleepDisabled);
+  found.keepAwake->isNoAgentSetUp =
+      found.hooks && found.hooks->installedTargetCount() == 0 && found.unreadableHooks.empty();
   return facts;
 }
 
 std::vector<std::string> healthHints(const HealthFacts& facts) {
   std::vector<std::string> hints;
-  if (facts.unavailable) {
-    hints.push_back(localStateNotice(facts.unavailable->reason));
+  if (facts.status.unavailable) {
+    hints.push_back(localStateNotice(facts.status.unavailable->reason));
   }
   hints.insert(hints.end(), facts.problems.begin(), facts.problems.end());
   return hints;
@@ -217,17 +242,17 @@ std::vector<std::string> healthHints(const HealthFacts& facts) {
 
 SetupMenuSignals setupSignals(const HealthFacts& facts) {
   SetupMenuSignals signals;
-  signals.helperIsReady = !facts.unavailable;
-  signals.helperNeedsRepair = facts.unavailable && facts.unavailable->isBroken;
-  signals.helperNeedsInstall = facts.unavailable && !facts.unavailable->isBroken;
+  signals.helperIsReady = !facts.status.unavailable;
+  signals.helperNeedsRepair = facts.status.unavailable && facts.forFindings.daemonIsThere;
+  signals.helperNeedsInstall = facts.status.unavailable && !facts.forFindings.daemonIsThere;
   const StatusReport& report = facts.status.report;
   signals.powerLockPending =
       signals.helperIsReady && report.decision.shouldPreventSleep && !report.state.ownsSleepDisable;
-  if (!facts.hookInspection || !facts.forFindings.unreadableHooks.empty()) {
+  if (!facts.forFindings.hooks || !facts.forFindings.unreadableHooks.empty()) {
     signals.hooksFailed = true;
     return signals;
   }
-  const AgentHookSetupInspection& hooks = *facts.hookInspection;
+  const AgentHookSetupInspection& hooks = *facts.forFindings.hooks;
   const std::int64_t installed = hooks.installedTargetCount();
   signals.hooksAreReady = hooks.isCurrent();
   signals.hooksNeedUpdate = hooks.needsUpdate();
@@ -239,13 +264,26 @@ SetupMenuSignals setupSignals(const HealthFacts& facts) {
   return signals;
 }
 
+std::string setupAdvice(const SetupMenuSignals& signals, std::string_view restartCommand) {
+  if (!SetupMenuPresentation::setupLine(signals)) {
+    return "";
+  }
+  if (signals.helperNeedsRepair) {
+    return std::string(restartCommand);
+  }
+  if (signals.helperNeedsInstall) {
+    return fmt::format("install the package nodo, or {}", restartCommand);
+  }
+  const bool isForDoctor = signals.powerLockPending || signals.hooksFailed;
+  return isForDoctor ? "nodoctl doctor" : "nodoctl hooks install";
+}
+
 Answer perform(const DoctorCommand& command, const ToolContext& context) {
   const HealthFacts facts = gatherHealth(command.daemon, context, HealthDepth::findings);
-  const DoctorReport report(facts.status.source, facts.status.report,
-                            facts.diagnostics.sleepDisabled, facts.hookFallback,
-                            facts.hookInspection);
+  const DoctorReport report(facts.status.source, facts.status.report, facts.sleepDisabled,
+                            facts.forFindings.hookFallback, facts.forFindings.hooks);
   const std::vector<Finding> found = findings(facts.forFindings);
-  const Headline first = headline(facts.forFindings.keepAwake.value());
+  const Headline judgement = headline(facts.forFindings.keepAwake.value());
   const bool isWarned = std::any_of(found.begin(), found.end(), [](const Finding& finding) {
     return finding.severity == FindingSeverity::warning;
   });
@@ -254,14 +292,14 @@ Answer perform(const DoctorCommand& command, const ToolContext& context) {
     answer.hints.push_back(unlikeReport(hint));  // the hook script reads them, too
   }
   if (command.json) {
-    answer.output = jsonText(encode(report, found, first), JSONLayout::pretty) + "\n";
+    answer.output = jsonText(encode(report, found, judgement), JSONLayout::pretty) + "\n";
     return answer;
   }
   std::string below = "\n" + findingsText(found);
   if (command.verbose) {
     below += verboseText(facts, context.environment) + "\n";
   }
-  below += first.text + "\n";  // last, where it is seen first
+  below += judgement.text + "\n";  // last, where it is seen first
   answer.output = report.text() + "\n" + unlikeReport(below);
   return answer;
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace nodo::nodoctl {
@@ -21,11 +22,7 @@ namespace nodo::nodoctl {
 /// to show.
 struct HealthFacts {
   SourcedStatus status;
-  std::optional<Unavailability> unavailable;  ///< why the status is a local one
-  SleepDiagnosticsReport diagnostics;         ///< empty when they cannot be had
-  std::optional<std::int64_t> lockHolder;     ///< the process of it that holds nodo's own lock
-  AgentHookFallbackStatus hookFallback;
-  std::optional<AgentHookSetupInspection> hookInspection;
+  std::optional<bool> sleepDisabled;  ///< nodo's lock, as the machine says; absent: not known
   FindingFacts forFindings;
   std::vector<std::string> problems;  ///< the sources that failed, with the reason
 };
@@ -42,5 +39,9 @@ std::vector<std::string> healthHints(const HealthFacts& facts);
 
 /// What the facts mean for the setup.
 SetupMenuSignals setupSignals(const HealthFacts& facts);
+
+/// What to do about the setup line of these signals, e.g. "nodoctl hooks install"; empty where
+/// there is none.
+std::string setupAdvice(const SetupMenuSignals& signals, std::string_view restartCommand);
 
 }  // namespace nodo::nodoctl

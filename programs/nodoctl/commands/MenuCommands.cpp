@@ -15,9 +15,12 @@ bool writesToTerminal(const ToolContext& context) {
 WatchView look(const DaemonOptions& daemon, const ToolContext& context) {
   const HealthFacts facts = gatherHealth(daemon, context, HealthDepth::picture);
   const StatusReport& status = facts.status.report;
+  const SetupMenuSignals setup = setupSignals(facts);
   WatchView view{
-      .report = MenuReport(status, facts.status.source, facts.diagnostics.sleepDisabled,
-                           facts.hookFallback.isActive, setupSignals(facts), context.now()),
+      .report = MenuReport(status, facts.status.source, facts.sleepDisabled,
+                           facts.forFindings.hookFallback.isActive, setup, context.now()),
+      .headline = headline(facts.forFindings.keepAwake.value()),
+      .setupAdvice = setupAdvice(setup, context.restartCommand),
       .hints = healthHints(facts),
       .timerEnd = std::nullopt,
       .lastRequestAt = std::nullopt};
@@ -40,9 +43,10 @@ std::unique_ptr<WatchDisplay> makeDisplay(bool asJSON, const ToolContext& contex
     return std::make_unique<FrameDisplay>(context.terminal, style);
   }
   return std::make_unique<LineDisplay>(
-      [asJSON, &context, style](const MenuReport& report) {
+      [asJSON, &context, style](const WatchView& view) {
         const std::string line =
-            asJSON ? encodeJSON(report, JSONLayout::compact) : menuSummary(report, style);
+            asJSON ? jsonText(encode(view.report, view.headline), JSONLayout::compact)
+                   : menuSummary(view, style);
         context.console().print(line + "\n");
       },
       [&context](const std::string& hint) { context.console().complain(hint); });
@@ -72,11 +76,11 @@ Answer perform(const MenuCommand& command, const ToolContext& context) {
   const WatchView view = look(command.daemon, context);
   Answer answer{.hints = view.hints};
   if (command.json) {
-    answer.output = jsonDocument(view.report);
+    answer.output = jsonText(encode(view.report, view.headline), JSONLayout::pretty) + "\n";
     return answer;
   }
   const TextStyle style = textStyle(context.environment, writesToTerminal(context));
-  for (const MenuLine& line : menuLines(view.report, style)) {
+  for (const MenuLine& line : menuLines(view, style)) {
     answer.output += tinted(line, style) + "\n";
   }
   return answer;

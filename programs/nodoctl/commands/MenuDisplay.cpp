@@ -1,4 +1,4 @@
-#include <NODOCore/base/Date.h>
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <programs/nodoctl/commands/MenuDisplay.h>
 
@@ -14,22 +14,19 @@ namespace {
 struct Icon {
   std::string_view symbol;
   std::string_view asciiSymbol;
-  std::string_view words;
   Tint tint;
 };
 
-Icon iconFor(MenuBarIconState state) {
-  switch (state) {
-    case MenuBarIconState::loading:
-      break;
-    case MenuBarIconState::off:
-      return {"○", "-", "off: sleep is allowed", Tint::faint};
-    case MenuBarIconState::warning:
-      return {"▲", "!", "needs attention", Tint::bad};
-    case MenuBarIconState::manualActive:
-      return {"●", "*", "kept awake", Tint::good};
+// Of the menu bar's icon, but that none of those that say "all is well" stands beside words that
+// say the opposite.
+Icon iconFor(const WatchView& view) {
+  const HeadlineKind kind = view.headline.kind;
+  const bool isBad = view.report.iconState == MenuBarIconState::warning ||
+                     (kind != HeadlineKind::keptAwake && kind != HeadlineKind::off);
+  if (isBad) {
+    return {"▲", "!", Tint::bad};
   }
-  return {"…", ".", "loading", Tint::faint};
+  return kind == HeadlineKind::keptAwake ? Icon{"●", "*", Tint::good} : Icon{"○", "-", Tint::faint};
 }
 
 // The bars of the sparkline as their heights, and whatever else is not ASCII as a question mark.
@@ -80,29 +77,30 @@ std::string takeLine(std::string_view& rest, std::size_t columns) {
 
 }  // namespace
 
-std::vector<MenuLine> menuLines(const MenuReport& report, const TextStyle& style) {
-  const Icon icon = iconFor(report.iconState);
-  std::string head(style.utf8 ? icon.symbol : icon.asciiSymbol);
-  head += " nodo: " + std::string(icon.words);
-  if (report.countdown) {
-    head += ", " + shown(*report.countdown, style) + " left";
-  }
-  std::vector<MenuLine> lines{{.text = head, .tint = icon.tint}};
+std::vector<MenuLine> menuLines(const WatchView& view, const TextStyle& style) {
+  const MenuReport& report = view.report;
+  const Icon icon = iconFor(view);
+  std::vector<MenuLine> lines{{.text = std::string(style.utf8 ? icon.symbol : icon.asciiSymbol) +
+                                       " nodo: " + shown(view.headline.text, style),
+                               .tint = icon.tint}};
   if (report.requester) {
     lines.push_back({.text = "Last request: " + shown(*report.requester, style)});
   }
-  lines.push_back({.text = shown(report.triggers.line, style)});
+  lines.push_back({.text = shown(report.triggers.line, style) +
+                           (report.triggers.total == 1 ? " request" : " requests") +
+                           ", a bar an hour"});
   if (report.setupLine) {
-    lines.push_back({.text = shown(*report.setupLine, style), .tint = Tint::bad});
+    lines.push_back(
+        {.text = shown(*report.setupLine, style) +
+                 (view.setupAdvice.empty() ? "" : ": " + shown(view.setupAdvice, style)),
+         .tint = Tint::bad});
   }
-  lines.push_back({.text = shown(rawValue(report.verdict), style),
-                   .tint = isReady(report.verdict) ? Tint::plain : Tint::bad});
   return lines;
 }
 
-std::string menuSummary(const MenuReport& report, const TextStyle& style) {
-  std::string summary = iso8601Text(report.generatedAt);
-  for (const MenuLine& line : menuLines(report, style)) {
+std::string menuSummary(const WatchView& view, const TextStyle& style) {
+  std::string summary = localTimeText(view.report.generatedAt);
+  for (const MenuLine& line : menuLines(view, style)) {
     summary += "  " + line.text;
   }
   return summary;
@@ -150,6 +148,7 @@ constexpr std::string_view clearBelow = "\x1b[J";
 
 bool tellsTheSame(const WatchView& one, const WatchView& other) {
   return one.report.iconState == other.report.iconState &&
+         one.headline.kind == other.headline.kind &&
          one.report.requester == other.report.requester &&
          one.report.setupLine == other.report.setupLine &&
          one.report.verdict == other.report.verdict &&
@@ -185,7 +184,7 @@ void FrameDisplay::resume() {
 
 void FrameDisplay::show(const WatchView& view) {
   const TerminalSize size = terminal_->size();
-  std::vector<MenuLine> lines = menuLines(view.report, style_);
+  std::vector<MenuLine> lines = menuLines(view, style_);
   for (const std::string& hint : view.hints) {
     lines.push_back({.text = escapedForDisplay(hint), .tint = Tint::faint});
   }
@@ -204,7 +203,7 @@ void FrameDisplay::show(const WatchView& view) {
   }
 }
 
-LineDisplay::LineDisplay(std::function<void(const MenuReport&)> output,
+LineDisplay::LineDisplay(std::function<void(const WatchView&)> output,
                          std::function<void(const std::string&)> hint)
     : output_(std::move(output)), hint_(std::move(hint)) {}
 
@@ -215,7 +214,7 @@ void LineDisplay::show(const WatchView& view) {
     }
   }
   if (!last_ || !tellsTheSame(*last_, view)) {
-    output_(view.report);
+    output_(view);
   }
   last_ = view;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/presentation/MenuReport.h>
 #include <programs/nodoctl/terminal/Terminal.h>
 
@@ -23,11 +24,21 @@ struct MenuLine {
   bool operator==(const MenuLine&) const = default;
 };
 
-/// The icon with the countdown, who asked, the requests, what is left to set up, the verdict.
-std::vector<MenuLine> menuLines(const MenuReport& report, const TextStyle& style);
+/// What is shown at one instant.
+struct WatchView {
+  MenuReport report;
+  Headline headline;
+  std::string setupAdvice;            ///< what to do about the report's setup line
+  std::vector<std::string> hints;     ///< what could not be had, for people
+  std::optional<Date> timerEnd;       ///< of a running timer
+  std::optional<Date> lastRequestAt;  ///< when somebody asked last
+};
+
+/// The headline behind its icon, who asked, the requests, what is left to set up.
+std::vector<MenuLine> menuLines(const WatchView& view, const TextStyle& style);
 
 /// The same in one line, with the time, for a log.
-std::string menuSummary(const MenuReport& report, const TextStyle& style);
+std::string menuSummary(const WatchView& view, const TextStyle& style);
 
 /// `line` in its colour, if there are any.
 std::string tinted(const MenuLine& line, const TextStyle& style);
@@ -35,14 +46,6 @@ std::string tinted(const MenuLine& line, const TextStyle& style);
 /// `lines` broken between words so that none has more than `columns` characters; a word that is
 /// longer is cut.
 std::vector<MenuLine> wrapped(const std::vector<MenuLine>& lines, int columns);
-
-/// What "watch" shows at one instant.
-struct WatchView {
-  MenuReport report;
-  std::vector<std::string> hints;     ///< what could not be had, for people
-  std::optional<Date> timerEnd;       ///< of a running timer
-  std::optional<Date> lastRequestAt;  ///< when somebody asked last
-};
 
 /// Where "watch" shows it.
 class WatchDisplay {
@@ -87,13 +90,13 @@ class FrameDisplay : public WatchDisplay {
 class LineDisplay : public WatchDisplay {
  public:
   /// `output` and `hint` take a line each, without its line feed.
-  LineDisplay(std::function<void(const MenuReport&)> output,
+  LineDisplay(std::function<void(const WatchView&)> output,
               std::function<void(const std::string&)> hint);
 
   void show(const WatchView& view) override;
 
  private:
-  std::function<void(const MenuReport&)> output_;
+  std::function<void(const WatchView&)> output_;
   std::function<void(const std::string&)> hint_;
   std::optional<WatchView> last_;
 };

@@ -1,6 +1,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <array>
@@ -50,8 +51,10 @@ std::string decisionText(const PowerDecision& decision) {
 }
 
 std::string timerText(const StatusReport& report) {
-  const auto remaining = report.manualRemainingSeconds;
-  return remaining.value_or(0) > 0 ? durationText(*remaining) + " left" : "off";
+  const auto end = report.state.manualUntil;
+  return end && report.manualRemainingSeconds.value_or(0) > 0
+             ? timeLeftText(*end - report.generatedAt) + " left"
+             : "off";
 }
 
 std::string powerText(const SystemSnapshot& snapshot) {
@@ -138,7 +141,7 @@ std::string reportText(const StatusReport& report) {
   std::string text;
   text += fmt::format("Decision:   {}\n", decisionText(report.decision));
   text += fmt::format("Timer:      {}\n", timerText(report));
-  text += fmt::format("Power lock: {}\n", report.state.ownsSleepDisable ? "on" : "off");
+  text += fmt::format("Sleep lock: {}\n", report.state.ownsSleepDisable ? "on" : "off");
   if (report.state.lastRequester) {
     text += fmt::format("Requester:  {}\n", requesterText(*report.state.lastRequester));
   }

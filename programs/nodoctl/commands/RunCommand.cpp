@@ -25,11 +25,11 @@ class Lease {
         context_(context),
         next_(context.now()) {}
 
-  // Extends the timer for the first time. Throws NODOError when the minutes are not allowed.
+  // Extends the timer for the first time. Throws RefusedValue when the minutes are not allowed.
   void begin() {
     try {
       extend();
-    } catch (const NODOError&) {
+    } catch (const RefusedValue&) {
       throw;
     } catch (const std::exception& error) {
       warnOnce(warnedOfFailure_, failureText(error));

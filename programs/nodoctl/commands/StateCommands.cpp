@@ -1,5 +1,6 @@
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Headline.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/commands/Commands.h>
@@ -11,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace nodo::nodoctl {
 namespace {
@@ -29,26 +31,52 @@ std::optional<ActivationRequester> requesterFrom(const ManualCommand& command, D
   return ActivationRequester(command.requester.value_or(""), command.context, command.event, now);
 }
 
-// Adds to the answer of a command that was to let the computer sleep what it could not do: the lock
-// is the daemon's, so that no change of the own state lets go of it.
-Answer unlessLockStands(Answer answer, DoctorStatusSource source, const ToolContext& context) {
-  if (source == DoctorStatusSource::helper) {
-    return answer;
-  }
+// A status with the judgement on it.
+struct JudgedStatus {
+  SourcedStatus status;
+  Headline headline;
+  std::vector<std::string> hints = {};  ///< what could not be seen
+
+  // Whether nobody but this command heard what was asked of the daemon.
+  bool isLocal() const { return status.source == DoctorStatusSource::local; }
+};
+
+JudgedStatus judge(SourcedStatus status, const StateAccess& state, const ToolContext& context) {
+  JudgedStatus judged;
+  std::optional<bool> lockIsOn;
   try {
-    const SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(context.now());
+    SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(context.now());
+    lockIsOn = reading.report.sleepDisabled;
     if (reading.hint) {
-      answer.hints.push_back(*reading.hint);
-    }
-    if (reading.report.sleepDisabled.value_or(false)) {
-      answer.hints.emplace_back(
-          "the sleep lock is still on and this computer stays awake: only the daemon releases it; "
-          "try again with sudo, or end the daemon");
-      answer.exitStatus = exitFailure;
+      judged.hints.push_back(*std::move(reading.hint));
     }
   } catch (const std::exception& error) {
-    answer.hints.push_back(std::string("whether the sleep lock is still on cannot be seen: ") +
+    judged.hints.push_back(std::string("whether the sleep lock is on cannot be seen: ") +
                            error.what());
+  }
+  judged.headline = headline(state.keepAwakeFacts(status, lockIsOn));
+  judged.status = std::move(status);
+  return judged;
+}
+
+// The headline, and then the details.
+std::string textOf(const JudgedStatus& judged) {
+  return judged.headline.text + "\n" +
+         (judged.isLocal() ? "Your own state, which switches no sleep lock:\n" : "") +
+         reportText(judged.status.report);
+}
+
+// What a command says that was to let the computer sleep: a failure where a lock still stands.
+Answer letSleep(const JudgedStatus& judged, std::string output) {
+  Answer answer{.output = std::move(output), .hints = judged.hints};
+  const HeadlineKind kind = judged.headline.kind;
+  if (kind == HeadlineKind::lockWithoutWord) {
+    answer.hints.emplace_back(
+        "the sleep lock is still on and this computer stays awake: only the daemon releases it; "
+        "try again with sudo, or end the daemon");
+  }
+  if (kind == HeadlineKind::lockWithoutWord || kind == HeadlineKind::lockLeft) {
+    answer.exitStatus = exitFailure;
   }
   return answer;
 }
@@ -74,21 +102,42 @@ std::vector<std::string> pauseHints(std::optional<Date> end, Date now) {
 Answer perform(const StatusCommand& command, const ToolContext& context) {
   const auto home = homeFolder(context.environment);
   const Date now = context.now();
-  return {.output = shown(stateAccess(command.daemon, context).status().report, command.json),
-          .hints = pauseHints(home ? hooksPausedUntil(*home, now) : std::nullopt, now)};
+  Answer answer{.hints = pauseHints(home ? hooksPausedUntil(*home, now) : std::nullopt, now)};
+  StateAccess state = stateAccess(command.daemon, context);
+  SourcedStatus status = state.status();
+  if (command.json) {
+    answer.output = jsonDocument(status.report);
+    return answer;
+  }
+  const JudgedStatus judged = judge(std::move(status), state, context);
+  answer.output = textOf(judged);
+  answer.hints.insert(answer.hints.end(), judged.hints.begin(), judged.hints.end());
+  return answer;
 }
 
 Answer perform(const ManualCommand& command, const ToolContext& context) {
   const ManualRequest request{.minutes = command.minutes,
                               .extendOnly = command.extendOnly,
                               .requester = requesterFrom(command, context.now())};
-  const SourcedStatus status = stateAccess(command.daemon, context).manual(request);
-  return {.output = shown(status.report, command.json)};
+  StateAccess state = stateAccess(command.daemon, context);
+  SourcedStatus status = state.manual(request);
+  if (command.json) {
+    // An agent's hook would take a failure for a daemon that does not work, and keep the computer
+    // awake by itself, against the very rule that lets it sleep.
+    return {.output = jsonDocument(status.report)};
+  }
+  const JudgedStatus judged = judge(std::move(status), state, context);
+  const HeadlineKind kind = judged.headline.kind;
+  const bool isInVain = kind == HeadlineKind::sleepAllowed || kind == HeadlineKind::lockMissing;
+  return {.output = textOf(judged),
+          .hints = judged.hints,
+          .exitStatus = isInVain ? exitFailure : exitSuccess};
 }
 
 Answer perform(const StopCommand& command, const ToolContext& context) {
-  const SourcedStatus stopped = stateAccess(command.daemon, context).stop();
-  return unlessLockStands({.output = shown(stopped.report, command.json)}, stopped.source, context);
+  StateAccess state = stateAccess(command.daemon, context);
+  const JudgedStatus judged = judge(state.stop(), state, context);
+  return letSleep(judged, command.json ? jsonDocument(judged.status.report) : textOf(judged));
 }
 
 Answer perform(const PauseCommand& command, const ToolContext& context) {
@@ -108,18 +157,29 @@ Answer perform(const ResumeCommand& /*command*/, const ToolContext& context) {
 }
 
 Answer perform(const RepairCommand& command, const ToolContext& context) {
-  const SourcedStatus repaired = stateAccess(command.daemon, context).repair();
-  const std::string text =
-      command.json
-          ? jsonDocument(repaired.report)
-          : DoctorReportFormatter::formatRepairResult(repaired.report, repaired.source) + "\n";
-  return unlessLockStands({.output = text}, repaired.source, context);
+  StateAccess state = stateAccess(command.daemon, context);
+  const JudgedStatus judged = judge(state.repair(), state, context);
+  const StatusReport& report = judged.status.report;
+  if (command.json) {
+    return letSleep(judged, jsonDocument(report));
+  }
+  return letSleep(
+      judged,
+      judged.headline.text + "\n" +
+          (judged.isLocal() ? "Only your own state was reset; the daemon could not be asked.\n"
+                            : "") +
+          DoctorReportFormatter::formatRepairResult(report, judged.status.source) + "\n");
 }
 
 Answer perform(const ReconcileCommand& command, const ToolContext& context) {
   StateAccess state = stateAccess(command.daemon, context);
   const DaemonRunReport run = command.simulate ? state.simulatedReconcile() : state.reconcile();
-  return {.output = shown(run, command.json)};
+  if (command.json) {
+    return {.output = jsonDocument(run)};
+  }
+  return {.output = (command.simulate ? "Simulated on your own state: no sleep lock was switched.\n"
+                                      : "") +
+                    reportText(run)};
 }
 
 Answer perform(const DiagnosticsCommand& command, const ToolContext& context) {

@@ -52,8 +52,12 @@ TEST_F(DoctorCommandTest, AHealthyMachineIsReady) {
                                          "Timer: 10m 0s remaining\nPower lock: on\n"
                                          "Hook fallback: inactive\nmacOS SleepDisabled: on\n"
                                          "Hook script: missing\n"));
-  EXPECT_THAT(outcome.output, EndsWith("\nReady: nodo owns the macOS power lock.\n"
-                                       "\nKept awake until 08:25 (10 min left).\n"));
+  EXPECT_THAT(
+      outcome.output,
+      EndsWith("\nReady: nodo owns the macOS power lock.\n"
+               "\nNote: No agent is set up yet.\n"
+               "  'nodoctl hooks install' makes agents keep this computer awake while they work.\n"
+               "Kept awake until 08:25 (10 min left).\n"));
 }
 
 TEST_F(DoctorCommandTest, AWarningIsAFailureThatIsToldOnStandardOutput) {
@@ -62,12 +66,15 @@ TEST_F(DoctorCommandTest, AWarningIsAFailureThatIsToldOnStandardOutput) {
   const Outcome outcome = run({"doctor"});
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.error, "");
-  EXPECT_THAT(outcome.output,
-              EndsWith("\nWarning: nodo state says locked, but macOS SleepDisabled is off.\n"
-                       "\nProblem: The timer runs, and the sleep lock of nodo is not in force.\n"
-                       "  The daemon tries again every minute; its log says why it fails.\n"
-                       "NOT kept awake by nodo, although the timer runs until 08:25 (10 min left): "
-                       "somebody has switched the sleep lock off.\n"));
+  EXPECT_THAT(
+      outcome.output,
+      EndsWith("\nWarning: nodo state says locked, but macOS SleepDisabled is off.\n"
+               "\nProblem: The timer runs, and the sleep lock of nodo is not in force.\n"
+               "  The daemon tries again every minute; its log says why it fails.\n"
+               "Note: No agent is set up yet.\n"
+               "  'nodoctl hooks install' makes agents keep this computer awake while they work.\n"
+               "NOT kept awake by nodo, although the timer runs until 08:25 (10 min left): "
+               "somebody has switched the sleep lock off.\n"));
 }
 
 TEST_F(DoctorCommandTest, WithoutADaemonItSaysWhyAndWarns) {
@@ -76,11 +83,14 @@ TEST_F(DoctorCommandTest, WithoutADaemonItSaysWhyAndWarns) {
   EXPECT_TRUE(outcome.saidLocal);
   EXPECT_EQ(outcome.error, "");
   EXPECT_THAT(outcome.output, HasSubstr("\nStatus source: local fallback\n"));
-  EXPECT_THAT(outcome.output,
-              EndsWith("Warning: helper unavailable; closed-lid prevention will not work.\n"
-                       "\nProblem: The daemon nodod cannot be asked: nobody there.\n"
-                       "  See to that, or restart it; nodod(8) says how it is run.\n"
-                       "NOT kept awake by this: the daemon cannot be asked: nobody there.\n"));
+  EXPECT_THAT(
+      outcome.output,
+      EndsWith("Warning: helper unavailable; closed-lid prevention will not work.\n"
+               "\nProblem: Nothing can be asked of the daemon: nobody there.\n"
+               "  Install the package nodo, or start it: 'sudo restart'.\n"
+               "Note: No agent is set up yet.\n"
+               "  'nodoctl hooks install' makes agents keep this computer awake while they work.\n"
+               "NOT kept awake by this: nobody there.\n"));
 }
 
 TEST_F(DoctorCommandTest, TheSettingAndTheHooksAreThisMachinesWhateverTheSource) {
@@ -112,8 +122,8 @@ TEST_F(DoctorCommandTest, ASourceThatFailsIsALineAndNoMore) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.error, "nodoctl: what affects sleep cannot be read: broken\n");
   EXPECT_THAT(outcome.output, HasSubstr("\nmacOS SleepDisabled: unknown\n"));
-  EXPECT_THAT(outcome.output, HasSubstr("\nReady: nodo owns the macOS power lock.\n"
-                                        "\nProbably kept awake until 08:25 (10 min left): "));
+  EXPECT_THAT(outcome.output, HasSubstr("\nReady: nodo owns the macOS power lock.\n\nNote: "));
+  EXPECT_THAT(outcome.output, HasSubstr("\nProbably kept awake until 08:25 (10 min left): "));
 }
 
 TEST_F(DoctorCommandTest, AnAgentsFileThatCannotBeReadIsFoundAndHidesNoOther) {
@@ -226,7 +236,7 @@ TEST_F(DoctorCommandTest, WhenEverySourceFailsThereIsStillAReport) {
   }
   EXPECT_THAT(outcome.output, HasSubstr("\nStatus: inactive\n"));
   EXPECT_THAT(outcome.output, HasSubstr("will not work.\n\nProblem: "));
-  EXPECT_THAT(outcome.output, EndsWith("the daemon cannot be asked: nobody there.\n"));
+  EXPECT_THAT(outcome.output, EndsWith("NOT kept awake by this: nobody there.\n"));
 }
 
 TEST_F(DoctorCommandTest, AStateThatCannotBeReadIsNamedAndLeftAsItIs) {
@@ -324,20 +334,24 @@ TEST_F(DoctorCommandTest, TheSetupLineFollowsFromTheFacts) {
   HealthFacts facts;
   AgentHookSetupInspection hooks;
   const auto lineFor = [&] {
-    facts.hookInspection = hooks;
+    facts.forFindings.hooks = hooks;
     return SetupMenuPresentation::setupLine(setupSignals(facts)).value_or("none");
   };
+  const auto advice = [&] { return setupAdvice(setupSignals(facts), "restart"); };
   using Status = AgentHookComponentStatus;
   hooks.hookScriptStatus = Status::current;
   hooks.targets = {{.target = AgentHookTarget::claude, .path = "", .status = Status::current},
                    {.target = AgentHookTarget::codex, .path = "", .status = Status::current}};
   EXPECT_EQ(lineFor(), "none");
+  EXPECT_EQ(advice(), "");
   EXPECT_TRUE(setupSignals(facts).isSetupComplete());
   facts.forFindings.unreadableHooks = {{.target = AgentHookTarget::pi, .path = "", .error = "no"}};
   EXPECT_EQ(lineFor(), "Setup: hooks failed");
+  EXPECT_EQ(advice(), "nodoctl doctor");
   facts.forFindings.unreadableHooks.clear();
   hooks.targets[1].status = Status::missing;
   EXPECT_EQ(lineFor(), "Setup: hooks 1/2");
+  EXPECT_EQ(advice(), "nodoctl hooks install");
   hooks.targets[0].status = Status::missing;
   EXPECT_EQ(lineFor(), "Setup: install hooks");
   hooks.targets[0].status = Status::outdated;
@@ -347,14 +361,17 @@ TEST_F(DoctorCommandTest, TheSetupLineFollowsFromTheFacts) {
   EXPECT_EQ(lineFor(), "Setup: install hooks");
   facts.status.report.decision.shouldPreventSleep = true;
   EXPECT_EQ(lineFor(), "Power lock: pending");
+  EXPECT_EQ(advice(), "nodoctl doctor");
   facts.status.report.state.ownsSleepDisable = true;
   EXPECT_EQ(lineFor(), "Setup: install hooks");
-  facts.unavailable = {.reason = "not there", .isBroken = false};
+  facts.status.unavailable.emplace();
   EXPECT_EQ(lineFor(), "Setup: install helper");
-  facts.unavailable = {.reason = "hangs", .isBroken = true};
+  EXPECT_EQ(advice(), "install the package nodo, or restart");
+  facts.forFindings.daemonIsThere = true;
   EXPECT_EQ(lineFor(), "Setup: repair helper");
-  facts.unavailable.reset();
-  facts.hookInspection.reset();
+  EXPECT_EQ(advice(), "restart");
+  facts.status.unavailable.reset();
+  facts.forFindings.hooks.reset();
   EXPECT_EQ(SetupMenuPresentation::setupLine(setupSignals(facts)), "Setup: hooks failed");
 }
 

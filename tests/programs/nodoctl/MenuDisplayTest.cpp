@@ -1,4 +1,5 @@
 #include <programs/nodoctl/commands/MenuDisplay.h>
+#include <testing/EnvironmentVariable.h>
 
 #include <gtest/gtest.h>
 
@@ -8,16 +9,15 @@ namespace {
 constexpr TextStyle plainUTF8{.colour = false, .utf8 = true};
 constexpr TextStyle plainASCII{.colour = false, .utf8 = false};
 
-MenuReport busyReport() {
-  MenuReport report;
-  report.generatedAt = dateFromSeconds(1769847300);
-  report.iconState = MenuBarIconState::manualActive;
-  report.countdown = "2h5m";
-  report.requester = "Codex - Zoë's project";
-  report.triggers.line = "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77";
-  report.setupLine = "Setup: hooks 1/4";
-  report.verdict = DoctorVerdict::locked;
-  return report;
+WatchView busyView() {
+  WatchView view{.headline = {HeadlineKind::keptAwake, "Kept awake until 10:20 (2 h 5 min left)."},
+                 .setupAdvice = "nodoctl hooks install"};
+  view.report.generatedAt = dateFromSeconds(1769847300);
+  view.report.iconState = MenuBarIconState::manualActive;
+  view.report.requester = "Codex - Zoë's project";
+  view.report.triggers = {.line = "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77", .total = 77};
+  view.report.setupLine = "Setup: hooks 1/4";
+  return view;
 }
 
 std::vector<std::string> texts(const std::vector<MenuLine>& lines) {
@@ -31,57 +31,70 @@ std::vector<std::string> texts(const std::vector<MenuLine>& lines) {
 using Texts = std::vector<std::string>;
 
 TEST(MenuDisplayTest, EverythingHasItsLine) {
-  EXPECT_EQ(texts(menuLines(busyReport(), plainUTF8)),
-            (Texts{"● nodo: kept awake, 2h5m left", "Last request: Codex - Zoë's project",
-                   "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77", "Setup: hooks 1/4",
-                   "Ready: nodo owns the macOS power lock."}));
+  EXPECT_EQ(texts(menuLines(busyView(), plainUTF8)),
+            (Texts{"● nodo: Kept awake until 10:20 (2 h 5 min left).",
+                   "Last request: Codex - Zoë's project",
+                   "Triggers 12h  ·▁▂▃▄▅▆▇█··█  77 requests, a bar an hour",
+                   "Setup: hooks 1/4: nodoctl hooks install"}));
 }
 
 TEST(MenuDisplayTest, WhatThereIsNotHasNoLine) {
-  MenuReport report;
-  report.triggers.line = "Triggers 12h  ·  0";
-  EXPECT_EQ(texts(menuLines(report, plainUTF8)),
-            (Texts{"… nodo: loading", "Triggers 12h  ·  0",
-                   "Warning: helper unavailable; closed-lid prevention will not work."}));
+  WatchView view{.headline = {HeadlineKind::off, "Not kept awake: no timer runs."}};
+  view.report.iconState = MenuBarIconState::off;
+  view.report.triggers = {.line = "Triggers 12h  ·  1", .total = 1};
+  EXPECT_EQ(texts(menuLines(view, plainUTF8)),
+            (Texts{"○ nodo: Not kept awake: no timer runs.",
+                   "Triggers 12h  ·  1 request, a bar an hour"}));
 }
 
-TEST(MenuDisplayTest, EveryIconHasWordsOfItsOwn) {
+TEST(MenuDisplayTest, NoIconContradictsTheHeadline) {
   const struct {
     MenuBarIconState state;
+    HeadlineKind kind;
     const char* utf8;
     const char* ascii;
-  } cases[] = {
-      {MenuBarIconState::loading, "… nodo: loading", ". nodo: loading"},
-      {MenuBarIconState::off, "○ nodo: off: sleep is allowed", "- nodo: off: sleep is allowed"},
-      {MenuBarIconState::warning, "▲ nodo: needs attention", "! nodo: needs attention"},
-      {MenuBarIconState::manualActive, "● nodo: kept awake", "* nodo: kept awake"}};
+    Tint tint;
+  } cases[] = {{MenuBarIconState::off, HeadlineKind::off, "○ ", "- ", Tint::faint},
+               {MenuBarIconState::warning, HeadlineKind::off, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::manualActive, HeadlineKind::keptAwake, "● ", "* ", Tint::good},
+               {MenuBarIconState::warning, HeadlineKind::keptAwake, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::manualActive, HeadlineKind::sleepAllowed, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::manualActive, HeadlineKind::lockMissing, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::manualActive, HeadlineKind::daemonMissing, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::manualActive, HeadlineKind::unconfirmed, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::off, HeadlineKind::lockLeft, "▲ ", "! ", Tint::bad},
+               {MenuBarIconState::off, HeadlineKind::lockWithoutWord, "▲ ", "! ", Tint::bad}};
 
   for (const auto& each : cases) {
-    MenuReport report;
-    report.iconState = each.state;
-    EXPECT_EQ(menuLines(report, plainUTF8).front().text, each.utf8);
-    EXPECT_EQ(menuLines(report, plainASCII).front().text, each.ascii);
+    WatchView view{.headline = {each.kind, "So."}};
+    view.report.iconState = each.state;
+    const MenuLine head = menuLines(view, plainUTF8).front();
+    EXPECT_EQ(head.text, std::string(each.utf8) + "nodo: So.") << rawValue(each.kind);
+    EXPECT_EQ(head.tint, each.tint) << rawValue(each.kind);
+    EXPECT_EQ(menuLines(view, plainASCII).front().text, std::string(each.ascii) + "nodo: So.");
   }
 }
 
 TEST(MenuDisplayTest, WithoutUTF8EveryLineIsASCII) {
-  EXPECT_EQ(texts(menuLines(busyReport(), plainASCII)),
-            (Texts{"* nodo: kept awake, 2h5m left", "Last request: Codex - Zo?'s project",
-                   "Triggers 12h  .12345678..8  77", "Setup: hooks 1/4",
-                   "Ready: nodo owns the macOS power lock."}));
+  EXPECT_EQ(texts(menuLines(busyView(), plainASCII)),
+            (Texts{"* nodo: Kept awake until 10:20 (2 h 5 min left).",
+                   "Last request: Codex - Zo?'s project",
+                   "Triggers 12h  .12345678..8  77 requests, a bar an hour",
+                   "Setup: hooks 1/4: nodoctl hooks install"}));
 }
 
 TEST(MenuDisplayTest, ForeignControlCharactersAreShownEscaped) {
-  MenuReport report = busyReport();
-  report.requester = "a\x1b[2J\nb";
-  EXPECT_EQ(menuLines(report, plainUTF8)[1].text, "Last request: a\\u{1b}[2J\\nb");
+  WatchView view = busyView();
+  view.report.requester = "a\x1b[2J\nb";
+  EXPECT_EQ(menuLines(view, plainUTF8)[1].text, "Last request: a\\u{1b}[2J\\nb");
 }
 
-TEST(MenuDisplayTest, ASummaryIsOneLineWithItsTime) {
-  EXPECT_EQ(menuSummary(busyReport(), plainASCII),
-            "2026-01-31T08:15:00Z  * nodo: kept awake, 2h5m left  Last request: Codex - Zo?'s "
-            "project  Triggers 12h  .12345678..8  77  Setup: hooks 1/4  Ready: nodo owns the macOS "
-            "power lock.");
+TEST(MenuDisplayTest, ASummaryIsOneLineWithItsTimeOfTheWallClock) {
+  const test::EnvironmentVariable zone("TZ", "CET-1");
+  EXPECT_EQ(menuSummary(busyView(), plainASCII),
+            "2026-01-31 09:15:00  * nodo: Kept awake until 10:20 (2 h 5 min left).  Last request: "
+            "Codex - Zo?'s project  Triggers 12h  .12345678..8  77 requests, a bar an hour  Setup: "
+            "hooks 1/4: nodoctl hooks install");
 }
 
 TEST(MenuDisplayTest, ColourIsOnlyWhereThereIsSome) {

@@ -89,11 +89,11 @@ TEST_F(MessagesTest, MinutesThatNoPolicyAllows) {
     if (daemon) {
       startDaemon();
     }
-    expectMessages(
-        {{{"manual", "--minutes", "0"}, 1, {"Invalid duration: minutes must be greater than 0\n"}},
-         {{"run", "--minutes", "-5", "--", "true"},
-          1,
-          {"Invalid duration: minutes must be greater than 0\n"}}});
+    expectMessages({{{"manual", "--minutes", "0"}, 2, {"0 minutes are too few, at least 1\n"}},
+                    {{"manual", "--minutes", "-1", "--json"}, 2, {"-1 minutes are too few"}},
+                    {{"run", "--minutes", "-5", "--", "true"},
+                     2,
+                     {"-5 minutes are too few, at least 1\n", "see nodod(8)"}}});
   }
 }
 

@@ -1,3 +1,4 @@
+#include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/power/PowerManaging.h>
@@ -28,7 +29,7 @@ class StateCommandsTest : public ToolFixture {
     helper->answer("status", std::move(answer));
     const Outcome outcome = run({"status", "--helper-timeout", "0.05"});
     EXPECT_EQ(outcome.exitStatus, 0);
-    EXPECT_TRUE(outcome.output.starts_with("Decision:"));
+    EXPECT_TRUE(outcome.output.starts_with("NOT kept awake by this: ")) << outcome.output;
     const std::string before = "nodoctl: helper unavailable (";
     const std::string after = "); using the local state\n";
     EXPECT_TRUE(outcome.error.starts_with(before) && outcome.error.ends_with(after))
@@ -84,17 +85,55 @@ TEST_F(StateCommandsTest, WhoCannotReachTheDaemonIsToldThatItsLockStillStands) {
   EXPECT_EQ(run({"status"}).exitStatus, 0) << "nobody asked for sleep";
 }
 
-TEST_F(StateCommandsTest, ADaemonThatAnswersHasSaidItselfWhetherItsLockStands) {
+TEST_F(StateCommandsTest, ALockThatStaysIsAFailureOfStopAlthoughTheDaemonAnswers) {
   startDaemon();
+  for (const char* command : {"stop", "repair"}) {
+    diagnostics.report.sleepDisabled = true;
+    const Outcome stays = run({command});
+    EXPECT_EQ(stays.exitStatus, 1);
+    EXPECT_TRUE(stays.output.starts_with(
+        "Still kept awake: the sleep lock is on, although nothing asks for it.\n"));
+    diagnostics.report.sleepDisabled = false;
+    EXPECT_EQ(run({command}).exitStatus, 0);
+  }
+}
+
+TEST_F(StateCommandsTest, ATimerInVainIsAFailureForPeopleAndADocumentForPrograms) {
+  startDaemon();
+  StatusReport& status = helper->status;
+  status.state.manualUntil = now + std::chrono::minutes(60);
+  status.manualRemainingSeconds = 3600;
+  status.snapshot.batteryPercent = 15;
+  status.decision.safetyBlocks = {reason::batteryBelowThreshold};
+  diagnostics.report.sleepDisabled = false;
+  limits = defaultPolicy;
+  const test::EnvironmentVariable zone("TZ", "UTC0");
+  const Outcome vetoed = run({"manual", "--minutes", "60"});
+  EXPECT_EQ(vetoed.exitStatus, 1);
+  EXPECT_TRUE(
+      vetoed.output.starts_with("The timer runs, but sleep is allowed: battery at 15 % (limit 20 "
+                                "%). It runs until 09:15 (1 h "
+                                "left).\n"))
+      << vetoed.output;
+  runJSON({"manual", "--minutes", "60", "--json"});
+  status.decision = {.shouldPreventSleep = true, .reasons = {reason::manualTimer}};
+  const Outcome lost = run({"manual", "--minutes", "60"});
+  EXPECT_EQ(lost.exitStatus, 1);
+  EXPECT_TRUE(
+      lost.output.starts_with("NOT kept awake by nodo, although the timer runs until 09:15"))
+      << lost.output;
+  status.state.ownsSleepDisable = true;
   diagnostics.report.sleepDisabled = true;
-  EXPECT_EQ(run({"stop"}).exitStatus, 0);
+  const Outcome held = run({"manual", "--minutes", "60"});
+  EXPECT_EQ(held.exitStatus, 0);
+  EXPECT_TRUE(held.output.starts_with("Kept awake until 09:15 (1 h left).\n")) << held.output;
 }
 
 TEST_F(StateCommandsTest, WhoeverCannotSeeWhetherALockStandsSaysSo) {
   diagnosticsFail = true;
   const Outcome outcome = run({"stop"});
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_EQ(outcome.error, "nodoctl: whether the sleep lock is still on cannot be seen: broken\n");
+  EXPECT_EQ(outcome.error, "nodoctl: whether the sleep lock is on cannot be seen: broken\n");
 }
 
 TEST_F(StateCommandsTest, WithoutADaemonTheOwnStateServes) {
@@ -173,9 +212,10 @@ TEST_F(StateCommandsTest, MinutesThatNobodyAllowsAreNotAskedFor) {
   startDaemon();
   for (const char* minutes : {"0", "-1", "9223372036854775807", "-9223372036854775808"}) {
     const Outcome outcome = run({"manual", "--extend-only", "--minutes", minutes});
-    EXPECT_EQ(outcome.exitStatus, 1) << minutes;
+    EXPECT_EQ(outcome.exitStatus, 2) << minutes;
     EXPECT_EQ(outcome.output, "");
-    EXPECT_TRUE(outcome.error.starts_with("nodoctl: Invalid duration: ")) << outcome.error;
+    EXPECT_TRUE(outcome.error.starts_with(std::string("nodoctl: ") + minutes + " minutes are too "))
+        << outcome.error;
   }
   EXPECT_EQ(helper->requests(), Texts{});
 }
@@ -183,15 +223,38 @@ TEST_F(StateCommandsTest, MinutesThatNobodyAllowsAreNotAskedFor) {
 TEST_F(StateCommandsTest, MinutesThatTheDaemonAllowsMayBeMoreThanUsual) {
   startDaemon();
   EXPECT_EQ(run({"manual", "--minutes", "1440"}).exitStatus, 0);
-  helper->answer("enableManual", [](const FakeHelperRequest& request) {
-    request.refuse("Invalid duration: minutes must be <= 60");
-  });
-  const Outcome outcome = run({"manual", "--minutes", "1440"});
-  EXPECT_EQ(outcome.exitStatus, 1);
+}
+
+TEST_F(StateCommandsTest, MinutesThatTheDaemonRefusesAreAWrongUseThatNamesItsLimit) {
+  startDaemon();
+  for (const char* request : {"enableManual", "enableManualV2", "status"}) {
+    helper->answer(request, [](const FakeHelperRequest& asked) { asked.refuse("no"); });
+  }
+  limits = defaultPolicy;
+  limits->maxManualDurationMinutes = 90;
+  for (const Texts& options : {Texts{}, Texts{"--json"}, Texts{"--extend-only"}}) {
+    Texts arguments{"manual", "--minutes", "100"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.error,
+              "nodoctl: 100 minutes are too many, at most 90 (1 h 30 min)\n"
+              "Whoever runs the daemon sets the limits: see nodod(8).\n");
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo/state.json"));
+  const Outcome other = run({"manual", "--minutes", "90"});
+  EXPECT_EQ(other.exitStatus, 0) << "another refusal is none of the value";
+  EXPECT_EQ(other.error, "nodoctl: helper unavailable (no); using the local state\n");
+}
+
+TEST_F(StateCommandsTest, WithoutADaemonTheUsualLimitHolds) {
+  const Outcome outcome = run({"manual", "--minutes", "721"});
+  EXPECT_EQ(outcome.exitStatus, 2);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(outcome.error,
-            "nodoctl: helper unavailable (Invalid duration: minutes must be <= 60); using the "
-            "local state\nnodoctl: Invalid duration: minutes must be <= 720\n");
+  EXPECT_TRUE(outcome.error.starts_with("nodoctl: 721 minutes are too many, at most 720 (12 h)\n"));
+  EXPECT_EQ(limitsAsked, 0) << "of nobody";
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo/state.json"));
 }
 
 TEST_F(StateCommandsTest, WhenTheOwnStateFailsAsWellBothAreSaid) {
@@ -210,8 +273,14 @@ TEST_F(StateCommandsTest, WithADaemonTheOwnStateMayBeNowhere) {
 }
 
 TEST_F(StateCommandsTest, ARepairNamesItsSource) {
+  EXPECT_TRUE(run({"repair"})
+                  .output.starts_with("NOT kept awake by this: nobody there.\nOnly your own state "
+                                      "was reset; the daemon could not "
+                                      "be asked.\nRepair finished via local fallback.\n"));
   startDaemon();
-  EXPECT_TRUE(run({"repair"}).output.starts_with("Repair finished via helper.\n"));
+  EXPECT_TRUE(
+      run({"repair"})
+          .output.starts_with("Not kept awake: no timer runs.\nRepair finished via helper.\n"));
 }
 
 TEST_F(StateCommandsTest, ARealPassIsTheDaemonsAlone) {

@@ -60,6 +60,12 @@ class ToolFixture : public ::testing::Test {
                           standingAskedFor.emplace_back(asked, limit);
                           return standing;
                         },
+                    .daemonLimits =
+                        [this](const std::optional<std::string>&, Seconds) {
+                          ++limitsAsked;
+                          return limits;
+                        },
+                    .restartCommand = "sudo restart",
                     .now = [this] { return now; },
                     .output = output,
                     .error = error,
@@ -103,6 +109,8 @@ class ToolFixture : public ::testing::Test {
   DaemonStanding standing;         ///< what the daemon is to this user
   /// The bus and the time limit of each time that it was asked for.
   std::vector<std::pair<std::optional<std::string>, Seconds>> standingAskedFor;
+  std::optional<SafetyPolicy> limits;  ///< of the daemon, where it tells
+  int limitsAsked = 0;
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   bool diagnosticsFail = false;

@@ -14,9 +14,11 @@ TEST_F(ToolTest, StatusIsShownAsTextAndAsJSON) {
   EXPECT_EQ(text.exitStatus, 0);
   EXPECT_EQ(text.error, "");
   EXPECT_EQ(text.output,
+            "NOT kept awake by this: nobody there.\n"
+            "Your own state, which switches no sleep lock:\n"
             "Decision:   allow sleep (no timer runs)\n"
             "Timer:      off\n"
-            "Power lock: off\n"
+            "Sleep lock: off\n"
             "Power:      mains\n"
             "Network:    default route\n"
             "Lid:        unknown\n"
@@ -41,9 +43,11 @@ TEST_F(ToolTest, AStartedTimerIsShownWithItsRequester) {
                                "--context", "project (94389d89)", "--event", "PreToolUse"});
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.output,
+            "NOT kept awake by this: nobody there.\n"
+            "Your own state, which switches no sleep lock:\n"
             "Decision:   prevent sleep (the timer runs)\n"
-            "Timer:      20m 0s left\n"
-            "Power lock: off\n"
+            "Timer:      20 min left\n"
+            "Sleep lock: off\n"
             "Requester:  Claude Code - project (94389d89) (PreToolUse)\n"
             "Power:      mains\n"
             "Network:    default route\n"
@@ -109,6 +113,8 @@ TEST_F(ToolTest, StopEndsTheTimer) {
 TEST_F(ToolTest, RepairResetsTheState) {
   run({"manual", "--minutes", "20"});
   EXPECT_EQ(run({"repair"}).output,
+            "NOT kept awake by this: nobody there.\n"
+            "Only your own state was reset; the daemon could not be asked.\n"
             "Repair finished via local fallback.\n"
             "Status: inactive\n"
             "Power lock: off\n"
@@ -124,7 +130,8 @@ TEST_F(ToolTest, ASimulatedPassShowsWhatItWouldDo) {
   const Outcome text = run({"reconcile", "--simulate"});
   EXPECT_EQ(text.exitStatus, 0);
   EXPECT_TRUE(
-      text.output.starts_with("Operation:  would switch the sleep lock on\n"
+      text.output.starts_with("Simulated on your own state: no sleep lock was switched.\n"
+                              "Operation:  would switch the sleep lock on\n"
                               "State:      changed\n"))
       << text.output;
   const auto run = decodeJSON<DaemonRunReport>(
@@ -225,15 +232,17 @@ TEST_F(ToolTest, MinutesOutsideThePolicyAreRefused) {
   const struct {
     const char* minutes;
     const char* error;
-  } cases[] = {{"0", "nodoctl: Invalid duration: minutes must be greater than 0\n"},
-               {"-5", "nodoctl: Invalid duration: minutes must be greater than 0\n"},
-               {"721", "nodoctl: Invalid duration: minutes must be <= 720\n"}};
+  } cases[] = {{"0", "nodoctl: 0 minutes are too few, at least 1\n"},
+               {"-5", "nodoctl: -5 minutes are too few, at least 1\n"},
+               {"721", "nodoctl: 721 minutes are too many, at most 720 (12 h)\n"}};
 
   for (const auto& each : cases) {
     const Outcome outcome = run({"manual", "--minutes", each.minutes});
-    EXPECT_EQ(outcome.exitStatus, 1) << each.minutes;
+    EXPECT_EQ(outcome.exitStatus, 2) << each.minutes;
     EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.error, each.error);
+    EXPECT_EQ(outcome.error,
+              each.error + std::string("Whoever runs the daemon sets the limits: see "
+                                       "nodod(8).\n"));
   }
   EXPECT_FALSE(std::filesystem::exists(folder / ".nodo"));
 }

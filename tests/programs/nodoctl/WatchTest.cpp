@@ -71,6 +71,9 @@ class WatchTest : public ToolFixture {
   }
 
   void startTimer(double seconds) {
+    helper->status.decision.shouldPreventSleep = true;
+    helper->status.state.ownsSleepDisable = true;
+    diagnostics.report.sleepDisabled = true;
     helper->status.state.manualUntil = now + Seconds(seconds);
     helper->status.manualRemainingSeconds = static_cast<std::int64_t>(seconds);
   }
@@ -93,8 +96,9 @@ TEST_F(WatchTest, InAPipeThereIsALineForEachChange) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.error, "");
   EXPECT_EQ(lines(outcome.output), 3U) << outcome.output;
-  EXPECT_THAT(outcome.output, StartsWith("2026-01-31T08:15:00Z  ▲ nodo: needs attention  "));
-  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31T08:15:01Z  ● nodo: kept awake, 20m left  "));
+  EXPECT_THAT(outcome.output, StartsWith("2026-01-31 08:15:00  ▲ nodo: Not kept awake: "));
+  EXPECT_THAT(outcome.output,
+              HasSubstr("\n2026-01-31 08:15:01  ● nodo: Kept awake until 08:35 (20 min left).  "));
 }
 
 TEST_F(WatchTest, ThePassingOfTimeIsNoChange) {
@@ -148,10 +152,12 @@ TEST_F(WatchTest, OnATerminalFramesAreDrawnOverEachOther) {
   EXPECT_EQ(outcome.output, "");
   ASSERT_EQ(screen->writes.size(), 4U);
   EXPECT_EQ(screen->writes[0], beginScreen);
-  EXPECT_THAT(screen->writes[1],
-              StartsWith("\x1b[H\x1b[33m▲ nodo: needs attention\x1b[0m\x1b[K\r\n"));
+  EXPECT_THAT(
+      screen->writes[1],
+      StartsWith("\x1b[H\x1b[33m▲ nodo: Not kept awake: no timer runs. No agent is set up yet: "
+                 "nodoctl hooks\x1b[0m\x1b[K\r\n\x1b[33minstall\x1b[0m\x1b[K\r\n"));
   EXPECT_THAT(screen->writes[1], EndsWith("\x1b[K\x1b[J"));
-  EXPECT_THAT(screen->writes[2], HasSubstr("● nodo: kept awake, 20m left"));
+  EXPECT_THAT(screen->writes[2], HasSubstr("● nodo: Kept awake until 08:35 (20 min left)."));
   EXPECT_THAT(screen->writes[2], Not(HasSubstr("\x1b[2J")));
   EXPECT_EQ(screen->writes[3], endScreen);
   EXPECT_EQ(screen->echoes, (std::vector<bool>{false, true}));
@@ -165,13 +171,16 @@ TEST_F(WatchTest, AFrameFitsTheTerminalWhateverItsSize) {
   run({"watch"});
   ASSERT_EQ(screen->writes.size(), 4U);
   EXPECT_EQ(screen->writes[1],
-            "\x1b[H▲ nodo: needs attention\x1b[K\r\n"
-            "Triggers 12h  ············  0\x1b[K\r\n"
-            "Setup: install hooks\x1b[K\r\n"
-            "Ready: helper works; enable a manual\x1b[K\r\n"
-            "timer or run an agent hook to test.\x1b[K\r\n"
+            "\x1b[H▲ nodo: Not kept awake: no timer runs.\x1b[K\r\n"
+            "No agent is set up yet: nodoctl hooks\x1b[K\r\n"
+            "install\x1b[K\r\n"
+            "Triggers 12h  ············  0 requests,\x1b[K\r\n"
+            "a bar an hour\x1b[K\r\n"
+            "Setup: install hooks: nodoctl hooks\x1b[K\r\n"
+            "install\x1b[K\r\n"
             "Ctrl-C ends.\x1b[K\x1b[J");
-  EXPECT_EQ(screen->writes[2], "\x1b[H▲ nodo:\x1b[K\r\nneeds\x1b[K\r\nattention\x1b[K\x1b[J");
+  EXPECT_EQ(screen->writes[2],
+            "\x1b[H▲ nodo: Not\x1b[K\r\nkept awake:\x1b[K\r\nno timer\x1b[K\x1b[J");
 }
 
 TEST_F(WatchTest, AWindowThatChangedIsDrawnAnew) {
@@ -210,11 +219,11 @@ TEST_F(WatchTest, MenuShowsTheSameOnce) {
   startTimer(125);
   helper->status.state.lastRequester = ActivationRequester("Codex", "p", {}, now);
   EXPECT_EQ(run({"menu"}).output,
-            "● nodo: kept awake, 2m left\n"
+            "● nodo: Kept awake until 08:17 (3 min left).\n"
             "Last request: Codex - p\n"
-            "Triggers 12h  ············  0\n"
-            "Setup: install hooks\n"
-            "Ready: timer active; power lock is off until nodo needs to prevent sleep.\n");
+            "Triggers 12h  ············  0 requests, a bar an hour\n"
+            "Setup: install hooks: nodoctl hooks install\n");
+  EXPECT_EQ(*runJSON({"menu", "--json"}).member("headline")->member("kind")->text(), "keptAwake");
   const auto report =
       decodeJSON<MenuReport>(jsonText(runJSON({"menu", "--json"}), JSONLayout::compact));
   EXPECT_EQ(report.iconState, MenuBarIconState::manualActive);

@@ -29,8 +29,13 @@ PowerReading battery(std::int64_t percent) {
   return {.source = PowerSource::battery, .batteryPercent = percent};
 }
 
-TEST_F(PowerSuppliesTest, WithoutSuppliesTheSourceIsUnknown) {
-  EXPECT_EQ(read(), PowerReading{});
+TEST_F(PowerSuppliesTest, AMachineWithoutSuppliesRunsOnMains) {
+  EXPECT_EQ(read(), (PowerReading{.source = PowerSource::ac}));
+  add("BAT0", {{"type", "Battery"}, {"present", "0"}});
+  EXPECT_EQ(read(), (PowerReading{.source = PowerSource::ac})) << "as one with an empty bay does";
+}
+
+TEST_F(PowerSuppliesTest, WhereTheKernelTellsOfNoSuppliesNothingIsKnown) {
   EXPECT_EQ(readPowerSupplies(sys / "missing"), PowerReading{});
 }
 
@@ -75,7 +80,7 @@ TEST_F(PowerSuppliesTest, AProgrammableSupplyCountsAsOnline) {
 TEST_F(PowerSuppliesTest, APeripheralsBatteryDoesNotCount) {
   add("hidpp_battery_0",
       {{"type", "Battery"}, {"scope", "Device"}, {"online", "1"}, {"capacity", "5"}});
-  EXPECT_EQ(read(), PowerReading{});
+  EXPECT_EQ(read(), (PowerReading{.source = PowerSource::ac}));
 }
 
 TEST_F(PowerSuppliesTest, AnEmptyBayDoesNotCount) {
@@ -137,7 +142,7 @@ TEST_F(PowerSuppliesTest, AFullGaugeAboveItsSizeReadsAsFull) {
 
 TEST_F(PowerSuppliesTest, ASupplyWithoutTypeIsPassedOver) {
   add("odd", {{"online", "1"}});
-  EXPECT_EQ(read(), PowerReading{});
+  EXPECT_EQ(read(), (PowerReading{.source = PowerSource::ac}));
 }
 
 const std::string header4 =
