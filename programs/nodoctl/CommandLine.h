@@ -115,7 +115,9 @@ struct WatchCommand {
 struct RunCommand {
   DaemonOptions daemon;
   std::int64_t minutes = 20;
-  std::vector<std::string> words;  ///< of the command that is run
+  bool keep = false;                ///< the timer stays as it is in the end
+  std::vector<std::string> words;   ///< of the command that is run; none when there is a `pid`
+  std::optional<std::int32_t> pid;  ///< of the process that is waited for instead
 };
 
 enum class Shell { bash, zsh, fish };

@@ -68,6 +68,14 @@ double seconds(const std::string& option, const std::string& text) {
   return *value;
 }
 
+std::int32_t processID(const std::string& text) {
+  const auto number = integerFromText<std::int32_t>(text);
+  if (!number || *number < 1) {
+    throw CLI::ValidationError("--pid", "\"" + text + "\" is not the number of a process");
+  }
+  return *number;
+}
+
 AgentHookTarget hookTarget(const std::string& text) {
   try {
     return parseAgentHookTarget(text);
@@ -196,6 +204,7 @@ class TreeBuilder {
       if constexpr (requires { command->daemon; }) {
         command->daemon = *daemon;
       }
+      requireSense(*command);
       into = *command;
     });
   }
@@ -309,15 +318,35 @@ class TreeBuilder {
   }
 
   void addOptions(CLI::App& app, RunCommand& run) {
-    addMinutes(app, run.minutes, "How far ahead of the present the timer is kept (default: 20)");
+    addMinutes(app, run.minutes, "How many minutes ahead the timer is kept (default: 20)");
+    app.add_flag("--keep", run.keep, "Leave the timer as it is in the end");
+    app.add_option_function<std::string>(
+           "--pid", [&run](const std::string& text) { run.pid = processID(text); },
+           "Wait for a process that runs already, instead of running a command")
+        ->type_name("PID");
     addDaemonOptions(app);
     CLI::Option* command = app.add_option("command", run.words, "What to run, behind \"--\"");
-    command->type_name("COMMAND [ARG ...]")->required();
+    command->type_name("COMMAND [ARG ...]");
     tree_.offers[command].kind = ValueOffer::Kind::commandLine;
     app.footer(
-        "The command's standard streams, signals and exit status are its own.\nWhen it ends the "
-        "timer runs on to its end; 'nodoctl stop' ends it at once.");
+        "The command's standard streams, signals and exit status are its own. Afterwards the timer "
+        "is again what it was before, unless somebody else has asked meanwhile.\n"
+        "To kill nodoctl (kill -9) ends the command as well, but no process given by --pid; the "
+        "timer then runs on to its end.");
   }
+
+  static void requireSense(const RunCommand& run) {
+    if (run.words.empty() && !run.pid) {
+      throw CLI::RequiredError("A COMMAND to run or --pid PID");
+    }
+    if (!run.words.empty() && run.pid) {
+      throw CLI::ValidationError("a COMMAND and --pid PID do not go together");
+    }
+  }
+
+  // Of a command of which each line that can be parsed makes sense.
+  template <class Command>
+  static void requireSense(const Command& /*command*/) {}
 
   void addOptions(CLI::App& app, CompletionCommand& completion) {
     CLI::Option* shell = app.add_option_function<std::string>(

@@ -71,7 +71,7 @@ TEST_F(CompletionTest, EachCommandHasItsOwnOptions) {
                {{"hooks", "inspect"}, {"--home", "--nodoctl", "--json"}},
                {{"menu"}, {"--json", "--helper-timeout", "--bus"}},
                {{"watch"}, {"--interval", "--json", "--helper-timeout", "--bus"}},
-               {{"run"}, {"--minutes", "--helper-timeout", "--bus"}},
+               {{"run"}, {"--minutes", "--keep", "--pid", "--helper-timeout", "--bus"}},
                {{"completion"}, {}}};
 
   for (const auto& each : cases) {
@@ -129,8 +129,9 @@ TEST_F(CompletionTest, BehindRunAnotherCommandLineBegins) {
   EXPECT_EQ(offered({"--bus", "x", "run", "ls", "--", "--bus"}), (Texts{":command 3"}));
   EXPECT_EQ(offered({"run", "l"}), (Texts{":command 1"}));
   EXPECT_EQ(offered({"run", "--m"}), (Texts{"--minutes"}));
-  EXPECT_EQ(offered({"run", ""}),
-            (Texts{":command 1", "--help", "--version", "--minutes", "--helper-timeout", "--bus"}));
+  EXPECT_EQ(offered({"run", ""}), (Texts{":command 1", "--help", "--version", "--minutes", "--keep",
+                                         "--pid", "--helper-timeout", "--bus"}));
+  EXPECT_EQ(offered({"run", "--pid", ""}), Texts{});
 }
 
 TEST_F(CompletionTest, ALineThatMakesNoSenseGoesOnInNoWay) {

@@ -77,7 +77,7 @@ TEST_F(MessagesTest, AWrongUse) {
        {{"watch", "--interval", "-1"},
         2,
         {"--interval: \"-1\" is not a number of seconds above 0", "'nodoctl watch --help'"}},
-       {{"run"}, 2, {"command is required", "'nodoctl run --help'"}},
+       {{"run"}, 2, {"A COMMAND to run or --pid PID is required", "'nodoctl run --help'"}},
        {{"run", "make", "-j"}, 2, {"-j", "'nodoctl run --help'"}},
        {{"hooks"}, 2, {"A command is required", "'nodoctl hooks --help'"}},
        {{"hooks", "install", "vim"}, 2, {"vim", "'nodoctl hooks install --help'"}},
