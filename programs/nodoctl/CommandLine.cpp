@@ -2,8 +2,11 @@
 #include <programs/nodoctl/CommandLine.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -17,8 +20,12 @@ const CLI::App& reached(const CLI::App& app) {
   return commands.empty() ? app : reached(*commands.front());
 }
 
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
 bool hasCommands(const CLI::App& app) {
-  return !app.get_subcommands([](const CLI::App*) { return true; }).empty();
+  return !commandsOf(app).empty();
 }
 
 // What stands before the command's own name.
@@ -59,12 +66,24 @@ std::size_t typingErrors(const std::string& from, const std::string& to) {
   return errors[from.size()][to.size()];
 }
 
-std::string closestCommand(const CLI::App& app, const std::string& word) {
+// What people type who know other tools, and what they mean by it here.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 4> otherWords{
+    {{"on", "nodoctl manual"},
+     {"start", "nodoctl manual"},
+     {"off", "nodoctl stop"},
+     {"log", "nodoctl doctor --verbose"}}};
+
+// What is wrong with `word` where a command of `app` is due.
+std::string unknownCommand(const CLI::App& app, const std::string& word) {
   std::vector<std::string> names;
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+  for (const CLI::App* command : commandsOf(app)) {
     names.push_back(command->get_name());
   }
-  return closestWord(word, names);
+  std::string meant = closestWord(word, names);
+  for (const auto& [other, command] : otherWords) {
+    meant = app.get_parent() == nullptr && word == other ? std::string(command) : meant;
+  }
+  return "there is no command \"" + fullName(app) + " " + word + "\"" + suggestion(meant);
 }
 
 // With its dashes, as it was to be typed.
@@ -83,8 +102,7 @@ std::string explained(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = reached(app);
   const std::vector<std::string> words = app.remaining(true);
   if (!words.empty() && !words.front().starts_with('-') && hasCommands(command)) {
-    return "there is no command \"" + fullName(command) + " " + words.front() + "\"" +
-           suggestion(closestCommand(command, words.front()));
+    return unknownCommand(command, words.front());
   }
   const auto option = std::find_if(words.begin(), words.end(),
                                    [](const auto& word) { return word.starts_with("--"); });
@@ -95,9 +113,42 @@ std::string explained(const CLI::App& app, const CLI::ParseError& error) {
                          : "there is no option \"" + typed + "\"" + suggestion(closest);
 }
 
-UsageError usageError(const CLI::App& app, const std::string& message) {
+// `command` is what the line got as far as.
+UsageError usageError(const CLI::App& command, const std::string& message) {
   return {.message = escapedForDisplay(message),
-          .hint = "Try '" + fullName(reached(app)) + " --help' for more information."};
+          .hint = "Try '" + fullName(command) + " --help' for more information."};
+}
+
+// A line that makes sense as far as it goes.
+class NoCommandGiven : public CLI::ParseError {
+ public:
+  NoCommandGiven() : ParseError("NoCommand", "No command given.", CLI::ExitCodes::RequiredError) {}
+};
+
+UsageError noCommandGiven(const CLI::App& command) {
+  const std::string name = fullName(command);
+  const std::string first = name + (command.get_parent() == nullptr ? " doctor" : " inspect");
+  return {.message = "No command given. Try '" + first + "' or '" + name + " --help'.", .hint = ""};
+}
+
+HelpText helpOf(const CLI::App& command, int columns) {
+  return {helpText(command, fullName(command), columns)};
+}
+
+// What "nodoctl help WORD ..." shows.
+ParsedCommandLine helpAbout(const CLI::App& app, const std::vector<std::string>& words,
+                            int columns) {
+  const CLI::App* command = &app;
+  for (const std::string& word : words) {
+    const auto commands = commandsOf(*command);
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&](const CLI::App* each) { return each->get_name() == word; });
+    if (found == commands.end()) {
+      return usageError(*command, unknownCommand(*command, word));
+    }
+    command = *found;
+  }
+  return helpOf(*command, columns);
 }
 
 // Throws what the parser throws when the line asks for help or makes no sense.
@@ -105,24 +156,29 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments) {
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
   app.parse(reversed);
   if (app.get_subcommands().empty() || hasCommands(reached(app))) {
-    throw CLI::RequiredError("A command");
+    throw NoCommandGiven();
   }
 }
 
-// What the whole tree makes of a line that a part of it did not understand.
-ParsedCommandLine explain(const std::vector<std::string>& arguments) {
+// What the whole tree makes of a line for which a part of it was not enough.
+ParsedCommandLine explain(const std::vector<std::string>& arguments, int columns) {
   Invocation invocation;
   const auto app = makeCommandTree(invocation).app;
   try {
     parse(*app, arguments);
+    const CLI::App& command = reached(*app);
+    if (command.get_name() == helpCommand) {
+      return helpAbout(*app, command.get_option(helpWords)->results(), columns);
+    }
     return invocation;
   } catch (const CLI::CallForHelp&) {
-    const CLI::App& command = reached(*app);
-    return HelpText{command.help(prefix(command))};
+    return helpOf(reached(*app), columns);
+  } catch (const NoCommandGiven&) {
+    return noCommandGiven(reached(*app));
   } catch (const CLI::CallForVersion& version) {
     return HelpText{std::string(version.what()) + "\n"};
   } catch (const CLI::ParseError& error) {
-    return usageError(*app, explained(*app, error));
+    return usageError(reached(*app), explained(*app, error));
   }
 }
 
@@ -151,7 +207,7 @@ std::string suggestion(const std::string& closest) {
   return closest.empty() ? "" : "; did you mean \"" + closest + "\"?";
 }
 
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments, int columns) {
   // "complete" stands in no tree: no help and no completion offers it, and whatever is behind it
   // belongs to the line that somebody types.
   if (!arguments.empty() && arguments.front() == "complete") {
@@ -161,10 +217,13 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
   const auto app = makeCommandTree(invocation, &arguments).app;
   try {
     parse(*app, arguments);
-    return invocation;
+    if (reached(*app).get_name() != helpCommand) {
+      return invocation;
+    }
   } catch (const CLI::ParseError&) {
-    return explain(arguments);
+    // Told below, where all commands are known.
   }
+  return explain(arguments, columns);
 }
 
 }  // namespace nodo::nodoctl

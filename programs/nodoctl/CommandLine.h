@@ -2,6 +2,7 @@
 
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/hooks/Agents.h>
+#include <programs/shared/Help.h>
 #include <programs/shared/ProgramFrame.h>
 
 #include <array>
@@ -115,7 +116,9 @@ struct WatchCommand {
 struct RunCommand {
   DaemonOptions daemon;
   std::int64_t minutes = 20;
-  std::vector<std::string> words;  ///< of the command that is run
+  bool keep = false;                ///< the timer stays as it is in the end
+  std::vector<std::string> words;   ///< of the command that is run; none when there is a `pid`
+  std::optional<std::int32_t> pid;  ///< of the process that is waited for instead
 };
 
 enum class Shell { bash, zsh, fish };
@@ -144,8 +147,10 @@ using Invocation =
 
 using ParsedCommandLine = std::variant<Invocation, HelpText, UsageError>;
 
-/// What `arguments` (without the program's name) ask for. Pure.
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments);
+/// What `arguments` (without the program's name) ask for; help in lines of `columns` characters at
+/// most. Pure.
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
+                                   int columns = usualColumns);
 
 /// Which of `words` was probably meant by `word`; empty when none is close to it. Pure.
 std::string closestWord(const std::string& word, const std::vector<std::string>& words);
@@ -167,6 +172,10 @@ struct CommandTree {
   std::shared_ptr<CLI::App> app;
   std::map<const CLI::Option*, ValueOffer> offers;
 };
+
+/// The command that is no request but shows the help of the command that its words name.
+inline constexpr char helpCommand[] = "help";
+inline constexpr char helpWords[] = "command";
 
 /// The whole tree, or without the commands on top whose names are not among `words`: agents wait
 /// for each start, of which the whole tree takes a good part. Parsing a line fills in `invocation`,

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 namespace nodo::nodoctl {
 namespace {
@@ -68,15 +69,26 @@ double seconds(const std::string& option, const std::string& text) {
   return *value;
 }
 
+std::int32_t processID(const std::string& text) {
+  const auto number = integerFromText<std::int32_t>(text);
+  if (!number || *number < 1) {
+    throw CLI::ValidationError("--pid", "\"" + text + "\" is not the number of a process");
+  }
+  return *number;
+}
+
 AgentHookTarget hookTarget(const std::string& text) {
   try {
     return parseAgentHookTarget(text);
-  } catch (const NODOError& error) {
+  } catch (const NODOError&) {
     std::vector<std::string> names;
     for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
       names.emplace_back(rawValue(target));
     }
-    throw CLI::ValidationError(error.what() + suggestion(closestWord(text, names)));
+    const std::string meant = suggestion(closestWord(text, names));
+    throw CLI::ValidationError(
+        "there is no agent \"" + text + "\"" +
+        (meant.empty() ? fmt::format("; there are {}", fmt::join(names, ", ")) : meant));
   }
 }
 
@@ -88,10 +100,13 @@ Shell shellNamed(const std::string& text) {
   return *shell;
 }
 
+std::string versionLine() {
+  return "nodoctl " + std::string(version());
+}
+
 void describe(CLI::App& app) {
   app.set_help_flag("-h,--help", "Show this help and exit");
-  app.set_version_flag("--version", "nodoctl " + std::string(version()),
-                       "Show the version and exit");
+  app.set_version_flag("-V,--version", versionLine(), "Show the version and exit");
 }
 
 CLI::Option* addSeconds(CLI::App& command, const std::string& option, double& into,
@@ -108,8 +123,8 @@ CLI::Option* addMinutes(CLI::App& command, std::int64_t& into, const std::string
       ->type_name("N");
 }
 
-void addJSON(CLI::App& command, bool& into) {
-  command.add_flag("--json", into, "Answer with one JSON document");
+CLI::Option* addJSON(CLI::App& command, bool& into) {
+  return command.add_flag("--json", into, "Print JSON");
 }
 
 class TreeBuilder {
@@ -139,16 +154,31 @@ class TreeBuilder {
     add<ResumeCommand>(app, "resume", "End a pause, so that hooks ask again");
     add<RepairCommand>(app, "repair",
                        "Reset the state after something went wrong; the histories are kept");
-    add<ReconcileCommand>(app, "reconcile", "Bring the sleep lock in line with the decision, once");
+    add<ReconcileCommand>(app, "reconcile", "Make the daemon check everything now");
     add<DoctorCommand>(app, "doctor", "Check whether everything is in place, and say what is not");
-    add<DiagnosticsCommand>(app, "diagnostics", "Show what affects sleep on this computer");
+    add<DiagnosticsCommand>(app, "diagnostics", "Show what blocks sleep, ours and others'");
     add<AgentsCommand>(app, "agents", "List the coding agents that are running");
     addHooks(app);
-    add<MenuCommand>(app, "menu", "Show once what a menu bar would show");
+    add<MenuCommand>(app, "menu", "Show a short summary");
     add<WatchCommand>(app, "watch",
-                      "Show the menu live, until Ctrl-C; in a pipe a line at each change");
+                      "Show the summary live, until Ctrl-C; in a pipe a line at each change");
     add<RunCommand>(app, "run", "Keep the computer awake while a command runs");
     add<CompletionCommand>(app, "completion", "Print a completion script for a shell");
+    addHelpAndVersion(app);
+  }
+
+  // Commands for what most people look for as an option.
+  void addHelpAndVersion(CLI::App& app) {
+    CLI::App* help = addNamed(app, helpCommand, "Show the help of nodoctl, or of a command");
+    if (help != nullptr) {
+      help->add_option_function<std::vector<std::string>>(
+              helpWords, [](const auto&) {}, "Whose help to show, e.g. run or hooks install")
+          ->type_name("COMMAND [SUBCOMMAND]");
+    }
+    CLI::App* version = addNamed(app, "version", "Show the version");
+    if (version != nullptr) {
+      version->callback([] { throw CLI::CallForVersion(versionLine(), 0); });
+    }
   }
 
   void addHooks(CLI::App& app) {
@@ -163,13 +193,13 @@ class TreeBuilder {
                              "Write the hook script, and make agents run it when they start, get "
                              "a prompt or use a tool");
     add<HooksUninstallCommand>(*hooks, "uninstall",
-                               "Take the hooks out of the agents' configuration again; for all "
-                               "agents the hook script goes too");
+                               "Take the hooks out of the agents' configuration again; without "
+                               "names, the shared script is removed as well");
     add<HooksInspectCommand>(*hooks, "inspect",
                              "Show what is installed, and whether it is what this version "
                              "installs");
     hooks->footer("The agents are " + listedAgentNames() +
-                  "; without a target all of them are meant.\n"
+                  "; without a name all of them are meant.\n"
                   "Other tools' hooks and settings are left as they are.");
   }
 
@@ -196,6 +226,7 @@ class TreeBuilder {
       if constexpr (requires { command->daemon; }) {
         command->daemon = *daemon;
       }
+      requireSense(*command);
       into = *command;
     });
   }
@@ -204,7 +235,7 @@ class TreeBuilder {
   // is common to several. Behind it they count more, as they are looked at later.
   void addDaemonOptions(CLI::App& command) {
     addSeconds(command, "--helper-timeout", daemon_->timeout,
-               "How long the daemon may take, for all that a command asks, in seconds "
+               "How long the daemon may take for all that a command asks of it, in seconds "
                "(default: 1)")
         ->type_name("SECONDS");
     CLI::Option* bus = command.add_option_function<std::string>(
@@ -254,7 +285,9 @@ class TreeBuilder {
   void addOptions(CLI::App& app, DoctorCommand& doctor) {
     app.add_flag("--verbose", doctor.verbose,
                  "Add what else helps to find a reason, e.g. who else holds up sleep");
-    app.footer("The exit status is 0 when the verdict begins with \"Ready:\", else 1.");
+    app.footer(
+        "The exit status is 1 when the verdict begins with \"Warning:\" or a finding below it with "
+        "\"Problem:\", else 0.");
     addJSON(app, doctor.json);
     addDaemonOptions(app);
   }
@@ -288,6 +321,7 @@ class TreeBuilder {
         },
         "Which agents; all of them when none is named");
     offerTexts<AgentHookTarget>(*target, [](AgentHookTarget each) { return displayName(each); });
+    target->type_name(target->get_type_name() + " ...");
     CLI::Option* home =
         app.add_option("--home", hooks.home,
                        "The home folder that the agents' configuration lies in (default: HOME)");
@@ -295,34 +329,55 @@ class TreeBuilder {
     tree_.offers[home].kind = ValueOffer::Kind::folders;
     CLI::Option* nodoctl =
         app.add_option("--nodoctl", hooks.nodoctl,
-                       "The nodoctl that the hooks are to run (default: this one, as it was "
+                       "The nodoctl that the hooks are to run (default: this one, where it was "
                        "found)");
     nodoctl->type_name("PATH");
     tree_.offers[nodoctl].kind = ValueOffer::Kind::files;
   }
 
   void addOptions(CLI::App& app, WatchCommand& watch) {
-    addSeconds(app, "--interval", watch.interval, "How often to look, in seconds (default: 0.5)")
+    addSeconds(app, "--interval", watch.interval,
+               "How often to look: every so many seconds (default: 0.5)")
         ->type_name("S");
-    addJSON(app, watch.json);
+    addJSON(app, watch.json)->description("Print JSON, one document a line");
     addDaemonOptions(app);
   }
 
   void addOptions(CLI::App& app, RunCommand& run) {
-    addMinutes(app, run.minutes, "How far ahead of the present the timer is kept (default: 20)");
+    addMinutes(app, run.minutes, "How many minutes ahead the timer is kept (default: 20)");
+    app.add_flag("--keep", run.keep, "Leave the timer as it is in the end");
+    app.add_option_function<std::string>(
+           "--pid", [&run](const std::string& text) { run.pid = processID(text); },
+           "Wait for a process that runs already, instead of running a command")
+        ->type_name("PID");
     addDaemonOptions(app);
-    CLI::Option* command = app.add_option("command", run.words, "What to run, behind \"--\"");
-    command->type_name("COMMAND [ARG ...]")->required();
+    CLI::Option* command = app.add_option("command", run.words, "What to run, and what to give it");
+    command->type_name("-- COMMAND [ARG ...]");
     tree_.offers[command].kind = ValueOffer::Kind::commandLine;
     app.footer(
-        "The command's standard streams, signals and exit status are its own.\nWhen it ends the "
-        "timer runs on to its end; 'nodoctl stop' ends it at once.");
+        "The command's standard streams, signals and exit status are its own. Afterwards the timer "
+        "is again what it was before, unless somebody else has asked meanwhile.\n"
+        "If nodoctl is killed (kill -9), the command is killed with it, but no process given by "
+        "--pid, and the timer runs on to its end.");
   }
+
+  static void requireSense(const RunCommand& run) {
+    if (run.words.empty() && !run.pid) {
+      throw CLI::RequiredError("A COMMAND to run or --pid PID");
+    }
+    if (!run.words.empty() && run.pid) {
+      throw CLI::ValidationError("a COMMAND and --pid PID do not go together");
+    }
+  }
+
+  // Of a command of which each line that can be parsed makes sense.
+  template <class Command>
+  static void requireSense(const Command& /*command*/) {}
 
   void addOptions(CLI::App& app, CompletionCommand& completion) {
     CLI::Option* shell = app.add_option_function<std::string>(
         "shell", [&completion](const std::string& text) { completion.shell = shellNamed(text); },
-        "bash, zsh or fish");
+        "Which shell the script is for");
     shell->required();
     offerTexts<Shell>(*shell, [](Shell) { return std::string_view(); });
   }

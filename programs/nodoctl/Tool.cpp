@@ -35,8 +35,12 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
 }  // namespace
 
 int runTool(const std::vector<std::string>& arguments, const ToolContext& context) {
+  const int columns = helpColumns(
+      context.environment,
+      context.terminal ? std::optional(context.terminal->size().columns) : std::nullopt);
   return runProgram<Invocation>(
-      context.console(), arguments, parseCommandLine,
+      context.console(), arguments,
+      [columns](const auto& words) { return parseCommandLine(words, columns); },
       [&context](const Invocation& invocation) { return performAndPrint(invocation, context); });
 }
 

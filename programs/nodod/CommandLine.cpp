@@ -63,7 +63,8 @@ std::string path(const std::string& option, const std::string& text) {
 
 void describe(CLI::App& app, Options& into) {
   app.set_help_flag("-h,--help", "Show this help and exit");
-  app.set_version_flag("--version", "nodod " + std::string(version()), "Show the version and exit");
+  app.set_version_flag("-V,--version", "nodod " + std::string(version()),
+                       "Show the version and exit");
   app.add_option_function<std::string>(
          "--state-dir",
          [&into](const std::string& text) { into.stateFolder = path("--state-dir", text); },
@@ -76,17 +77,20 @@ void describe(CLI::App& app, Options& into) {
       ->type_name("system|session|ADDRESS");
   app.add_option_function<std::string>(
          "--power", [&into](const std::string& text) { into.power = powerChoice(text); },
-         "By which means to switch the sleep lock (default: auto, what this computer has; pmset on "
-         "Linux: stand-ins for the tools of macOS)")
+         "How to block sleep (default: auto, what this computer has; pmset on Linux is for trials "
+         "with "
+         "stand-ins for the tools of macOS)")
       ->type_name("auto|pmset|logind|simulated");
   addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
                  "On battery, never keep awake at or below this charge");
   addWholeNumber(app, "--max-minutes", into.policy.maxManualDurationMinutes, 1, largest, "N",
                  "The longest timer that one request may set, in minutes");
-  addWholeNumber(app, "--lid-open-grace", into.policy.lidOpenGraceSeconds, 0, largest, "S",
-                 "How long an opened lid is named as a reason beside the timer, in seconds");
+  addWholeNumber(
+      app, "--lid-open-grace", into.policy.lidOpenGraceSeconds, 0, largest, "S",
+      "For how long reports mention a lid that was just opened (changes nothing else), in "
+      "seconds");
   addWholeNumber(app, "--no-route-grace", into.policy.noRouteGraceSeconds, 0, largest, "S",
-                 "How long the network may be missing, in seconds");
+                 "How long the network may be missing before sleep is allowed again, in seconds");
   app.add_option_function<std::string>(
          "--release-grace",
          [&into](const std::string& text) {
@@ -96,8 +100,9 @@ void describe(CLI::App& app, Options& into) {
       ->type_name("S");
   app.add_option_function<std::string>(
          "--log", [&into](const std::string& text) { into.log = path("--log", text); },
-         "The file to write the log to in place of standard error; a new one of that name is taken "
-         "when the old one was moved away")
+         "Write the log to this file instead of standard error; once it has been moved away, to a "
+         "new "
+         "one of that name")
       ->type_name("FILE");
   app.add_flag("--once", into.once,
                "Run one pass, print its report as JSON, release the lock and exit");
@@ -105,7 +110,7 @@ void describe(CLI::App& app, Options& into) {
 
 }  // namespace
 
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments, int columns) {
   Options options;
   CLI::App app(
       "Holds this computer's sleep lock while a timer runs, and answers the tools that set it.",
@@ -116,7 +121,7 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
     app.parse(reversed);
     return options;
   } catch (const CLI::CallForHelp&) {
-    return HelpText{app.help()};
+    return HelpText{helpText(app, app.get_name(), columns)};
   } catch (const CLI::CallForVersion& version) {
     return HelpText{std::string(version.what()) + "\n"};
   } catch (const CLI::ParseError& error) {

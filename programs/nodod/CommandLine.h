@@ -3,6 +3,7 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/control/PowerDecision.h>
 #include <platform/DaemonMachine.h>
+#include <programs/shared/Help.h>
 #include <programs/shared/ProgramFrame.h>
 
 #include <string>
@@ -24,7 +25,9 @@ struct Options {
 
 using ParsedCommandLine = std::variant<Options, HelpText, UsageError>;
 
-/// What `arguments` (without the program's name) ask for. Pure.
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments);
+/// What `arguments` (without the program's name) ask for; help in lines of `columns` characters at
+/// most. Pure.
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
+                                   int columns = usualColumns);
 
 }  // namespace nodo::nodod

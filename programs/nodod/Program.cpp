@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace nodo::nodod {
 namespace {
@@ -103,11 +104,14 @@ StateFolderLock::StateFolderLock(const std::filesystem::path& folder) {
 }
 
 int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& context) {
-  return runProgram<Options>(context.console(), arguments, parseCommandLine,
-                             [&context](const Options& options) {
-                               run(options, context);
-                               return exitSuccess;
-                             });
+  const int columns = helpColumns(context.environment, columnsOfTerminal(STDOUT_FILENO));
+  return runProgram<Options>(
+      context.console(), arguments,
+      [columns](const auto& words) { return parseCommandLine(words, columns); },
+      [&context](const Options& options) {
+        run(options, context);
+        return exitSuccess;
+      });
 }
 
 }  // namespace nodo::nodod

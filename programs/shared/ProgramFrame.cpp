@@ -156,7 +156,9 @@ void Console::complain(std::string_view message) const {
 
 int Console::refuse(const UsageError& usage) const {
   complain(usage.message);
-  error << usage.hint << '\n';
+  if (!usage.hint.empty()) {
+    error << usage.hint << '\n';
+  }
   return exitWrongUse;
 }
 

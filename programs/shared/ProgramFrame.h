@@ -26,7 +26,7 @@ struct HelpText {
 /// The command line makes no sense: why, and how to find out what does.
 struct UsageError {
   std::string message;
-  std::string hint;
+  std::string hint;  ///< a line of its own; empty when the message says it all
 };
 
 inline constexpr int exitSuccess = 0;
@@ -108,10 +108,10 @@ struct Console {
 /// Prints the help that `parse` finds to be asked for, complains of a wrong use, or performs the
 /// request. Whatever is thrown becomes a complaint. Returns the exit status.
 template <class Request>
-int runProgram(
-    const Console& console, const std::vector<std::string>& arguments,
-    std::variant<Request, HelpText, UsageError> (*parse)(const std::vector<std::string>& arguments),
-    const std::function<int(const Request&)>& perform) {
+int runProgram(const Console& console, const std::vector<std::string>& arguments,
+               const std::function<std::variant<Request, HelpText, UsageError>(
+                   const std::vector<std::string>& arguments)>& parse,
+               const std::function<int(const Request&)>& perform) {
   try {
     const auto parsed = parse(arguments);
     if (const auto* usage = std::get_if<UsageError>(&parsed)) {

@@ -18,11 +18,14 @@ from expectations import PATIENCE, check, equal, skip
 from tool_world import Terminal
 
 COMMANDS = ["status", "manual", "stop", "pause", "resume", "repair", "reconcile", "doctor",
-            "diagnostics", "agents", "hooks", "menu", "watch", "run", "completion"]
+            "diagnostics", "agents", "hooks", "menu", "watch", "run", "completion", "help",
+            "version"]
 OPTIONS = ["--help", "--version", "--helper-timeout", "--bus"]
 RESUME = "End a pause, so that hooks ask again"
 REPAIR = "Reset the state after something went wrong; the histories are kept"
-RECONCILE = "Bring the sleep lock in line with the decision, once"
+RECONCILE = "Make the daemon check everything now"
+UNINSTALL = ("Take the hooks out of the agents' configuration again; without names, the shared "
+             "script is removed as well")
 BASH_COMPLETION = "/usr/share/bash-completion/bash_completion"
 
 BASH_SETUP = r"""
@@ -153,6 +156,8 @@ def lines_become_what_is_meant(shell, folder):
         ("nodoctl run -- melo", "nodoctl run -- melon "),
         ("nodoctl run melo", "nodoctl run melon "),
         ("nodoctl run --mi", "nodoctl run --minutes "),
+        ("nodoctl run --pid ho", "nodoctl run --pid ho"),
+        ("nodoctl help hooks un", "nodoctl help hooks uninstall "),
         (f"nodoctl run -- cat {folder}/houn", f"nodoctl run -- cat {folder}/hound "),
         (f"nodoctl run --minutes 5 -- cat --bus {folder}/houn",
          f"nodoctl run --minutes 5 -- cat --bus {folder}/hound "),
@@ -227,7 +232,7 @@ def in_fish(home):
         ("nodoctl re",
          [f"reconcile\t{RECONCILE}", f"repair\t{REPAIR}", f"resume\t{RESUME}"]),
         ("nodoctl status ", []),
-        ("nodoctl status --j", ["--json\tAnswer with one JSON document"]),
+        ("nodoctl status --j", ["--json\tPrint JSON"]),
         ("nodoctl --bus session sto", ["stop\tEnd the timer, so that the computer may sleep"]),
         ("nodoctl --bus ", ["session", "system"]),
         ("nodoctl --bus=", ["--bus=session", "--bus=system"]),
@@ -238,8 +243,9 @@ def in_fish(home):
         (f"nodoctl hooks install --home {folder}/hou", [f"{folder}/hours=1/", f"{folder}/house/"]),
         (f"nodoctl hooks install --home={folder}/hous", [f"--home={folder}/house/"]),
         (f"nodoctl hooks install --nodoctl {folder}/houn", [f"{folder}/hound"]),
-        ("nodoctl run --mi", ["--minutes\tHow far ahead of the present the timer is kept "
-                              "(default: 20)"]),
+        ("nodoctl run --mi", ["--minutes\tHow many minutes ahead the timer is kept (default: 20)"]),
+        ("nodoctl run --pid ", []),
+        ("nodoctl help hooks un", [f"uninstall\t{UNINSTALL}"]),
         ("nodoctl run melo", ["melon\tcommand"]),
         ("nodoctl run -- melo", ["melon\tcommand"]),
         ("nodoctl run -- melon --", ["--ripe", "--round"]),

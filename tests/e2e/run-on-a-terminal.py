@@ -163,10 +163,95 @@ def without_a_daemon_it_warns(world):
 
 def the_timer_runs_in_the_commands_name(world):
     world.start_daemon()
-    equal(world.run("run", "--minutes", "7", "--", "true").returncode, 0, "the exit status")
+    done = world.run("run", "--keep", "--minutes", "7", "--", "true")
+    equal(done.returncode, 0, "the exit status")
     status = world.status()
     equal(status["state"]["lastRequester"]["name"], "true", "the requester")
     check(400 < status["manualRemainingSeconds"] <= 420, f"the timer: {status}")
+
+
+def timer(world):
+    """What is left of it in seconds, and who asked last."""
+    status = world.status()
+    return (status.get("manualRemainingSeconds", 0),
+            status["state"].get("lastRequester", {}).get("name"))
+
+
+def is_taken(world, minutes):
+    return timer(world)[0] > (minutes - 1) * 60
+
+
+def afterwards_the_timer_is_what_it_was(world):
+    world.start_daemon()
+    equal(world.run("run", "--", "true").returncode, 0, "the exit status")
+    equal(timer(world)[0], 0, "the timer that was off")
+    world.run("manual", "--minutes", "5", "--requester", "Codex")
+    equal(world.run("run", "--minutes", "90", "--", "false").returncode, 1, "the exit status")
+    left, requester = timer(world)
+    check(270 < left <= 300 and requester == "Codex", f"an earlier timer: {left}, {requester}")
+
+
+def a_signal_to_the_tool_gives_back_as_well(world):
+    world.start_daemon()
+    tool = world.start([world.nodoctl, "run", "--", "sleep", "1000"])
+    wait_until(lambda: is_taken(world, 20), "the timer is set")
+    wait_until(lambda: command_of(tool.pid) is not None, "the command runs")
+    tool.terminate()
+    equal(tool.wait(), 128 + signal.SIGTERM, "the exit status")
+    equal(timer(world)[0], 0, "the timer")
+
+
+def command_of(tool):
+    """The process that the tool runs."""
+    with open(f"/proc/{tool}/task/{tool}/children", encoding="utf-8") as children:
+        for child in children.read().split():
+            with open(f"/proc/{child}/comm", encoding="utf-8") as name:
+                if name.read() != "nodoctl\n":
+                    return int(child)
+    return None
+
+
+def of_two_at_once_the_last_gives_back(world):
+    world.start_daemon()
+    tools = []
+    for minutes in [5, 90]:
+        os.mkfifo(f"{world.folder}/gate-{minutes}")
+        tools.append(world.start([world.nodoctl, "run", "--minutes", str(minutes), "--", "sh", "-c",
+                                  f"read line < {world.folder}/gate-{minutes}"]))
+        wait_until(functools.partial(is_taken, world, minutes), "the timer is set")
+    for tool, minutes in zip(tools, [5, 90]):
+        before = timer(world)
+        with open(f"{world.folder}/gate-{minutes}", "w", encoding="utf-8") as gate:
+            gate.write("\n")
+        equal(tool.wait(), 0, "the exit status")
+        if minutes == 5:
+            check(timer(world)[0] > before[0] - 60, "the first leaves the other's timer")
+        else:
+            check(0 < timer(world)[0] <= 300, f"the last gives back: {timer(world)}")
+
+
+def a_process_is_waited_for(world):
+    world.start_daemon()
+    process = world.start(["sleep", "1000"])
+    tool = world.start([world.nodoctl, "run", "--pid", str(process.pid)])
+    wait_until(lambda: is_taken(world, 20), "the timer is set")
+    equal(timer(world)[1], f"process {process.pid}", "the requester")
+    check(tool.poll() is None, "it waits")
+    process.kill()
+    equal(tool.wait(), 0, "the exit status")
+    equal(timer(world)[0], 0, "the timer")
+
+
+def a_signal_ends_the_waiting_alone(world):
+    world.start_daemon()
+    process = world.start(["sleep", "1000"])
+    for number in [signal.SIGINT, signal.SIGTERM]:
+        tool = world.start([world.nodoctl, "run", "--pid", str(process.pid)])
+        wait_until(lambda: is_taken(world, 20), "the timer is set")
+        tool.send_signal(number)
+        equal(tool.wait(), -number, "the exit status")
+        equal(timer(world)[0], 0, "the timer")
+    check(process.poll() is None, "the process runs on")
 
 
 if sys.argv[1:] == ["--tell"]:
@@ -180,4 +265,9 @@ main(
     streams_are_the_commands_own,
     without_a_daemon_it_warns,
     the_timer_runs_in_the_commands_name,
+    afterwards_the_timer_is_what_it_was,
+    a_signal_to_the_tool_gives_back_as_well,
+    of_two_at_once_the_last_gives_back,
+    a_process_is_waited_for,
+    a_signal_ends_the_waiting_alone,
 )

@@ -35,6 +35,10 @@ class EndWithParent {
   [[maybe_unused]] pid_t guard_ = -1;  // only where the kernel does not see to it
 };
 
+/// What can be read once the process `pid`, whoever's it is, has ended, and not before. Invalid,
+/// with errno set, when that cannot be had: ESRCH when there is no such process.
+FileDescriptor openEndOfProcess(pid_t pid);
+
 /// The exit statuses by which shells say that a command could not be run.
 inline constexpr int commandNotFound = 127;
 inline constexpr int commandNotRunnable = 126;

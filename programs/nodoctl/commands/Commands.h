@@ -40,7 +40,9 @@ Answer perform(const MenuCommand& command, const ToolContext& context);
 /// Writes as it goes, until a signal ends it. An interrupt is the usual end and a success.
 Answer perform(const WatchCommand& command, const ToolContext& context);
 
-/// The timer is kept extended while the command runs. The answer is its exit status alone.
+/// The timer is kept extended while the command, or the process that is named, runs; then it is
+/// what it was before, unless somebody else has asked meanwhile. The answer is the command's exit
+/// status. A signal that ends the waiting for a process ends this one.
 Answer perform(const RunCommand& command, const ToolContext& context);
 
 Answer perform(const CompletionCommand& command, const ToolContext& context);

@@ -173,7 +173,7 @@ class TypedLine {
       const auto* option = command_->get_option_no_throw(typed.substr(0, equals));
       return option == nullptr ? "" : values(*option, typed.substr(0, equals + 1), typed);
     }
-    return arguments(typed) + (onlyArguments_ ? "" : options(typed));
+    return arguments(typed) + (onlyArguments_ || onlyCommands_ ? "" : options(typed));
   }
 
  private:
@@ -182,7 +182,9 @@ class TypedLine {
     const auto command = std::find_if(commands.begin(), commands.end(), [&](const CLI::App* each) {
       return each->get_name() == word;
     });
-    if (command != commands.end()) {
+    if (command != commands.end() && word == helpCommand) {
+      onlyCommands_ = true;
+    } else if (command != commands.end()) {
       command_ = *command;
     } else if (!takesArgument()) {
       makesSense_ = false;
@@ -195,7 +197,7 @@ class TypedLine {
 
   bool takesArgument() const {
     const auto* argument = argumentOf(*command_);
-    return argument != nullptr && arguments_ < argument->get_items_expected_max();
+    return !onlyCommands_ && argument != nullptr && arguments_ < argument->get_items_expected_max();
   }
 
   ValueOffer offerOf(const CLI::Option& option) const {
@@ -258,6 +260,7 @@ class TypedLine {
   const CLI::App* command_ = tree_.app.get();
   const CLI::Option* valueOf_ = nullptr;  // whose value comes next
   bool onlyArguments_ = false;            // behind "--"
+  bool onlyCommands_ = false;             // whose help is asked for
   int arguments_ = 0;                     // that stand there already
   int count_ = 0;                         // of all words
   std::optional<int> otherCommand_;       // where another program's command line begins

@@ -1,24 +1,44 @@
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/JSONCoding.h>
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/commands/CommandProcess.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
+#include <map>
+#include <stdexcept>
 #include <utility>
+
+#include <poll.h>
+#include <unistd.h>
 
 namespace nodo::nodoctl {
 namespace {
 
-// Keeps the timer ahead of the present while a command runs.
+// Who asked for what until when. As text, since a state that was just saved has fractions of
+// seconds, and the same one as it is read has none.
+std::string requestsIn(const NODOState& state) {
+  NODOState requests;
+  requests.manualUntil = state.manualUntil;
+  requests.lastRequester = state.lastRequester;
+  requests.triggerHistory = state.triggerHistory;
+  return encodeJSON(requests, JSONLayout::compact);
+}
+
+// Keeps the timer ahead of the present while a command runs, and gives back in the end what that
+// took.
 //
 // The timer is extended when half of the time is used up, and where the daemon could not serve,
 // soon again, as it may come back. What goes wrong is said once.
 class Lease {
  public:
-  // For the command called `requester`.
+  // In the name of `requester`.
   Lease(const RunCommand& command, std::string requester, const ToolContext& context)
       : command_(command),
         requester_(std::move(requester)),
@@ -48,10 +68,41 @@ class Lease {
     }
   }
 
+  // Sets the timer back to what it was without this, unless somebody else has asked since the last
+  // extension. Two requests are needed for that, and who asks between them is not seen.
+  void giveBack() {
+    if (command_.keep) {
+      return;
+    }
+    try {
+      StateAccess state(command_.daemon, context_, [this](const std::string& reason) {
+        if (taken_.count(DoctorStatusSource::helper) > 0) {
+          context_.console().complain("the daemon cannot be asked (" + reason +
+                                      "), so its timer may run on; 'nodoctl stop' ends it");
+        }
+      });
+      const SourcedStatus present = state.status();
+      const auto taken = taken_.find(present.source);
+      if (taken != taken_.end() && requestsIn(present.report.state) == taken->second.left) {
+        restore(state, taken->second.before, present.report.state);
+      }
+    } catch (const std::exception& error) {
+      context_.console().complain(
+          std::string("the timer cannot be set back to what it was, so it may run on: ") +
+          error.what());
+    }
+  }
+
   // Until it is time; at most a minute, as the civil clock may jump, e.g. over a sleep.
   Seconds timeToWait() const { return std::clamp(next_ - context_.now(), Seconds(0), longestWait); }
 
  private:
+  // What was taken of one state.
+  struct Taken {
+    NODOState before;  // as it was without this
+    std::string left;  // the requests after the last extension
+  };
+
   static constexpr Seconds longestWait{60};
 
   static std::string failureText(const std::exception& error) {
@@ -68,12 +119,42 @@ class Lease {
     StateAccess state(command_.daemon, context_, [this](const std::string& reason) {
       warnOnce(warnedOfDaemon_, localStateNotice(reason));
     });
+    const SourcedStatus before = state.status();
     const SourcedStatus extended =
         state.manual({.minutes = command_.minutes,
                       .extendOnly = true,
                       .requester = ActivationRequester(requester_, std::nullopt, "run", now)});
     if (extended.source == DoctorStatusSource::helper) {
       next_ = now + half;
+    }
+    if (extended.source == before.source) {
+      note(before, extended);
+    }
+  }
+
+  // What somebody else has asked for meanwhile is theirs, and stays in the end as what was there at
+  // first.
+  void note(const SourcedStatus& before, const SourcedStatus& extended) {
+    Taken& taken = taken_[before.source];
+    if (requestsIn(before.report.state) != taken.left) {
+      taken.before = before.report.state;
+    }
+    taken.left = requestsIn(extended.report.state);
+  }
+
+  // The timer is set in whole minutes: it ends no earlier than before and no later than now.
+  void restore(StateAccess& state, const NODOState& before, const NODOState& present) const {
+    const Date now = context_.now();
+    if (before.manualUntil == present.manualUntil) {
+      return;
+    }
+    if (!before.manualUntil || *before.manualUntil <= now) {
+      state.stop();
+      return;
+    }
+    const auto left = std::chrono::ceil<std::chrono::minutes>(*before.manualUntil - now);
+    if (now + left < *present.manualUntil) {
+      state.manual({.minutes = left.count(), .requester = before.lastRequester});
     }
   }
 
@@ -87,6 +168,7 @@ class Lease {
   std::string requester_;
   const ToolContext& context_;
   Date next_;
+  std::map<DoctorStatusSource, Taken> taken_;
   bool warnedOfDaemon_ = false;
   bool warnedOfFailure_ = false;
 };
@@ -124,16 +206,10 @@ std::string searchPath(const Environment& environment) {
   return path == environment.end() ? "/usr/bin:/bin" : path->second;
 }
 
-int keepAwakeDuring(const RunCommand& run, const ToolContext& context) {
-  const std::string& name = run.words.front();
-  checkCommand(name, searchPath(context.environment));
-  Lease lease(run, std::filesystem::path(name).filename().string(), context);
-  lease.begin();
-  const auto signals = context.catchSignals(
-      {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH, SIGUSR1, SIGUSR2});
-  CommandProcess process(run.words);
+int runCommand(const std::vector<std::string>& words, SignalQueue& signals, Lease& lease) {
+  CommandProcess process(words);
   while (!process.hasEnded()) {
-    if (const auto signal = signals->next(lease.timeToWait())) {
+    if (const auto signal = signals.next(lease.timeToWait())) {
       passOn(*signal, process);
     }
     lease.keep();
@@ -141,9 +217,79 @@ int keepAwakeDuring(const RunCommand& run, const ToolContext& context) {
   return process.exitStatus();
 }
 
+int keepAwakeDuring(const RunCommand& run, const ToolContext& context) {
+  const std::string& name = run.words.front();
+  checkCommand(name, searchPath(context.environment));
+  Lease lease(run, std::filesystem::path(name).filename().string(), context);
+  lease.begin();
+  const auto signals = context.catchSignals(
+      {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH, SIGUSR1, SIGUSR2});
+  try {
+    const int status = runCommand(run.words, *signals, lease);
+    lease.giveBack();
+    return status;
+  } catch (...) {
+    lease.giveBack();
+    throw;
+  }
+}
+
+FileDescriptor endOf(pid_t pid) {
+  if (pid == ::getpid()) {
+    throw std::runtime_error("process " + std::to_string(pid) +
+                             " is this nodoctl itself, which would wait for its own end");
+  }
+  FileDescriptor end = openEndOfProcess(pid);
+  if (!end && errno == ESRCH) {
+    throw std::runtime_error("there is no process " + std::to_string(pid));
+  }
+  if (!end) {
+    throwErrno("Unable to wait for", "process " + std::to_string(pid));
+  }
+  return end;
+}
+
+// The next signal; nothing once `end` can be read, or when neither comes within `limit`.
+std::optional<CaughtSignal> nextSignal(SignalQueue& signals, const FileDescriptor& end,
+                                       Seconds limit) {
+  std::array<pollfd, 2> sources{pollfd{.fd = signals.descriptor(), .events = POLLIN, .revents = 0},
+                                pollfd{.fd = end.get(), .events = POLLIN, .revents = 0}};
+  const auto longest = std::chrono::ceil<std::chrono::milliseconds>(limit);
+  ::poll(sources.data(), sources.size(), static_cast<int>(longest.count()));
+  return signals.next(Seconds(0));
+}
+
+bool canBeRead(const FileDescriptor& end) {
+  pollfd source{.fd = end.get(), .events = POLLIN, .revents = 0};
+  return ::poll(&source, 1, 0) > 0;
+}
+
+// Keeps awake while the process runs. A signal ends the waiting, and then this process.
+void keepAwakeUntilEnd(const RunCommand& run, const ToolContext& context) {
+  const FileDescriptor end = endOf(*run.pid);
+  std::optional<CaughtSignal> signal;
+  {
+    const auto signals = context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
+    Lease lease(run, "process " + std::to_string(*run.pid), context);
+    lease.begin();
+    while (!signal && !canBeRead(end)) {
+      signal = nextSignal(*signals, end, lease.timeToWait());
+      lease.keep();
+    }
+    lease.giveBack();
+  }
+  if (signal) {
+    raiseWithDefaultAction(signal->number);
+  }
+}
+
 }  // namespace
 
 Answer perform(const RunCommand& command, const ToolContext& context) {
+  if (command.pid) {
+    keepAwakeUntilEnd(command, context);
+    return {};
+  }
   try {
     return {.exitStatus = keepAwakeDuring(command, context)};
   } catch (const CommandError& error) {

@@ -173,6 +173,8 @@ class PipedSignals : public SignalQueue {
     }
   }
 
+  int descriptor() const override { return pipe_.readEnd.get(); }
+
  private:
   void install(int signal) {
     struct sigaction before {};

@@ -70,6 +70,10 @@ class SignalQueue {
 
   /// The next signal; nothing when none came within `limit`.
   virtual std::optional<CaughtSignal> next(Seconds limit) = 0;
+
+  /// What can be read while a signal waits, for who waits for other things as well; -1 when only
+  /// `next` tells.
+  virtual int descriptor() const { return -1; }
 };
 
 /// Catches `signals` for as long as it lives, except those that this process was told to ignore.

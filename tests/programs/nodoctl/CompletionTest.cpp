@@ -33,9 +33,10 @@ class CompletionTest : public ToolFixture {
 };
 
 TEST_F(CompletionTest, TheCommandsAreOffered) {
-  const Texts all{"status",    "manual", "stop",        "pause",  "resume",    "repair",
-                  "reconcile", "doctor", "diagnostics", "agents", "hooks",     "menu",
-                  "watch",     "run",    "completion",  "--help", "--version", "--helper-timeout",
+  const Texts all{"status", "manual",    "stop",   "pause",       "resume",
+                  "repair", "reconcile", "doctor", "diagnostics", "agents",
+                  "hooks",  "menu",      "watch",  "run",         "completion",
+                  "help",   "version",   "--help", "--version",   "--helper-timeout",
                   "--bus"};
   EXPECT_EQ(offered({""}), all);
   EXPECT_EQ(offered({}), all);
@@ -44,7 +45,8 @@ TEST_F(CompletionTest, TheCommandsAreOffered) {
 
 TEST_F(CompletionTest, EachCandidateHasItsDescription) {
   EXPECT_EQ(lines({"sto"}), (Texts{"stop\tEnd the timer, so that the computer may sleep"}));
-  EXPECT_EQ(lines({"stop", "--j"}), (Texts{"--json\tAnswer with one JSON document"}));
+  EXPECT_EQ(lines({"stop", "--j"}), (Texts{"--json\tPrint JSON"}));
+  EXPECT_EQ(lines({"watch", "--j"}), (Texts{"--json\tPrint JSON, one document a line"}));
   EXPECT_EQ(lines({"hooks", "install", "g"}), (Texts{"grok\tGrok Build"}));
 }
 
@@ -71,7 +73,7 @@ TEST_F(CompletionTest, EachCommandHasItsOwnOptions) {
                {{"hooks", "inspect"}, {"--home", "--nodoctl", "--json"}},
                {{"menu"}, {"--json", "--helper-timeout", "--bus"}},
                {{"watch"}, {"--interval", "--json", "--helper-timeout", "--bus"}},
-               {{"run"}, {"--minutes", "--helper-timeout", "--bus"}},
+               {{"run"}, {"--minutes", "--keep", "--pid", "--helper-timeout", "--bus"}},
                {{"completion"}, {}}};
 
   for (const auto& each : cases) {
@@ -122,6 +124,13 @@ TEST_F(CompletionTest, AgentsAreOfferedAsOftenAsTheyMayBeNamed) {
   EXPECT_EQ(offered({"hooks", "inspect", "--", "p"}), (Texts{"pi"}));
 }
 
+TEST_F(CompletionTest, HelpIsOfferedForEachCommand) {
+  EXPECT_EQ(offered({"help", "re"}), (Texts{"resume", "repair", "reconcile"}));
+  EXPECT_EQ(offered({"help", "hooks", ""}), (Texts{"install", "uninstall", "inspect"}));
+  EXPECT_EQ(offered({"help", "hooks", "install", ""}), Texts{});
+  EXPECT_EQ(offered({"help", "run", ""}), Texts{});
+}
+
 TEST_F(CompletionTest, BehindRunAnotherCommandLineBegins) {
   EXPECT_EQ(offered({"run", "--", ""}), (Texts{":command 2"}));
   EXPECT_EQ(offered({"run", "--", "--x"}), (Texts{":command 2"}));
@@ -129,8 +138,9 @@ TEST_F(CompletionTest, BehindRunAnotherCommandLineBegins) {
   EXPECT_EQ(offered({"--bus", "x", "run", "ls", "--", "--bus"}), (Texts{":command 3"}));
   EXPECT_EQ(offered({"run", "l"}), (Texts{":command 1"}));
   EXPECT_EQ(offered({"run", "--m"}), (Texts{"--minutes"}));
-  EXPECT_EQ(offered({"run", ""}),
-            (Texts{":command 1", "--help", "--version", "--minutes", "--helper-timeout", "--bus"}));
+  EXPECT_EQ(offered({"run", ""}), (Texts{":command 1", "--help", "--version", "--minutes", "--keep",
+                                         "--pid", "--helper-timeout", "--bus"}));
+  EXPECT_EQ(offered({"run", "--pid", ""}), Texts{});
 }
 
 TEST_F(CompletionTest, ALineThatMakesNoSenseGoesOnInNoWay) {
@@ -139,7 +149,8 @@ TEST_F(CompletionTest, ALineThatMakesNoSenseGoesOnInNoWay) {
         Texts{"completion", "zsh", "b"}, Texts{"completion", "--", "-"}, Texts{"--", "st"},
         Texts{"hooks", "remove", ""}, Texts{"--=", "--="}, Texts{"--nothing="},
         Texts{"status", "--json=x"}, Texts{"\x1b[2J", "\xff\n"}, Texts{"complete", ""},
-        Texts{"help", "--"}, Texts{std::string(100'000, 'x')}}) {
+        Texts{"help", "--"}, Texts{"help", "status", ""}, Texts{"help", "nothing", ""},
+        Texts{std::string(100'000, 'x')}}) {
     EXPECT_EQ(lines(words), Texts{}) << ::testing::PrintToString(words);
   }
 }

@@ -49,7 +49,16 @@ class MessagesTest : public ToolFixture {
 
 TEST_F(MessagesTest, AWrongUse) {
   expectMessages(
-      {{{}, 2, {"A command is required", "'nodoctl --help'"}},
+      {{{}, 2, {"No command given. Try 'nodoctl doctor' or 'nodoctl --help'.\n"}},
+       {{"on"}, 2, {"no command \"nodoctl on\"; did you mean \"nodoctl manual\"?"}},
+       {{"start", "30"}, 2, {"\"nodoctl start\"; did you mean \"nodoctl manual\"?"}},
+       {{"off", "--json"}, 2, {"\"nodoctl off\"; did you mean \"nodoctl stop\"?"}},
+       {{"log"}, 2, {"\"nodoctl log\"; did you mean \"nodoctl doctor --verbose\"?"}},
+       {{"help", "statsu"}, 2, {"nodoctl statsu\"; did you mean \"status\"?", "'nodoctl --help'"}},
+       {{"help", "hooks", "on"},
+        2,
+        {"no command \"nodoctl hooks on\"\n", "'nodoctl hooks --help'"}},
+       {{"help", "status", "x"}, 2, {"\"nodoctl status x\"", "'nodoctl status --help'"}},
        {{"stauts"}, 2, {"stauts\"; did you mean \"status\"?", "'nodoctl --help'"}},
        {{"status", "--jsno"},
         2,
@@ -77,10 +86,16 @@ TEST_F(MessagesTest, AWrongUse) {
        {{"watch", "--interval", "-1"},
         2,
         {"--interval: \"-1\" is not a number of seconds above 0", "'nodoctl watch --help'"}},
-       {{"run"}, 2, {"command is required", "'nodoctl run --help'"}},
+       {{"run"}, 2, {"A COMMAND to run or --pid PID is required", "'nodoctl run --help'"}},
        {{"run", "make", "-j"}, 2, {"-j", "'nodoctl run --help'"}},
-       {{"hooks"}, 2, {"A command is required", "'nodoctl hooks --help'"}},
-       {{"hooks", "install", "vim"}, 2, {"vim", "'nodoctl hooks install --help'"}},
+       {{"hooks"},
+        2,
+        {"No command given. Try 'nodoctl hooks inspect' or 'nodoctl hooks --help'.\n"}},
+       {{"hooks", "install", "cluade"}, 2, {"no agent \"cluade\"; did you mean \"claude\"?\n"}},
+       {{"hooks", "install", "vim"},
+        2,
+        {"no agent \"vim\"; there are claude, codex, grok, pi\n",
+         "'nodoctl hooks install --help'"}},
        {{"completion", "csh"}, 2, {"csh", "'nodoctl completion --help'"}}});
 }
 

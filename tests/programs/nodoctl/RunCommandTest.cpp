@@ -11,11 +11,14 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <tests/programs/nodoctl/ToolFixture.h>
+#include <unistd.h>
 
 namespace nodo::nodoctl {
 namespace {
 
+using test::FakeHelperRequest;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Texts = std::vector<std::string>;
@@ -63,8 +66,15 @@ class RunCommandTest : public ToolFixture {
     makeSignals = [this](const std::vector<int>& signals) {
       return std::make_unique<ScriptedSignals>(*this, signals);
     };
-    EXPECT_EQ(::mkfifo(file("gate").c_str(), S_IRWXU), 0);
+    prepareGate();
     return runScript("read line < '" + file("gate") + "'", std::move(options));
+  }
+
+  // Closes it again, for another command.
+  void prepareGate() {
+    released_ = false;
+    std::filesystem::remove(folder / "gate");
+    EXPECT_EQ(::mkfifo(file("gate").c_str(), S_IRWXU), 0);
   }
 
   void release() {
@@ -73,6 +83,19 @@ class RunCommandTest : public ToolFixture {
       const FileDescriptor gate(::open(file("gate").c_str(), O_WRONLY | O_CLOEXEC));
       EXPECT_EQ(::write(gate.get(), "\n", 1), 1);
     }
+  }
+
+  // The user's own state, which is what is taken and given back where there is no daemon.
+  NODOState state() const { return StateStore{folder / ".nodo"}.load(); }
+
+  // Of the timer, 0 when there is none.
+  std::int64_t secondsLeft() const { return state().manualRemainingSeconds(now).value_or(0); }
+
+  // What a command of the fixture's would ask the daemon for; a look at the status aside.
+  Texts changes() const {
+    Texts changes = helper->requests();
+    changes.erase(std::remove(changes.begin(), changes.end(), "status"), changes.end());
+    return changes;
   }
 
   std::deque<std::function<void()>> steps;
@@ -144,8 +167,8 @@ TEST_F(RunCommandTest, TheTimerIsExtendedInTheCommandsName) {
   startDaemon();
   runScript("true");
   run({"run", "--minutes", "90", "--", "/bin/sh", "-c", "true"});
-  EXPECT_EQ(helper->requests(), (Texts{"enableManualV2 20 extend-only \"sh\" nil \"run\"",
-                                       "enableManualV2 90 extend-only \"sh\" nil \"run\""}));
+  EXPECT_EQ(changes(), (Texts{"enableManualV2 20 extend-only \"sh\" nil \"run\"",
+                              "enableManualV2 90 extend-only \"sh\" nil \"run\""}));
 }
 
 TEST_F(RunCommandTest, TheTimerIsExtendedAgainAfterHalfOfTheTime) {
@@ -154,7 +177,7 @@ TEST_F(RunCommandTest, TheTimerIsExtendedAgainAfterHalfOfTheTime) {
     steps.emplace_back([] {});
   }
   runWithSteps();
-  EXPECT_EQ(helper->requests().size(), 3U);
+  EXPECT_EQ(changes().size(), 3U);
   EXPECT_THAT(waits, ::testing::Each(60));
 }
 
@@ -162,7 +185,7 @@ TEST_F(RunCommandTest, AShortTimerIsExtendedInTimeAsWell) {
   startDaemon();
   steps = {[] {}, [] {}, [] {}};
   runWithSteps({"--minutes", "1"});
-  EXPECT_EQ(helper->requests().size(), 4U);
+  EXPECT_EQ(changes().size(), 4U);
   EXPECT_EQ(waits, (std::vector<double>{30, 30, 30}));
 }
 
@@ -170,7 +193,7 @@ TEST_F(RunCommandTest, AfterASleepTheTimerIsExtendedAtOnce) {
   startDaemon();
   steps = {[this] { advance(3600); }};
   runWithSteps();
-  EXPECT_EQ(helper->requests().size(), 2U);
+  EXPECT_EQ(changes().size(), 2U);
 }
 
 TEST_F(RunCommandTest, WithoutADaemonItWarnsOnceAndAsksAgainEachMinute) {
@@ -179,7 +202,7 @@ TEST_F(RunCommandTest, WithoutADaemonItWarnsOnceAndAsksAgainEachMinute) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_TRUE(outcome.saidLocal);
   EXPECT_EQ(outcome.error, "");
-  EXPECT_EQ(helper->requests().size(), 1U);  // and not again soon, once it answered
+  EXPECT_EQ(changes().size(), 1U);  // and not again soon, once it answered
   EXPECT_TRUE(std::filesystem::exists(folder / ".nodo/state.json"));
 }
 
@@ -192,7 +215,9 @@ TEST_F(RunCommandTest, WhenNoTimerCanBeSetTheCommandRunsAllTheSame) {
   EXPECT_THAT(outcome.error,
               StartsWith("nodoctl: the timer cannot be extended, so the computer may sleep while "
                          "the command runs: the state file "));
-  EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1);
+  EXPECT_THAT(outcome.error, HasSubstr("\nnodoctl: the timer cannot be set back to what it was, so "
+                                       "it may run on: the state file "));
+  EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 2);
 }
 
 TEST_F(RunCommandTest, MinutesThatAreNotAllowedRunNothing) {
@@ -204,12 +229,181 @@ TEST_F(RunCommandTest, MinutesThatAreNotAllowedRunNothing) {
   }
 }
 
+TEST_F(RunCommandTest, AfterwardsATimerThatWasOffIsOffAgain) {
+  steps = {[this] { EXPECT_EQ(secondsLeft(), 1140); }};
+  const Outcome outcome = runWithSteps();
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_FALSE(state().manualUntil);
+  EXPECT_EQ(state().lastStopReason, "user_stop");
+}
+
+TEST_F(RunCommandTest, ATimerThatIsToBeKeptStays) {
+  runScript("true", {"--keep", "--minutes", "7"});
+  EXPECT_EQ(secondsLeft(), 420);
+  EXPECT_EQ(state().lastRequester->name, "sh");
+}
+
+TEST_F(RunCommandTest, AfterwardsAnEarlierTimerEndsWhenItWasToAndIsItsRequestersAgain) {
+  run({"manual", "--minutes", "10", "--requester", "Codex", "--context", "nodo", "--event",
+       "Stop"});
+  advance(90);
+  EXPECT_EQ(runScript("exit 3", {"--minutes", "60"}).exitStatus, 3);
+  EXPECT_EQ(secondsLeft(), 540);  // 510 in whole minutes, and never shorter
+  const NODOState restored = state();
+  ASSERT_TRUE(restored.lastRequester);
+  EXPECT_EQ(restored.lastRequester->displayText(), "Codex - nodo");
+  EXPECT_EQ(restored.lastRequester->event, "Stop");
+}
+
+TEST_F(RunCommandTest, AnEarlierTimerWithoutRequesterHasNoneAgain) {
+  run({"manual", "--minutes", "10"});
+  runScript("true", {"--minutes", "60"});
+  EXPECT_EQ(secondsLeft(), 600);
+  EXPECT_FALSE(state().lastRequester);
+}
+
+TEST_F(RunCommandTest, AnEarlierTimerThatHasEndedMeanwhileIsOff) {
+  run({"manual", "--minutes", "1"});
+  steps = {[] {}, [] {}};
+  runWithSteps();
+  EXPECT_FALSE(state().manualUntil);
+}
+
+TEST_F(RunCommandTest, WhereWholeMinutesReachTheLaterEndThatOneStays) {
+  run({"manual", "--minutes", "20"});
+  advance(30);
+  runScript("true");
+  EXPECT_EQ(secondsLeft(), 1200);
+  EXPECT_EQ(state().lastRequester->name, "sh");
+}
+
+TEST_F(RunCommandTest, FromATimerThatWasLongerNothingWasTaken) {
+  run({"manual", "--minutes", "60"});
+  steps = {[] {}};
+  runWithSteps();
+  EXPECT_EQ(secondsLeft(), 3540);
+  EXPECT_EQ(state().lastRequester->name, "sh");
+}
+
+TEST_F(RunCommandTest, WhatSomebodyElseHasAskedForMeanwhileStays) {
+  const Texts cases[] = {{"manual", "--minutes", "60"},
+                         {"manual", "--minutes", "5", "--requester", "sh", "--event", "run"},
+                         {"manual", "--minutes", "5", "--extend-only", "--requester", "Codex"}};
+  for (const Texts& other : cases) {
+    steps = {[&] { run(other); }};
+    runWithSteps();
+    EXPECT_GT(secondsLeft(), 0) << ::testing::PrintToString(other);
+    run({"stop"});
+  }
+  steps = {[this] { run({"stop"}); }};
+  runWithSteps();
+  EXPECT_FALSE(state().manualUntil);
+}
+
+TEST_F(RunCommandTest, WhatSomebodyElseHasAskedForIsNotForgottenAfterTheNextExtension) {
+  steps = {[this] { run({"manual", "--minutes", "60", "--requester", "Codex"}); }, [] {}, [] {}};
+  runWithSteps();
+  EXPECT_EQ(secondsLeft(), 58 * 60);
+}
+
+TEST_F(RunCommandTest, OfTwoAtOnceTheFirstThatEndsLeavesTheOthersTimer) {
+  // What another "nodoctl run" of the same command asks for.
+  steps = {[this] {
+    run({"manual", "--minutes", "90", "--extend-only", "--requester", "sh", "--event", "run"});
+  }};
+  runWithSteps({"--minutes", "5"});
+  EXPECT_EQ(secondsLeft(), 90 * 60);
+}
+
+TEST_F(RunCommandTest, OfTwoAtOnceTheLastThatEndsGivesBack) {
+  runScript("true", {"--keep", "--minutes", "5"});  // as if it still ran
+  advance(60);
+  runScript("true", {"--minutes", "90"});
+  EXPECT_EQ(secondsLeft(), 4 * 60);
+  EXPECT_EQ(state().lastRequester->name, "sh");
+}
+
+TEST_F(RunCommandTest, ACommandThatCannotBeStartedGivesBackAsWell) {
+  folder.write("script", "#!/no/such/interpreter\n");
+  std::filesystem::permissions(folder / "script", std::filesystem::perms::owner_all);
+  EXPECT_EQ(run({"run", "--", file("script")}).exitStatus, 127);
+  EXPECT_FALSE(state().manualUntil);
+}
+
+TEST_F(RunCommandTest, ADaemonThatIsGoneInTheEndIsNamedWithTheWayOut) {
+  startDaemon();
+  steps = {[this] { helper->refusal = "nobody there"; }};
+  const Outcome outcome = runWithSteps();
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error,
+            "nodoctl: the daemon cannot be asked (nobody there), so its timer may run on; 'nodoctl "
+            "stop' ends it\n");
+}
+
+TEST_F(RunCommandTest, AProcessThatRunsAlreadyIsWaitedFor) {
+  startDaemon();
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const FileDescriptor input(ends[0]);
+  FileDescriptor output(ends[1]);
+  const pid_t process = ::fork();
+  if (process == 0) {
+    output.reset();
+    char byte = 0;
+    ::_exit(static_cast<int>(::read(input.get(), &byte, 1)));
+  }
+  helper->answer("enableManualV2", [&](const FakeHelperRequest& request) {
+    output.reset();  // it ends once the timer is set, and not before
+    request.reply(helper->status);
+  });
+  const Outcome outcome = run({"run", "--pid", std::to_string(process)});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(changes(), (Texts{"enableManualV2 20 extend-only \"process " + std::to_string(process) +
+                              "\" nil \"run\""}));
+  EXPECT_EQ(::waitpid(process, nullptr, WNOHANG), process);
+}
+
+TEST_F(RunCommandTest, AProcessThatHasEndedIsWaitedForNoLonger) {
+  const pid_t process = ::fork();
+  if (process == 0) {
+    ::_exit(0);
+  }
+  siginfo_t ended{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(run({"run", "--pid", std::to_string(process)}).exitStatus, 0);
+  EXPECT_FALSE(state().manualUntil);
+  ASSERT_EQ(::waitpid(process, nullptr, 0), process);
+  const Outcome outcome = run({"run", "--pid", std::to_string(process)});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.error, "nodoctl: there is no process " + std::to_string(process) + "\n");
+}
+
+TEST_F(RunCommandTest, NobodyWaitsForItsOwnEnd) {
+  const Outcome outcome = run({"run", "--pid", std::to_string(::getpid())});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.error, HasSubstr("is this nodoctl itself"));
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo"));
+}
+
+TEST_F(RunCommandTest, AProcessIsNamedByItsNumberAndInsteadOfACommand) {
+  for (const char* pid : {"make", "0", "-1", "1.5", "", "99999999999"}) {
+    const Outcome outcome = run({"run", "--pid", pid});
+    EXPECT_EQ(outcome.exitStatus, 2) << pid;
+    EXPECT_THAT(outcome.error, HasSubstr("\"" + std::string(pid) + "\" is not the number of a"));
+  }
+  const Outcome both = run({"run", "--pid", "1", "--", "true"});
+  EXPECT_EQ(both.exitStatus, 2);
+  EXPECT_THAT(both.error, StartsWith("nodoctl: a COMMAND and --pid PID do not go together\n"));
+}
+
 TEST_F(RunCommandTest, WithoutACommandItIsAWrongUse) {
   for (const Texts& arguments :
        {Texts{"run"}, Texts{"run", "--"}, Texts{"run", "--minutes", "5"}}) {
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.exitStatus, 2);
-    EXPECT_THAT(outcome.error, StartsWith("nodoctl: command is required"));
+    EXPECT_THAT(outcome.error, StartsWith("nodoctl: A COMMAND to run or --pid PID is required"));
   }
   EXPECT_EQ(run({"run", "--json", "--", "true"}).exitStatus, 2);
 }

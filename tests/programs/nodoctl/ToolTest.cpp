@@ -2,6 +2,11 @@
 #include <NODOCore/control/Reports.h>
 #include <testing/DiskFull.h>
 
+#include <algorithm>
+
+#include <gmock/gmock.h>
+
+#include <tests/programs/nodoctl/FakeTerminal.h>
 #include <tests/programs/nodoctl/ToolFixture.h>
 
 namespace nodo::nodoctl {
@@ -253,7 +258,7 @@ TEST_F(ToolTest, AWrongUseIsExplainedWithAHint) {
     const char* reason;
     const char* hint;
   } cases[] = {
-      {{}, "A command is required", "'nodoctl --help'"},
+      {{}, "No command given", "'nodoctl --help'"},
       {{"sleep"}, "sleep", "'nodoctl --help'"},
       {{"--json"}, "--json", "'nodoctl --help'"},
       {{"status", "extra"}, "extra", "'nodoctl status --help'"},
@@ -285,8 +290,9 @@ TEST_F(ToolTest, MinutesAreDecimal) {
 }
 
 TEST_F(ToolTest, EveryCommandHasHelpAndVersion) {
-  for (const char* command : {"", "status", "manual", "stop", "repair", "reconcile", "diagnostics",
-                              "agents", "completion"}) {
+  for (const char* command : {"", "status", "manual", "stop", "pause", "resume", "repair",
+                              "reconcile", "doctor", "diagnostics", "agents", "hooks", "menu",
+                              "watch", "run", "completion", "help", "version"}) {
     std::vector<std::string> arguments;
     if (*command != '\0') {
       arguments.emplace_back(command);
@@ -297,12 +303,39 @@ TEST_F(ToolTest, EveryCommandHasHelpAndVersion) {
     EXPECT_EQ(help.error, "");
     EXPECT_NE(help.output.find(std::string("Usage: nodoctl ") + command), std::string::npos)
         << help.output;
-    arguments.back() = "--version";
-    const Outcome version = run(arguments);
-    EXPECT_EQ(version.exitStatus, 0) << command;
-    EXPECT_TRUE(version.output.starts_with("nodoctl 0.")) << version.output;
-    EXPECT_TRUE(version.output.ends_with("\n"));
+    EXPECT_EQ(run({"help", command}).output, *command == '\0' ? "" : help.output);
+    for (const char* option : {"--version", "-V"}) {
+      arguments.back() = option;
+      const Outcome version = run(arguments);
+      EXPECT_EQ(version.exitStatus, 0) << command;
+      EXPECT_TRUE(version.output.starts_with("nodoctl 0.")) << version.output;
+      EXPECT_TRUE(version.output.ends_with("\n"));
+    }
   }
+  EXPECT_EQ(run({"help"}).output, run({"--help"}).output);
+  EXPECT_EQ(run({"help", "hooks", "install"}).output, run({"hooks", "install", "--help"}).output);
+  EXPECT_EQ(run({"version"}).output, run({"--version"}).output);
+}
+
+TEST_F(ToolTest, HelpIsAsWideAsTheTerminalOrAsCOLUMNSSays) {
+  const auto widest = [this] {
+    std::istringstream help(run({"--help"}).output);
+    std::size_t columns = 0;
+    for (std::string line; std::getline(help, line);) {
+      columns = std::max(columns, line.size());
+    }
+    return columns;
+  };
+  const auto between = [](std::size_t from, std::size_t to) {
+    return ::testing::AllOf(::testing::Gt(from), ::testing::Le(to));
+  };
+  EXPECT_THAT(widest(), between(70, 80));
+  const auto screen = std::make_shared<FakeTerminal>();
+  screen->dimensions.columns = 50;
+  terminal = screen;
+  EXPECT_THAT(widest(), between(40, 50));
+  environment["COLUMNS"] = "200";
+  EXPECT_THAT(widest(), between(90, 100));
 }
 
 TEST_F(ToolTest, AnAnswerThatCannotBeWrittenIsAFailure) {

@@ -125,10 +125,12 @@ TEST(NododCommandLineTest, HelpNamesEveryOption) {
 }
 
 TEST(NododCommandLineTest, TheVersionIsOneLine) {
-  const ParsedCommandLine result = parseCommandLine({"--version"});
-  const auto* text = std::get_if<HelpText>(&result);
-  ASSERT_NE(text, nullptr);
-  EXPECT_THAT(text->text, ::testing::MatchesRegex("nodod [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  for (const char* option : {"--version", "-V"}) {
+    const ParsedCommandLine result = parseCommandLine({option});
+    const auto* text = std::get_if<HelpText>(&result);
+    ASSERT_NE(text, nullptr) << option;
+    EXPECT_THAT(text->text, ::testing::MatchesRegex("nodod [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  }
 }
 
 }  // namespace
