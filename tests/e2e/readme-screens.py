@@ -81,7 +81,8 @@ def play(nodoctl, nodod):
 
 def comparable(text):
     text = re.sub(r"\b[0-9a-f]{16}\b", "FINGERPRINT", text)
-    text = re.sub(r"\buntil (\d{4}-\d\d-\d\d )?\d\d:\d\d", "until TIME", text)  # with a day at night
+    # With the day when that is not today.
+    text = re.sub(r"\buntil (\d{4}-\d\d-\d\d )?\d\d:\d\d", "until TIME", text)
     text = re.sub(r"[0-9]+", "0", text)
     lines = []
     for line in map(str.rstrip, text.split("\n")):
