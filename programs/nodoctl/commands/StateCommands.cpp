@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace nodo::nodoctl {
 namespace {
@@ -132,7 +133,10 @@ Answer perform(const DiagnosticsCommand& command, const ToolContext& context) {
 }
 
 Answer perform(const AgentsCommand& command, const ToolContext& context) {
-  return {.output = shown(AgentDetector().detect(*context.machine.processListing), command.json)};
+  const auto processes = context.machine.processListing->listProcesses();
+  std::vector<AgentProcess> agents = AgentDetector().detect(processes);
+  return {.output = command.json ? jsonDocument(agents)
+                                 : reportText(withoutLaunchers(std::move(agents), processes))};
 }
 
 }  // namespace nodo::nodoctl
