@@ -44,9 +44,10 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME nodo)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "keep a laptop awake while coding agents work
-nodo keeps a laptop awake, lid closed too, exactly as long as coding agents
-work on it, and lets it sleep when they stop or when staying awake becomes
-unsafe: the battery runs low, or the network stays away.
+nodo keeps a laptop awake, lid closed too, while coding agents work, and up
+to 20 minutes longer. It lets the laptop sleep earlier when staying awake
+becomes unsafe: the battery runs low, or the network has been gone for 5
+minutes.
 
 This package contains nodoctl, the tool for people and for the agents' hooks,
 and nodod, the daemon that holds the sleep lock.")

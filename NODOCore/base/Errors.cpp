@@ -31,6 +31,12 @@ DecodingError::DecodingError(std::string path, const std::string& expected,
       message_((path_.empty() ? std::string() : path_ + ": ") + "expected " + expected +
                ", found " + found) {}
 
+DecodingError DecodingError::atLine(std::int64_t line) const {
+  DecodingError error = *this;
+  error.line_ = line;
+  return error;
+}
+
 DecodingError DecodingError::inFile(const std::string& file) const {
   return saying(file + ": " + message_);
 }

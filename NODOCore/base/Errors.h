@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <string>
 
 namespace nodo {
@@ -50,6 +51,9 @@ class DecodingError : public std::exception {
   /// document itself. `expected` and `found`: short texts such as "a boolean" and "number 5".
   DecodingError(std::string path, const std::string& expected, const std::string& found);
 
+  /// This error with the line of the text at which that stops being a document, counted from 1.
+  DecodingError atLine(std::int64_t line) const;
+
   /// This error in a document that was read from `file`, which then begins the message.
   DecodingError inFile(const std::string& file) const;
 
@@ -62,8 +66,12 @@ class DecodingError : public std::exception {
 
   const std::string& path() const { return path_; }
 
+  /// Absent where the text is a document that says something else than was expected.
+  std::optional<std::int64_t> line() const { return line_; }
+
  private:
   std::string path_;
+  std::optional<std::int64_t> line_;
   std::string message_;
 };
 

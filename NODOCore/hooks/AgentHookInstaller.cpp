@@ -148,7 +148,8 @@ bool installScript(const AgentHookInstaller& installer) {
   if (!isValidUTF8(installer.hookScriptPath.string())) {
     throw std::system_error(
         EILSEQ, std::generic_category(),
-        "Unable to hand agents the path " + repairedUTF8(installer.hookScriptPath.string()));
+        "Unable to name " + repairedUTF8(installer.hookScriptPath.string()) +
+            " in agents' settings, which hold UTF-8 text only; move the home folder");
   }
   const fs::path& path = installer.hookScriptPath;
   makeFolderOfOwner(path.parent_path());
@@ -234,14 +235,14 @@ struct Done {
   std::string_view message;
 };
 
-// What `step` did. A configuration that is no JSON makes its error say what to do.
+// What `step` did. Of a configuration that is no JSON, which stays as it is, the error says what to
+// do.
 template <class Step>
 Done doneBy(const Step& step) {
   try {
     return step();
   } catch (const DecodingError& error) {
-    throw error.saying(std::string(error.what()) +
-                       "; the file is left as it is: correct it, then try again");
+    throw error.saying(std::string(error.what()) + ". Repair it, then run this again.");
   }
 }
 

@@ -20,8 +20,7 @@ const std::vector<Agent>& allAgents() {
        .configurationFile = ".claude/settings.json",
        .folderVariable = "CLAUDE_CONFIG_DIR",
        .fileKind = HookFileKind::sharedConfiguration,
-       .stepAfterInstalling = "in interactive use it runs hooks only in a folder that you trust; "
-                              "say yes when it asks."},
+       .stepAfterInstalling = "it runs hooks only in folders that you trust: accept when it asks."},
       {.kind = AgentKind::codex,
        .target = AgentHookTarget::codex,
        .displayName = "Codex",

@@ -8,6 +8,8 @@
 #include <set>
 #include <utility>
 
+#include <fmt/format.h>
+
 namespace nodo {
 
 namespace {
@@ -52,6 +54,14 @@ void addReplaced(HookLosses* losses, const JSONValue* value, const std::string& 
   if (value != nullptr && !value->isNull()) {
     add(losses, name + ", as it was no " + expected + ": " + jsonText(*value, JSONLayout::compact));
   }
+}
+
+// What is wrong with a configuration that could not be read, for people: agents' files are edited
+// by hand, and a line is what an editor goes to.
+DecodingError unreadable(const DecodingError& error, const std::filesystem::path& file) {
+  return error.line() ? error.saying(fmt::format("{}, line {}: this is not valid JSON",
+                                                 file.string(), *error.line()))
+                      : error.inFile(file.string());
 }
 
 // Takes the target's hooks out of an event's groups.
@@ -149,7 +159,7 @@ JSONValue readHookConfiguration(const FileContent& content, const std::filesyste
     addReplaced(losses, &read, "all that stood there", "JSON object");
     return JSONValue(JSONValue::Object());
   } catch (const DecodingError& error) {
-    throw error.inFile(file.string());
+    throw unreadable(error, file);
   }
 }
 

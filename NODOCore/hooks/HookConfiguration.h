@@ -43,7 +43,8 @@ using HookLosses = std::vector<std::string>;
 
 /// The configuration in `content`. A missing file and an empty one are an empty object, and so is a
 /// document that is no object, which is lost where the configuration is written back. Throws
-/// DecodingError for content that is not JSON: it names `file`, line and column.
+/// DecodingError for content that is not JSON: its message names `file` and, where one is to blame,
+/// the line.
 JSONValue readHookConfiguration(const FileContent& content, const std::filesystem::path& file,
                                 HookLosses* losses = nullptr);
 

@@ -52,8 +52,9 @@ void giveToOwnerOfFolder(const fs::path& path) {
     const std::error_code failure(errno, std::generic_category());
     std::error_code ignored;
     fs::remove(path, ignored);
-    throw std::system_error(
-        failure, "Unable to give away " + path.string() + " (so it was removed again; try again)");
+    throw std::system_error(failure,
+                            "Unable to give " + path.string() +
+                                " to the owner of its folder (so it was removed again; try again)");
   };
   const FileDescriptor folder(
       ::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -4,7 +4,10 @@
 #include <NODOCore/sensing/AgentDetector.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <initializer_list>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -80,6 +83,22 @@ bool isAgent(const Agent& agent, const Row& row, std::string_view executable) {
          !(agent.hasLookalikeApplication && isInsideBundle(row, executable));
 }
 
+std::string nameOf(const AgentProcess& agent) {
+  return lowercased(lastPathComponent(agent.executable));
+}
+
+bool isKnownByName(const AgentProcess& agent) {
+  const std::vector<AgentSign>& signs = agentOf(agent.kind).signs;
+  return std::any_of(signs.begin(), signs.end(), [name = nameOf(agent)](const AgentSign& sign) {
+    return sign.place == AgentSign::Place::name && sign.text == name;
+  });
+}
+
+// A runtime that runs below another of its name is an agent that an agent has started.
+bool isLauncherOf(const AgentProcess& above, const AgentProcess& agent) {
+  return above.kind == agent.kind && !isKnownByName(above) && nameOf(above) != nameOf(agent);
+}
+
 }  // namespace
 
 std::vector<AgentProcess> AgentDetector::detect(const ProcessListing& listing) const {
@@ -113,6 +132,30 @@ std::optional<AgentKind> AgentDetector::classify(const RunningProcess& process) 
     }
   }
   return std::nullopt;
+}
+
+std::vector<AgentProcess> withoutLaunchers(std::vector<AgentProcess> agents,
+                                           const std::vector<RunningProcess>& processes) {
+  std::map<std::int32_t, std::optional<std::int32_t>> parents;
+  for (const RunningProcess& process : processes) {
+    parents.emplace(process.pid, process.ppid);
+  }
+  std::set<std::int32_t> launchers;
+  for (const AgentProcess& agent : agents) {
+    std::optional<std::int32_t> above = agent.ppid;
+    // Bounded, as a table that was read while it changed may hold a circle.
+    for (std::size_t steps = parents.size(); above && steps > 0; --steps) {
+      for (const AgentProcess& other : agents) {
+        if (other.pid == *above && isLauncherOf(other, agent)) {
+          launchers.insert(other.pid);
+        }
+      }
+      const auto next = parents.find(*above);
+      above = next == parents.end() ? std::nullopt : next->second;
+    }
+  }
+  std::erase_if(agents, [&](const AgentProcess& agent) { return launchers.contains(agent.pid); });
+  return agents;
 }
 
 }  // namespace nodo

@@ -42,4 +42,10 @@ class AgentDetector {
   std::optional<AgentKind> classify(const RunningProcess& process) const;
 };
 
+/// `agents`, which were found among `processes`, for people: without those that only started
+/// another. An agent that is known by its command line alone, as `timeout 60 ~/.grok/bin/grok` is,
+/// goes when one of its kind runs below it under another name. Pure.
+std::vector<AgentProcess> withoutLaunchers(std::vector<AgentProcess> agents,
+                                           const std::vector<RunningProcess>& processes);
+
 }  // namespace nodo

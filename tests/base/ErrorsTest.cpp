@@ -49,6 +49,16 @@ TEST(DecodingErrorTest, ItCanNameTheFile) {
   EXPECT_EQ(error.path(), "a.b");
 }
 
+TEST(DecodingErrorTest, ItsLineIsAValueThatItsWordsNeedNotHold) {
+  const DecodingError error("a.b", "a date", "number 5");
+  EXPECT_EQ(error.line(), std::nullopt);
+  const DecodingError placed = error.atLine(7);
+  EXPECT_EQ(placed.line(), 7);
+  EXPECT_STREQ(placed.what(), error.what());
+  EXPECT_EQ(placed.inFile("/some/file").line(), 7);
+  EXPECT_EQ(placed.saying("no good").line(), 7);
+}
+
 TEST(DecodingErrorTest, AReaderCanSayItInItsOwnWords) {
   const DecodingError error = DecodingError("a.b", "a date", "number 5").saying("no good");
   EXPECT_STREQ(error.what(), "no good");

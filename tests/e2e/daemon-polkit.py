@@ -20,7 +20,7 @@ from people import MEMBER, Session, start_polkit
 from processes import NOBODY, Driven, as_user, environment
 
 STRANGERS_TEXT = ("only somebody logged in at this computer, or a member of the group nodo, may do "
-                  "this; see nodod(8)")
+                  "this; see man nodod")
 
 
 def call_as(user, *arguments):

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""What the README shows of the programs is what they print. Run by with-logind and 'unshare --net'.
+"""What the README says of the programs is so. Run by with-logind and 'unshare --net'.
 
 usage: readme-screens.py NODOCTL NODOD README [--write]
 
 Plays a session as the README tells it, on a laptop made of files and a network of its own, and
 compares each screen with the README's block of the same name: a fenced block behind a line
 '<!-- screen: NAME -->'. Numbers may differ, since times pass. With --write the blocks are replaced
-instead.
+instead. Either way the README's tables of commands and limits are compared with the programs' own
+help, and the files that it links to have to be there.
 """
 
 import os
@@ -74,12 +75,14 @@ def play(nodoctl, nodod):
     trust_hooks_in_codex()
     request = ["manual", "--minutes", "20", "--extend-only", "--requester", "Claude Code",
                "--context", "shop - session 4f1c2a9e", "--event", "PreToolUse"]
-    return {"manual": screen(nodoctl, *request), "doctor": screen(nodoctl, "doctor"),
-            "watch": first_frame(nodoctl, "watch")}
+    screen(nodoctl, *request)
+    return {"doctor": screen(nodoctl, "doctor"), "watch": first_frame(nodoctl, "watch")}
 
 
 def comparable(text):
     text = re.sub(r"\b[0-9a-f]{16}\b", "FINGERPRINT", text)
+    # With the day when that is not today.
+    text = re.sub(r"\buntil (\d{4}-\d\d-\d\d )?\d\d:\d\d", "until TIME", text)
     text = re.sub(r"[0-9]+", "0", text)
     lines = []
     for line in map(str.rstrip, text.split("\n")):
@@ -90,12 +93,57 @@ def comparable(text):
     return lines
 
 
+def section(document, title):
+    found = re.search(rf"^## {title}\n(.*?)(?=^## |\Z)", document, re.DOTALL | re.MULTILINE)
+    if not found:
+        sys.exit(f"the README has no section '{title}'")
+    return found.group(1)
+
+
+def help_of(program):
+    done = subprocess.run([program, "--help"], env=ENVIRONMENT | {"COLUMNS": "100"}, text=True,
+                          timeout=20, capture_output=True, check=True)
+    return done.stdout
+
+
+def commands_in_help(text):
+    """The names that begin the lines below "Subcommands:". What every program has is left out."""
+    below = text.partition("Subcommands:")[2]
+    return set(re.findall(r"^  ([a-z]+)\b", below, re.MULTILINE)) - {"help", "version"}
+
+
+def default_in_help(text, option):
+    found = re.search(rf"^  {option}\b(?:(?!^  -).)*?\(default:\s+(\d+)\)", text,
+                      re.DOTALL | re.MULTILINE)
+    return found and found.group(1)
+
+
+def wrong_claims(document, nodoctl, nodod, folder):
+    """What the README says that the programs' help and the folder of the project do not."""
+    wrong = []
+    told = set(re.findall(r"^\| `nodoctl ([a-z]+)", section(document, "Commands"), re.MULTILINE))
+    known = commands_in_help(help_of(nodoctl))
+    if told != known:
+        wrong.append(f"the commands differ from the help's in {sorted(told ^ known)}")
+    limits = re.findall(r"`nodod (--[a-z-]+) (\d+)`", section(document, "Limits"))
+    daemon_help = help_of(nodod)
+    if not limits:
+        wrong.append("no limits are told")
+    for option, value in limits:
+        if default_in_help(daemon_help, option) != value:
+            wrong.append(f"nodod's help has no {option} with the default {value}")
+    for target in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", document):
+        if not (folder / target).exists():
+            wrong.append(f"there is no {target}")
+    return [f"FAILED: {each}" for each in wrong]
+
+
 def main():
     nodoctl, nodod, readme = sys.argv[1:4]
     writes = "--write" in sys.argv
     make_laptop()
     document = pathlib.Path(readme).read_text(encoding="utf-8")
-    failures = []
+    failures = wrong_claims(document, nodoctl, nodod, pathlib.Path(readme).parent)
     for name, shown in play(nodoctl, nodod).items():
         block = re.compile(rf"(<!-- screen: {name} -->\n```\n\$ [^\n]*\n)(.*?)(```\n)", re.DOTALL)
         found = block.search(document)

@@ -169,7 +169,7 @@ TEST_F(AgentHookInspectionTest, AFileThatCannotBeUnderstoodIsAnError) {
       statusOf(target);
       FAIL() << file;
     } catch (const DecodingError& error) {
-      EXPECT_THAT(error.what(), StartsWith((home / file).string() + ": expected "));
+      EXPECT_THAT(error.what(), StartsWith((home / file).string()));
     }
   }
   fs::create_directories(home / codexFile);

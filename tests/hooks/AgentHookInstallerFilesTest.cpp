@@ -20,6 +20,7 @@ using test::DiskFull;
 using test::UnprivilegedUser;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -165,9 +166,8 @@ TEST_F(AgentHookInstallerFilesTest, WhatIsNotJSONFailsAndStaysAsItIs) {
                                        std::pair(AgentHookTarget::grok, grokFile)}) {
       const auto report = failureOf(target);
       EXPECT_EQ(report.path, (home / file).string());
-      EXPECT_THAT(
-          report.error.value(),
-          AllOf(StartsWith((home / file).string() + ": expected JSON"), HasSubstr("found ")));
+      EXPECT_THAT(report.error.value(), AllOf(StartsWith((home / file).string()), HasSubstr("JSON"),
+                                              EndsWith(". Repair it, then run this again.")));
       EXPECT_THROW(uninstall(target), std::exception) << content;
       EXPECT_EQ(home.read(file), content);
     }

@@ -11,7 +11,9 @@ namespace nodo {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
@@ -156,8 +158,8 @@ TEST_F(AgentHookInstallerTest, AFailureIsReportedAndTheOtherTargetsGoOn) {
   EXPECT_EQ(reports[1].path, (home / codexFile).string());
   EXPECT_FALSE(reports[1].changed);
   EXPECT_EQ(reports[1].message, "failed");
-  EXPECT_THAT(reports[1].error.value(),
-              StartsWith((home / codexFile).string() + ": expected JSON"));
+  EXPECT_THAT(reports[1].error.value(), AllOf(StartsWith((home / codexFile).string()),
+                                              EndsWith(". Repair it, then run this again.")));
   EXPECT_EQ(reports[2], report("grok", grokFile, true, "installed"));
   EXPECT_EQ(reports[3], report("pi", piFile, true, "installed"));
   EXPECT_EQ(home.read(codexFile), "no JSON");
@@ -192,7 +194,8 @@ TEST_F(AgentHookInstallerTest, NoTargetsMeanNoReports) {
 TEST_F(AgentHookInstallerTest, AScriptPathThatJSONCannotHoldIsRefused) {
   const AgentHookInstaller odd(home.path(), home / "bad\xFFname" / "nodo-agent-hook.sh");
   const auto reports = odd.installReportingFailures({AgentHookTarget::claude});
-  EXPECT_THAT(reports.at(0).error.value(), HasSubstr("Unable to hand agents the path"));
+  EXPECT_THAT(reports.at(0).error.value(),
+              HasSubstr("in agents' settings, which hold UTF-8 text only"));
   EXPECT_THAT(home.names(), IsEmpty());
 }
 

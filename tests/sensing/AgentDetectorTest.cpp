@@ -4,11 +4,13 @@
 #include <testing/FakeMachine.h>
 #include <testing/JSONRows.h>
 
+#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace nodo {
@@ -18,6 +20,7 @@ using test::FakeMachine;
 using test::optionalOf;
 using test::testRows;
 using test::valueOf;
+using ::testing::ElementsAre;
 
 using Kind = std::optional<AgentKind>;
 
@@ -219,6 +222,58 @@ TEST(AgentDetectorTest, AgentsAreListedInTheirOrderWithoutMerging) {
   EXPECT_EQ(AgentDetector().detect(processes), expected);
   EXPECT_EQ(AgentDetector().detect(StaticProcessListing(processes)), expected);
   EXPECT_TRUE(AgentDetector().detect(std::vector<RunningProcess>{}).empty());
+}
+
+// ---- an agent and what started it
+
+std::vector<std::int32_t> shownOf(const std::vector<RunningProcess>& processes) {
+  std::vector<std::int32_t> shown;
+  for (const AgentProcess& agent : withoutLaunchers(AgentDetector().detect(processes), processes)) {
+    shown.push_back(agent.pid);
+  }
+  return shown;
+}
+
+TEST(LaunchersTest, WhatOnlyStartedAnAgentIsLeftOut) {
+  EXPECT_THAT(
+      shownOf(
+          {{.pid = 5, .ppid = 1, .executable = "timeout", .command = "timeout 9 /u/.grok/bin/grok"},
+           {.pid = 6, .ppid = 5, .executable = "grok", .command = "/usr/bin/grok"}}),
+      ElementsAre(6));
+}
+
+TEST(LaunchersTest, WhatRunsBetweenTheTwoMayBeNoAgent) {
+  constexpr char npx[] = "npm exec @earendil-works/pi-coding-agent";
+  EXPECT_THAT(shownOf({{.pid = 7, .ppid = 6, .executable = "node", .command = "node /x/bin/pi"},
+                       {.pid = 6, .ppid = 5, .executable = "sh", .command = "sh -c pi"},
+                       {.pid = 5, .ppid = 1, .executable = npx, .command = npx}}),
+              ElementsAre(7));
+}
+
+TEST(LaunchersTest, AgentsThatAgentsStartAreShown) {
+  EXPECT_THAT(shownOf({{.pid = 5, .ppid = 1, .executable = "claude", .command = "claude"},
+                       {.pid = 6, .ppid = 5, .executable = "claude", .command = "claude -p hi"},
+                       {.pid = 7, .ppid = 5, .executable = "codex", .command = "codex"}}),
+              ElementsAre(5, 6, 7));
+  EXPECT_THAT(shownOf({{.pid = 5, .ppid = 1, .executable = "node", .command = "node /bin/pi"},
+                       {.pid = 6, .ppid = 5, .executable = "node", .command = "node /bin/pi -p"}}),
+              ElementsAre(5, 6));
+}
+
+TEST(LaunchersTest, OneWithoutAnAgentBelowItIsAllThatThereIs) {
+  EXPECT_THAT(
+      shownOf(
+          {{.pid = 5, .ppid = 1, .executable = "timeout", .command = "timeout 9 /u/.grok/bin/grok"},
+           {.pid = 6, .ppid = 1, .executable = "grok", .command = "/usr/bin/grok"}}),
+      ElementsAre(5, 6));
+}
+
+TEST(LaunchersTest, ATableThatGoesRoundInCirclesHasAnEnd) {
+  EXPECT_THAT(
+      shownOf(
+          {{.pid = 5, .ppid = 6, .executable = "timeout", .command = "timeout 9 /u/.grok/bin/grok"},
+           {.pid = 6, .ppid = 5, .executable = "grok", .command = "/usr/bin/grok"}}),
+      ElementsAre(6));
 }
 
 TEST(AgentDetectorTest, AFailedListingIsPassedOn) {

@@ -43,7 +43,8 @@ CallerVerdict CallerPolicy::judge(const HelperRequest& request,
 
 CallerVerdict CallerPolicy::judge(const AuthorityAnswer& answer) {
   if (answer.failure) {
-    return refuse("polkit cannot be asked: " + *answer.failure);
+    return refuse(fmt::format("polkit cannot be asked: {}; without it only root may do this",
+                              *answer.failure));
   }
   if (answer.isAuthorized) {
     return {.kind = CallerVerdict::Kind::serve, .reason = ""};
@@ -52,9 +53,10 @@ CallerVerdict CallerPolicy::judge(const AuthorityAnswer& answer) {
     // The action's own default for those who came from elsewhere; the daemon has nobody asked.
     return refuse(
         "only somebody logged in at this computer, or a member of the group nodo, may do this; "
-        "see nodod(8)");
+        "see man nodod");
   }
-  return refuse(fmt::format("polkit does not allow {}", action));
+  return refuse(
+      fmt::format("polkit does not allow {}: a rule of the administrator's forbids it", action));
 }
 
 std::optional<std::string> RefusalLog::add(const std::string& caller,

@@ -73,7 +73,8 @@ void HelperListener::takeName(const std::string& bus) {
     throw std::runtime_error(name + " is taken on " + bus + ": another nodod runs there");
   }
   if (result == -EACCES || result == -EPERM) {
-    throw std::runtime_error(bus + " does not let this user offer " + name);
+    throw std::runtime_error(bus + " does not let this user offer " + name +
+                             "; run nodod as root, or for this user alone with --bus session");
   }
   checkSystemd(result, "take the name " + name + " on " + bus);
 }
@@ -186,13 +187,13 @@ void HelperListener::askAuthority(const BusCall& request, std::uint32_t user) {
 std::optional<std::string> HelperListener::reasonNotToWait(const BusCall& request,
                                                            std::uint32_t user) const {
   if (waiting_.size() >= mostWaiting) {
-    return "too many requests wait for polkit";
+    return "too many requests wait for polkit; try again";
   }
   const auto ofThisUser =
       std::count_if(waiting_.begin(), waiting_.end(),
                     [user](const Waiting& waiting) { return waiting.user == user; });
   if (static_cast<std::size_t>(ofThisUser) >= mostWaitingOfOneUser) {
-    return "too many requests of this user wait for polkit";
+    return "too many requests of this user wait for polkit; try again";
   }
   if (isLargerThan(request.message(), mostWaitingBytes)) {
     return "its arguments take more than " + std::to_string(mostWaitingBytes) + " bytes";

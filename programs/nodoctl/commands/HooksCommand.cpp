@@ -88,7 +88,7 @@ std::string stepsAfterInstalling(const AgentHookChanges& changes) {
     }
   }
   return (steps.empty() ? "" : "What you have to do or to know:\n" + steps) +
-         "An agent that is running may have to be started again.\n";
+         "Restart agents that are running.\n";
 }
 
 // Whether a file that has lost our hooks holds nothing else.
@@ -150,7 +150,7 @@ std::string leftAfterUninstalling(const Reports& reports, const AgentHookChanges
 fs::path namedHome(const HooksChoice& hooks, const Environment& environment) {
   if (hooks.home) {
     if (hooks.home->empty()) {
-      throw std::runtime_error("--home names no folder");
+      throw std::runtime_error("--home is empty; name the home folder");
     }
     return absolutePath(*hooks.home);
   }
@@ -224,7 +224,9 @@ Answer perform(const HooksInstallCommand& command, const ToolContext& context) {
   Answer made = answer(reports, changes, command.json, stepsAfterInstalling(changes), "installed");
   const std::string& nodoctl = *installer.nodoctlPath;
   if (!nodoctl.empty() && !isProgram(nodoctl)) {
-    made.hints.push_back(nodoctl + " is no program that can be run, so the hooks cannot run it");
+    made.hints.push_back(nodoctl +
+                         " is no program that can be run, so the hooks cannot run it; name "
+                         "another with --nodoctl PATH");
   }
   return made;
 }

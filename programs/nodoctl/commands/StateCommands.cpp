@@ -192,7 +192,10 @@ Answer perform(const DiagnosticsCommand& command, const ToolContext& context) {
 }
 
 Answer perform(const AgentsCommand& command, const ToolContext& context) {
-  return {.output = shown(AgentDetector().detect(*context.machine.processListing), command.json)};
+  const auto processes = context.machine.processListing->listProcesses();
+  std::vector<AgentProcess> agents = AgentDetector().detect(processes);
+  return {.output = command.json ? jsonDocument(agents)
+                                 : reportText(withoutLaunchers(std::move(agents), processes))};
 }
 
 }  // namespace nodo::nodoctl

@@ -20,7 +20,8 @@ from processes import NOBODY, Driven
 STRANGERS = (NOBODY, 1, 2, 3, 4)  # users that exist
 GATE = FOLDER / "gate"
 FOR_OTHERS = ("only somebody logged in at this computer, or a member of the group nodo, may do "
-              "this; see nodod(8)")
+              "this; see man nodod")
+ROOT_ONLY = "; without it only root may do this"
 
 
 class Polkit:
@@ -64,10 +65,11 @@ def test_polkit_is_asked_about_changes_of_others_alone(loop, polkit):
 
 def test_what_polkit_says_is_the_reason_of_a_refusal(loop, polkit):
     for says, reason in (
-            ("no", "polkit does not allow com.quintavel.nodo.keep-awake"),
+            ("no", "polkit does not allow com.quintavel.nodo.keep-awake: "
+                   "a rule of the administrator's forbids it"),
             ("challenge", FOR_OTHERS),
-            ("error", "polkit cannot be asked: not\\ntoday"),
-            ("never", "polkit cannot be asked: Method call timed out")):
+            ("error", "polkit cannot be asked: not\\ntoday" + ROOT_ONLY),
+            ("never", "polkit cannot be asked: Method call timed out" + ROOT_ONLY)):
         polkit.answer(says)
         equal(refused(loop, "Stop"), reason, f"polkit says {says}")
         if says != "error":  # busctl shows a line end otherwise than the log does

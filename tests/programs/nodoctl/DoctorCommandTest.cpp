@@ -136,7 +136,7 @@ TEST_F(DoctorCommandTest, AnAgentsFileThatCannotBeReadIsFoundAndHidesNoOther) {
   EXPECT_THAT(outcome.output,
               HasSubstr("Ready: nodo owns the macOS power lock.\n\nProblem: It is not known "
                         "whether Claude Code runs hooks: " +
-                        (folder / ".claude/settings.json").string() + ": expected JSON"));
+                        (folder / ".claude/settings.json").string()));
   EXPECT_THAT(run({"menu"}).output, HasSubstr("Setup: hooks failed"));
 }
 

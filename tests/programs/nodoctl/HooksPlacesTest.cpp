@@ -123,7 +123,8 @@ TEST_F(HooksPlacesTest, AToolThatCannotBeRunIsWarnedOf) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(
       outcome.error,
-      "nodoctl: /nowhere/nodoctl is no program that can be run, so the hooks cannot run it\n");
+      "nodoctl: /nowhere/nodoctl is no program that can be run, so the hooks cannot run it; name "
+      "another with --nodoctl PATH\n");
 }
 
 TEST_F(HooksPlacesTest, WhereThisToolLiesMustBeKnown) {

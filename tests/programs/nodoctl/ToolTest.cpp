@@ -108,6 +108,16 @@ TEST_F(ToolTest, AgentsAreAnArrayInJSON) {
   EXPECT_EQ(*json.array()->front().member("kind")->text(), "claudeCode");
 }
 
+TEST_F(ToolTest, AnAgentAndItsLauncherAreOneRowForPeopleAndTwoForPrograms) {
+  machine->processes = {
+      {.pid = 6, .ppid = 1, .executable = "timeout", .command = "timeout 60 /u/.grok/bin/grok"},
+      {.pid = 7, .ppid = 6, .executable = "grok", .command = "/usr/bin/grok"}};
+  EXPECT_EQ(run({"agents"}).output,
+            "    PID  AGENT        COMMAND\n"
+            "      7  Grok Build   /usr/bin/grok\n");
+  EXPECT_EQ(runJSON({"agents", "--json"}).array()->size(), 2U);
+}
+
 TEST_F(ToolTest, StopEndsTheTimer) {
   run({"manual", "--minutes", "20"});
   const JSONValue json = runJSON({"stop", "--json"});

@@ -98,12 +98,13 @@ TEST(CallerPolicyTest, OnlyAClearYesOfPolkitsServes) {
 
 TEST(CallerPolicyTest, ARefusalSaysWhatPolkitSaid) {
   EXPECT_EQ(CallerPolicy::judge(AuthorityAnswer{}).reason,
-            "polkit does not allow com.quintavel.nodo.keep-awake");
+            "polkit does not allow com.quintavel.nodo.keep-awake: a rule of the administrator's "
+            "forbids it");
   EXPECT_EQ(CallerPolicy::judge(AuthorityAnswer{.needsAuthentication = true}).reason,
             "only somebody logged in at this computer, or a member of the group nodo, may do this; "
-            "see nodod(8)");
+            "see man nodod");
   EXPECT_EQ(CallerPolicy::judge(AuthorityAnswer{.failure = "no such name"}).reason,
-            "polkit cannot be asked: no such name");
+            "polkit cannot be asked: no such name; without it only root may do this");
 }
 
 // ---- what is told of refusals
