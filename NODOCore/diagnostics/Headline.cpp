@@ -27,22 +27,22 @@ std::string untilText(const StatusReport& report) {
                      timeLeftText(end - report.generatedAt));
 }
 
-// The limit of a rule, where it is known.
-std::string limitText(const KeepAwakeFacts& facts, std::int64_t SafetyPolicy::*limit,
-                      std::int64_t unit, std::string_view unitName) {
-  return facts.limits ? fmt::format(" (limit {} {})", *facts.limits.*limit / unit, unitName) : "";
+// In minutes where that is exact.
+std::string graceText(std::int64_t seconds) {
+  return seconds % 60 == 0 ? fmt::format("{} min", seconds / 60) : fmt::format("{} s", seconds);
 }
 
 std::string safetyText(const std::string& block, const KeepAwakeFacts& facts) {
   const SystemSnapshot& machine = facts.report.snapshot;
+  const auto& limits = facts.limits;
   if (block == reason::batteryBelowThreshold && machine.batteryPercent) {
-    return fmt::format("battery at {} %{}", *machine.batteryPercent,
-                       limitText(facts, &SafetyPolicy::minimumBatteryPercent, 1, "%"));
+    return fmt::format("battery at {} %", *machine.batteryPercent) +
+           (limits ? fmt::format(" (limit {} %)", limits->minimumBatteryPercent) : "");
   }
   const auto missingSince = facts.report.state.noRouteUnavailableSince;
   if (block == reason::networkUnavailable && missingSince) {
-    return fmt::format("no network since {}{}", clockText(*missingSince, facts.report.generatedAt),
-                       limitText(facts, &SafetyPolicy::noRouteGraceSeconds, 60, "min"));
+    return "no network since " + clockText(*missingSince, facts.report.generatedAt) +
+           (limits ? fmt::format(" (limit {})", graceText(limits->noRouteGraceSeconds)) : "");
   }
   return block;
 }

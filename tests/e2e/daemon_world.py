@@ -47,6 +47,7 @@ class Daemon:
 
     def __init__(self, program, bus):
         self.program = program
+        self.power = "logind"
         self.bus = bus
         self.state_folder = FOLDER / f"state.{os.getpid()}"
         self.log_file = FOLDER / f"nodod.{os.getpid()}.log"
@@ -63,7 +64,7 @@ class Daemon:
                                  env=self.environment)
 
     def command(self):
-        return [self.program, "--bus", "system", "--power", "logind", "--state-dir",
+        return [self.program, "--bus", "system", "--power", self.power, "--state-dir",
                 self.state_folder]
 
     def is_serving(self):

@@ -37,7 +37,8 @@ Answer perform(const HooksInspectCommand& command, const ToolContext& context);
 
 Answer perform(const MenuCommand& command, const ToolContext& context);
 
-/// Writes as it goes, until a signal ends it. An interrupt is the usual end and a success.
+/// Writes as it goes, until a signal, a "q" typed on the terminal, or the end of its reader ends
+/// it. These, and an interrupt, are the usual ends and a success.
 Answer perform(const WatchCommand& command, const ToolContext& context);
 
 /// The timer is kept extended while the command, or the process that is named, runs; then it is

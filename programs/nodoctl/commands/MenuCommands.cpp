@@ -5,6 +5,8 @@
 
 #include <csignal>
 
+#include <poll.h>
+
 namespace nodo::nodoctl {
 namespace {
 
@@ -52,6 +54,14 @@ std::unique_ptr<WatchDisplay> makeDisplay(bool asJSON, const ToolContext& contex
       [&context](const std::string& hint) { context.console().complain(hint); });
 }
 
+// Whether it is to end by what came from the terminal: a "q", or that nobody reads any more.
+bool isDismissed(const pollfd& events, const ToolContext& context) {
+  if ((events.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+    return true;
+  }
+  return (events.revents & POLLIN) != 0 && context.terminal->typed().find('q') != std::string::npos;
+}
+
 // What a signal does to the display. True when it is to end.
 bool ends(const CaughtSignal& signal, WatchDisplay& display) {
   switch (signal.number) {
@@ -90,14 +100,18 @@ Answer perform(const WatchCommand& command, const ToolContext& context) {
   const auto signals =
       context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH});
   std::optional<CaughtSignal> last;
+  bool isOver = false;
   {
     const auto display = makeDisplay(command.json, context);
-    do {
+    while (!isOver) {
       display->show(look(command.daemon, context));
-      last = signals->next(Seconds(command.interval));
-    } while (!last || !ends(*last, *display));
+      pollfd events = context.terminal ? context.terminal->events()
+                                       : pollfd{.fd = -1, .events = 0, .revents = 0};
+      last = signals->next(Seconds(command.interval), events);
+      isOver = last ? ends(*last, *display) : isDismissed(events, context);
+    }
   }
-  if (last->number != SIGINT) {
+  if (last && last->number != SIGINT) {
     raiseWithDefaultAction(last->number);
   }
   return {};

@@ -188,7 +188,7 @@ void FrameDisplay::show(const WatchView& view) {
   for (const std::string& hint : view.hints) {
     lines.push_back({.text = escapedForDisplay(hint), .tint = Tint::faint});
   }
-  lines.push_back({.text = "Ctrl-C ends.", .tint = Tint::faint});
+  lines.push_back({.text = "q or Ctrl-C ends.", .tint = Tint::faint});
   lines = wrapped(lines, size.columns);
   lines.resize(std::min(lines.size(), static_cast<std::size_t>(std::max(size.rows, 1))));
   std::string frame(toTop);

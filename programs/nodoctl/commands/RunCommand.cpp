@@ -5,7 +5,6 @@
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -249,21 +248,6 @@ FileDescriptor endOf(pid_t pid) {
   return end;
 }
 
-// The next signal; nothing once `end` can be read, or when neither comes within `limit`.
-std::optional<CaughtSignal> nextSignal(SignalQueue& signals, const FileDescriptor& end,
-                                       Seconds limit) {
-  std::array<pollfd, 2> sources{pollfd{.fd = signals.descriptor(), .events = POLLIN, .revents = 0},
-                                pollfd{.fd = end.get(), .events = POLLIN, .revents = 0}};
-  const auto longest = std::chrono::ceil<std::chrono::milliseconds>(limit);
-  ::poll(sources.data(), sources.size(), static_cast<int>(longest.count()));
-  return signals.next(Seconds(0));
-}
-
-bool canBeRead(const FileDescriptor& end) {
-  pollfd source{.fd = end.get(), .events = POLLIN, .revents = 0};
-  return ::poll(&source, 1, 0) > 0;
-}
-
 // Keeps awake while the process runs. A signal ends the waiting, and then this process.
 void keepAwakeUntilEnd(const RunCommand& run, const ToolContext& context) {
   const FileDescriptor end = endOf(*run.pid);
@@ -272,8 +256,9 @@ void keepAwakeUntilEnd(const RunCommand& run, const ToolContext& context) {
     const auto signals = context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
     Lease lease(run, "process " + std::to_string(*run.pid), context);
     lease.begin();
-    while (!signal && !canBeRead(end)) {
-      signal = nextSignal(*signals, end, lease.timeToWait());
+    pollfd ended{.fd = end.get(), .events = POLLIN, .revents = 0};
+    while (!signal && ended.revents == 0) {
+      signal = signals->next(lease.timeToWait(), ended);
       lease.keep();
     }
     lease.giveBack();

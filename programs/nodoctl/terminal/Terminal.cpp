@@ -4,6 +4,7 @@
 #include <programs/nodoctl/terminal/Terminal.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -56,9 +57,21 @@ class PosixTerminal : public Terminal {
         ::tcgetattr(descriptor_, &settings) != 0) {
       return;
     }
-    const auto echo = static_cast<tcflag_t>(ECHO);
+    const auto echo = static_cast<tcflag_t>(ECHO | ICANON);
     settings.c_lflag = on ? settings.c_lflag | echo : settings.c_lflag & ~echo;
     ::tcsetattr(descriptor_, TCSANOW, &settings);
+  }
+
+  // In the background, keys are for others: to read them would stop this process.
+  pollfd events() const override {
+    const bool hasKeys = isTerminal() && ::tcgetpgrp(descriptor_) == ::getpgrp();
+    return {.fd = descriptor_, .events = static_cast<short>(hasKeys ? POLLIN : 0), .revents = 0};
+  }
+
+  std::string typed() override {
+    std::array<char, 64> keys{};
+    const ssize_t count = ::read(descriptor_, keys.data(), keys.size());
+    return {keys.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
   }
 
  private:
@@ -155,25 +168,26 @@ class PipedSignals : public SignalQueue {
     terminalEnd = -1;
   }
 
-  std::optional<CaughtSignal> next(Seconds limit) override {
+  std::optional<CaughtSignal> next(Seconds limit, pollfd& other) override {
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
+    other.revents = 0;
     for (;;) {
       if (const auto caught = read()) {
         return caught;
       }
       const auto left =
           std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (left.count() <= 0) {
+      if (left.count() <= 0 || other.revents != 0) {
         return std::nullopt;
       }
-      pollfd source{.fd = pipe_.readEnd.get(), .events = POLLIN, .revents = 0};
+      std::array<pollfd, 2> sources{
+          pollfd{.fd = pipe_.readEnd.get(), .events = POLLIN, .revents = 0}, other};
       constexpr std::chrono::milliseconds::rep longest = 3'600'000;
-      ::poll(&source, 1, static_cast<int>(std::min(left.count(), longest)));
+      ::poll(sources.data(), sources.size(), static_cast<int>(std::min(left.count(), longest)));
+      other.revents = sources[1].revents;
     }
   }
-
-  int descriptor() const override { return pipe_.readEnd.get(); }
 
  private:
   void install(int signal) {

@@ -5,9 +5,11 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include <poll.h>
 #include <sys/types.h>
 
 namespace nodo::nodoctl {
@@ -32,8 +34,16 @@ class Terminal {
   /// Writes all of `text`, in one go where the terminal takes it. Throws std::system_error.
   virtual void write(std::string_view text) = 0;
 
-  /// Whether what is typed shows up. To switch it off waits until the terminal is this process's.
+  /// Whether what is typed shows up, and can be read only by the line. To switch that off waits
+  /// until the terminal is this process's.
   virtual void setEcho(bool on) = 0;
+
+  /// What to wait for beside signals: keys typed for this process, and the end of whoever reads a
+  /// pipe. Its `revents` tell what came.
+  virtual pollfd events() const = 0;
+
+  /// What was typed, once `events` say that something was.
+  virtual std::string typed() = 0;
 };
 
 /// The terminal behind an open descriptor, which must outlive it.
@@ -69,11 +79,14 @@ class SignalQueue {
   virtual ~SignalQueue() = default;
 
   /// The next signal; nothing when none came within `limit`.
-  virtual std::optional<CaughtSignal> next(Seconds limit) = 0;
+  std::optional<CaughtSignal> next(Seconds limit) {
+    pollfd nothing{.fd = -1, .events = 0, .revents = 0};
+    return next(limit, nothing);
+  }
 
-  /// What can be read while a signal waits, for who waits for other things as well; -1 when only
-  /// `next` tells.
-  virtual int descriptor() const { return -1; }
+  /// The same, but also nothing as soon as something came that `other` waits for, which its
+  /// `revents` then tell.
+  virtual std::optional<CaughtSignal> next(Seconds limit, pollfd& other) = 0;
 };
 
 /// Catches `signals` for as long as it lives, except those that this process was told to ignore.

@@ -3,6 +3,7 @@
 #include <programs/nodoctl/terminal/Terminal.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nodo::nodoctl {
@@ -13,6 +14,7 @@ class FakeTerminal : public Terminal {
   TerminalSize dimensions;
   std::vector<std::string> writes;
   std::vector<bool> echoes;
+  std::string keys;  ///< that are typed
 
   bool isTerminal() const override { return true; }
 
@@ -21,6 +23,10 @@ class FakeTerminal : public Terminal {
   void write(std::string_view text) override { writes.emplace_back(text); }
 
   void setEcho(bool on) override { echoes.push_back(on); }
+
+  pollfd events() const override { return {.fd = -1, .events = POLLIN, .revents = 0}; }
+
+  std::string typed() override { return std::exchange(keys, {}); }
 };
 
 }  // namespace nodo::nodoctl

@@ -317,16 +317,16 @@ TEST_F(HooksCommandTest, TheEnvironmentSaysNothingOfTheAgentsOfAnotherHome) {
 TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {
   for (const char* command : {"install", "uninstall", "inspect"}) {
     expectWrongUse({"hooks", command, "claude", "Pi"},
-                   "nodoctl: Invalid command: hook target Pi; did you mean \"pi\"?\n");
+                   "nodoctl: there is no agent \"Pi\"; did you mean \"pi\"?\n");
     expectWrongUse({"hooks", command, "cluade"},
-                   "nodoctl: Invalid command: hook target cluade; did you mean \"claude\"?\n");
-    expectWrongUse({"hooks", command, "vim"}, "nodoctl: Invalid command: hook target vim\n");
+                   "nodoctl: there is no agent \"cluade\"; did you mean \"claude\"?\n");
+    expectWrongUse({"hooks", command, "vim"}, "nodoctl: there is no agent \"vim\"; there are claude, codex, grok, pi\n");
     expectWrongUse({"hooks", command, "--jsno"},
                    "nodoctl: there is no option \"--jsno\"; did you mean \"--json\"?\n");
     expectWrongUse({"hooks", command, "--hmoe=/root"},
                    "nodoctl: there is no option \"--hmoe\"; did you mean \"--home\"?\n");
-    expectWrongUse({"hooks", command, ""}, "nodoctl: Invalid command: hook target \n");
-    expectWrongUse({"hooks", command, "status"}, "Invalid command: hook target status\n");
+    expectWrongUse({"hooks", command, ""}, "nodoctl: there is no agent \"\"; there are ");
+    expectWrongUse({"hooks", command, "status"}, "nodoctl: there is no agent \"status\"; there are ");
     expectWrongUse({"hooks", command, "--simulate"}, "--simulate");
     expectWrongUse({"hooks", command, "--home"}, "--home");
   }

@@ -363,7 +363,7 @@ TEST_F(PauseTest, APauseEndsTheTimerAndKeepsHooksFromAskingForAnHour) {
   const Outcome outcome = run({"pause"});
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_TRUE(outcome.output.starts_with(
-      "Your agents' hooks are paused until 09:15; 'nodoctl resume' ends that.\nDecision:"))
+      "Your agents' hooks are paused until 09:15; 'nodoctl resume' ends that.\nNot kept awake: "))
       << outcome.output;
   EXPECT_EQ(outcome.error, "");
   EXPECT_EQ(pausedUntil(), now + std::chrono::minutes(60));

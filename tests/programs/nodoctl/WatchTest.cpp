@@ -30,8 +30,9 @@ class WatchTest : public ToolFixture {
    public:
     explicit ScriptedSignals(WatchTest& test) : test_(test) {}
 
-    std::optional<CaughtSignal> next(Seconds limit) override {
+    std::optional<CaughtSignal> next(Seconds limit, pollfd& other) override {
       test_.waits.push_back(limit.count());
+      other.revents = test_.came;
       if (test_.events.empty()) {
         return CaughtSignal{.number = SIGINT, .sender = std::nullopt};
       }
@@ -85,6 +86,7 @@ class WatchTest : public ToolFixture {
   std::shared_ptr<FakeTerminal> screen = std::make_shared<FakeTerminal>();
   std::deque<Event> events;
   std::vector<double> waits;
+  short came = 0;  // from the terminal, each time
 };
 
 TEST_F(WatchTest, InAPipeThereIsALineForEachChange) {
@@ -178,9 +180,30 @@ TEST_F(WatchTest, AFrameFitsTheTerminalWhateverItsSize) {
             "a bar an hour\x1b[K\r\n"
             "Setup: install hooks: nodoctl hooks\x1b[K\r\n"
             "install\x1b[K\r\n"
-            "Ctrl-C ends.\x1b[K\x1b[J");
+            "q or Ctrl-C ends.\x1b[K\x1b[J");
   EXPECT_EQ(screen->writes[2],
             "\x1b[H▲ nodo: Not\x1b[K\r\nkept awake:\x1b[K\r\nno timer\x1b[K\x1b[J");
+}
+
+TEST_F(WatchTest, AKeyEndsItAndOthersDoNot) {
+  useTerminal();
+  came = POLLIN;
+  screen->keys = "x";
+  then([this] {});
+  then([this] { screen->keys = "q"; });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(waits.size(), 2U);
+  EXPECT_EQ(screen->writes.back(), endScreen);
+}
+
+TEST_F(WatchTest, ItEndsWithItsReader) {
+  useTerminal();
+  came = POLLERR;
+  then([] {});
+  then([] {});
+  EXPECT_EQ(run({"watch", "--json"}).exitStatus, 0);
+  EXPECT_EQ(waits.size(), 1U);
 }
 
 TEST_F(WatchTest, AWindowThatChangedIsDrawnAnew) {

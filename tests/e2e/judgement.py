@@ -1,0 +1,225 @@
+#!/usr/bin/python3 -B
+"""What people are told first, what the doctor finds and how the commands end, in every plight that
+the real daemon and the real logind can be brought into.
+
+usage: judgement.py NODOD NODOCTL
+"""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import sys
+
+from daemon_world import main
+from expectations import equal, wait_until
+from laptop import FOLDER, Network, PowerSupplies
+from processes import NOBODY, as_user, environment
+
+LOCK = "sleep:idle:handle-lid-switch"
+
+
+class World:
+    """A laptop, its daemon, and a user with one agent whose hooks are in place."""
+
+    def __init__(self, daemon, logind):
+        self.daemon, self.logind = daemon, logind
+        self.network, self.supplies = Network(), PowerSupplies()
+        self.home = FOLDER / "home"
+        self.user = None  # root
+        self.held = []
+
+    def begin(self, *options):
+        """Everything is well, and nothing asks for anything."""
+        self.user = None
+        shutil.rmtree(self.home, ignore_errors=True)
+        shutil.rmtree(self.daemon.state_folder, ignore_errors=True)
+        self.home.mkdir()
+        self.supplies.on_mains()
+        self.network.connect()
+        self.daemon.start(*options)
+        self.run("hooks", "install", "claude", "--nodoctl", sys.argv[2])
+
+    def end(self):
+        for lock in self.held:
+            os.close(lock)
+        self.held.clear()
+        if self.daemon.process.poll() is None:
+            self.daemon.process.send_signal(signal.SIGCONT)
+            self.daemon.terminate()
+
+    def run(self, *arguments):
+        variables = environment(HOME=str(self.home), NODO_HOOK_LOG=f"{self.home}/hook.log",
+                                LANG="C.UTF-8", TZ="UTC0")
+        return subprocess.run([sys.argv[2], *arguments], env=variables, text=True,
+                              capture_output=True, check=False, timeout=20, **as_user(self.user))
+
+    def inhibit(self, who, what):
+        self.held.append(self.logind.manager.Inhibit(what, who, "a reason", "block").take())
+
+    def file(self, name):
+        return pathlib.Path(self.home, name)
+
+    # ---- the plights
+
+    def nothing(self):
+        pass
+
+    def timer(self):
+        self.daemon.manual(60)
+
+    def lock_lost(self):
+        """The daemon takes its lock, and logind knows nothing of it."""
+        self.timer()
+
+    def absent(self):
+        self.daemon.terminate()
+
+    def hangs(self):
+        self.daemon.process.send_signal(signal.SIGSTOP)
+
+    def hangs_with_lock(self):
+        self.timer()
+        self.hangs()
+
+    def refuses(self):
+        self.timer()
+        self.user = NOBODY
+        for path in [self.home, *self.home.rglob("*")]:
+            os.chown(path, NOBODY, NOBODY)
+
+    def low_battery(self):
+        self.timer()
+        self.supplies.on_battery(15)
+        wait_until(lambda: self.logind.locks() == [], "the lock goes")
+
+    def no_route(self):
+        self.timer()
+        self.network.unplug()
+        wait_until(lambda: self.logind.locks() == [], "the lock goes", 20)
+
+    def unreadable_state(self):
+        self.daemon.terminate()
+        (self.daemon.state_folder / "state.json").write_text("{", encoding="ascii")
+        self.daemon.start()
+
+    def hooks_missing(self):
+        self.run("hooks", "uninstall")
+        self.file(".claude").mkdir(exist_ok=True)
+
+    def hooks_outdated(self):
+        script = self.file(".nodo/nodo-agent-hook.sh")
+        script.write_text(script.read_text(encoding="utf-8") + "\n#\n", encoding="utf-8")
+
+    def hooks_untrusted(self):
+        self.run("hooks", "install", "codex", "--nodoctl", sys.argv[2])
+
+    def hooks_disabled(self):
+        settings = self.file(".claude/settings.json")
+        document = json.loads(settings.read_text(encoding="utf-8"))
+        settings.write_text(json.dumps({**document, "disableAllHooks": True}), encoding="utf-8")
+
+    def hooks_unreadable(self):
+        self.file(".claude/settings.json").write_text("{", encoding="ascii")
+
+    def paused(self):
+        self.run("pause", "30m")
+
+    def foreign_lock(self):
+        self.inhibit("nodo", LOCK)
+
+    def somebody_else(self):
+        self.inhibit("player", "sleep")
+
+
+# The exit statuses of doctor, status, menu, manual and stop, one after another.
+ROWS = [
+    # plight, the daemon's options, headline, how it begins, findings, statuses
+    ("nothing", [], "off", "Not kept awake: no timer runs", [], [0, 0, 0, 0, 0]),
+    ("timer", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [], [0, 0, 0, 0, 0]),
+    ("absent", [], "daemonMissing",
+     "NOT kept awake by this: the daemon nodod is not running on the system bus",
+     ["daemonMissing"], [1, 0, 0, 0, 0]),
+    ("hangs", [], "daemonMissing", r"NOT kept awake by this: the daemon nodod does not answer\.$",
+     ["daemonMissing"], [1, 0, 0, 0, 0]),
+    ("hangs_with_lock", [], "lockWithoutWord",
+     r"Kept awake by a lock of nodo's, but not by this: the daemon nodod does not answer\.$",
+     ["daemonMissing"], [1, 0, 0, 0, 1]),
+    ("refuses", [], "keptAwake", "Kept awake until ", ["daemonRefuses"], [1, 0, 0, 0, 1]),
+    ("low_battery", [], "sleepAllowed",
+     r"The timer runs, but sleep is allowed: battery at 15 % \(limit 20 %\)\. It runs until ",
+     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    ("low_battery", ["--minimum-battery", "35"], "sleepAllowed",
+     r"The timer runs, but sleep is allowed: battery at 15 % \(limit 35 %\)\. ",
+     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    ("no_route", ["--no-route-grace", "1"], "sleepAllowed",
+     r"The timer runs, but sleep is allowed: no network since \d\d:\d\d \(limit 1 s\)\. ",
+     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    ("lock_lost", [], "lockMissing",
+     "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
+    ("unreadable_state", [], "daemonMissing",
+     "NOT kept awake by this: the daemon nodod failed: the state file ", ["daemonMissing"],
+     [1, 0, 0, 0, 0]),
+    ("hooks_missing", [], "off",
+     "Not kept awake: no timer runs. No agent is set up yet: nodoctl hooks install$",
+     ["noAgentSetUp"], [1, 0, 0, 0, 0]),
+    ("hooks_outdated", [], "off", "Not kept awake", ["hooksOutdated"], [0, 0, 0, 0, 0]),
+    ("hooks_untrusted", [], "off", "Not kept awake", ["hooksNotTrusted"], [1, 0, 0, 0, 0]),
+    ("hooks_disabled", [], "off", "Not kept awake", ["hooksSwitchedOff"], [1, 0, 0, 0, 0]),
+    ("hooks_unreadable", [], "off", "Not kept awake", ["hooksUnreadable"], [1, 0, 0, 0, 0]),
+    ("paused", [], "off", r"Not kept awake: the timer was stopped\.$", ["hooksPaused"],
+     [0, 0, 0, 0, 0]),
+    ("foreign_lock", [], "lockLeft",
+     r"Still kept awake: the sleep lock is on, although nothing asks for it\.$", ["lockLeft"],
+     [1, 0, 0, 0, 1]),
+    ("somebody_else", [], "off", "Not kept awake", ["othersHoldAwake"], [0, 0, 0, 0, 0]),
+]
+LIMIT = ["--helper-timeout", "0.5"]  # within which a healthy daemon answers
+
+
+def first_line(text):
+    return text.partition("\n")[0]
+
+
+def judge(world, row):
+    plight, options, headline, text, findings, statuses = row
+    name = " ".join([plight, *options])
+    world.daemon.power = "simulated" if plight == "lock_lost" else "logind"
+    world.begin(*options)
+    getattr(world, plight)()
+    limit = LIMIT if "hangs" in plight else ["--helper-timeout", "20"]
+
+    report = json.loads(world.run("doctor", "--json", *limit).stdout)
+    equal(report["headline"]["kind"], headline, f"the headline, {name} ({report['headline']})")
+    equal([each["kind"] for each in report["findings"]], findings, f"the findings, {name}")
+
+    doctor, status, menu = (world.run(command, *limit) for command in ["doctor", "status", "menu"])
+    shown = {"the doctor's end": doctor.stdout.splitlines()[-1],
+             "the menu's head": re.sub("^. nodo: ", "", first_line(menu.stdout))}
+    if "hooks" not in plight:  # of which the status knows nothing
+        shown["the status's head"] = first_line(status.stdout)
+    for where, line in shown.items():
+        equal(bool(re.match(text, line)), True, f"{where}, {name} ({line!r})")
+    outcomes = [doctor, status, menu]
+    for command in [["manual", "--minutes", "60"], ["stop"]]:
+        done = world.run(*command, *limit)
+        outcomes.append(done)
+        said = first_line(done.stdout)
+        if "kept awake" in said.lower():
+            equal(said.startswith(("Kept awake", "Still kept awake")), world.logind.locks() != [],
+                  f"what {command} says of the lock, {name} ({said})")
+    equal([each.returncode for each in outcomes], statuses,
+          f"the exit statuses, {name} ({[each.stdout + each.stderr for each in outcomes[3:]]})")
+    world.end()
+
+
+def test(daemon, logind):
+    world = World(daemon, logind)
+    for row in ROWS:
+        judge(world, row)
+
+
+main(test)
