@@ -24,7 +24,8 @@ class HelpTest : public ::testing::Test {
  protected:
   HelpTest() {
     command.set_help_flag("-h,--help", "Show this help and exit");
-    command.add_option("--minutes", minutes, "How long the computer is to be kept awake from now on")
+    command
+        .add_option("--minutes", minutes, "How long the computer is to be kept awake from now on")
         ->type_name("N")
         ->required();
     command.add_option("file", file, "What to read")->type_name("FILE");
