@@ -77,7 +77,8 @@ class Lease {
       StateAccess state(command_.daemon, context_, [this](const std::string& reason) {
         if (taken_.count(DoctorStatusSource::helper) > 0) {
           context_.console().complain("the daemon cannot be asked (" + reason +
-                                      "), so its timer may run on; 'nodoctl stop' ends it");
+                                      "), so its timer may run on; 'nodoctl stop' ends it "
+                                      "once the daemon answers again");
         }
       });
       const SourcedStatus present = state.status();

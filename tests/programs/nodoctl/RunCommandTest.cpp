@@ -338,7 +338,7 @@ TEST_F(RunCommandTest, ADaemonThatIsGoneInTheEndIsNamedWithTheWayOut) {
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.error,
             "nodoctl: the daemon cannot be asked (nobody there), so its timer may run on; 'nodoctl "
-            "stop' ends it\n");
+            "stop' ends it once the daemon answers again\n");
 }
 
 TEST_F(RunCommandTest, AProcessThatRunsAlreadyIsWaitedFor) {
