@@ -2,6 +2,8 @@
 #include <NODOCore/diagnostics/Findings.h>
 #include <testing/EnvironmentVariable.h>
 
+#include <array>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -312,6 +314,73 @@ TEST(FindingsTest, NothingIsLeftOfWhatTheHookScriptSearchesFor) {
   }
   EXPECT_THAT(shown, HasSubstr("/a/Status source\\u{3a} local fallback/"));
   EXPECT_EQ(unlikeReport("Status: inactive"), "Status: inactive");
+}
+
+// Facts whose foreign texts are made of what the hook script searches for.
+class HostileFacts {
+ public:
+  FindingFacts next() {
+    FindingFacts facts{.now = now_, .restartCommand = text()};
+    KeepAwakeFacts& lock = facts.keepAwake.emplace();
+    lock.report.generatedAt = now_;
+    lock.report.state = NODOState::fresh(now_ + std::chrono::minutes(number(120)));
+    lock.report.state.ownsSleepDisable = maybe();
+    lock.report.decision.shouldPreventSleep = maybe();
+    lock.report.decision.safetyBlocks.assign(static_cast<std::size_t>(number(3)), text());
+    if (maybe()) {
+      lock.report.state.manualUntil = now_ + std::chrono::minutes(5);
+      lock.report.manualRemainingSeconds = 300;
+    }
+    lock.lockIsOn = maybe() ? std::nullopt : std::optional(maybe());
+    lock.daemonFailure = maybe() ? std::nullopt : std::optional(text());
+    facts.daemonRefusal = text();
+    facts.otherHolders.assign(static_cast<std::size_t>(number(5)),
+                              {.pid = 1, .processName = text()});
+    facts.unreadableHooks = {{.target = AgentHookTarget::pi, .path = text(), .error = text()}};
+    for (const HookObstacleKind kind :
+         {HookObstacleKind::scriptMissing, HookObstacleKind::toolMissing,
+          HookObstacleKind::switchedOff, HookObstacleKind::notTrusted,
+          HookObstacleKind::configuredElsewhere}) {
+      facts.hookObstacles.push_back({kind, AgentHookTarget::codex, text()});
+    }
+    return facts;
+  }
+
+ private:
+  int number(int below) { return std::uniform_int_distribution<int>(0, below - 1)(random_); }
+
+  bool maybe() { return number(2) == 0; }
+
+  std::string text() {
+    constexpr std::array pieces{"Status",        "Status source",    ": ",   "local fallback",
+                                "Status: ",      "active",           "\n",   "macOS SleepDisabled",
+                                "Status source", ": local fallback", ": on", "macOS "};
+    std::string made;
+    for (int count = number(8); count > 0; --count) {
+      made += pieces[static_cast<std::size_t>(number(static_cast<int>(pieces.size())))];
+    }
+    return made;
+  }
+
+  Date now_ = dateFromSeconds(1769847300);
+  std::mt19937 random_{14};
+};
+
+TEST(FindingsTest, NoLineBelowTheReportCanBeTakenForTheReports) {
+  HostileFacts hostile;
+  int wouldHaveBeen = 0;
+  for (int round = 0; round < 5000; ++round) {
+    const FindingFacts facts = hostile.next();
+    const std::string below =
+        findingsText(findings(facts)) + headline(facts.keepAwake.value()).text + "\n";
+    const std::string shown = unlikeReport(below);
+    for (const char* searched :
+         {"Status source: local fallback", "Status: active", "macOS SleepDisabled: on"}) {
+      wouldHaveBeen += below.find(searched) == std::string::npos ? 0 : 1;
+      ASSERT_EQ(shown.find(searched), std::string::npos) << shown;
+    }
+  }
+  EXPECT_GT(wouldHaveBeen, 1000) << "these facts are not hostile enough";
 }
 
 TEST(FindingsTest, AFindingIsTheSameAfterAWayThroughJSON) {

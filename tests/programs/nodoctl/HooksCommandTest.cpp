@@ -320,13 +320,15 @@ TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {
                    "nodoctl: there is no agent \"Pi\"; did you mean \"pi\"?\n");
     expectWrongUse({"hooks", command, "cluade"},
                    "nodoctl: there is no agent \"cluade\"; did you mean \"claude\"?\n");
-    expectWrongUse({"hooks", command, "vim"}, "nodoctl: there is no agent \"vim\"; there are claude, codex, grok, pi\n");
+    expectWrongUse({"hooks", command, "vim"},
+                   "nodoctl: there is no agent \"vim\"; there are claude, codex, grok, pi\n");
     expectWrongUse({"hooks", command, "--jsno"},
                    "nodoctl: there is no option \"--jsno\"; did you mean \"--json\"?\n");
     expectWrongUse({"hooks", command, "--hmoe=/root"},
                    "nodoctl: there is no option \"--hmoe\"; did you mean \"--home\"?\n");
     expectWrongUse({"hooks", command, ""}, "nodoctl: there is no agent \"\"; there are ");
-    expectWrongUse({"hooks", command, "status"}, "nodoctl: there is no agent \"status\"; there are ");
+    expectWrongUse({"hooks", command, "status"},
+                   "nodoctl: there is no agent \"status\"; there are ");
     expectWrongUse({"hooks", command, "--simulate"}, "--simulate");
     expectWrongUse({"hooks", command, "--home"}, "--home");
   }
