@@ -78,7 +78,7 @@ std::string spanText(Seconds span) {
 
 std::string toDoWith(const SilentAgent& silent) {
   return fmt::format(
-      "If it has worked meanwhile, start it anew: it reads its hooks at its start{}.",
+      "If it has worked meanwhile, restart it: agents read their hooks when they start{}.",
       agentOf(silent.kind).hasFeatureSwitch ? "; /hooks shows them" : "");
 }
 
@@ -242,7 +242,7 @@ class Finder {
       add(FindingKind::hooksUnreadable, FindingSeverity::warning,
           fmt::format("It is not known whether {} runs hooks: {}.", displayName(target.target),
                       target.error.value_or("")),
-          "Correct that file, or let yourself read it; then 'nodoctl hooks inspect' tells.");
+          "Repair that file, or make it readable for you; then 'nodoctl hooks inspect' tells.");
     }
     for (const HookObstacle& obstacle : facts_.hookObstacles) {
       const auto [what, toDo] = wordsFor(obstacle);

@@ -20,7 +20,7 @@ class LogindSense {
   template <class Question>
   auto ask(const Question& question) {
     if (BusClock::now() < silentUntil_) {
-      throw BusTimeout("it has just not answered");
+      throw BusTimeout("it did not answer a moment ago");
     }
     try {
       return question(logind_);

@@ -121,12 +121,13 @@ TEST(FindingsTest, ASilentAgentIsToldWithoutBlame) {
   FindingFacts facts = factsWithoutFindings();
   facts.silentAgents = {{AgentKind::claudeCode, 412, std::chrono::minutes(45)},
                         {AgentKind::codex, 7, std::chrono::minutes(150)}};
-  EXPECT_EQ(findingsText(findings(facts)),
-            "Note: Claude Code (pid 412) has run for 45 minutes and asked for nothing.\n"
-            "  If it has worked meanwhile, start it anew: it reads its hooks at its start.\n"
-            "Note: Codex (pid 7) has run for 2 hours and asked for nothing.\n"
-            "  If it has worked meanwhile, start it anew: it reads its hooks at its start; /hooks "
-            "shows them.\n");
+  EXPECT_EQ(
+      findingsText(findings(facts)),
+      "Note: Claude Code (pid 412) has run for 45 minutes and asked for nothing.\n"
+      "  If it has worked meanwhile, restart it: agents read their hooks when they start.\n"
+      "Note: Codex (pid 7) has run for 2 hours and asked for nothing.\n"
+      "  If it has worked meanwhile, restart it: agents read their hooks when they start; /hooks "
+      "shows them.\n");
 }
 
 // ---- what the facts lead to

@@ -87,7 +87,7 @@ std::string stepsAfterInstalling(const AgentHookChanges& changes) {
       steps += fmt::format("  {}: {}\n", agent.displayName, agent.stepAfterInstalling);
     }
   }
-  return (steps.empty() ? "" : "What you have to do or to know:\n" + steps) +
+  return (steps.empty() ? "" : "What is left to do:\n" + steps) +
          "Restart agents that are running.\n";
 }
 

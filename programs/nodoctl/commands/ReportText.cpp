@@ -156,7 +156,7 @@ std::string reportText(const DaemonRunReport& report) {
     text += fmt::format("Operation:  {}\n", operationText(operation));
   }
   if (report.operations.empty()) {
-    text += "Operation:  none due\n";
+    text += "Operation:  nothing to do\n";
   }
   text += fmt::format("State:      {}\n", report.stateChanged ? "changed" : "unchanged");
   return text + reportText(report.status);
@@ -172,7 +172,7 @@ std::string reportText(const SleepDiagnosticsReport& report) {
   }
   text += blockersText(report, SleepBlockerScope::systemSleep, "Blocks sleep");
   text += blockersText(report, SleepBlockerScope::displaySleep, "Blocks the display's sleep");
-  text += blockersText(report, SleepBlockerScope::other, "Holds something else");
+  text += blockersText(report, SleepBlockerScope::other, "Blocks something else than sleep");
   return text;
 }
 

@@ -44,18 +44,21 @@ struct JudgedStatus {
 JudgedStatus judge(SourcedStatus status, const StateAccess& state, const ToolContext& context) {
   JudgedStatus judged;
   std::optional<bool> lockIsOn;
+  std::optional<std::string> whyUnknown;
   try {
     SleepDiagnosticsReading reading = context.machine.sleepDiagnostics(context.now());
     lockIsOn = reading.report.sleepDisabled;
-    if (reading.hint) {
-      judged.hints.push_back(*std::move(reading.hint));
-    }
+    whyUnknown = std::move(reading.hint);
   } catch (const std::exception& error) {
-    judged.hints.push_back(std::string("whether the sleep lock is on cannot be seen: ") +
-                           error.what());
+    whyUnknown = std::string("whether the sleep lock is on cannot be seen: ") + error.what();
   }
   judged.headline = headline(state.keepAwakeFacts(status, lockIsOn));
   judged.status = std::move(status);
+  const bool makesADifference =
+      judged.isLocal() || judged.headline.kind == HeadlineKind::unconfirmed;
+  if (whyUnknown && makesADifference) {
+    judged.hints.push_back(*std::move(whyUnknown));
+  }
   return judged;
 }
 
@@ -84,7 +87,8 @@ Answer letSleep(const JudgedStatus& judged, std::string output) {
 std::filesystem::path ownHome(const ToolContext& context) {
   const auto home = homeFolder(context.environment);
   if (!home) {
-    throw std::runtime_error("HOME is not set, so nobody knows whose hooks are meant");
+    throw std::runtime_error(
+        "HOME is not set, so that it is not known whose hooks are meant; set it");
   }
   return *home;
 }
@@ -153,7 +157,7 @@ Answer perform(const PauseCommand& command, const ToolContext& context) {
 
 Answer perform(const ResumeCommand& /*command*/, const ToolContext& context) {
   resumeHooks(ownHome(context));
-  return {.output = "Your agents' hooks ask again from their next event on.\n"};
+  return {.output = "Your agents' hooks are active again.\n"};
 }
 
 Answer perform(const RepairCommand& command, const ToolContext& context) {

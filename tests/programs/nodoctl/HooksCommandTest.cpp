@@ -72,7 +72,7 @@ TEST_F(HooksCommandTest, AnInstallationIsShownWithWhatIsLeftToDo) {
           "Codex:       installed; Codex hooks feature enabled (" + base + "/.codex/hooks.json)\n" +
           "Grok Build:  installed (" + base + "/.grok/hooks/nodo.json)\n" +
           "Pi:          installed (" + base + "/.pi/agent/extensions/nodo.ts)\n" +
-          "What you have to do or to know:\n"
+          "What is left to do:\n"
           "  Claude Code: it runs hooks only in folders that you trust: accept when it asks.\n"
           "  Codex: it asks to review new hooks in its own screen, and runs them only after that.\n"
           "  Grok Build: it also runs Claude Code's hooks, so its work may be shown under that "
@@ -87,7 +87,7 @@ TEST_F(HooksCommandTest, OnlyWhatThisRunLeavesToDoIsSaid) {
   EXPECT_EQ(run({"hooks", "install", "pi"}).output, "Pi:          installed" + extension + restart);
   EXPECT_EQ(run({"hooks", "install", "pi"}).output, "Pi:          already installed" + extension);
   const std::string both = run({"hooks", "install", "pi", "codex"}).output;
-  EXPECT_THAT(both, HasSubstr("What you have to do or to know:\n  Codex: it asks to review"));
+  EXPECT_THAT(both, HasSubstr("What is left to do:\n  Codex: it asks to review"));
   EXPECT_THAT(both, HasSubstr(restart));
   EXPECT_THAT(run({"hooks", "install", "pi", "codex", "--nodoctl", "/bin/sh"}).output,
               ::testing::AllOf(HasSubstr("shared hook script updated"), Not(HasSubstr("review")),
@@ -332,7 +332,7 @@ TEST_F(HooksCommandTest, AWrongTargetIsAWrongUse) {
     expectWrongUse({"hooks", command, "--simulate"}, "--simulate");
     expectWrongUse({"hooks", command, "--home"}, "--home");
   }
-  expectWrongUse({"hooks"}, "required");
+  expectWrongUse({"hooks"}, "No command given");
   expectWrongUse({"hooks", "instal"}, "instal");
   expectWrongUse({"hooks", "install", "\x1b[2J"}, "\\u{1b}[2J");
 }

@@ -288,7 +288,7 @@ TEST_F(StateCommandsTest, ARealPassIsTheDaemonsAlone) {
   helper->run.stateChanged = true;
   const Outcome outcome = run({"reconcile"});
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_TRUE(outcome.output.starts_with("Operation:  none due\nState:      changed\n"));
+  EXPECT_TRUE(outcome.output.starts_with("Operation:  nothing to do\nState:      changed\n"));
   EXPECT_EQ(*runJSON({"reconcile", "--json"}).member("stateChanged")->boolean(), true);
   helper->answer("reconcile", silence());
   const Outcome hung = run({"reconcile", "--helper-timeout", "0.05"});
@@ -407,7 +407,7 @@ TEST_F(PauseTest, AResumptionEndsIt) {
   run({"pause"});
   const Outcome outcome = run({"resume"});
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_EQ(outcome.output, "Your agents' hooks ask again from their next event on.\n");
+  EXPECT_EQ(outcome.output, "Your agents' hooks are active again.\n");
   EXPECT_EQ(pausedUntil(), std::nullopt);
   EXPECT_EQ(run({"status"}).error, "");
 }
@@ -418,7 +418,8 @@ TEST_F(PauseTest, WithoutAHomeNobodyKnowsWhoseHooksAreMeant) {
   for (const char* command : {"pause", "resume"}) {
     const Outcome outcome = run({command});
     EXPECT_EQ(outcome.exitStatus, 1);
-    EXPECT_EQ(outcome.error, "nodoctl: HOME is not set, so nobody knows whose hooks are meant\n");
+    EXPECT_EQ(outcome.error,
+              "nodoctl: HOME is not set, so that it is not known whose hooks are meant; set it\n");
   }
   EXPECT_EQ(helper->requests(), std::vector<std::string>());
 }

@@ -182,7 +182,7 @@ TEST_F(ToolTest, DiagnosticsListWhatBlocksSleep) {
             "Setting:    sleep 1\n"
             "Blocks sleep:\n"
             "  pid 412 player: PreventUserIdleSystemSleep \"Playing\\u{1b}[1m\" for 00:05:10\n"
-            "Holds something else:\n"
+            "Blocks something else than sleep:\n"
             "  pid 9 manager: shutdown \"update\"\n");
   EXPECT_EQ(runJSON({"diagnostics", "--json"}).member("blockers")->array()->size(), 2U);
 }

@@ -347,6 +347,45 @@ TEST_F(DaemonStandingTest, ADaemonOrABusThatHangsIsGivenUpInTime) {
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
 }
 
+// ---- the daemon's limits
+
+class DaemonLimitsTest : public BusHelperConnectionTest {
+ protected:
+  std::optional<SafetyPolicy> limits(double limit = patience) const {
+    return daemonLimits(bus->address(), Seconds(limit));
+  }
+};
+
+TEST_F(DaemonLimitsTest, AreWhatTheDaemonSays) {
+  const SafetyPolicy policy{.minimumBatteryPercent = 35,
+                            .maxManualDurationMinutes = 90,
+                            .lidOpenGraceSeconds = 1,
+                            .noRouteGraceSeconds = 2};
+  const ScriptedDaemon daemon(bus->address(),
+                              ScriptedDaemon::text(encodeJSON(policy, JSONLayout::compact)));
+  EXPECT_EQ(limits(), policy);
+  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Limits()"});
+}
+
+TEST_F(DaemonLimitsTest, AreUnknownWhereNobodySaysSo) {
+  EXPECT_EQ(limits(), std::nullopt) << "without a daemon";
+  for (const ScriptedDaemon::Answer& answer :
+       {ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Limits"),
+        ScriptedDaemon::number(), ScriptedDaemon::text("{}"), ScriptedDaemon::text("no JSON"),
+        ScriptedDaemon::death()}) {
+    const ScriptedDaemon daemon(bus->address(), answer);
+    EXPECT_EQ(limits(), std::nullopt);
+  }
+  EXPECT_EQ(daemonLimits("no:address", Seconds(patience)), std::nullopt);
+}
+
+TEST_F(DaemonLimitsTest, OfADaemonThatHangsAreNotWaitedForLong) {
+  const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::silence());
+  const auto begin = Clock::now();
+  EXPECT_EQ(limits(impatience), std::nullopt);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+}
+
 TEST_F(BusHelperConnectionTest, WithoutASystemBusItIsTheSessionBus) {
   const test::TemporaryFolder folder;
   const std::string nothing = "unix:path=" + (folder / "nothing").string();
