@@ -71,8 +71,8 @@ class World:
     def timer(self):
         self.daemon.manual(60)
 
-    def lock_lost(self):
-        """The daemon takes its lock, and logind knows nothing of it."""
+    def simulated_lock(self):
+        """A daemon that only plays at taking one."""
         self.timer()
 
     def absent(self):
@@ -158,7 +158,7 @@ ROWS = [
     ("no_route", ["--no-route-grace", "1"], "sleepAllowed",
      r"The timer runs, but sleep is allowed: no network since \d\d:\d\d \(limit 1 s\)\. ",
      ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
-    ("lock_lost", [], "lockMissing",
+    ("simulated_lock", [], "lockMissing",
      "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
     ("unreadable_state", [], "daemonMissing",
      "NOT kept awake by this: the daemon nodod failed: the state file ", ["daemonMissing"],
@@ -187,7 +187,7 @@ def first_line(text):
 def judge(world, row):
     plight, options, headline, text, findings, statuses = row
     name = " ".join([plight, *options])
-    world.daemon.power = "simulated" if plight == "lock_lost" else "logind"
+    world.daemon.power = "simulated" if plight == "simulated_lock" else "logind"
     world.begin(*options)
     getattr(world, plight)()
     limit = LIMIT if "hangs" in plight else ["--helper-timeout", "20"]

@@ -222,9 +222,10 @@ def a_state_that_cannot_be_read_is_the_reason(world):
 def minutes_that_the_daemon_refuses_are_refused(world):
     world.start_daemon()
     done = world.run("manual", "--minutes", "721")
-    equal((done.returncode, done.stdout), (1, ""), "the outcome")
-    reason = "\nnodoctl: Invalid duration: minutes must be <= 720\n"
-    check(done.stderr.endswith(reason), done.stderr)
+    equal((done.returncode, done.stdout), (2, ""), "the outcome")
+    check(done.stderr.startswith("nodoctl: 721 minutes are too many, at most 720 (12 h)\n"),
+          done.stderr)
+    check(not os.path.exists(f"{world.folder}/.nodo/state.json"), "nothing local happens")
 
 
 def a_timer_through_the_daemon_ends_a_fallback(world):

@@ -113,7 +113,7 @@ def without_utf8_it_is_ascii(world):
 
 def a_frame_replaces_the_one_before(world):
     world.start_daemon()
-    terminal = watch(world)
+    terminal = watch(world, columns=140)
     for minutes in range(5, 65, 10):
         terminal.output = b""
         world.run("manual", "--minutes", str(minutes))
