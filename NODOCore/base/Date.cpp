@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -51,6 +52,17 @@ std::optional<std::chrono::seconds> startOfDay(int year, int month, int day) {
     return std::nullopt;
   }
   return std::chrono::sys_days(dayOfCycle).time_since_epoch() + cycles * cycle;
+}
+
+// With zeros in front up to `width` digits.
+void appendDigits(std::string& text, std::int64_t value, std::size_t width) {
+  std::int64_t unit = 1;
+  for (std::size_t digits = 1; digits < width || value / unit >= 10; ++digits) {
+    unit *= 10;
+  }
+  for (; unit > 0; unit /= 10) {
+    text += static_cast<char>('0' + value / unit % 10);
+  }
 }
 
 // Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
@@ -141,9 +153,20 @@ std::string iso8601Text(Date date) {
   const Seconds since2001 = date.time_since_epoch() - Seconds(secondsTo2001);
   const auto [year, day, time] =
       civilTime(std::chrono::seconds(wholeSeconds(since2001) + secondsTo2001));
-  return fmt::format("{}{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", year < 0 ? "-" : "", std::abs(year),
-                     static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
-                     time.hours().count(), time.minutes().count(), time.seconds().count());
+  // Digit by digit: a state holds more than a thousand dates, and a formatting library took most of
+  // the time that writing it takes.
+  std::string text(year < 0 ? "-" : "");
+  appendDigits(text, std::abs(year), 4);
+  for (const auto& [mark, value] :
+       {std::pair('-', static_cast<std::int64_t>(static_cast<unsigned>(day.month()))),
+        std::pair('-', static_cast<std::int64_t>(static_cast<unsigned>(day.day()))),
+        std::pair('T', std::int64_t{time.hours().count()}),
+        std::pair(':', std::int64_t{time.minutes().count()}),
+        std::pair(':', std::int64_t{time.seconds().count()})}) {
+    text += mark;
+    appendDigits(text, value, 2);
+  }
+  return text + "Z";
 }
 
 std::optional<Date> dateFromISO8601(std::string_view text) {
