@@ -2,9 +2,9 @@
 #include <NODOCore/base/Errors.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
-#include <utility>
 
 #include <fmt/format.h>
 
@@ -52,17 +52,6 @@ std::optional<std::chrono::seconds> startOfDay(int year, int month, int day) {
     return std::nullopt;
   }
   return std::chrono::sys_days(dayOfCycle).time_since_epoch() + cycles * cycle;
-}
-
-// With zeros in front up to `width` digits.
-void appendDigits(std::string& text, std::int64_t value, std::size_t width) {
-  std::int64_t unit = 1;
-  for (std::size_t digits = 1; digits < width || value / unit >= 10; ++digits) {
-    unit *= 10;
-  }
-  for (; unit > 0; unit /= 10) {
-    text += static_cast<char>('0' + value / unit % 10);
-  }
 }
 
 // Reads the fixed-width fields of a date. A stream parser would also take signs, blanks and single
@@ -155,18 +144,22 @@ std::string iso8601Text(Date date) {
       civilTime(std::chrono::seconds(wholeSeconds(since2001) + secondsTo2001));
   // Digit by digit: a state holds more than a thousand dates, and a formatting library took most of
   // the time that writing it takes.
+  std::array<char, 16> rest{'-', '0', '0', '-', '0', '0', 'T', '0',
+                            '0', ':', '0', '0', ':', '0', '0', 'Z'};
+  const auto put = [&rest](std::size_t place, unsigned value) {
+    rest[place] = static_cast<char>('0' + value / 10);
+    rest[place + 1] = static_cast<char>('0' + value % 10);
+  };
+  put(1, static_cast<unsigned>(day.month()));
+  put(4, static_cast<unsigned>(day.day()));
+  put(7, static_cast<unsigned>(time.hours().count()));
+  put(10, static_cast<unsigned>(time.minutes().count()));
+  put(13, static_cast<unsigned>(time.seconds().count()));
+  const std::string digits = std::to_string(std::abs(year));
   std::string text(year < 0 ? "-" : "");
-  appendDigits(text, std::abs(year), 4);
-  for (const auto& [mark, value] :
-       {std::pair('-', static_cast<std::int64_t>(static_cast<unsigned>(day.month()))),
-        std::pair('-', static_cast<std::int64_t>(static_cast<unsigned>(day.day()))),
-        std::pair('T', std::int64_t{time.hours().count()}),
-        std::pair(':', std::int64_t{time.minutes().count()}),
-        std::pair(':', std::int64_t{time.seconds().count()})}) {
-    text += mark;
-    appendDigits(text, value, 2);
-  }
-  return text + "Z";
+  text.append(digits.size() < 4 ? 4 - digits.size() : 0, '0');
+  text += digits;
+  return text.append(rest.begin(), rest.end());
 }
 
 std::optional<Date> dateFromISO8601(std::string_view text) {
@@ -192,7 +185,7 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   }
   const auto instant = *midnight + std::chrono::hours(hour) + std::chrono::minutes(minute) +
                        std::chrono::seconds(second) - *offset;
-  if (std::abs(civilTime(instant).year) > largestYear) {
+  if (offset->count() != 0 && std::abs(civilTime(instant).year) > largestYear) {
     return std::nullopt;  // the offset led out of the years that can be read
   }
   return Date(instant);

@@ -1,6 +1,7 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace nodo {
@@ -58,7 +59,8 @@ void decode(const JSONReader& from, bool& value) {
 }
 
 void decode(const JSONReader& from, std::int64_t& value) {
-  const auto whole = from.is(Kind::number) ? wholeNumber({std::string(from.node().text())}) : std::nullopt;
+  const auto whole =
+      from.is(Kind::number) ? wholeNumber({std::string(from.node().text())}) : std::nullopt;
   if (!whole) {
     from.fail("a whole number of at most 64 bits");
   }
@@ -90,6 +92,27 @@ void decode(const JSONReader& from, Date& value) {
   value = *date;
 }
 
+void ObjectEncoder::add(const Field& field) {
+  if (count_ == fields_.size()) {
+    programmingFault("a record has too many fields");
+  }
+  fields_[count_++] = field;
+}
+
+void ObjectEncoder::finish() {
+  const auto end = fields_.begin() + static_cast<std::ptrdiff_t>(count_);
+  if (to_->isSorted()) {
+    std::sort(fields_.begin(), end,
+              [](const Field& left, const Field& right) { return left.key < right.key; });
+  }
+  to_->beginObject();
+  for (auto field = fields_.begin(); field != end; ++field) {
+    to_->name(field->key);
+    field->write(*to_, field->value);
+  }
+  to_->endObject();
+}
+
 ObjectDecoder::ObjectDecoder(const JSONReader& from) : from_(&from) {
   if (!from.is(Kind::object)) {
     from.fail("an object");
@@ -99,8 +122,7 @@ ObjectDecoder::ObjectDecoder(const JSONReader& from) : from_(&from) {
 const JSONNode* ObjectDecoder::member(std::string_view key) const {
   const JSONNode& object = from_->node();
   const JSONNode* found = nullptr;  // of a name that occurs twice the last one counts
-  for (const JSONNode* name = object.inside(); name != object.next();
-       name = name->next()->next()) {
+  for (const JSONNode* name = object.inside(); name != object.next(); name = name->next()->next()) {
     if (name->text() == key) {
       found = name->next();
     }

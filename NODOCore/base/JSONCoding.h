@@ -4,6 +4,7 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/TextEnum.h>
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -26,9 +27,9 @@
 ///       fields.optional("note", bucket.note);
 ///     }
 ///
-/// Its header declares `void encode(JSONWriter&, const Record&)` and `void decode(const JSONReader&,
-/// Record&)`. A record that derives what is missing from what is there overloads `deriveMissing`
-/// before that.
+/// Its header declares `void encode(JSONWriter&, const Record&)` and `void decode(const
+/// JSONReader&, Record&)`. A record that derives what is missing from what is there overloads
+/// `deriveMissing` before that.
 ///
 /// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole
 /// number, 1.5 and true are not) and forgiving in unknown keys. It replaces whatever the record
@@ -93,8 +94,8 @@ void encode(JSONWriter& to, Enum value) {
 
 template <TextEnum Enum>
 void decode(const JSONReader& from, Enum& value) {
-  const auto known = from.is(JSONNode::Kind::text) ? fromRawValue<Enum>(from.node().text())
-                                                   : std::nullopt;
+  const auto known =
+      from.is(JSONNode::Kind::text) ? fromRawValue<Enum>(from.node().text()) : std::nullopt;
   if (!known) {
     std::string expected = "one of";
     for (const auto& entry : EnumTexts<Enum>::cases) {
@@ -149,7 +150,7 @@ void decode(const JSONReader& from, std::map<std::string, Element>& map) {
   }
 }
 
-/// Writes a record's fields by their description.
+/// Writes a record's object by the description of its fields.
 class ObjectEncoder {
  public:
   explicit ObjectEncoder(JSONWriter& to) : to_(&to) {}
@@ -157,8 +158,8 @@ class ObjectEncoder {
   /// A field that is always written and must be there when read.
   template <class Value>
   void required(std::string_view key, const Value& value) {
-    to_->name(key);
-    encode(*to_, value);
+    add({key, &value,
+         [](JSONWriter& to, const void* of) { encode(to, *static_cast<const Value*>(of)); }});
   }
 
   /// A field that is always written and keeps its default when it is missing or null on reading.
@@ -175,8 +176,24 @@ class ObjectEncoder {
     }
   }
 
+  /// Writes all of them, as their order is known now.
+  void finish();
+
  private:
+  struct Field {
+    std::string_view key;
+    const void* value;
+    void (*write)(JSONWriter& to, const void* value);
+  };
+
+  // No record comes near it, and a record is written without an allocation of its own.
+  static constexpr std::size_t mostFields = 32;
+
+  void add(const Field& field);
+
   JSONWriter* to_;
+  std::array<Field, mostFields> fields_;  // the first `count_` of them
+  std::size_t count_ = 0;
 };
 
 /// Fills a record from an object by the description of its fields.
@@ -232,9 +249,8 @@ void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
   static void describe(Fields& fields, Self& record);      \
   void encode(JSONWriter& to, const Record& value) {       \
     ObjectEncoder encoder(to);                             \
-    to.beginObject();                                      \
     describe(encoder, value);                              \
-    to.endObject();                                        \
+    encoder.finish();                                      \
   }                                                        \
   void decode(const JSONReader& from, Record& value) {     \
     value = Record();                                      \

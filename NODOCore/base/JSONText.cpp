@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <tuple>
 #include <utility>
 
 #include <fmt/format.h>
@@ -77,8 +76,8 @@ bool isTooLarge(std::string_view number) {
   return std::isinf(std::strtod((digits + "e" + std::to_string(exponent)).c_str(), nullptr));
 }
 
-// Sets the exponents of the numbers in `text`, which begins outside of a string, to zero. The parser
-// refuses large ones even behind a zero, which they leave as it is.
+// Sets the exponents of the numbers in `text`, which begins outside of a string, to zero. The
+// parser refuses large ones even behind a zero, which they leave as it is.
 void eraseExponents(std::string& text, std::size_t begin) {
   bool isString = false;
   for (std::size_t at = begin; at < text.size(); ++at) {
@@ -172,8 +171,8 @@ class NodeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NodeB
   std::vector<std::size_t> open_;
 };
 
-// Appends the values of the document that begins there to `nodes`; their texts are in `buffer`, which
-// holds a copy of `original`.
+// Appends the values of the document that begins there to `nodes`; their texts are in `buffer`,
+// which holds a copy of `original`.
 rapidjson::ParseResult parse(std::string_view original, std::size_t begin, std::string& buffer,
                              std::vector<JSONNode>& nodes) {
   rapidjson::InsituStringStream stream(buffer.data() + begin);
@@ -280,7 +279,6 @@ void JSONWriter::endList() {
 
 void JSONWriter::beginObject() {
   begin('{');
-  firstMembers_.push_back(members_.size());
 }
 
 void JSONWriter::name(std::string_view name) {
@@ -288,9 +286,6 @@ void JSONWriter::name(std::string_view name) {
     text_ += ',';
   }
   isFirst_ = false;
-  if (layout_ == JSONLayout::prettySorted) {
-    members_.push_back({.name = name, .begin = text_.size()});
-  }
   startLine();
   quote(name);
   text_ += layout_ == JSONLayout::compact ? ":" : ": ";
@@ -298,8 +293,6 @@ void JSONWriter::name(std::string_view name) {
 }
 
 void JSONWriter::endObject() {
-  sortMembers();
-  firstMembers_.pop_back();
   end('}');
 }
 
@@ -332,8 +325,10 @@ void JSONWriter::end(char bracket) {
 
 void JSONWriter::startLine() {
   if (layout_ != JSONLayout::compact) {
-    text_ += '\n';
-    text_.append(depth_ * 2, ' ');
+    constexpr std::string_view line = "\n                                ";
+    const std::size_t blanks = depth_ * 2;
+    text_ += line.substr(0, blanks + 1);
+    text_.append(blanks - std::min(blanks, line.size() - 1), ' ');
   }
 }
 
@@ -347,29 +342,6 @@ void JSONWriter::quote(std::string_view text) {
     }
   }
   text_ += '"';
-}
-
-// Members are written as they come and put in order at the end of their object.
-void JSONWriter::sortMembers() {
-  const auto first = members_.begin() + static_cast<std::ptrdiff_t>(firstMembers_.back());
-  const auto isBefore = [](const Member& left, const Member& right) {
-    return std::tie(left.name, left.begin) < std::tie(right.name, right.begin);
-  };
-  if (!std::is_sorted(first, members_.end(), isBefore)) {
-    const std::size_t begin = first->begin;
-    for (auto member = first; member != members_.end(); ++member) {
-      const auto next = member + 1;
-      member->size = (next == members_.end() ? text_.size() : next->begin - 1) - member->begin;
-    }
-    std::sort(first, members_.end(), isBefore);
-    sorted_.clear();
-    for (auto member = first; member != members_.end(); ++member) {
-      sorted_ += member == first ? "" : ",";
-      sorted_.append(text_, member->begin, member->size);
-    }
-    text_.replace(begin, std::string::npos, sorted_);
-  }
-  members_.erase(first, members_.end());
 }
 
 }  // namespace nodo

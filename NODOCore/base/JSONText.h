@@ -62,11 +62,14 @@ enum class JSONLayout {
   prettySorted,  ///< as `pretty`, the members of each object ordered by name
 };
 
-/// Writes JSON text in UTF-8, value by value in their order. Whoever calls it sees to it that names
-/// and values alternate in an object, and that what is begun is ended.
+/// Writes JSON text in UTF-8, value by value as they come. Whoever calls it sees to it that names
+/// and values alternate in an object, that what is begun is ended, and to the order of members.
 class JSONWriter {
  public:
   explicit JSONWriter(JSONLayout layout) : layout_(layout) {}
+
+  /// Whether the members of an object are to come ordered by name.
+  bool isSorted() const { return layout_ == JSONLayout::prettySorted; }
 
   /// `null`, `true`, `false` or a number, as it is to be written.
   void plain(std::string_view word);
@@ -78,7 +81,7 @@ class JSONWriter {
   void endList();
   void beginObject();
 
-  /// The name of the member that comes next. It must live until the object's end.
+  /// The name of the member that comes next.
   void name(std::string_view name);
   void endObject();
 
@@ -86,28 +89,17 @@ class JSONWriter {
   std::string take() { return std::move(text_); }
 
  private:
-  struct Member {
-    std::string_view name;
-    std::size_t begin = 0;  // of its line, behind the comma
-    std::size_t size = 0;
-  };
-
   void beginValue();
   void begin(char bracket);
   void end(char bracket);
   void startLine();
   void quote(std::string_view text);
-  void sortMembers();
 
   JSONLayout layout_;
   std::string text_;
   std::size_t depth_ = 0;
-  bool isFirst_ = true;      // nothing is inside yet of what was begun last
+  bool isFirst_ = true;  // nothing is inside yet of what was begun last
   bool isBehindName_ = false;
-  // Only for sorting: the members of all objects that are not ended, and where each object's begin.
-  std::vector<Member> members_;
-  std::vector<std::size_t> firstMembers_;
-  std::string sorted_;
 };
 
 }  // namespace nodo

@@ -16,6 +16,27 @@ std::string shortened(std::string_view text, std::size_t longest) {
   return std::string(beginning) + (beginning.size() < text.size() ? "..." : "");
 }
 
+void write(JSONWriter& to, const JSONValue& value);
+
+void writeObject(JSONWriter& to, const JSONValue::Object& object) {
+  std::vector<const JSONValue::Object::value_type*> members;
+  members.reserve(object.size());
+  for (const auto& member : object) {
+    members.push_back(&member);
+  }
+  if (to.isSorted()) {
+    std::stable_sort(members.begin(), members.end(), [](const auto* left, const auto* right) {
+      return left->first < right->first;
+    });
+  }
+  to.beginObject();
+  for (const auto* member : members) {
+    to.name(member->first);
+    write(to, member->second);
+  }
+  to.endObject();
+}
+
 void write(JSONWriter& to, const JSONValue& value) {
   if (const bool* boolean = value.boolean()) {
     to.plain(*boolean ? "true" : "false");
@@ -30,12 +51,7 @@ void write(JSONWriter& to, const JSONValue& value) {
     }
     to.endList();
   } else if (const auto* object = value.object()) {
-    to.beginObject();
-    for (const auto& [name, member] : *object) {
-      to.name(name);
-      write(to, member);
-    }
-    to.endObject();
+    writeObject(to, *object);
   } else {
     to.plain("null");
   }

@@ -1,6 +1,7 @@
 #include <NODOCore/daemon/LockKeeper.h>
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -64,7 +65,9 @@ LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
       log_(std::move(log)),
       releaseGrace_(releaseGrace),
       life_(LockLife::beginning(lock_.look(now))),
-      now_(now) {}
+      now_(now) {
+  controller_.store.memory = std::make_shared<StateStore::Memory>();
+}
 
 // ---- what happens
 
