@@ -43,15 +43,6 @@ bool isDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
-// Without branches, so that compilers take many bytes at a time. So does `isWrittenAsItIs`.
-bool isASCII(std::string_view text) {
-  unsigned char all = 0;
-  for (const char character : text) {
-    all |= static_cast<unsigned char>(character);
-  }
-  return all < 0x80;
-}
-
 // The parser bounds whole numbers and exponents one by one, which leaves numbers such as 1.8e308.
 bool isTooLarge(std::string_view number) {
   constexpr std::size_t surelySmall = 300;
@@ -118,7 +109,7 @@ class NodeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NodeB
   bool String(const char* text, rapidjson::SizeType size, bool /*mustBeCopied*/) {
     const std::string_view view(text, size);
     // An escape, too, may stand for half of a character.
-    if (!isASCII(view) && !isValidUTF8(view)) {
+    if (!isValidUTF8(view)) {
       failAt(original_, offsetOf(text), "a text that is not UTF-8");
     }
     return add({text, size, Kind::text});
@@ -184,6 +175,7 @@ rapidjson::ParseResult parse(std::string_view original, std::size_t begin, std::
 
 // ---- writing
 
+// Without branches, so that compilers take many bytes at a time.
 bool isWrittenAsItIs(std::string_view text) {
   unsigned char special = 0;
   for (const char character : text) {

@@ -258,11 +258,12 @@ void LockKeeper::amend(const StateAmendment& amendment) {
   const NODOState stored = controller_.store.load();
   NODOState state = amended(stored, amendment, now_.civil);
   isAmended_ = state != stored;
-  const NODOState before = state;
+  bool isChanged = false;
   if (change_) {
+    const NODOState before = state;
     change_(state);
+    isChanged = state != before;
   }
-  const bool isChanged = state != before;
   if (isAmended_ || isChanged || amendment.mustBeWritten) {
     state.updatedAt = now_.civil;
     controller_.store.save(state);
