@@ -6,6 +6,7 @@
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
+#include <NODOCore/base/JSONText.h>
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/TextEnum.h>

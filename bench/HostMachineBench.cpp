@@ -5,6 +5,7 @@
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>
 
+#include <memory>
 #include <optional>
 
 #include <benchmark/benchmark.h>
@@ -32,7 +33,8 @@ NODOController controllerOn(const test::TemporaryFolder& folder) {
 // As once a minute while the lock is held: the lock is asked for, nothing changes.
 void BM_ReconcileOnThisMachine(benchmark::State& state) {
   const test::TemporaryFolder folder;
-  const NODOController controller = controllerOn(folder);
+  NODOController controller = controllerOn(folder);
+  controller.store.memory = std::make_shared<StateStore::Memory>();
   const SleepLock lock = makeSleepLock(PowerChoice::automatic);
   test::FakePowerManager power;
   controller.store.save(fullState(now));

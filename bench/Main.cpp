@@ -1,9 +1,12 @@
+#include <NODOCore/base/JSONCoding.h>
+
 #include <array>
-#include <cstdlib>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 #include <bench/RatioReporter.h>
+#include <bench/SampleState.h>
 
 namespace {
 
@@ -16,20 +19,16 @@ std::vector<std::string> withDefaults(int argc, char** argv) {
   return arguments;
 }
 
-// grep takes a multiple of its time in some locales, so a figure without it says nothing.
-std::string localeOfTools() {
-  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-    const char* value = std::getenv(name);
-    if (value != nullptr && *value != '\0') {
-      return std::string(name) + "=" + value;
-    }
-  }
-  return "not set";
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
+  // For the scripts beside this, which measure whole programs.
+  if (argc == 2 && std::string(argv[1]) == "--full-state") {
+    std::puts(nodo::encodeJSON(nodo::bench::fullState(nodo::currentDate()),
+                               nodo::JSONLayout::prettySorted)
+                  .c_str());
+    return 0;
+  }
   std::vector<std::string> arguments = withDefaults(argc, argv);
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
@@ -42,14 +41,13 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(count, pointers.data())) {
     return 2;
   }
-  benchmark::AddCustomContext("locale of the tools", localeOfTools());
 
   nodo::bench::RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   const bool allMet = reporter.printRatios({
       {"BM_ListAndClassifyProcesses", "BM_RunPs", 0.5},
-      {"BM_ClassifyRows", "BM_RunGrepOnRows", 3.5},
+      {"BM_ReadAndWriteState", "BM_ReadAndWriteByDOM", 0.35},
   });
   return allMet ? 0 : 1;
 }

@@ -7,8 +7,11 @@ namespace nodo::bench {
 void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.aggregate_name == "median") {
+      // Of the processor, unless the benchmark waits for other processes.
+      const bool isWall = run.run_name.time_type == "real_time";
       medianSeconds_[run.run_name.function_name] =
-          run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+          (isWall ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) /
+          benchmark::GetTimeUnitMultiplier(run.time_unit);
     }
   }
   ConsoleReporter::ReportRuns(runs);

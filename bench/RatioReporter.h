@@ -8,8 +8,8 @@
 
 namespace nodo::bench {
 
-/// How long one benchmark may take, measured by another one of the same run: machines differ, and
-/// so does one machine from minute to minute.
+/// How much time one benchmark may take, measured by another one of the same run: machines differ,
+/// and so does one machine from minute to minute.
 struct Target {
   std::string measured;
   std::string reference;

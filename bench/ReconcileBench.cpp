@@ -42,8 +42,9 @@ NODOController controllerOn(const test::TemporaryFolder& folder) {
 // What the daemon does once a minute while it holds the lock: nothing changes, nothing is written.
 void BM_ReconcileWithoutChange(benchmark::State& state) {
   const test::TemporaryFolder folder;
-  const NODOController controller = controllerOn(folder);
+  NODOController controller = controllerOn(folder);
   test::FakePowerManager power;
+  controller.store.memory = std::make_shared<StateStore::Memory>();
   controller.store.save(fullState(now));
   controller.reconcile(power, true, now);
   for (auto _ : state) {

@@ -7,7 +7,6 @@
 
 #include <bench/CommandLines.h>
 #include <bench/Spawn.h>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,25 +40,6 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
     throw std::system_error(failure, std::generic_category(), "Unable to run " + program);
   }
   return child;
-}
-
-int waitFor(pid_t child) {
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) {
-      throwErrno("Unable to wait for", "process " + std::to_string(child));
-    }
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-int runIntoFile(const std::string& program, const std::vector<std::string>& arguments,
-                const std::filesystem::path& file) {
-  const FileDescriptor output(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (!output) {
-    throwErrno("Unable to write", file.string());
-  }
-  return waitFor(spawn(program, arguments, FileDescriptor(), output));
 }
 
 IdleProcesses::IdleProcesses(const std::filesystem::path& folder, std::size_t count) {

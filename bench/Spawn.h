@@ -16,13 +16,6 @@ namespace nodo::bench {
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
             const FileDescriptor& standardInput, const FileDescriptor& standardOutput);
 
-/// Waits for the end of a child: its exit status, or -1 when a signal ended it.
-int waitFor(pid_t child);
-
-/// Runs `program` to its end with its standard output in `file`, which is replaced.
-int runIntoFile(const std::string& program, const std::vector<std::string>& arguments,
-                const std::filesystem::path& file);
-
 /// Processes that do nothing but stand in the process table, with the command lines of ordinary
 /// ones.
 ///

@@ -3,6 +3,7 @@
 #include <testing/TemporaryFolder.h>
 
 #include <benchmark/benchmark.h>
+#include <nlohmann/json.hpp>
 
 #include <bench/SampleState.h>
 
@@ -25,6 +26,28 @@ void BM_LoadAndSaveState(benchmark::State& state) {
 }
 
 BENCHMARK(BM_LoadAndSaveState)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// What a load and a save do between two files, beside the same by a general library.
+void BM_ReadAndWriteState(benchmark::State& state) {
+  const std::string text = encodeJSON(fullState(wholeMinute), JSONLayout::prettySorted);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(encodeJSON(decodeJSON<NODOState>(text), JSONLayout::prettySorted));
+  }
+}
+
+BENCHMARK(BM_ReadAndWriteState)->Unit(benchmark::kMillisecond);
+
+void BM_ReadAndWriteByDOM(benchmark::State& state) {
+  const std::string text = encodeJSON(fullState(wholeMinute), JSONLayout::prettySorted);
+  if (nlohmann::json::parse(text).dump(2) != text) {
+    state.SkipWithError("the library writes something else");
+  }
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(nlohmann::json::parse(text).dump(2));
+  }
+}
+
+BENCHMARK(BM_ReadAndWriteByDOM)->Unit(benchmark::kMillisecond);
 
 void BM_DecodeState(benchmark::State& state) {
   const std::string text = encodeJSON(fullState(wholeMinute), JSONLayout::prettySorted);

@@ -4,10 +4,12 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/TextEnum.h>
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,9 +27,9 @@
 ///       fields.optional("note", bucket.note);
 ///     }
 ///
-/// Its header declares `JSONValue encode(const Record&)` and `void decode(const JSONReader&,
-/// Record&)`. A record that derives what is missing from what is there overloads `deriveMissing`
-/// before that.
+/// Its header declares `void encode(JSONWriter&, const Record&)` and `void decode(const
+/// JSONReader&, Record&)`. A record that derives what is missing from what is there overloads
+/// `deriveMissing` before that.
 ///
 /// Decoding is strict in types (a number where a text is due is an error, 1.0 is a whole
 /// number, 1.5 and true are not) and forgiving in unknown keys. It replaces whatever the record
@@ -35,20 +37,23 @@
 namespace nodo {
 
 /// A value of a document that is being decoded, together with the way that leads to it, which is
-/// put into words only when decoding fails.
+/// put into words only when decoding fails. The document must outlive it.
 class JSONReader {
  public:
-  explicit JSONReader(const JSONValue& value) : value_(&value) {}
+  explicit JSONReader(const JSONDocument& document) : node_(&document.root()) {}
 
-  const JSONValue& value() const { return *value_; }
+  /// Reads a copy of `value`.
+  explicit JSONReader(const JSONValue& value);
+
+  const JSONNode& node() const { return *node_; }
+
+  bool is(JSONNode::Kind kind) const { return node_->kind == kind; }
 
   /// The reader of a value inside this one, by its key or by its place in a list. It refers to this
   /// one and to `key`, which must outlive it.
-  JSONReader child(const JSONValue& value, std::string_view key) const {
-    return {value, this, key};
-  }
+  JSONReader child(const JSONNode& node, std::string_view key) const { return {node, this, key}; }
 
-  JSONReader child(const JSONValue& value, std::size_t place) const { return {value, this, place}; }
+  JSONReader child(const JSONNode& node, std::size_t place) const { return {node, this, place}; }
 
   /// Ends the decoding of this value with a DecodingError.
   [[noreturn]] void fail(const std::string& expected) const;
@@ -59,21 +64,22 @@ class JSONReader {
  private:
   using Step = std::variant<std::string_view, std::size_t>;
 
-  JSONReader(const JSONValue& value, const JSONReader* parent, Step step)
-      : value_(&value), parent_(parent), step_(step) {}
+  JSONReader(const JSONNode& node, const JSONReader* parent, Step step)
+      : node_(&node), parent_(parent), step_(step) {}
 
   std::string path() const;
 
-  const JSONValue* value_;
+  std::shared_ptr<const JSONDocument> own_;
+  const JSONNode* node_;
   const JSONReader* parent_ = nullptr;
   Step step_;  // from the parent
 };
 
-JSONValue encode(bool value);
-JSONValue encode(std::int32_t value);
-JSONValue encode(std::int64_t value);
-JSONValue encode(const std::string& value);
-JSONValue encode(Date value);
+void encode(JSONWriter& to, bool value);
+void encode(JSONWriter& to, std::int32_t value);
+void encode(JSONWriter& to, std::int64_t value);
+void encode(JSONWriter& to, const std::string& value);
+void encode(JSONWriter& to, Date value);
 
 void decode(const JSONReader& from, bool& value);
 void decode(const JSONReader& from, std::int32_t& value);
@@ -82,14 +88,14 @@ void decode(const JSONReader& from, std::string& value);
 void decode(const JSONReader& from, Date& value);
 
 template <TextEnum Enum>
-JSONValue encode(Enum value) {
-  return JSONValue(std::string(rawValue(value)));
+void encode(JSONWriter& to, Enum value) {
+  to.text(rawValue(value));
 }
 
 template <TextEnum Enum>
 void decode(const JSONReader& from, Enum& value) {
-  const std::string* text = from.value().text();
-  const auto known = text == nullptr ? std::nullopt : fromRawValue<Enum>(*text);
+  const auto known =
+      from.is(JSONNode::Kind::text) ? fromRawValue<Enum>(from.node().text()) : std::nullopt;
   if (!known) {
     std::string expected = "one of";
     for (const auto& entry : EnumTexts<Enum>::cases) {
@@ -101,58 +107,59 @@ void decode(const JSONReader& from, Enum& value) {
 }
 
 template <class Element>
-JSONValue encode(const std::vector<Element>& list) {
-  JSONValue::Array array;
-  array.reserve(list.size());
+void encode(JSONWriter& to, const std::vector<Element>& list) {
+  to.beginList();
   for (const Element& element : list) {
-    array.push_back(encode(element));
+    encode(to, element);
   }
-  return JSONValue(std::move(array));
+  to.endList();
 }
 
 template <class Element>
 void decode(const JSONReader& from, std::vector<Element>& list) {
-  const auto* array = from.value().array();
-  if (array == nullptr) {
+  if (!from.is(JSONNode::Kind::list)) {
     from.fail("a list");
   }
   list.clear();
-  list.reserve(array->size());
-  for (const JSONValue& value : *array) {
-    const JSONReader reader = from.child(value, list.size());
+  const JSONNode* const end = from.node().next();
+  for (const JSONNode* node = from.node().inside(); node != end; node = node->next()) {
+    const JSONReader reader = from.child(*node, list.size());
     decode(reader, list.emplace_back());
   }
 }
 
 template <class Element>
-JSONValue encode(const std::map<std::string, Element>& map) {
-  JSONValue::Object object;
-  object.reserve(map.size());
+void encode(JSONWriter& to, const std::map<std::string, Element>& map) {
+  to.beginObject();
   for (const auto& [name, element] : map) {
-    object.emplace_back(name, encode(element));
+    to.name(name);
+    encode(to, element);
   }
-  return JSONValue(std::move(object));
+  to.endObject();
 }
 
 template <class Element>
 void decode(const JSONReader& from, std::map<std::string, Element>& map) {
-  const auto* object = from.value().object();
-  if (object == nullptr) {
+  if (!from.is(JSONNode::Kind::object)) {
     from.fail("an object");
   }
   map.clear();
-  for (const auto& [name, value] : *object) {
-    decode(from.child(value, name), map[name]);
+  const JSONNode* const end = from.node().next();
+  for (const JSONNode* name = from.node().inside(); name != end; name = name->next()->next()) {
+    decode(from.child(*name->next(), name->text()), map[std::string(name->text())]);
   }
 }
 
-/// Builds a record's object from the description of its fields.
+/// Writes a record's object by the description of its fields.
 class ObjectEncoder {
  public:
+  explicit ObjectEncoder(JSONWriter& to) : to_(&to) {}
+
   /// A field that is always written and must be there when read.
   template <class Value>
   void required(std::string_view key, const Value& value) {
-    object_.emplace_back(key, encode(value));
+    add({key, &value,
+         [](JSONWriter& to, const void* of) { encode(to, *static_cast<const Value*>(of)); }});
   }
 
   /// A field that is always written and keeps its default when it is missing or null on reading.
@@ -169,10 +176,24 @@ class ObjectEncoder {
     }
   }
 
-  JSONValue finish() { return JSONValue(std::move(object_)); }
+  /// Writes all of them, as their order is known now.
+  void finish();
 
  private:
-  JSONValue::Object object_;
+  struct Field {
+    std::string_view key;
+    const void* value;
+    void (*write)(JSONWriter& to, const void* value);
+  };
+
+  // No record comes near it, and a record is written without an allocation of its own.
+  static constexpr std::size_t mostFields = 32;
+
+  void add(const Field& field);
+
+  JSONWriter* to_;
+  std::array<Field, mostFields> fields_;  // the first `count_` of them
+  std::size_t count_ = 0;
 };
 
 /// Fills a record from an object by the description of its fields.
@@ -186,7 +207,7 @@ class ObjectDecoder {
 
   template <class Value>
   void required(std::string_view key, Value& value) {
-    const JSONValue* found = from_->value().member(key);
+    const JSONNode* found = member(key);
     if (found == nullptr) {
       from_->failMissing(key, "a value");
     }
@@ -195,7 +216,7 @@ class ObjectDecoder {
 
   template <class Value>
   void defaulted(std::string_view key, Value& value) {
-    if (const JSONValue* found = find(key)) {
+    if (const JSONNode* found = find(key)) {
       decode(from_->child(*found, key), value);
     }
   }
@@ -203,13 +224,15 @@ class ObjectDecoder {
   template <class Value>
   void optional(std::string_view key, std::optional<Value>& value) {
     value.reset();
-    if (const JSONValue* found = find(key)) {
+    if (const JSONNode* found = find(key)) {
       decode(from_->child(*found, key), value.emplace());
     }
   }
 
  private:
-  const JSONValue* find(std::string_view key) const;
+  const JSONNode* member(std::string_view key) const;
+  // The same unless it is null.
+  const JSONNode* find(std::string_view key) const;
 
   const JSONReader* from_;
 };
@@ -224,10 +247,10 @@ void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
   template <class Fields, class Self>                      \
   requires std::same_as<std::remove_const_t<Self>, Record> \
   static void describe(Fields& fields, Self& record);      \
-  JSONValue encode(const Record& value) {                  \
-    ObjectEncoder encoder;                                 \
+  void encode(JSONWriter& to, const Record& value) {       \
+    ObjectEncoder encoder(to);                             \
     describe(encoder, value);                              \
-    return encoder.finish();                               \
+    encoder.finish();                                      \
   }                                                        \
   void decode(const JSONReader& from, Record& value) {     \
     value = Record();                                      \
@@ -244,13 +267,21 @@ void deriveMissing(const ObjectDecoder& /*fields*/, Record& /*record*/) {}
 /// `record` as JSON text without a line feed at the end.
 template <class Record>
 std::string encodeJSON(const Record& record, JSONLayout layout) {
-  return jsonText(encode(record), layout);
+  JSONWriter writer(layout);
+  encode(writer, record);
+  return writer.take();
+}
+
+/// `record` as a tree, for who changes it before it is written.
+template <class Record>
+JSONValue encode(const Record& record) {
+  return JSONValue::parse(encodeJSON(record, JSONLayout::compact));
 }
 
 /// The record that `text` describes. Throws DecodingError.
 template <class Record>
 Record decodeJSON(std::string_view text) {
-  const JSONValue document = JSONValue::parse(text);
+  const JSONDocument document(text);
   Record record;
   decode(JSONReader(document), record);
   return record;

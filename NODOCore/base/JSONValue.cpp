@@ -1,4 +1,3 @@
-#include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/Text.h>
 
@@ -7,7 +6,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace nodo {
 namespace {
@@ -18,236 +16,46 @@ std::string shortened(std::string_view text, std::size_t longest) {
   return std::string(beginning) + (beginning.size() < text.size() ? "..." : "");
 }
 
-[[noreturn]] void failAt(std::string_view text, std::size_t offset, std::string_view reason) {
-  const std::string_view before = text.substr(0, offset);
-  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
-  const auto lineStart = before.rfind('\n');
-  const auto column = before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
-  throw DecodingError("", "JSON",
-                      fmt::format("an error at line {}, column {}: {}", line, column,
-                                  escapedForDisplay(shortened(reason, 200))));
+void write(JSONWriter& to, const JSONValue& value);
+
+void writeObject(JSONWriter& to, const JSONValue::Object& object) {
+  std::vector<const JSONValue::Object::value_type*> members;
+  members.reserve(object.size());
+  for (const auto& member : object) {
+    members.push_back(&member);
+  }
+  if (to.isSorted()) {
+    std::stable_sort(members.begin(), members.end(), [](const auto* left, const auto* right) {
+      return left->first < right->first;
+    });
+  }
+  to.beginObject();
+  for (const auto* member : members) {
+    to.name(member->first);
+    write(to, member->second);
+  }
+  to.endObject();
 }
 
-// The parser hands out a number as the C library has to read it: with the decimal point of the
-// program's locale in place of the text's own.
-std::string withDecimalPoint(std::string digits) {
-  const auto point = digits.find_first_not_of("0123456789+-eE");
-  if (point != std::string::npos) {
-    digits[point] = '.';
+void write(JSONWriter& to, const JSONValue& value) {
+  if (const bool* boolean = value.boolean()) {
+    to.plain(*boolean ? "true" : "false");
+  } else if (const auto* number = value.number()) {
+    to.plain(number->digits);
+  } else if (const std::string* text = value.text()) {
+    to.text(*text);
+  } else if (const auto* array = value.array()) {
+    to.beginList();
+    for (const JSONValue& element : *array) {
+      write(to, element);
+    }
+    to.endList();
+  } else if (const auto* object = value.object()) {
+    writeObject(to, *object);
+  } else {
+    to.plain("null");
   }
-  return digits;
 }
-
-// Builds the tree from the parser's events. The parser itself keeps its nesting on the heap, so
-// only the tree's depth has to be bounded.
-class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
- public:
-  explicit TreeBuilder(std::string_view text) : text_(text) {}
-
-  JSONValue take() { return std::move(root_); }
-
-  bool null() override { return add(JSONValue()); }
-
-  bool boolean(bool value) override { return add(JSONValue(value)); }
-
-  // Called for numbers with a sign only, so that a zero is a negative one.
-  bool number_integer(number_integer_t value) override {
-    return add(value == 0 ? JSONValue(JSONValue::Number{"-0"}) : JSONValue(value));
-  }
-
-  bool number_unsigned(number_unsigned_t value) override {
-    return add(JSONValue(JSONValue::Number{std::to_string(value)}));
-  }
-
-  bool number_float(number_float_t, const string_t& digits) override {
-    return add(JSONValue(JSONValue::Number{withDecimalPoint(digits)}));
-  }
-
-  bool string(string_t& value) override { return add(JSONValue(std::move(value))); }
-
-  bool binary(binary_t&) override { return false; }  // has no JSON form
-
-  bool start_object(std::size_t) override { return open(Level{.isObject = true}); }
-
-  bool key(string_t& name) override {
-    levels_.back().names.push_back(std::move(name));
-    return true;
-  }
-
-  bool end_object() override {
-    Level level = close();
-    JSONValue::Object object;
-    object.reserve(level.values.size());
-    for (std::size_t index = 0; index < level.values.size(); ++index) {
-      object.emplace_back(std::move(level.names[index]), std::move(level.values[index]));
-    }
-    return add(JSONValue(std::move(object)));
-  }
-
-  bool start_array(std::size_t) override { return open(Level{}); }
-
-  bool end_array() override { return add(JSONValue(close().values)); }
-
-  bool parse_error(std::size_t position, const std::string& lastToken,
-                   const nlohmann::json::exception& error) override {
-    const std::size_t offset = position == 0 ? 0 : position - 1;
-    if (lastToken.ends_with('/')) {
-      failAt(text_, offset, "an unexpected slash; JSON has no comments");
-    }
-    // The library's text begins with its own name and place for the error; the reason comes last.
-    std::string_view reason(error.what());
-    const auto dash = reason.find(" - ");
-    reason = dash == std::string_view::npos ? "a number out of range" : reason.substr(dash + 3);
-    failAt(text_, offset, reason);
-  }
-
- private:
-  struct Level {
-    bool isObject = false;
-    std::vector<std::string> names = {};
-    JSONValue::Array values = {};
-  };
-
-  bool open(Level level) {
-    if (levels_.size() == JSONValue::maximumDepth) {
-      throw DecodingError(
-          "", fmt::format("JSON nested at most {} levels deep", JSONValue::maximumDepth),
-          "deeper nesting");
-    }
-    levels_.push_back(std::move(level));
-    return true;
-  }
-
-  Level close() {
-    Level level = std::move(levels_.back());
-    levels_.pop_back();
-    return level;
-  }
-
-  bool add(JSONValue value) {
-    if (levels_.empty()) {
-      root_ = std::move(value);
-    } else {
-      levels_.back().values.push_back(std::move(value));
-    }
-    return true;
-  }
-
-  std::string_view text_;
-  std::vector<Level> levels_;
-  JSONValue root_;
-};
-
-// Written here because the library cannot write a number with its original digits.
-class Writer {
- public:
-  explicit Writer(JSONLayout layout) : layout_(layout) {}
-
-  std::string take() { return std::move(text_); }
-
-  void write(const JSONValue& value, std::size_t depth) {
-    if (const bool* boolean = value.boolean()) {
-      text_ += *boolean ? "true" : "false";
-    } else if (const auto* number = value.number()) {
-      text_ += number->digits;
-    } else if (const std::string* text = value.text()) {
-      writeText(*text);
-    } else if (const auto* array = value.array()) {
-      writeArray(*array, depth);
-    } else if (const auto* object = value.object()) {
-      writeObject(*object, depth);
-    } else {
-      text_ += "null";
-    }
-  }
-
- private:
-  void writeArray(const JSONValue::Array& array, std::size_t depth) {
-    text_ += '[';
-    const char* separator = "";
-    for (const JSONValue& element : array) {
-      text_ += separator;
-      startLine(depth + 1);
-      write(element, depth + 1);
-      separator = ",";
-    }
-    if (!array.empty()) {
-      startLine(depth);
-    }
-    text_ += ']';
-  }
-
-  void writeObject(const JSONValue::Object& object, std::size_t depth) {
-    std::vector<const JSONValue::Object::value_type*> members;
-    members.reserve(object.size());
-    for (const auto& member : object) {
-      members.push_back(&member);
-    }
-    if (layout_ == JSONLayout::prettySorted) {
-      std::stable_sort(members.begin(), members.end(), [](const auto* left, const auto* right) {
-        return left->first < right->first;
-      });
-    }
-    text_ += '{';
-    const char* separator = "";
-    for (const auto* member : members) {
-      text_ += separator;
-      startLine(depth + 1);
-      writeText(member->first);
-      text_ += layout_ == JSONLayout::compact ? ":" : ": ";
-      write(member->second, depth + 1);
-      separator = ",";
-    }
-    if (!object.empty()) {
-      startLine(depth);
-    }
-    text_ += '}';
-  }
-
-  void startLine(std::size_t depth) {
-    if (layout_ != JSONLayout::compact) {
-      text_ += '\n';
-      text_.append(depth * 2, ' ');
-    }
-  }
-
-  void writeText(const std::string& text) {
-    text_ += '"';
-    for (const char character : isValidUTF8(text) ? text : repairedUTF8(text)) {
-      writeCharacter(character);
-    }
-    text_ += '"';
-  }
-
-  void writeCharacter(char character) {
-    switch (character) {
-      case '"':
-        text_ += "\\\"";
-        break;
-      case '\\':
-        text_ += "\\\\";
-        break;
-      case '\n':
-        text_ += "\\n";
-        break;
-      case '\r':
-        text_ += "\\r";
-        break;
-      case '\t':
-        text_ += "\\t";
-        break;
-      default:
-        if (const auto code = static_cast<unsigned char>(character); code < 0x20) {
-          text_ += fmt::format("\\u{:04x}", static_cast<unsigned>(code));
-        } else {
-          text_ += character;
-        }
-    }
-  }
-
-  JSONLayout layout_;
-  std::string text_;
-};
 
 // A number taken apart without rounding, in one form for all of its spellings: digits without zeros
 // around them, times ten to the power of the exponent.
@@ -298,13 +106,35 @@ std::map<std::string_view, const JSONValue*> membersByName(const JSONValue::Obje
 }  // namespace
 
 JSONValue JSONValue::parse(std::string_view text) {
-  // The library would take a zero byte for the end of the text.
-  if (const auto zero = text.find('\0'); zero != std::string_view::npos) {
-    failAt(text, zero, "a zero byte");
+  return from(JSONDocument(text).root());
+}
+
+JSONValue JSONValue::from(const JSONNode& node) {
+  switch (node.kind) {
+    case JSONNode::Kind::null:
+      return {};
+    case JSONNode::Kind::no:
+    case JSONNode::Kind::yes:
+      return JSONValue(node.kind == JSONNode::Kind::yes);
+    case JSONNode::Kind::number:
+      return JSONValue(Number{std::string(node.text())});
+    case JSONNode::Kind::text:
+      return JSONValue(std::string(node.text()));
+    case JSONNode::Kind::list: {
+      Array array;
+      for (const JSONNode* each = node.inside(); each != node.next(); each = each->next()) {
+        array.push_back(from(*each));
+      }
+      return JSONValue(std::move(array));
+    }
+    case JSONNode::Kind::object:
+      break;
   }
-  TreeBuilder builder(text);
-  nlohmann::json::sax_parse(text.begin(), text.end(), &builder);
-  return builder.take();
+  Object object;
+  for (const JSONNode* name = node.inside(); name != node.next(); name = name->next()->next()) {
+    object.emplace_back(name->text(), from(*name->next()));
+  }
+  return JSONValue(std::move(object));
 }
 
 const JSONValue* JSONValue::member(std::string_view name) const {
@@ -383,8 +213,8 @@ std::optional<std::int64_t> wholeNumber(const JSONValue::Number& number) {
 }
 
 std::string jsonText(const JSONValue& value, JSONLayout layout) {
-  Writer writer(layout);
-  writer.write(value, 0);
+  JSONWriter writer(layout);
+  write(writer, value);
   return writer.take();
 }
 

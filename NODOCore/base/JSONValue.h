@@ -1,5 +1,7 @@
 #pragma once
 
+#include <NODOCore/base/JSONText.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -29,9 +31,7 @@ class JSONValue {
   /// Members in their order. A name that occurs twice is kept twice; the last one counts.
   using Object = std::vector<std::pair<std::string, JSONValue>>;
 
-  /// How deep arrays and objects may be nested: far beyond any real document, and little enough for
-  /// the stack of code that walks a tree.
-  static constexpr std::size_t maximumDepth = 512;
+  static constexpr std::size_t maximumDepth = JSONDocument::maximumDepth;
 
   JSONValue() = default;
 
@@ -47,11 +47,11 @@ class JSONValue {
 
   explicit JSONValue(Object value) : content_(std::move(value)) {}
 
-  /// Reads one JSON document (RFC 8259, UTF-8).
-  ///
-  /// Throws DecodingError, with line and column, for text that is not JSON, is nested deeper than
-  /// `maximumDepth` or holds a number too large for a double.
+  /// Reads one document. Throws what JSONDocument throws.
   static JSONValue parse(std::string_view text);
+
+  /// A copy of a document's value.
+  static JSONValue from(const JSONNode& node);
 
   bool isNull() const { return std::holds_alternative<std::nullptr_t>(content_); }
 
@@ -99,12 +99,6 @@ bool sameValue(const JSONValue& left, const JSONValue& right);
 /// The number as a whole number, which may be written 5, 5.0 or 5e0; nothing when it has a fraction
 /// or does not fit in 64 bits. Exact for every 64-bit value.
 std::optional<std::int64_t> wholeNumber(const JSONValue::Number& number);
-
-enum class JSONLayout {
-  compact,       ///< one line without blanks
-  pretty,        ///< an indented line for each member
-  prettySorted,  ///< as `pretty`, the members of each object ordered by name
-};
 
 /// `value` as JSON text in UTF-8, without a line feed at the end. Invalid UTF-8 in a text becomes
 /// U+FFFD, so that the result is always JSON.

@@ -232,6 +232,14 @@ void appendUTF8(std::string& text, char32_t point) {
 }  // namespace
 
 bool isValidUTF8(std::string_view text) {
+  // Most texts are ASCII. Without branches, so that compilers take many bytes of it at a time.
+  unsigned char all = 0;
+  for (const char character : text) {
+    all |= static_cast<unsigned char>(character);
+  }
+  if (all < 0x80) {
+    return true;
+  }
   while (!text.empty()) {
     const CodePoint point = firstCodePoint(text);
     if (!point.valid) {

@@ -94,21 +94,23 @@ StatusReport NODOController::report(const NODOState& state, Date now) const {
   const SystemSnapshot snapshot = snapshotProvider->snapshot(now);
   NODOState tracked = state;
   tracked.syncSnapshotTracking(snapshot);
-  return report(tracked, std::move(agents), snapshot);
+  return report(std::move(tracked), std::move(agents), snapshot);
 }
 
-StatusReport NODOController::report(const NODOState& state, std::vector<AgentProcess> agents,
+StatusReport NODOController::report(NODOState state, std::vector<AgentProcess> agents,
                                     const SystemSnapshot& snapshot) const {
   const Date now = snapshot.now;
+  const auto manualRemaining = state.manualRemainingSeconds(now);
+  const auto graceRemaining =
+      state.noRouteGraceRemainingSeconds(now, decisionEngine.policy.noRouteGraceSeconds);
   PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
   return {.generatedAt = now,
-          .state = state,
+          .state = std::move(state),
           .snapshot = snapshot,
           .agents = std::move(agents),
           .decision = std::move(decision),
-          .manualRemainingSeconds = state.manualRemainingSeconds(now),
-          .noRouteGraceRemainingSeconds =
-              state.noRouteGraceRemainingSeconds(now, decisionEngine.policy.noRouteGraceSeconds)};
+          .manualRemainingSeconds = manualRemaining,
+          .noRouteGraceRemainingSeconds = graceRemaining};
 }
 
 }  // namespace nodo

@@ -83,7 +83,7 @@ struct NODOController {
   // Resets and saves the state, and returns it.
   NODOState reset(Date now) const;
   // The report of a state whose trackers know the snapshot already.
-  StatusReport report(const NODOState& state, std::vector<AgentProcess> agents,
+  StatusReport report(NODOState state, std::vector<AgentProcess> agents,
                       const SystemSnapshot& snapshot) const;
 };
 

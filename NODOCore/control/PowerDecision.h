@@ -13,7 +13,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// The words by which decisions, the state's audit, reports and the doctor name their reasons. They
 /// are stored in files and searched for by scripts, so they never change.
@@ -62,7 +62,7 @@ struct SafetyPolicy {
   bool operator==(const SafetyPolicy&) const = default;
 };
 
-JSONValue encode(const SafetyPolicy& policy);
+void encode(JSONWriter& to, const SafetyPolicy& policy);
 
 /// Requires all four keys.
 void decode(const JSONReader& from, SafetyPolicy& policy);
@@ -77,7 +77,7 @@ struct PowerDecision {
   bool operator==(const PowerDecision&) const = default;
 };
 
-JSONValue encode(const PowerDecision& decision);
+void encode(JSONWriter& to, const PowerDecision& decision);
 void decode(const JSONReader& from, PowerDecision& decision);
 
 /// Decides, at the instant of a snapshot, whether the machine is to be kept awake. Pure.

@@ -121,7 +121,7 @@ DaemonRunReport NODOController::reconcile(PowerManaging& powerManager,
     state.updatedAt = now;
     store.save(state);
   }
-  pass.status = report(state, std::move(agents), snapshot);
+  pass.status = report(std::move(state), std::move(agents), snapshot);
   return pass;
 }
 

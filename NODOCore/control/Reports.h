@@ -15,7 +15,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// The answer of every controller command: the state and the machine at one instant, and what
 /// follows.
@@ -31,7 +31,7 @@ struct StatusReport {
   bool operator==(const StatusReport&) const = default;
 };
 
-JSONValue encode(const StatusReport& report);
+void encode(JSONWriter& to, const StatusReport& report);
 void decode(const JSONReader& from, StatusReport& report);
 
 /// The answer of the daemon's passes: `reconcile` and `repair`.
@@ -46,7 +46,7 @@ struct DaemonRunReport {
   bool operator==(const DaemonRunReport&) const = default;
 };
 
-JSONValue encode(const DaemonRunReport& report);
+void encode(JSONWriter& to, const DaemonRunReport& report);
 void decode(const JSONReader& from, DaemonRunReport& report);
 
 /// The keep-awake requests of the last hours in a few time slots, for a menu. Pure.

@@ -1,6 +1,7 @@
 #include <NODOCore/daemon/LockKeeper.h>
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -64,7 +65,9 @@ LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
       log_(std::move(log)),
       releaseGrace_(releaseGrace),
       life_(LockLife::beginning(lock_.look(now))),
-      now_(now) {}
+      now_(now) {
+  controller_.store.memory = std::make_shared<StateStore::Memory>();
+}
 
 // ---- what happens
 
@@ -255,11 +258,12 @@ void LockKeeper::amend(const StateAmendment& amendment) {
   const NODOState stored = controller_.store.load();
   NODOState state = amended(stored, amendment, now_.civil);
   isAmended_ = state != stored;
-  const NODOState before = state;
+  bool isChanged = false;
   if (change_) {
+    const NODOState before = state;
     change_(state);
+    isChanged = state != before;
   }
-  const bool isChanged = state != before;
   if (isAmended_ || isChanged || amendment.mustBeWritten) {
     state.updatedAt = now_.civil;
     controller_.store.save(state);

@@ -13,7 +13,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// Where a status came from.
 enum class DoctorStatusSource {
@@ -106,7 +106,7 @@ struct DoctorReport {
   bool operator==(const DoctorReport&) const = default;
 };
 
-JSONValue encode(const DoctorReport& report);
+void encode(JSONWriter& to, const DoctorReport& report);
 void decode(const JSONReader& from, DoctorReport& report);
 
 }  // namespace nodo

@@ -87,7 +87,7 @@ struct Finding {
   bool operator==(const Finding&) const = default;
 };
 
-JSONValue encode(const Finding& finding);
+void encode(JSONWriter& to, const Finding& finding);
 void decode(const JSONReader& from, Finding& finding);
 
 /// What was looked at for the findings. Whatever is absent or empty is not known, or as it should

@@ -12,7 +12,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// Whether this computer is kept awake, as far as can be told. The texts are stable: programs know
 /// a headline by them.
@@ -47,7 +47,7 @@ struct Headline {
   bool operator==(const Headline&) const = default;
 };
 
-JSONValue encode(const Headline& headline);
+void encode(JSONWriter& to, const Headline& headline);
 void decode(const JSONReader& from, Headline& headline);
 
 /// What the headline follows from.

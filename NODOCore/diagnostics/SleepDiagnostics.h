@@ -16,7 +16,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// What a power assertion keeps from sleeping.
 enum class SleepBlockerScope { systemSleep, displaySleep, other };
@@ -49,7 +49,7 @@ struct SleepBlocker {
 /// part.
 SleepBlockerScope sleepBlockerScope(std::string_view assertionType);
 
-JSONValue encode(const SleepBlocker& blocker);
+void encode(JSONWriter& to, const SleepBlocker& blocker);
 void decode(const JSONReader& from, SleepBlocker& blocker);
 
 /// What affects the machine's sleep: the live settings and the assertions that processes hold.
@@ -64,7 +64,7 @@ struct SleepDiagnosticsReport {
   bool operator==(const SleepDiagnosticsReport&) const = default;
 };
 
-JSONValue encode(const SleepDiagnosticsReport& report);
+void encode(JSONWriter& to, const SleepDiagnosticsReport& report);
 void decode(const JSONReader& from, SleepDiagnosticsReport& report);
 
 /// Reads what affects the sleep of a Mac with `pmset -g live` and `pmset -g assertions`.

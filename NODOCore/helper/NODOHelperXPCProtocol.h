@@ -149,7 +149,7 @@ struct NODOHelperCommandResponse {
   bool operator==(const NODOHelperCommandResponse&) const = default;
 };
 
-JSONValue encode(const NODOHelperCommandResponse& response);
+void encode(JSONWriter& to, const NODOHelperCommandResponse& response);
 void decode(const JSONReader& from, NODOHelperCommandResponse& response);
 
 }  // namespace nodo

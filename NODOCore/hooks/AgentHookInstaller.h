@@ -17,7 +17,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 struct HookObstacle;
 struct HookSurroundings;
 
@@ -35,7 +35,7 @@ struct AgentHookInstallReport {
   bool operator==(const AgentHookInstallReport&) const = default;
 };
 
-JSONValue encode(const AgentHookInstallReport& report);
+void encode(JSONWriter& to, const AgentHookInstallReport& report);
 void decode(const JSONReader& from, AgentHookInstallReport& report);
 
 /// What a person should hear of an installation or uninstallation beside its reports.
@@ -100,9 +100,9 @@ struct AgentHookSetupInspection {
   bool operator==(const AgentHookSetupInspection&) const = default;
 };
 
-JSONValue encode(const AgentHookTargetInspection& inspection);
+void encode(JSONWriter& to, const AgentHookTargetInspection& inspection);
 void decode(const JSONReader& from, AgentHookTargetInspection& inspection);
-JSONValue encode(const AgentHookSetupInspection& inspection);
+void encode(JSONWriter& to, const AgentHookSetupInspection& inspection);
 void decode(const JSONReader& from, AgentHookSetupInspection& inspection);
 
 /// A config.toml in which the hooks cannot be switched on without risk to the rest of it. The

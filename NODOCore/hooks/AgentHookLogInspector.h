@@ -12,7 +12,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// What the hook log says about the hook script's fallback, which keeps the computer awake with its
 /// lid open only.
@@ -25,7 +25,7 @@ struct AgentHookFallbackStatus {
   bool operator==(const AgentHookFallbackStatus&) const = default;
 };
 
-JSONValue encode(const AgentHookFallbackStatus& status);
+void encode(JSONWriter& to, const AgentHookFallbackStatus& status);
 void decode(const JSONReader& from, AgentHookFallbackStatus& status);
 
 /// What is left to do when the real sleep lock takes over from the hook script's fallback.

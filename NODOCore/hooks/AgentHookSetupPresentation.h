@@ -14,7 +14,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// What the setup entry of the menu offers to do with the agents' hooks.
 enum class AgentHookSetupAction { install, update, reinstall };
@@ -59,7 +59,7 @@ struct AgentHookActionResultRow {
   bool operator==(const AgentHookActionResultRow&) const = default;
 };
 
-JSONValue encode(const AgentHookActionResultRow& row);
+void encode(JSONWriter& to, const AgentHookActionResultRow& row);
 void decode(const JSONReader& from, AgentHookActionResultRow& row);
 
 /// How the setup of the agents' hooks stands.

@@ -13,7 +13,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// What a power operation does.
 enum class PowerOperationAction { disableSleep, enableSleep, sleepNow };
@@ -53,7 +53,7 @@ struct PowerOperationResult {
   bool operator==(const PowerOperationResult&) const = default;
 };
 
-JSONValue encode(const PowerOperationResult& result);
+void encode(JSONWriter& to, const PowerOperationResult& result);
 
 /// Lenient with records from before there was an action: it follows from "requestedSleepDisabled",
 /// and outputs that are missing are empty.

@@ -16,7 +16,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// Which icon the menu bar shows.
 enum class MenuBarIconState {
@@ -86,9 +86,9 @@ struct MenuReport {
   bool operator==(const MenuReport&) const = default;
 };
 
-JSONValue encode(const MenuTriggers& triggers);
+void encode(JSONWriter& to, const MenuTriggers& triggers);
 void decode(const JSONReader& from, MenuTriggers& triggers);
-JSONValue encode(const MenuReport& report);
+void encode(JSONWriter& to, const MenuReport& report);
 void decode(const JSONReader& from, MenuReport& report);
 
 /// The report as programs read it: its members, then "headline".

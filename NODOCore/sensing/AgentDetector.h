@@ -11,7 +11,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// A running process that was recognised as an agent.
 struct AgentProcess {
@@ -24,7 +24,7 @@ struct AgentProcess {
   bool operator==(const AgentProcess&) const = default;
 };
 
-JSONValue encode(const AgentProcess& agent);
+void encode(JSONWriter& to, const AgentProcess& agent);
 void decode(const JSONReader& from, AgentProcess& agent);
 
 /// Finds the coding agents in a process table by name and command line. Pure, safe from any thread.

@@ -13,7 +13,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 
 /// Where the machine's power comes from.
 enum class PowerSource { ac, battery, unknown };
@@ -37,7 +37,7 @@ struct SystemSnapshot {
   bool operator==(const SystemSnapshot&) const = default;
 };
 
-JSONValue encode(const SystemSnapshot& snapshot);
+void encode(JSONWriter& to, const SystemSnapshot& snapshot);
 void decode(const JSONReader& from, SystemSnapshot& snapshot);
 
 /// Takes a snapshot of the machine.

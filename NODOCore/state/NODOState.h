@@ -12,7 +12,7 @@
 namespace nodo {
 
 class JSONReader;
-class JSONValue;
+class JSONWriter;
 struct SystemSnapshot;
 
 /// Who asked to keep the machine awake, and when.
@@ -46,7 +46,7 @@ struct ActivationRequester {
   bool operator==(const ActivationRequester&) const = default;
 };
 
-JSONValue encode(const ActivationRequester& requester);
+void encode(JSONWriter& to, const ActivationRequester& requester);
 void decode(const JSONReader& from, ActivationRequester& requester);
 
 /// How many keep-awake requests one minute saw.
@@ -57,7 +57,7 @@ struct TriggerActivityBucket {
   bool operator==(const TriggerActivityBucket&) const = default;
 };
 
-JSONValue encode(const TriggerActivityBucket& bucket);
+void encode(JSONWriter& to, const TriggerActivityBucket& bucket);
 void decode(const JSONReader& from, TriggerActivityBucket& bucket);
 
 /// One power operation as it is kept in the state: when and why, without the tool's output.
@@ -79,7 +79,7 @@ struct PowerOperationAudit {
   bool operator==(const PowerOperationAudit&) const = default;
 };
 
-JSONValue encode(const PowerOperationAudit& audit);
+void encode(JSONWriter& to, const PowerOperationAudit& audit);
 void decode(const JSONReader& from, PowerOperationAudit& audit);
 
 /// The one persistent record: whether a timer keeps the machine awake and until when, whether nodo
@@ -165,7 +165,7 @@ struct NODOState {
   bool operator==(const NODOState&) const = default;
 };
 
-JSONValue encode(const NODOState& state);
+void encode(JSONWriter& to, const NODOState& state);
 
 /// Forgiving, so that a file of an older version still loads: every key may be missing. A key of
 /// the wrong type is an error.

@@ -3,6 +3,8 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/state/StateStore.h>
 
+#include <utility>
+
 namespace nodo {
 
 namespace {
@@ -33,12 +35,19 @@ std::filesystem::path StateStore::stateURL() const {
 }
 
 NODOState StateStore::load() const {
-  const auto content = readFile(stateURL());
+  auto content = readFile(stateURL());
   if (!content) {
     return NODOState::fresh(currentDate());
   }
+  if (memory && memory->content == content) {
+    return memory->state;
+  }
   try {
-    return decodeJSON<NODOState>(*content);
+    auto state = decodeJSON<NODOState>(*content);
+    if (memory) {
+      *memory = {std::move(content), state};
+    }
+    return state;
   } catch (const DecodingError& error) {
     throw error.saying("the state file " + stateURL().string() +
                        " cannot be read: " + error.what() +

@@ -4,6 +4,9 @@
 #include <NODOCore/state/NODOState.h>
 
 #include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace nodo {
 
@@ -13,7 +16,18 @@ namespace nodo {
 /// state or the other, and of two writers the last one wins. The daemon is the only writer of its
 /// own.
 struct StateStore {
+  /// What the file held when it was last read, and what that says.
+  struct Memory {
+    std::optional<std::string> content;
+    NODOState state;
+  };
+
   std::filesystem::path directory;
+
+  /// For who loads again and again: content that is byte for byte the same is not decoded again.
+  /// The file itself is always read, as no size, time or number of it tells for sure that nobody
+  /// has changed it. The store's copies share it, so all of them belong to one thread then.
+  std::shared_ptr<Memory> memory = nullptr;
 
   /// Where a person's own programs keep theirs: `NODO_STATE_DIR`, else ".nodo" under `HOME`; empty
   /// values count as absent. Throws NODOError::stateDirectoryUnavailable when both are.

@@ -14,8 +14,8 @@ class Nodo < Formula
   depends_on "cmake" => :build
   depends_on "fmt" => :build
   depends_on "ninja" => :build
-  depends_on "nlohmann-json" => :build
   depends_on "pkgconf" => [:build, :test]
+  depends_on "rapidjson" => :build
   depends_on "scdoc" => :build
   depends_on "tomlplusplus" => :build
   depends_on macos: :ventura

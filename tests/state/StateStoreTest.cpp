@@ -1,4 +1,5 @@
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/state/StateStore.h>
 #include <testing/DiskFull.h>
@@ -8,6 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -51,6 +55,32 @@ class StateStoreTest : public ::testing::Test {
 
   TemporaryFolder folder;
   StateStore store{folder / "state"};
+};
+
+// A store that remembers what it has read, as the daemon's does.
+class RememberingStoreTest : public StateStoreTest {
+ protected:
+  RememberingStoreTest() {
+    store.memory = std::make_shared<StateStore::Memory>();
+    store.save(timerOf(10));
+    EXPECT_EQ(store.load(), timerOf(10));
+  }
+
+  static NODOState timerOf(int minutes) {
+    NODOState state = NODOState::fresh(noon);
+    state.manualUntil = noon + Seconds(60 * minutes);
+    return state;
+  }
+
+  static std::string textOf(const NODOState& state) {
+    return encodeJSON(state, JSONLayout::prettySorted) + "\n";
+  }
+
+  // Writes over the file where it is, so that its number and its size stay.
+  void overwrite(const std::string& content) const {
+    std::fstream file(store.stateURL());
+    file << content;
+  }
 };
 
 TEST_F(StateStoreTest, APersonsStoreIsWhereTheEnvironmentSays) {
@@ -203,6 +233,68 @@ TEST_F(StateStoreTest, TheFilesModeIsKept) {
   fs::permissions(store.stateURL(), fs::perms(0600));
   store.save(someState());
   EXPECT_EQ(fs::status(store.stateURL()).permissions(), fs::perms(0600));
+}
+
+TEST_F(RememberingStoreTest, AFileAsItWasIsNotDecodedAgain) {
+  // What decoding could not have told.
+  store.memory->state.lastStopReason = "remembered";
+  EXPECT_EQ(store.load().lastStopReason, "remembered");
+  EXPECT_EQ(StateStore(store).load().lastStopReason, "remembered");
+}
+
+TEST_F(RememberingStoreTest, AChangeThatKeepsSizeAndTimesIsSeen) {
+  const fs::file_time_type written = fs::last_write_time(store.stateURL());
+  ASSERT_EQ(textOf(timerOf(20)).size(), textOf(timerOf(10)).size());
+  overwrite(textOf(timerOf(20)));
+  fs::last_write_time(store.stateURL(), written);
+  EXPECT_EQ(store.load(), timerOf(20));
+}
+
+TEST_F(RememberingStoreTest, AChangeRightBehindASaveIsSeen) {
+  for (int minutes = 10; minutes < 60; ++minutes) {
+    store.save(timerOf(minutes));
+    overwrite(textOf(timerOf(minutes + 1)));
+    EXPECT_EQ(store.load(), timerOf(minutes + 1));
+  }
+}
+
+TEST_F(RememberingStoreTest, AnotherFileInItsPlaceIsSeen) {
+  folder.write("other", textOf(timerOf(20)));
+  fs::last_write_time(folder / "other", fs::last_write_time(store.stateURL()));
+  fs::rename(folder / "other", store.stateURL());
+  EXPECT_EQ(store.load(), timerOf(20));
+}
+
+TEST_F(RememberingStoreTest, ARemovedFileIsAFreshStateAndAReturnedOneIsLoaded) {
+  fs::rename(store.stateURL(), folder / "away");
+  EXPECT_EQ(store.load().manualUntil, std::nullopt);
+  fs::rename(folder / "away", store.stateURL());
+  EXPECT_EQ(store.load(), timerOf(10));
+}
+
+TEST_F(RememberingStoreTest, AFileThatTurnsBadIsAnErrorEachTime) {
+  for (const char* content : {"", "[]"}) {
+    folder.write("state/state.json", content);
+    EXPECT_THROW(store.load(), DecodingError);
+    EXPECT_THROW(store.load(), DecodingError);
+  }
+  store.save(timerOf(20));
+  EXPECT_EQ(store.load(), timerOf(20));
+}
+
+TEST_F(RememberingStoreTest, AFailedSaveIsNotRemembered) {
+  {
+    const DiskFull full;
+    saveFailsWith(EFBIG);
+  }
+  EXPECT_EQ(store.load(), timerOf(10));
+}
+
+TEST_F(RememberingStoreTest, WhatIsSavedIsLoadedAsTheFileHoldsIt) {
+  NODOState state = timerOf(20);
+  state.updatedAt = noon + Seconds(0.5);
+  store.save(state);
+  EXPECT_EQ(store.load().updatedAt, noon);
 }
 
 }  // namespace
