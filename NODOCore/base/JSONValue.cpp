@@ -25,7 +25,8 @@ std::string shortened(std::string_view text, std::size_t longest) {
   const auto column = before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
   throw DecodingError("", "JSON",
                       fmt::format("an error at line {}, column {}: {}", line, column,
-                                  escapedForDisplay(shortened(reason, 200))));
+                                  escapedForDisplay(shortened(reason, 200))))
+      .atLine(line);
 }
 
 // The parser hands out a number as the C library has to read it: with the decimal point of the
