@@ -26,7 +26,8 @@ using Kind = JSONNode::Kind;
   const auto lineStart = before.rfind('\n');
   const auto column = before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
   throw DecodingError("", "JSON",
-                      fmt::format("an error at line {}, column {}: {}", line, column, reason));
+                      fmt::format("an error at line {}, column {}: {}", line, column, reason))
+      .atLine(line);
 }
 
 // What the parser says, as the end of a sentence.
