@@ -38,6 +38,23 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
 /// answer, and on macOS, whose wire does not carry them.
 std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, Seconds limit);
 
+/// Hears that the daemon's status has changed, so that nobody has to ask again and again. Not
+/// thread-safe.
+class ChangeNews {
+ public:
+  virtual ~ChangeNews() = default;
+
+  /// Can be read once something may have come.
+  virtual int descriptor() const = 0;
+
+  /// Takes in what came. True when the status has changed, the daemon came or it went. Throws
+  /// std::runtime_error when nothing can come any more.
+  virtual bool take() = 0;
+};
+
+/// Listens from now on; `bus` and `limit` as above. Null where changes are not to be heard of.
+std::unique_ptr<ChangeNews> listenForChanges(const std::optional<std::string>& bus, Seconds limit);
+
 /// The command line, for people, that starts the installed daemon anew, or at all.
 std::string_view restartCommand();
 

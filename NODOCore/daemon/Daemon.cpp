@@ -86,6 +86,7 @@ void Daemon::perform(HelperRequest request, HelperReply reply) {
   }
   const NODOHelperCommandResponse response = answer(request, now_());
   lastStatus_.reset();
+  announce();
   schedule();
   reply(encodeJSON(response, JSONLayout::compact));
 }
@@ -126,6 +127,7 @@ void Daemon::wake(const std::string& occasion, bool resumed) {
   } catch (const std::exception& error) {
     logOnce(lastPassFailure_, "pass failed (" + occasion + ")", error.what());
   }
+  announce();
   schedule();
 }
 
@@ -136,8 +138,24 @@ void Daemon::logOnce(std::string& last, const std::string& what, const std::stri
   }
 }
 
+void Daemon::announce() {
+  isAnnouncementDue_ = keeper_.takeChange() || isAnnouncementDue_;
+  const Seconds now = now_().running;
+  if (isAnnouncementDue_ && (!announcedAt_ || now >= *announcedAt_ + announcementInterval)) {
+    loop_.announceChange();
+    announcedAt_ = now;
+    isAnnouncementDue_ = false;
+  }
+}
+
 void Daemon::schedule() {
-  loop_.setTimer(keeper_.nextWake(now_()));
+  const Moment now = now_();
+  std::optional<Seconds> next = keeper_.nextWake(now);
+  if (isAnnouncementDue_) {
+    const Seconds announcement = *announcedAt_ + announcementInterval - now.running;
+    next = std::min(next.value_or(announcement), announcement);
+  }
+  loop_.setTimer(next);
   loop_.afterPass(keeper_.isHeld(), keeper_.seen());
 }
 

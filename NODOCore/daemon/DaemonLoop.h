@@ -79,6 +79,10 @@ class DaemonLoop {
   /// machine as that pass found it, absent when it failed: news are what differs from that.
   virtual void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) = 0;
 
+  /// Tells all who listen that what a status would say is another than before, so that nobody has
+  /// to ask again and again.
+  virtual void announceChange() = 0;
+
   /// Serves until `terminate` was handled. Throws std::runtime_error when it cannot go on, e.g.
   /// because the bus is gone.
   virtual void run(const DaemonHandlers& handlers) = 0;

@@ -202,7 +202,7 @@ void LockKeeper::perform(const MakePass& effect) {
     run_->stateChanged = run_->stateChanged || isAmended_;
     outcome.verdict = verdictOf(*run_);
     outcome.state = StateFacts{run_->status.state.manualUntil, run_->status.state.ownsSleepDisable};
-    lastSeen_ = run_->status.snapshot;
+    noteChanges(*run_);
     if (outcome.state->ownsLock && lock_.look(now_).lock == LockReading::on) {
       lock_.adopt();
     }
@@ -218,6 +218,18 @@ void LockKeeper::perform(const MakePass& effect) {
     outcome.askedForSleep |= operation.result.action == PowerOperationAction::sleepNow;
   }
   follow({.look = lock_.look(now_), .what = outcome});
+}
+
+void LockKeeper::noteChanges(const DaemonRunReport& run) {
+  const StatusReport& status = run.status;
+  lastSeen_.now = status.snapshot.now;  // time passes
+  if (run.stateChanged || lastSeen_ != status.snapshot || lastAgents_ != status.agents ||
+      lastDecision_ != status.decision) {
+    isChanged_ = true;
+    lastSeen_ = status.snapshot;
+    lastAgents_ = status.agents;
+    lastDecision_ = status.decision;
+  }
 }
 
 DaemonRunReport LockKeeper::makePass() {
@@ -267,6 +279,7 @@ void LockKeeper::amend(const StateAmendment& amendment) {
   if (isAmended_ || isChanged || amendment.mustBeWritten) {
     state.updatedAt = now_.civil;
     controller_.store.save(state);
+    isChanged_ = true;
   }
   isTimerSet_ = static_cast<bool>(std::exchange(change_, nullptr));
 }

@@ -75,6 +75,10 @@ class LockKeeper {
   /// The machine as the last pass found it; absent when that failed.
   std::optional<SystemSnapshot> seen() const;
 
+  /// Whether what a status would say has changed since this was asked last, the passing of time
+  /// aside.
+  bool takeChange() { return std::exchange(isChanged_, false); }
+
  private:
   /// What a request asks of the state, beyond a pass. Throws to refuse.
   using Change = std::function<void(NODOState& state)>;
@@ -93,6 +97,7 @@ class LockKeeper {
 
   void amend(const StateAmendment& amendment);
   NODOState amended(NODOState state, const StateAmendment& amendment, Date now) const;
+  void noteChanges(const DaemonRunReport& run);
   DaemonRunReport makePass();
   PassVerdict verdictOf(const DaemonRunReport& run) const;
   std::optional<StateFacts> storedFacts() const noexcept;
@@ -108,6 +113,9 @@ class LockKeeper {
   Seconds releaseGrace_;
   LockLife life_;
   SystemSnapshot lastSeen_;  // by the last pass that went through
+  std::vector<AgentProcess> lastAgents_;
+  PowerDecision lastDecision_;
+  bool isChanged_ = false;
   // Of the event under way.
   Moment now_;
   Occasion occasion_ = Occasion::woken;

@@ -16,6 +16,7 @@
 namespace nodo {
 
 class JSONReader;
+class JSONValue;
 class JSONWriter;
 
 /// Which icon the menu bar shows.

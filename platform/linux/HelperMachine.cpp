@@ -1,6 +1,7 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/JSONCoding.h>
 #include <platform/HelperMachine.h>
+#include <platform/linux/helper/BusChangeNews.h>
 #include <platform/linux/helper/BusHelperConnection.h>
 #include <platform/linux/helper/BusRequest.h>
 #include <platform/linux/logind/Logind.h>
@@ -114,6 +115,16 @@ std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, 
     return std::nullopt;
   } catch (const DecodingError&) {
     return std::nullopt;  // those of another version
+  }
+}
+
+std::unique_ptr<ChangeNews> listenForChanges(const std::optional<std::string>& bus, Seconds limit) {
+  const auto deadline = deadlineAfter(limit);
+  try {
+    return std::make_unique<BusChangeNews>(findDaemon(bus, daemonName(), deadline), daemonName(),
+                                           deadline);
+  } catch (const BusError&) {
+    return nullptr;
   }
 }
 

@@ -7,6 +7,9 @@
 
 namespace nodo {
 
+/// The system's notification that the daemon's status has changed.
+inline constexpr char changedNotification[] = "com.quintavel.nodo.helper.Changed";
+
 /// The daemon's loop on the main run loop of its process, which serves the main dispatch queue too.
 /// For the main thread only; one at a time.
 class MacDaemonLoop : public DaemonLoop {
@@ -25,6 +28,8 @@ class MacDaemonLoop : public DaemonLoop {
 
   /// launchd asks for no proof of life, and all news are told.
   void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
+
+  void announceChange() override;
 
   /// Errors of handlers end the loop and are thrown from here.
   void run(const DaemonHandlers& handlers) override;

@@ -19,6 +19,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
+#include <notify.h>
 
 namespace nodo {
 namespace {
@@ -208,6 +209,8 @@ void MacDaemonLoop::serve(NODOHelperXPCProtocol& service) { parts_->serve(servic
 void MacDaemonLoop::setTimer(std::optional<Seconds> fromNow) { parts_->setTimer(fromNow); }
 
 void MacDaemonLoop::afterPass(bool /*lockHeld*/, const std::optional<SystemSnapshot>& /*seen*/) {}
+
+void MacDaemonLoop::announceChange() { notify_post(changedNotification); }
 
 void MacDaemonLoop::run(const DaemonHandlers& handlers) { parts_->run(handlers); }
 

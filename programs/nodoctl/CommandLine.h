@@ -110,7 +110,7 @@ struct MenuCommand {
 struct WatchCommand {
   DaemonOptions daemon;
   bool json = false;
-  double interval = 0.5;  ///< seconds between two looks
+  double interval = 5;  ///< seconds after which the daemon is asked where it tells of no changes
 };
 
 struct RunCommand {

@@ -42,6 +42,9 @@ struct ToolContext {
   /// As the platform's.
   std::function<std::optional<SafetyPolicy>(const std::optional<std::string>& bus, Seconds limit)>
       daemonLimits = [](const auto&, Seconds) { return std::nullopt; };
+  /// As the platform's.
+  std::function<std::unique_ptr<ChangeNews>(const std::optional<std::string>& bus, Seconds limit)>
+      listenForChanges = [](const auto&, Seconds) { return nullptr; };
   std::string_view restartCommand = "";  ///< as the platform's
   std::function<Date()> now;
   std::ostream& output;

@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
                                             .refusalOfThisProgram = nodo::refusalOfThisProgram,
                                             .daemonStanding = nodo::daemonStanding,
                                             .daemonLimits = nodo::daemonLimits,
+                                            .listenForChanges = nodo::listenForChanges,
                                             .restartCommand = nodo::restartCommand(),
                                             .now = nodo::currentDate,
                                             .output = std::cout,

@@ -22,6 +22,9 @@ inline constexpr char permissionMethod[] = "Permission";
 /// same holds.
 inline constexpr char limitsMethod[] = "Limits";
 
+/// The signal that tells that what a status would say has changed.
+inline constexpr char changedSignal[] = "Changed";
+
 /// The path of a service's object: "/com/example" for "com.example".
 std::string objectPath(const std::string& serviceName);
 

@@ -104,6 +104,7 @@ const sd_bus_vtable* HelperListener::methods() {
                                SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD_WITH_NAMES(limitsMethod, "", "", "s", SD_BUS_PARAM(limits), onLimits,
                                SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_SIGNAL(changedSignal, "", 0),
       SD_BUS_VTABLE_END};
   return table;
 }
@@ -113,6 +114,12 @@ int HelperListener::onCall(sd_bus_message* call, void* listener, sd_bus_error* /
   auto& self = *static_cast<HelperListener*>(listener);
   self.loop_.protect([&self, call] { self.receive(BusCall(call, Request{})); });
   return 1;
+}
+
+void HelperListener::announceChange() {
+  const std::string path = objectPath(std::string(NODOServiceConstants::helperMachServiceName));
+  // Fails when the bus is gone, which ends the daemon by itself.
+  sd_bus_emit_signal(bus_, path.c_str(), helperInterface, changedSignal, nullptr);
 }
 
 int HelperListener::onPermission(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {

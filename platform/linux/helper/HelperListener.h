@@ -44,6 +44,9 @@ class HelperListener {
   /// std::runtime_error when the name is taken or the bus does not give it.
   HelperListener(EventLoop& loop, const DaemonBus& bus, NODOHelperXPCProtocol& service);
 
+  /// Sends `changedSignal`, to nobody in particular.
+  void announceChange();
+
   HelperListener(const HelperListener&) = delete;
   HelperListener& operator=(const HelperListener&) = delete;
   ~HelperListener() = default;

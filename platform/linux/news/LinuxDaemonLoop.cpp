@@ -108,6 +108,12 @@ void LinuxDaemonLoop::afterPass(bool lockHeld, const std::optional<SystemSnapsho
   watch_.afterPass(seen);
 }
 
+void LinuxDaemonLoop::announceChange() {
+  if (listener_) {
+    listener_->announceChange();
+  }
+}
+
 void LinuxDaemonLoop::run(const DaemonHandlers& handlers) {
   handlers_ = handlers;
   serviceManager_.tellReady();

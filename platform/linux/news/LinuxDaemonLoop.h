@@ -46,6 +46,7 @@ class LinuxDaemonLoop : public DaemonLoop {
   void serve(NODOHelperXPCProtocol& service) override;
   void setTimer(std::optional<Seconds> fromNow) override;
   void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
+  void announceChange() override;
   void run(const DaemonHandlers& handlers) override;
 
  private:

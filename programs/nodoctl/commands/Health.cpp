@@ -156,6 +156,10 @@ void lookAtMachine(const ToolContext& context, HealthFacts& facts) {
   });
 }
 
+bool isNoAgentSetUp(const FindingFacts& facts) {
+  return facts.hooks && facts.hooks->installedTargetCount() == 0 && facts.unreadableHooks.empty();
+}
+
 std::string foreignHolders(const HealthFacts& facts) {
   std::string lines;
   for (const SleepBlocker& blocker : facts.forFindings.otherHolders) {
@@ -226,9 +230,25 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
         silentAgents(facts.status.report, hookedTargets(found), context.machine.ageOfOwnProcess);
   }
   found.keepAwake = state.keepAwakeFacts(facts.status, facts.sleepDisabled);
-  found.keepAwake->isNoAgentSetUp =
-      found.hooks && found.hooks->installedTargetCount() == 0 && found.unreadableHooks.empty();
+  found.keepAwake->isNoAgentSetUp = isNoAgentSetUp(found);
   return facts;
+}
+
+void lookAgain(HealthFacts& facts, const ToolContext& context) {
+  StatusReport& report = facts.status.report;
+  FindingFacts& found = facts.forFindings;
+  report.generatedAt = context.now();
+  report.manualRemainingSeconds = report.state.manualRemainingSeconds(report.generatedAt);
+  facts.problems.clear();
+  facts.sleepDisabled.reset();
+  found.otherHolders.clear();
+  found.unreadableHooks.clear();
+  found.hookObstacles.clear();
+  lookAtMachine(context, facts);
+  KeepAwakeFacts& lock = found.keepAwake.value();
+  lock.report = report;
+  lock.lockIsOn = facts.sleepDisabled;
+  lock.isNoAgentSetUp = isNoAgentSetUp(found);
 }
 
 std::vector<std::string> healthHints(const HealthFacts& facts) {

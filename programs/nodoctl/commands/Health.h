@@ -34,6 +34,9 @@ enum class HealthDepth { picture, findings };
 HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& context,
                          HealthDepth depth);
 
+/// Looks at this machine again, and takes the daemon's status for what it was but that time passed.
+void lookAgain(HealthFacts& facts, const ToolContext& context);
+
 /// What could not be had and why, for standard error.
 std::vector<std::string> healthHints(const HealthFacts& facts);
 

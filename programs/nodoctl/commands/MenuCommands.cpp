@@ -3,7 +3,12 @@
 #include <programs/nodoctl/commands/Health.h>
 #include <programs/nodoctl/commands/MenuDisplay.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <csignal>
+#include <memory>
+#include <stdexcept>
 
 #include <poll.h>
 
@@ -14,8 +19,7 @@ bool writesToTerminal(const ToolContext& context) {
   return context.terminal && context.terminal->isTerminal();
 }
 
-WatchView look(const DaemonOptions& daemon, const ToolContext& context) {
-  const HealthFacts facts = gatherHealth(daemon, context, HealthDepth::picture);
+WatchView viewOf(const HealthFacts& facts, const ToolContext& context) {
   const StatusReport& status = facts.status.report;
   const SetupMenuSignals setup = setupSignals(facts);
   WatchView view{
@@ -54,12 +58,89 @@ std::unique_ptr<WatchDisplay> makeDisplay(bool asJSON, const ToolContext& contex
       [&context](const std::string& hint) { context.console().complain(hint); });
 }
 
+// What "watch" knows. The daemon is asked when it tells of a change, and as long as it cannot tell,
+// or cannot be asked, every now and then.
+class Watched {
+ public:
+  Watched(const WatchCommand& command, const ToolContext& context)
+      : command_(command), context_(context) {
+    ask();
+  }
+
+  WatchView view() const { return viewOf(facts_, context_); }
+
+  // Waits for it to tell.
+  pollfd events() const {
+    return {.fd = news_ ? news_->descriptor() : -1, .events = POLLIN, .revents = 0};
+  }
+
+  // Until something else is to be shown though nothing happens.
+  Seconds timeToWait() const {
+    constexpr Seconds minute{60};
+    const Date now = context_.now();
+    Seconds wait = minute;
+    if (const auto end = facts_.status.report.state.manualUntil; end && *end > now) {
+      // What is left is shown in whole minutes.
+      const Seconds beyond(std::fmod((*end - now).count(), minute.count()));
+      wait = beyond > Seconds(0) ? beyond : minute;
+    }
+    return isDeaf() ? std::min(wait, std::max(timeToAsk(now), Seconds(0))) : wait;
+  }
+
+  // Takes in what came and the time that passed.
+  void follow(const pollfd& events) {
+    const Date now = context_.now();
+    if ((events.revents != 0 && hears()) || (isDeaf() && timeToAsk(now) <= Seconds(0))) {
+      ask();
+    } else {
+      lookAgain(facts_, context_);
+    }
+  }
+
+ private:
+  bool isDeaf() const { return !news_ || facts_.status.unavailable; }
+
+  Seconds timeToAsk(Date now) const {
+    const Seconds passed = now - asked_;
+    return passed < Seconds(0) ? Seconds(0) : Seconds(command_.interval) - passed;
+  }
+
+  bool hears() {
+    try {
+      return news_->take();
+    } catch (const std::runtime_error&) {
+      news_.reset();
+      return true;
+    }
+  }
+
+  // Listens before it asks, so that no change is missed between.
+  void ask() {
+    if (isDeaf()) {
+      news_ = context_.listenForChanges(command_.daemon.bus, Seconds(command_.daemon.timeout));
+    }
+    asked_ = context_.now();
+    facts_ = gatherHealth(command_.daemon, context_, HealthDepth::picture);
+  }
+
+  const WatchCommand& command_;
+  const ToolContext& context_;
+  HealthFacts facts_;
+  Date asked_;
+  std::unique_ptr<ChangeNews> news_;
+};
+
 // Whether it is to end by what came from the terminal: a "q", or that nobody reads any more.
 bool isDismissed(const pollfd& events, const ToolContext& context) {
   if ((events.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
     return true;
   }
   return (events.revents & POLLIN) != 0 && context.terminal->typed().find('q') != std::string::npos;
+}
+
+pollfd terminalEvents(const ToolContext& context) {
+  return context.terminal ? context.terminal->events()
+                          : pollfd{.fd = -1, .events = 0, .revents = 0};
 }
 
 // What a signal does to the display. True when it is to end.
@@ -83,7 +164,8 @@ bool ends(const CaughtSignal& signal, WatchDisplay& display) {
 }  // namespace
 
 Answer perform(const MenuCommand& command, const ToolContext& context) {
-  const WatchView view = look(command.daemon, context);
+  const WatchView view =
+      viewOf(gatherHealth(command.daemon, context, HealthDepth::picture), context);
   Answer answer{.hints = view.hints};
   if (command.json) {
     answer.output = jsonText(encode(view.report, view.headline), JSONLayout::pretty) + "\n";
@@ -103,12 +185,13 @@ Answer perform(const WatchCommand& command, const ToolContext& context) {
   bool isOver = false;
   {
     const auto display = makeDisplay(command.json, context);
+    Watched watched(command, context);
     while (!isOver) {
-      display->show(look(command.daemon, context));
-      pollfd events = context.terminal ? context.terminal->events()
-                                       : pollfd{.fd = -1, .events = 0, .revents = 0};
-      last = signals->next(Seconds(command.interval), events);
-      isOver = last ? ends(*last, *display) : isDismissed(events, context);
+      display->show(watched.view());
+      std::array events{terminalEvents(context), watched.events()};
+      last = signals->next(watched.timeToWait(), events);
+      isOver = last ? ends(*last, *display) : isDismissed(events[0], context);
+      watched.follow(events[1]);
     }
   }
   if (last && last->number != SIGINT) {

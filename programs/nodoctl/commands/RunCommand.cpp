@@ -5,6 +5,7 @@
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -257,8 +258,8 @@ void keepAwakeUntilEnd(const RunCommand& run, const ToolContext& context) {
     const auto signals = context.catchSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
     Lease lease(run, "process " + std::to_string(*run.pid), context);
     lease.begin();
-    pollfd ended{.fd = end.get(), .events = POLLIN, .revents = 0};
-    while (!signal && ended.revents == 0) {
+    std::array ended{pollfd{.fd = end.get(), .events = POLLIN, .revents = 0}};
+    while (!signal && ended.front().revents == 0) {
       signal = signals->next(lease.timeToWait(), ended);
       lease.keep();
     }

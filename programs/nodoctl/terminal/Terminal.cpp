@@ -168,24 +168,26 @@ class PipedSignals : public SignalQueue {
     terminalEnd = -1;
   }
 
-  std::optional<CaughtSignal> next(Seconds limit, pollfd& other) override {
+  std::optional<CaughtSignal> next(Seconds limit, std::span<pollfd> others) override {
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
-    other.revents = 0;
-    for (;;) {
+    std::vector<pollfd> sources(others.begin(), others.end());
+    sources.push_back({.fd = pipe_.readEnd.get(), .events = POLLIN, .revents = 0});
+    for (bool hasCome = false;;) {
       if (const auto caught = read()) {
         return caught;
       }
       const auto left =
           std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (left.count() <= 0 || other.revents != 0) {
+      if (left.count() <= 0 || hasCome) {
         return std::nullopt;
       }
-      std::array<pollfd, 2> sources{
-          pollfd{.fd = pipe_.readEnd.get(), .events = POLLIN, .revents = 0}, other};
       constexpr std::chrono::milliseconds::rep longest = 3'600'000;
       ::poll(sources.data(), sources.size(), static_cast<int>(std::min(left.count(), longest)));
-      other.revents = sources[1].revents;
+      for (std::size_t i = 0; i < others.size(); ++i) {
+        others[i].revents = sources[i].revents;
+        hasCome = hasCome || sources[i].revents != 0;
+      }
     }
   }
 

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,14 +80,11 @@ class SignalQueue {
   virtual ~SignalQueue() = default;
 
   /// The next signal; nothing when none came within `limit`.
-  std::optional<CaughtSignal> next(Seconds limit) {
-    pollfd nothing{.fd = -1, .events = 0, .revents = 0};
-    return next(limit, nothing);
-  }
+  std::optional<CaughtSignal> next(Seconds limit) { return next(limit, {}); }
 
-  /// The same, but also nothing as soon as something came that `other` waits for, which its
+  /// The same, but also nothing as soon as something came that one of `others` waits for, whose
   /// `revents` then tell.
-  virtual std::optional<CaughtSignal> next(Seconds limit, pollfd& other) = 0;
+  virtual std::optional<CaughtSignal> next(Seconds limit, std::span<pollfd> others) = 0;
 };
 
 /// Catches `signals` for as long as it lives, except those that this process was told to ignore.
