@@ -62,6 +62,8 @@ class WatchedLoop : public DaemonLoop {
 
   void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) override;
 
+  void announceChange() override { loop_->announceChange(); }
+
   void run(const DaemonHandlers& handlers) override { loop_->run(handlers); }
 
  private:

@@ -28,6 +28,7 @@ class FakeLoop : public DaemonLoop {
  public:
   std::optional<Seconds> timer;
   std::size_t timersSet = 0;
+  std::size_t announcements = 0;
   bool isLockHeld = false;
   std::optional<SystemSnapshot> seen;
   bool isNameTaken = false;
@@ -51,6 +52,8 @@ class FakeLoop : public DaemonLoop {
     isLockHeld = lockHeld;
     seen = snapshot;
   }
+
+  void announceChange() override { ++announcements; }
 
   void run(const DaemonHandlers& given) override {
     handlers = given;

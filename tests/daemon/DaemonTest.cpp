@@ -51,6 +51,36 @@ TEST_F(DaemonRequestTest, TheStatusChangesNothingAndRunsNoPass) {
   EXPECT_THAT(lines, IsEmpty());
 }
 
+TEST_F(DaemonRequestTest, WhatChangesTheStatusIsAnnouncedAndNothingElseIs) {
+  const auto announced = [this](const std::function<void()>& happens) {
+    pass(Daemon::announcementInterval);
+    const std::size_t before = loop.announcements;
+    happens();
+    return loop.announcements - before;
+  };
+  EXPECT_EQ(announced([this] { ask(manual(20)); }), 1U);
+  EXPECT_EQ(announced([this] { askStatus(); }), 0U);
+  EXPECT_EQ(announced([this] { machineChanged(); }), 0U) << "the machine is as it was";
+  EXPECT_EQ(announced([this] { wait(120); }), 0U) << "time passes";
+  machine->batteryPercent = 50;
+  EXPECT_EQ(announced([this] { machineChanged(); }), 1U);
+  EXPECT_EQ(announced([this] { askStop(); }), 1U);
+  EXPECT_EQ(announced([this] { askReconcile(); }), 0U);
+}
+
+TEST_F(DaemonRequestTest, AFloodOfChangesIsAnnouncedTenTimesASecondAndItsLastOneIsNotForgotten) {
+  pass(Daemon::announcementInterval);
+  const std::size_t before = loop.announcements;
+  for (int request = 0; request < 50; ++request) {
+    ask(manual(20 + request));
+    pass(Daemon::announcementInterval / 50);
+  }
+  EXPECT_LE(loop.announcements - before, 2U);
+  const std::size_t during = loop.announcements;
+  wait(1);
+  EXPECT_EQ(loop.announcements - during, 1U);
+}
+
 TEST_F(DaemonRequestTest, LooksThatFollowEachOtherShareAnAnswer) {
   const auto first = askStatus();
   machine->batteryPercent = 50;

@@ -44,10 +44,10 @@ class RunCommandTest : public ToolFixture {
     ScriptedSignals(RunCommandTest& test, const std::vector<int>& signals)
         : test_(test), real_(catchSignals(signals)) {}
 
-    std::optional<CaughtSignal> next(Seconds limit, pollfd& other) override {
+    std::optional<CaughtSignal> next(Seconds limit, std::span<pollfd> others) override {
       if (test_.steps.empty()) {
         test_.release();
-        return real_->next(Seconds(60), other);
+        return real_->next(Seconds(60), others);
       }
       test_.waits.push_back(limit.count());
       test_.advance(limit.count());

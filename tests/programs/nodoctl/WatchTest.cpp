@@ -30,9 +30,10 @@ class WatchTest : public ToolFixture {
    public:
     explicit ScriptedSignals(WatchTest& test) : test_(test) {}
 
-    std::optional<CaughtSignal> next(Seconds limit, pollfd& other) override {
+    std::optional<CaughtSignal> next(Seconds limit, std::span<pollfd> others) override {
       test_.waits.push_back(limit.count());
-      other.revents = test_.came;
+      others[0].revents = test_.came;
+      others[1].revents = test_.changed ? POLLIN : 0;
       if (test_.events.empty()) {
         return CaughtSignal{.number = SIGINT, .sender = std::nullopt};
       }
@@ -86,7 +87,8 @@ class WatchTest : public ToolFixture {
   std::shared_ptr<FakeTerminal> screen = std::make_shared<FakeTerminal>();
   std::deque<Event> events;
   std::vector<double> waits;
-  short came = 0;  // from the terminal, each time
+  short came = 0;        // from the terminal, each time
+  bool changed = false;  // the daemon says so, once
 };
 
 TEST_F(WatchTest, InAPipeThereIsALineForEachChange) {

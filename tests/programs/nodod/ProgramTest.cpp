@@ -32,6 +32,8 @@ class LentLoop : public DaemonLoop {
     loop_.afterPass(lockHeld, seen);
   }
 
+  void announceChange() override { loop_.announceChange(); }
+
   void run(const DaemonHandlers& handlers) override { loop_.run(handlers); }
 
  private:
