@@ -58,7 +58,7 @@ TEST_F(DaemonRequestTest, WhatChangesTheStatusIsAnnouncedAndNothingElseIs) {
     happens();
     return loop.announcements - before;
   };
-  EXPECT_EQ(announced([this] { ask(manual(20)); }), 1U);
+  EXPECT_EQ(announced([this] { askManual(20); }), 1U);
   EXPECT_EQ(announced([this] { askStatus(); }), 0U);
   EXPECT_EQ(announced([this] { machineChanged(); }), 0U) << "the machine is as it was";
   EXPECT_EQ(announced([this] { wait(120); }), 0U) << "time passes";
@@ -72,7 +72,7 @@ TEST_F(DaemonRequestTest, AFloodOfChangesIsAnnouncedTenTimesASecondAndItsLastOne
   pass(Daemon::announcementInterval);
   const std::size_t before = loop.announcements;
   for (int request = 0; request < 50; ++request) {
-    ask(manual(20 + request));
+    askManual(20 + request);
     pass(Daemon::announcementInterval / 50);
   }
   EXPECT_LE(loop.announcements - before, 2U);
