@@ -176,6 +176,21 @@ rapidjson::ParseResult parse(std::string_view original, std::size_t begin, std::
 
 // ---- writing
 
+// Where a name is missing but one of JSON's words begins, the fault is where that goes on
+// differently, as it is for a value.
+std::size_t faultOffset(std::string_view text, std::size_t offset,
+                        rapidjson::ParseErrorCode error) {
+  std::size_t longest = 0;
+  if (error == rapidjson::kParseErrorObjectMissName) {
+    const std::string_view rest = text.substr(offset);
+    for (const std::string_view word : {"null", "true", "false"}) {
+      const auto end = std::mismatch(word.begin(), word.end(), rest.begin(), rest.end()).first;
+      longest = std::max(longest, static_cast<std::size_t>(end - word.begin()));
+    }
+  }
+  return offset + longest;
+}
+
 // Without branches, so that compilers take many bytes at a time.
 bool isWrittenAsItIs(std::string_view text) {
   unsigned char special = 0;
@@ -242,7 +257,7 @@ JSONDocument::JSONDocument(std::string_view text) : text_(text) {
     }
   }
   if (result.IsError()) {
-    const std::size_t offset = begin + result.Offset();
+    const std::size_t offset = faultOffset(text, begin + result.Offset(), result.Code());
     if (text.substr(offset).starts_with('/')) {
       failAt(text, offset, "an unexpected slash; JSON has no comments");
     }
