@@ -42,7 +42,7 @@ struct ToolContext {
   /// As the platform's.
   std::function<std::optional<SafetyPolicy>(const std::optional<std::string>& bus, Seconds limit)>
       daemonLimits = [](const auto&, Seconds) { return std::nullopt; };
-  std::string_view restartCommand = "";  ///< as the platform's
+  std::string_view restartCommand = {};  ///< as the platform's
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;
