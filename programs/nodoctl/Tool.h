@@ -45,7 +45,7 @@ struct ToolContext {
   /// As the platform's.
   std::function<std::unique_ptr<ChangeNews>(const std::optional<std::string>& bus, Seconds limit)>
       listenForChanges = [](const auto&, Seconds) { return nullptr; };
-  std::string_view restartCommand = "";  ///< as the platform's
+  std::string_view restartCommand = {};  ///< as the platform's
   std::function<Date()> now;
   std::ostream& output;
   std::ostream& error;

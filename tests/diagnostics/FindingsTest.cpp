@@ -182,7 +182,7 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
        [](FindingFacts& facts) {
          startTimer(facts);
          KeepAwakeFacts& lock = *facts.keepAwake;
-         lock.limits = {.minimumBatteryPercent = 20};
+         lock.limits = SafetyPolicy{.minimumBatteryPercent = 20};
          lock.report.snapshot.batteryPercent = 15;
          lock.report.decision = {.safetyBlocks = {reason::batteryBelowThreshold}};
        },

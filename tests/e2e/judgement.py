@@ -13,9 +13,10 @@ import shutil
 import signal
 import subprocess
 import sys
+import typing
 
 from daemon_world import main
-from expectations import equal, wait_until
+from expectations import check, equal, wait_until
 from laptop import FOLDER, Network, PowerSupplies
 from processes import NOBODY, as_user, environment
 
@@ -63,7 +64,9 @@ class World:
     def file(self, name):
         return pathlib.Path(self.home, name)
 
-    # ---- the plights
+
+class Plights(World):
+    """What can become of it, each by its name."""
 
     def nothing(self):
         pass
@@ -135,47 +138,57 @@ class World:
         self.inhibit("player", "sleep")
 
 
-# The exit statuses of doctor, status, menu, manual and stop, one after another.
+class Row(typing.NamedTuple):
+    """One plight and all that is expected in it."""
+
+    plight: str
+    options: list  # of the daemon
+    headline: str
+    text: str  # how the headline begins
+    findings: list
+    statuses: list  # of doctor, status, menu, manual and stop
+
+
 ROWS = [
-    # plight, the daemon's options, headline, how it begins, findings, statuses
-    ("nothing", [], "off", "Not kept awake: no timer runs", [], [0, 0, 0, 0, 0]),
-    ("timer", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [], [0, 0, 0, 0, 0]),
-    ("absent", [], "daemonMissing",
-     "NOT kept awake by this: the daemon nodod is not running on the system bus",
-     ["daemonMissing"], [1, 0, 0, 0, 0]),
-    ("hangs", [], "daemonMissing", r"NOT kept awake by this: the daemon nodod does not answer\.$",
-     ["daemonMissing"], [1, 0, 0, 0, 0]),
-    ("hangs_with_lock", [], "lockWithoutWord",
-     r"Kept awake by a lock of nodo's, but not by this: the daemon nodod does not answer\.$",
-     ["daemonMissing"], [1, 0, 0, 0, 1]),
-    ("refuses", [], "keptAwake", "Kept awake until ", ["daemonRefuses"], [1, 0, 0, 0, 1]),
-    ("low_battery", [], "sleepAllowed",
-     r"The timer runs, but sleep is allowed: battery at 15 % \(limit 20 %\)\. It runs until ",
-     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
-    ("low_battery", ["--minimum-battery", "35"], "sleepAllowed",
-     r"The timer runs, but sleep is allowed: battery at 15 % \(limit 35 %\)\. ",
-     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
-    ("no_route", ["--no-route-grace", "1"], "sleepAllowed",
-     r"The timer runs, but sleep is allowed: no network since \d\d:\d\d \(limit 1 s\)\. ",
-     ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
-    ("simulated_lock", [], "lockMissing",
-     "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
-    ("unreadable_state", [], "daemonMissing",
-     "NOT kept awake by this: the daemon nodod failed: the state file ", ["daemonMissing"],
-     [1, 0, 0, 0, 0]),
-    ("hooks_missing", [], "off",
-     "Not kept awake: no timer runs. No agent is set up yet: nodoctl hooks install$",
-     ["noAgentSetUp"], [1, 0, 0, 0, 0]),
-    ("hooks_outdated", [], "off", "Not kept awake", ["hooksOutdated"], [0, 0, 0, 0, 0]),
-    ("hooks_untrusted", [], "off", "Not kept awake", ["hooksNotTrusted"], [1, 0, 0, 0, 0]),
-    ("hooks_disabled", [], "off", "Not kept awake", ["hooksSwitchedOff"], [1, 0, 0, 0, 0]),
-    ("hooks_unreadable", [], "off", "Not kept awake", ["hooksUnreadable"], [1, 0, 0, 0, 0]),
-    ("paused", [], "off", r"Not kept awake: the timer was stopped\.$", ["hooksPaused"],
-     [0, 0, 0, 0, 0]),
-    ("foreign_lock", [], "lockLeft",
-     r"Still kept awake: the sleep lock is on, although nothing asks for it\.$", ["lockLeft"],
-     [1, 0, 0, 0, 1]),
-    ("somebody_else", [], "off", "Not kept awake", ["othersHoldAwake"], [0, 0, 0, 0, 0]),
+    Row("nothing", [], "off", "Not kept awake: no timer runs", [], [0, 0, 0, 0, 0]),
+    Row("timer", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [], [0, 0, 0, 0, 0]),
+    Row("absent", [], "daemonMissing",
+        "NOT kept awake by this: the daemon nodod is not running on the system bus",
+        ["daemonMissing"], [1, 0, 0, 0, 0]),
+    Row("hangs", [], "daemonMissing",
+        r"NOT kept awake by this: the daemon nodod does not answer\.$", ["daemonMissing"],
+        [1, 0, 0, 0, 0]),
+    Row("hangs_with_lock", [], "lockWithoutWord",
+        r"Kept awake by a lock of nodo's, but not by this: the daemon nodod does not answer\.$",
+        ["daemonMissing"], [1, 0, 0, 0, 1]),
+    Row("refuses", [], "keptAwake", "Kept awake until ", ["daemonRefuses"], [1, 0, 0, 0, 1]),
+    Row("low_battery", [], "sleepAllowed",
+        r"The timer runs, but sleep is allowed: battery at 15 % \(limit 20 %\)\. It runs until ",
+        ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    Row("low_battery", ["--minimum-battery", "35"], "sleepAllowed",
+        r"The timer runs, but sleep is allowed: battery at 15 % \(limit 35 %\)\. ",
+        ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    Row("no_route", ["--no-route-grace", "1"], "sleepAllowed",
+        r"The timer runs, but sleep is allowed: no network since \d\d:\d\d \(limit 1 s\)\. ",
+        ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    Row("simulated_lock", [], "lockMissing",
+        "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
+    Row("unreadable_state", [], "daemonMissing",
+        "NOT kept awake by this: the daemon nodod failed: the state file ", ["daemonMissing"],
+        [1, 0, 0, 0, 0]),
+    Row("hooks_missing", [], "off",
+        "Not kept awake: no timer runs. No agent is set up yet: nodoctl hooks install$",
+        ["noAgentSetUp"], [1, 0, 0, 0, 0]),
+    Row("hooks_outdated", [], "off", "Not kept awake", ["hooksOutdated"], [0, 0, 0, 0, 0]),
+    Row("hooks_untrusted", [], "off", "Not kept awake", ["hooksNotTrusted"], [1, 0, 0, 0, 0]),
+    Row("hooks_disabled", [], "off", "Not kept awake", ["hooksSwitchedOff"], [1, 0, 0, 0, 0]),
+    Row("hooks_unreadable", [], "off", "Not kept awake", ["hooksUnreadable"], [1, 0, 0, 0, 0]),
+    Row("paused", [], "off", r"Not kept awake: the timer was stopped\.$", ["hooksPaused"],
+        [0, 0, 0, 0, 0]),
+    Row("foreign_lock", [], "lockLeft",
+        r"Still kept awake: the sleep lock is on, although nothing asks for it\.$", ["lockLeft"],
+        [1, 0, 0, 0, 1]),
+    Row("somebody_else", [], "off", "Not kept awake", ["othersHoldAwake"], [0, 0, 0, 0, 0]),
 ]
 LIMIT = ["--helper-timeout", "0.5"]  # within which a healthy daemon answers
 
@@ -184,40 +197,46 @@ def first_line(text):
     return text.partition("\n")[0]
 
 
-def judge(world, row):
-    plight, options, headline, text, findings, statuses = row
-    name = " ".join([plight, *options])
-    world.daemon.power = "simulated" if plight == "simulated_lock" else "logind"
-    world.begin(*options)
-    getattr(world, plight)()
-    limit = LIMIT if "hangs" in plight else ["--helper-timeout", "20"]
+def begin(world, row):
+    world.daemon.power = "simulated" if row.plight == "simulated_lock" else "logind"
+    world.begin(*row.options)
+    getattr(world, row.plight)()
+    return LIMIT if "hangs" in row.plight else ["--helper-timeout", "20"]
 
+
+def judge(world, row):
+    limit = begin(world, row)
     report = json.loads(world.run("doctor", "--json", *limit).stdout)
-    equal(report["headline"]["kind"], headline, f"the headline, {name} ({report['headline']})")
-    equal([each["kind"] for each in report["findings"]], findings, f"the findings, {name}")
+    equal(report["headline"]["kind"], row.headline, f"the headline, {row} ({report['headline']})")
+    equal([each["kind"] for each in report["findings"]], row.findings, f"the findings, {row}")
 
     doctor, status, menu = (world.run(command, *limit) for command in ["doctor", "status", "menu"])
     shown = {"the doctor's end": doctor.stdout.splitlines()[-1],
              "the menu's head": re.sub("^. nodo: ", "", first_line(menu.stdout))}
-    if "hooks" not in plight:  # of which the status knows nothing
+    if "hooks" not in row.plight:  # of which the status knows nothing
         shown["the status's head"] = first_line(status.stdout)
     for where, line in shown.items():
-        equal(bool(re.match(text, line)), True, f"{where}, {name} ({line!r})")
-    outcomes = [doctor, status, menu]
-    for command in [["manual", "--minutes", "60"], ["stop"]]:
-        done = world.run(*command, *limit)
-        outcomes.append(done)
-        said = first_line(done.stdout)
-        if "kept awake" in said.lower():
-            equal(said.startswith(("Kept awake", "Still kept awake")), world.logind.locks() != [],
-                  f"what {command} says of the lock, {name} ({said})")
-    equal([each.returncode for each in outcomes], statuses,
-          f"the exit statuses, {name} ({[each.stdout + each.stderr for each in outcomes[3:]]})")
+        check(re.match(row.text, line), f"{where}, {row}: {line!r}")
+
+    outcomes = [doctor, status, menu, *(change(world, row, command, limit)
+                                        for command in [["manual", "--minutes", "60"], ["stop"]])]
+    equal([each.returncode for each in outcomes], row.statuses,
+          f"the exit statuses, {row} ({[each.stdout + each.stderr for each in outcomes[3:]]})")
     world.end()
 
 
+def change(world, row, command, limit):
+    """What it says first of the lock agrees with logind's list."""
+    done = world.run(*command, *limit)
+    said = first_line(done.stdout)
+    if "kept awake" in said.lower():
+        equal(said.startswith(("Kept awake", "Still kept awake")), world.logind.locks() != [],
+              f"what {command} says of the lock, {row} ({said})")
+    return done
+
+
 def test(daemon, logind):
-    world = World(daemon, logind)
+    world = Plights(daemon, logind)
     for row in ROWS:
         judge(world, row)
 

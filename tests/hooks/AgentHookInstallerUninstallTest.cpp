@@ -160,7 +160,9 @@ TEST_F(AgentHookInstallerUninstallTest, AFailureIsReportedAndTheOtherTargetsGoOn
   EXPECT_EQ(reports[1].path, (home / codexFile).string());
   EXPECT_FALSE(reports[1].changed);
   EXPECT_EQ(reports[1].message, "failed");
-  EXPECT_THAT(reports[1].error.value(), StartsWith((home / codexFile).string() + ": "));
+  EXPECT_EQ(reports[1].error, (home / codexFile).string() +
+                                  ", line 1: this is not valid JSON. Repair it, then run this "
+                                  "again.");
   EXPECT_EQ(reports[2], report("grok", grokFile, true, "removed"));
   EXPECT_EQ(reports[3], report("pi", piFile, true, "removed"));
   EXPECT_EQ(home.read(codexFile), "no JSON");

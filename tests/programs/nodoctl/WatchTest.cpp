@@ -191,7 +191,7 @@ TEST_F(WatchTest, AKeyEndsItAndOthersDoNot) {
   useTerminal();
   came = POLLIN;
   screen->keys = "x";
-  then([this] {});
+  then([] {});
   then([this] { screen->keys = "q"; });
   const Outcome outcome = run({"watch"});
   EXPECT_EQ(outcome.exitStatus, 0);
