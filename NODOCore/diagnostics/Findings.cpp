@@ -102,8 +102,9 @@ class Finder {
   // Warnings first.
   std::vector<Finding> find() {
     if (facts_.keepAwake) {
-      lookAtLock(*facts_.keepAwake);
-      lookAround(*facts_.keepAwake);
+      const HeadlineKind kind = headline(*facts_.keepAwake).kind;
+      lookAtLock(*facts_.keepAwake, kind);
+      lookAround(*facts_.keepAwake, kind);
     }
     lookAtFallback();
     lookAtDaemon();
@@ -123,8 +124,8 @@ class Finder {
                       .toDo = escapedForDisplay(toDo)});
   }
 
-  void lookAtLock(const KeepAwakeFacts& facts) {
-    switch (headline(facts).kind) {
+  void lookAtLock(const KeepAwakeFacts& facts, HeadlineKind kind) {
+    switch (kind) {
       case HeadlineKind::daemonMissing:
       case HeadlineKind::lockWithoutWord:
         add(FindingKind::daemonMissing, FindingSeverity::warning,
@@ -156,14 +157,13 @@ class Finder {
     }
   }
 
-  void lookAround(const KeepAwakeFacts& facts) {
+  void lookAround(const KeepAwakeFacts& facts, HeadlineKind kind) {
     if (!facts.daemonFailure && facts.report.state.updatedAt > facts_.now + usualStep) {
       add(FindingKind::clockSetBack, FindingSeverity::note,
           fmt::format("The clock was set back: the state was changed at {}, which lies ahead.",
                       clockText(facts.report.state.updatedAt, facts_.now)),
           "The timer keeps its length; times of earlier requests may look wrong for a while.");
     }
-    const HeadlineKind kind = headline(facts).kind;
     const bool isHeldByNodo = kind == HeadlineKind::keptAwake ||
                               kind == HeadlineKind::unconfirmed || kind == HeadlineKind::lockLeft;
     if (!isHeldByNodo && !facts_.otherHolders.empty()) {
