@@ -75,6 +75,7 @@ void Daemon::run() {
 
 void Daemon::end() {
   mayLockStand_ = !keeper_.shutDown(now_());
+  loop_.announceChange();  // not every system tells its programs that one of them has ended
 }
 
 // ---- requests

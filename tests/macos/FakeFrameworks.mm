@@ -1,4 +1,4 @@
-// What stands behind the C functions of CoreFoundation, Dispatch, IOKit and Network.
+// What stands behind the C functions of CoreFoundation, Dispatch, IOKit, Network and notify(3).
 
 #include <tests/macos/FakeMac.h>
 
@@ -12,6 +12,7 @@
 #import <IOKit/pwr_mgt/IOPMLib.h>
 #import <Network/Network.h>
 #import <dispatch/dispatch.h>
+#import <notify.h>
 #import <tests/macos/FakeSystemObject.h>
 
 using nodo::test::FakeMac;
@@ -269,6 +270,27 @@ CFRunLoopSourceRef IOPSCreateLimitedPowerNotification(IOPowerSourceCallbackType 
   source->callback_ = callback;
   source->context_ = context;
   return (CFRunLoopSourceRef)source;
+}
+
+// ---- notifications
+
+uint32_t notify_post(const char* name) {
+  mac().notify(name);
+  return NOTIFY_STATUS_OK;
+}
+
+uint32_t notify_register_file_descriptor(const char* name, int* notify_fd, int, int* out_token) {
+  constexpr uint32_t failed = 1000000;
+  if (!mac().offersNotifications) {
+    return failed;
+  }
+  *out_token = static_cast<int>(mac().listen(name, *notify_fd));
+  return NOTIFY_STATUS_OK;
+}
+
+uint32_t notify_cancel(int token) {
+  closeHandle(static_cast<std::uint32_t>(token));
+  return NOTIFY_STATUS_OK;
 }
 
 // ---- Network

@@ -1,7 +1,11 @@
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Files.h>
 
 #include <csignal>
 #include <utility>
+
+#include <arpa/inet.h>
+#include <unistd.h>
 
 #include <tests/macos/FakeMac.h>
 
@@ -19,7 +23,7 @@ FakeMac& FakeMac::instance() {
 
 void FakeMac::reset() {
   offersPowerNews = offersLidService = offersLidNews = offersSleepNews = true;
-  offersPathMonitor = offersSources = true;
+  offersPathMonitor = offersSources = offersNotifications = true;
   runLoopEndsByItself = false;
   powerSource = nullptr;
   lid = nullptr;
@@ -35,6 +39,7 @@ void FakeMac::reset() {
   now_ = 1'000'000'000;
   sources_.clear();
   handles_.clear();
+  listeners_.clear();
 }
 
 void FakeMac::post(Work work) {
@@ -125,7 +130,26 @@ std::uint32_t FakeMac::open(const std::string& what) {
 }
 
 bool FakeMac::close(std::uint32_t handle) {
+  listeners_.erase(handle);
   return handles_.erase(handle) == 1;
+}
+
+std::uint32_t FakeMac::listen(const std::string& name, int& descriptor) {
+  const std::uint32_t handle = open("listener");
+  Listener& listener = listeners_[handle] = {.name = name, .pipe = makePrivatePipe()};
+  descriptor = listener.pipe.readEnd.get();
+  return handle;
+}
+
+void FakeMac::notify(const std::string& name) {
+  for (const auto& [handle, listener] : listeners_) {
+    // As on a Mac, what is read is the handle in the network's byte order.
+    const std::uint32_t word = htonl(handle);
+    if (listener.name == name &&
+        ::write(listener.pipe.writeEnd.get(), &word, sizeof word) != sizeof word) {
+      throwErrno("tell of", name);
+    }
+  }
 }
 
 std::multiset<std::string> FakeMac::openHandles() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <NODOCore/base/System.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -34,6 +36,7 @@ class FakeMac {
   bool offersSleepNews = true;
   bool offersPathMonitor = true;
   bool offersSources = true;
+  bool offersNotifications = true;
   bool runLoopEndsByItself = false;
 
   // ---- the main run loop
@@ -93,6 +96,12 @@ class FakeMac {
   Work path;                         ///< of the path monitor, once it is started
   std::vector<long> allowedChanges;  ///< the power changes that were answered
 
+  // ---- notifications of programs to each other
+
+  /// Gives what is read by whoever listens, and a handle to close.
+  std::uint32_t listen(const std::string& name, int& descriptor);
+  void notify(const std::string& name);
+
   // ---- what is in use
 
   std::uint32_t open(const std::string& what);
@@ -114,6 +123,11 @@ class FakeMac {
   std::map<const void*, Source> sources_;
   std::uint32_t lastHandle_ = 0;
   std::map<std::uint32_t, std::string> handles_;
+  struct Listener {
+    std::string name;
+    Pipe pipe;
+  };
+  std::map<std::uint32_t, Listener> listeners_;
 };
 
 }  // namespace nodo::test

@@ -1,3 +1,4 @@
+#include <platform/HelperMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <testing/FakeCodeSigning.h>
 
@@ -11,6 +12,8 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <poll.h>
 
 #include <gtest/gtest.h>
 
@@ -224,6 +227,27 @@ TEST_F(MacDaemonLoopTest, WhatTheSystemDoesNotOfferIsReportedAndDoneWithout) {
     events.clear();
     EXPECT_EQ(run({}), Events{"terminate"});
   }
+}
+
+TEST_F(MacDaemonLoopTest, WhoListensHearsOfEachChange) {
+  const auto news = listenForChanges(std::nullopt, Seconds(1));
+  const auto others = listenForChanges(std::nullopt, Seconds(1));
+  ASSERT_TRUE(news && others);
+  EXPECT_FALSE(news->take());
+  loop->announceChange();
+  loop->announceChange();
+  pollfd waiting{.fd = news->descriptor(), .events = POLLIN, .revents = 0};
+  EXPECT_EQ(::poll(&waiting, 1, 0), 1);
+  EXPECT_TRUE(news->take());
+  EXPECT_FALSE(news->take());
+  EXPECT_TRUE(others->take());
+  mac.notify("com.example.Changed");
+  EXPECT_FALSE(news->take());
+}
+
+TEST_F(MacDaemonLoopTest, WithoutNotificationsThereIsNothingToListenTo) {
+  mac.offersNotifications = false;
+  EXPECT_EQ(listenForChanges(std::nullopt, Seconds(1)), nullptr);
 }
 
 TEST_F(MacDaemonLoopTest, WithoutSourcesOfEventsThereIsNoLoop) {

@@ -65,6 +65,10 @@ class ToolFixture : public ::testing::Test {
                           ++limitsAsked;
                           return limits;
                         },
+                    .listenForChanges =
+                        [this](const std::optional<std::string>&, Seconds) {
+                          return listenForChanges();
+                        },
                     .restartCommand = "sudo restart",
                     .now = [this] { return now; },
                     .output = output,
@@ -111,6 +115,8 @@ class ToolFixture : public ::testing::Test {
   std::vector<std::pair<std::optional<std::string>, Seconds>> standingAskedFor;
   std::optional<SafetyPolicy> limits;  ///< of the daemon, where it tells
   int limitsAsked = 0;
+  /// How changes are heard of; null where they cannot be.
+  std::function<std::unique_ptr<ChangeNews>()> listenForChanges = [] { return nullptr; };
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   SleepDiagnosticsReading diagnostics;
   bool diagnosticsFail = false;

@@ -33,13 +33,31 @@ class WatchTest : public ToolFixture {
     std::optional<CaughtSignal> next(Seconds limit, std::span<pollfd> others) override {
       test_.waits.push_back(limit.count());
       others[0].revents = test_.came;
-      others[1].revents = test_.changed ? POLLIN : 0;
       if (test_.events.empty()) {
         return CaughtSignal{.number = SIGINT, .sender = std::nullopt};
       }
       const Event event = test_.events.front();
       test_.events.pop_front();
-      return event();
+      const auto signal = event();
+      others[1].revents = others[1].fd >= 0 && test_.isAnnounced ? POLLIN : 0;
+      return signal;
+    }
+
+   private:
+    WatchTest& test_;
+  };
+
+  class ScriptedNews : public ChangeNews {
+   public:
+    explicit ScriptedNews(WatchTest& test) : test_(test) {}
+
+    int descriptor() const override { return 1000; }  // nobody waits for it
+
+    bool take() override {
+      if (test_.isBusGone) {
+        throw std::runtime_error("the bus is gone");
+      }
+      return std::exchange(test_.isAnnounced, false);
     }
 
    private:
@@ -53,14 +71,25 @@ class WatchTest : public ToolFixture {
     makeSignals = [this](const std::vector<int>&) {
       return std::make_unique<ScriptedSignals>(*this);
     };
+    listenForChanges = [this]() -> std::unique_ptr<ChangeNews> {
+      return isBusGone ? nullptr : std::make_unique<ScriptedNews>(*this);
+    };
   }
 
   void useTerminal() { terminal = screen; }
 
-  // Time passes and `change` happens.
+  // `change` happens half a second later and is announced.
   void then(const std::function<void()>& change) {
-    events.emplace_back([this, change]() -> std::optional<CaughtSignal> {
-      advance(0.5);
+    after(0.5, [this, change] {
+      change();
+      isAnnounced = true;
+    });
+  }
+
+  // `change` happens after so many seconds, and nobody tells.
+  void after(double seconds, const std::function<void()>& change = [] {}) {
+    events.emplace_back([this, seconds, change]() -> std::optional<CaughtSignal> {
+      advance(seconds);
       helper->status.generatedAt = now;
       change();
       return std::nullopt;
@@ -87,8 +116,9 @@ class WatchTest : public ToolFixture {
   std::shared_ptr<FakeTerminal> screen = std::make_shared<FakeTerminal>();
   std::deque<Event> events;
   std::vector<double> waits;
-  short came = 0;        // from the terminal, each time
-  bool changed = false;  // the daemon says so, once
+  short came = 0;            // from the terminal, each time
+  bool isAnnounced = false;  // that something has changed
+  bool isBusGone = false;    // so that nothing can be announced
 };
 
 TEST_F(WatchTest, InAPipeThereIsALineForEachChange) {
@@ -233,11 +263,66 @@ TEST_F(WatchTest, WhatFailsIsShownBelow) {
               HasSubstr("helper unavailable (a\\u{1b}[2Jb); using the local state"));
 }
 
-TEST_F(WatchTest, ItLooksAsOftenAsItIsTold) {
-  then([] {});
+TEST_F(WatchTest, WhileNothingChangesNothingIsAskedAndTheTimeLeftIsRedrawnByTheMinute) {
+  useTerminal();
+  startTimer(150);
+  after(30);
+  after(60);
+  after(60);
   run({"watch"});
-  run({"watch", "--interval", "3"});
-  EXPECT_EQ(waits, (std::vector<double>{0.5, 0.5, 3}));
+  EXPECT_EQ(helper->requests().size(), 1U);
+  EXPECT_EQ(waits, (std::vector<double>{30, 60, 60, 60}));
+  ASSERT_EQ(screen->writes.size(), 6U);
+  EXPECT_THAT(screen->writes[1], HasSubstr("Kept awake until 08:17 (3 min left)."));
+  EXPECT_THAT(screen->writes[2], HasSubstr("Kept awake until 08:17 (2 min left)."));
+  EXPECT_THAT(screen->writes[3], HasSubstr("Kept awake until 08:17 (1 min left)."));
+  EXPECT_THAT(screen->writes[4], Not(HasSubstr("left")));
+}
+
+TEST_F(WatchTest, ALockThatWentIsSeenWithoutTheDaemon) {
+  startTimer(1200);
+  after(60, [this] { diagnostics.report.sleepDisabled = false; });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(helper->requests().size(), 1U);
+  EXPECT_EQ(lines(outcome.output), 2U);
+  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31 08:16:00  ▲ nodo: Not kept awake: "));
+}
+
+TEST_F(WatchTest, WhatIsAnnouncedIsAskedForOnce) {
+  then([] {});
+  then([] {});
+  after(60);
+  run({"watch"});
+  EXPECT_EQ(helper->requests().size(), 3U);
+}
+
+TEST_F(WatchTest, WithoutAnnouncementsItAsksEveryFiveSecondsOrAsOftenAsItIsTold) {
+  isBusGone = true;
+  after(5);
+  after(2);
+  run({"watch"});
+  EXPECT_EQ(helper->requests().size(), 2U);
+  EXPECT_EQ(waits, (std::vector<double>{5, 5, 3}));
+  run({"watch", "--interval", "0.5"});
+  EXPECT_EQ(waits.back(), 0.5);
+}
+
+TEST_F(WatchTest, ADaemonThatDoesNotAnswerIsAskedAgainThoughItWouldTell) {
+  helper->refusal = "gone";
+  after(5, [this] { helper->refusal.reset(); });
+  after(60);
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(waits, (std::vector<double>{5, 60, 60}));
+  EXPECT_EQ(lines(outcome.output), 2U);
+}
+
+TEST_F(WatchTest, ABusThatGoesAndComesBackIsListenedToAgain) {
+  then([this] { isBusGone = true; });
+  after(5, [this] { isBusGone = false; });
+  then([this] { startTimer(1200); });
+  const Outcome outcome = run({"watch"});
+  EXPECT_EQ(waits, (std::vector<double>{60, 5, 60, 60}));
+  EXPECT_EQ(lines(outcome.output), 2U);
 }
 
 TEST_F(WatchTest, MenuShowsTheSameOnce) {
