@@ -15,6 +15,7 @@
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/daemon/DaemonLoop.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/daemon/LockKeeper.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/PMSetSleepLock.h>

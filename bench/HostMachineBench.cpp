@@ -1,7 +1,7 @@
 #include <NODOCore/control/NODOController.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
-#include <programs/shared/ProgramFrame.h>
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>
 

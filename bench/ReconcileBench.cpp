@@ -1,7 +1,7 @@
 #include <NODOCore/control/NODOController.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
-#include <programs/shared/ProgramFrame.h>
 #include <testing/FakePowerManager.h>
 #include <testing/ScriptedCommandRunner.h>
 #include <testing/TemporaryFolder.h>

@@ -58,14 +58,15 @@ void keepNotLater(std::optional<Date>& date, Date limit) {
 }  // namespace
 
 LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-                       Seconds releaseGrace, const Moment& now)
+                       const DaemonSettings& settings, const Moment& now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(log),
       log_(std::move(log)),
-      releaseGrace_(releaseGrace),
+      settings_(settings),
       life_(LockLife::beginning(lock_.look(now))),
       now_(now) {
+  controller_.decisionEngine.policy = settings.policy;
   controller_.store.memory = std::make_shared<StateStore::Memory>();
 }
 
@@ -244,7 +245,7 @@ PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
   const StatusReport& report = run.status;
   const auto due = ReconcileSchedule::sleepReleaseDeadline(report, 0).deadline;
   return {.isWanted = report.decision.shouldPreventSleep,
-          .deadline = due ? std::optional(*due + releaseGrace_) : std::nullopt,
+          .deadline = due ? std::optional(*due + settings_.releaseGrace) : std::nullopt,
           .isDueNow = due && *due <= report.generatedAt,
           .needsSleep = releaseNeedsSleepRequest(report.snapshot),
           .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr};
@@ -293,8 +294,7 @@ NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, 
     }
   }
   // Whoever set the clock ahead before, or wrote the file: nothing lasts longer than it may.
-  const auto longest =
-      static_cast<double>(controller_.decisionEngine.policy.maxManualDurationMinutes) * 60;
+  const auto longest = static_cast<double>(settings_.policy.maxManualDurationMinutes) * 60;
   keepNotLater(state.manualUntil, now + Seconds(longest));
   keepNotLater(state.noRouteUnavailableSince, now);
   keepNotLater(state.lidOpenedAt, now);

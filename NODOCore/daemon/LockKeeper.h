@@ -2,6 +2,7 @@
 
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/state/NODOState.h>
@@ -23,8 +24,9 @@ namespace nodo {
 /// error of the step that failed, after everything else that had to be done.
 class LockKeeper {
  public:
-  LockKeeper(NODOController controller, SleepLock lock, DaemonLog log, Seconds releaseGrace,
-             const Moment& now);
+  /// `controller` decides by the settings' policy, whatever its own.
+  LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
+             const DaemonSettings& settings, const Moment& now);
 
   /// Releases a lock that an earlier process left behind, unless a timer still runs for it. To be
   /// called before anything that may fail.
@@ -68,7 +70,7 @@ class LockKeeper {
   /// Whether nodo holds the lock, as far as is known.
   bool isHeld() const { return life_.holdsLock(); }
 
-  const SafetyPolicy& limits() const { return controller_.decisionEngine.policy; }
+  const SafetyPolicy& limits() const { return settings_.policy; }
 
   bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
 
@@ -110,7 +112,7 @@ class LockKeeper {
   WatchedLock lock_;
   OperationLog operationLog_;
   DaemonLog log_;
-  Seconds releaseGrace_;
+  DaemonSettings settings_;
   LockLife life_;
   SystemSnapshot lastSeen_;  // by the last pass that went through
   std::vector<AgentProcess> lastAgents_;

@@ -1,5 +1,6 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Files.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>

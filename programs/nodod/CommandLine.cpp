@@ -81,20 +81,20 @@ void describe(CLI::App& app, Options& into) {
          "with "
          "stand-ins for the tools of macOS)")
       ->type_name("auto|pmset|logind|simulated");
-  addWholeNumber(app, "--minimum-battery", into.policy.minimumBatteryPercent, 0, 100, "PERCENT",
-                 "On battery, never keep awake at or below this charge");
-  addWholeNumber(app, "--max-minutes", into.policy.maxManualDurationMinutes, 1, largest, "N",
-                 "The longest timer that one request may set, in minutes");
+  addWholeNumber(app, "--minimum-battery", into.settings.policy.minimumBatteryPercent, 0, 100,
+                 "PERCENT", "On battery, never keep awake at or below this charge");
+  addWholeNumber(app, "--max-minutes", into.settings.policy.maxManualDurationMinutes, 1, largest,
+                 "N", "The longest timer that one request may set, in minutes");
   addWholeNumber(
-      app, "--lid-open-grace", into.policy.lidOpenGraceSeconds, 0, largest, "S",
+      app, "--lid-open-grace", into.settings.policy.lidOpenGraceSeconds, 0, largest, "S",
       "For how long reports mention a lid that was just opened (changes nothing else), in "
       "seconds");
-  addWholeNumber(app, "--no-route-grace", into.policy.noRouteGraceSeconds, 0, largest, "S",
+  addWholeNumber(app, "--no-route-grace", into.settings.policy.noRouteGraceSeconds, 0, largest, "S",
                  "How long the network may be missing before sleep is allowed again, in seconds");
   app.add_option_function<std::string>(
          "--release-grace",
          [&into](const std::string& text) {
-           into.releaseGrace = Seconds(seconds("--release-grace", text));
+           into.settings.releaseGrace = Seconds(seconds("--release-grace", text));
          },
          "How long after a timer's end the lock is released, in seconds (default: 1)")
       ->type_name("S");

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <NODOCore/base/Date.h>
-#include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <platform/DaemonMachine.h>
 #include <programs/shared/Help.h>
 #include <programs/shared/ProgramFrame.h>
@@ -17,8 +16,7 @@ struct Options {
   std::optional<std::string> stateFolder;  ///< absent: what the system has for it
   std::optional<std::string> bus;          ///< absent: the system bus if there is one
   PowerChoice power = PowerChoice::automatic;
-  SafetyPolicy policy = defaultPolicy;
-  Seconds releaseGrace{1};         ///< how long after the end of a timer the release is due
+  DaemonSettings settings;
   std::optional<std::string> log;  ///< absent: standard error
   bool once = false;               ///< one pass, then the end
 };

@@ -36,7 +36,7 @@ NODOController controllerFor(const Options& options, const std::filesystem::path
           .detector = {},
           .processListing = machine.processListing,
           .snapshotProvider = machine.snapshotProvider,
-          .decisionEngine = {options.policy}};
+          .decisionEngine = {options.settings.policy}};
 }
 
 SleepLock makeSleepLock(const Options& options, const DaemonContext& context,
@@ -70,7 +70,7 @@ void run(const Options& options, const DaemonContext& context) {
   }
   const std::filesystem::path folder = stateFolder(options, context);
   LockKeeper keeper(controllerFor(options, folder, context.machine(options.power)),
-                    makeSleepLock(options, context, log), log, options.releaseGrace, context.now());
+                    makeSleepLock(options, context, log), log, options.settings, context.now());
   keeper.releaseLeftBehind(context.now());
   try {
     const StateFolderLock folderLock(folder);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <NODOCore/control/PowerDecision.h>
-
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -134,13 +132,5 @@ std::optional<double> decimalNumber(const std::string& text);
 /// The value of --bus: "system", "session" or an address on this computer. Throws
 /// CLI::ValidationError for anything else.
 std::string busChoice(const std::string& text);
-
-/// The limits that the programs keep to unless told otherwise: a fifth of the battery as a reserve,
-/// half a day at most for one request (an agent left alone overnight), a minute to sit down again
-/// after opening the lid, five minutes for a network to come back.
-inline constexpr SafetyPolicy defaultPolicy{.minimumBatteryPercent = 20,
-                                            .maxManualDurationMinutes = 720,
-                                            .lidOpenGraceSeconds = 60,
-                                            .noRouteGraceSeconds = 300};
 
 }  // namespace nodo

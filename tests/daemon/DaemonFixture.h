@@ -2,8 +2,8 @@
 
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/daemon/Daemon.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
-#include <programs/shared/ProgramFrame.h>
 #include <testing/FakeMachine.h>
 #include <testing/FakePowerManager.h>
 #include <testing/TemporaryFolder.h>
@@ -103,7 +103,7 @@ class DaemonFixture : public ::testing::Test {
     daemon.reset();
     keeper.reset();  // as the one before it has died, its mark is free
     keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
-                                          makeLock(), log, releaseGrace, moment());
+                                          makeLock(), log, settings, moment());
     keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
         *keeper, loop, [this] { return moment(); }, log);
@@ -224,7 +224,7 @@ class DaemonFixture : public ::testing::Test {
   test::TemporaryFolder folder = test::TemporaryFolder::inMemory();
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   test::FakePowerManager power;
-  Seconds releaseGrace{1};
+  DaemonSettings settings;
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;

@@ -146,7 +146,7 @@ TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingIsTriedEveryMinuteAndNotWith
 
 TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingWithoutANetworkIsTriedEveryMinute) {
   for (const double grace : {0.0, 1.0}) {
-    releaseGrace = Seconds(grace);
+    settings.releaseGrace = Seconds(grace);
     start();
     askManual(60);
     machine->defaultRouteAvailable = false;
@@ -166,7 +166,7 @@ TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingWithoutANetworkIsTriedEveryM
 }
 
 TEST_F(DaemonScheduleTest, WithoutAReleaseGraceNoPassFollowsAnotherWithoutEnd) {
-  releaseGrace = Seconds(0);
+  settings.releaseGrace = Seconds(0);
   start();
   askManual(60);
   machine->defaultRouteAvailable = false;

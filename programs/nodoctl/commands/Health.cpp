@@ -2,6 +2,7 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
+#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/state/StateStore.h>

@@ -25,11 +25,11 @@ TEST(NododCommandLineTest, NothingOnTheLineMeansTheDefaults) {
   EXPECT_FALSE(options.stateFolder);
   EXPECT_FALSE(options.bus);
   EXPECT_EQ(options.power, PowerChoice::automatic);
-  EXPECT_EQ(options.policy, (SafetyPolicy{.minimumBatteryPercent = 20,
-                                          .maxManualDurationMinutes = 720,
-                                          .lidOpenGraceSeconds = 60,
-                                          .noRouteGraceSeconds = 300}));
-  EXPECT_EQ(options.releaseGrace, Seconds(1));
+  EXPECT_EQ(options.settings.policy, (SafetyPolicy{.minimumBatteryPercent = 20,
+                                                   .maxManualDurationMinutes = 720,
+                                                   .lidOpenGraceSeconds = 60,
+                                                   .noRouteGraceSeconds = 300}));
+  EXPECT_EQ(options.settings.releaseGrace, Seconds(1));
   EXPECT_FALSE(options.log);
   EXPECT_FALSE(options.once);
 }
@@ -42,11 +42,11 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   EXPECT_EQ(options.stateFolder, "/state");
   EXPECT_EQ(options.bus, "session");
   EXPECT_EQ(options.power, PowerChoice::logind);
-  EXPECT_EQ(options.policy, (SafetyPolicy{.minimumBatteryPercent = 0,
-                                          .maxManualDurationMinutes = 1,
-                                          .lidOpenGraceSeconds = 0,
-                                          .noRouteGraceSeconds = 7}));
-  EXPECT_EQ(options.releaseGrace, Seconds(0.25));
+  EXPECT_EQ(options.settings.policy, (SafetyPolicy{.minimumBatteryPercent = 0,
+                                                   .maxManualDurationMinutes = 1,
+                                                   .lidOpenGraceSeconds = 0,
+                                                   .noRouteGraceSeconds = 7}));
+  EXPECT_EQ(options.settings.releaseGrace, Seconds(0.25));
   EXPECT_EQ(options.log, "/log");
   EXPECT_TRUE(options.once);
 }
@@ -65,7 +65,7 @@ TEST(NododCommandLineTest, EveryPowerChoiceHasItsWord) {
 TEST(NododCommandLineTest, NumbersOfSecondsMayHaveAFraction) {
   for (const auto& [text, value] : std::vector<std::pair<std::string, double>>{
            {"0", 0}, {"3", 3}, {"0.5", 0.5}, {".5", 0.5}, {"2.", 2}, {"1000000000", 1e9}}) {
-    EXPECT_EQ(parsed({"--release-grace", text}).releaseGrace, Seconds(value)) << text;
+    EXPECT_EQ(parsed({"--release-grace", text}).settings.releaseGrace, Seconds(value)) << text;
   }
 }
 
