@@ -285,7 +285,7 @@ TEST_F(WatchTest, ALockThatWentIsSeenWithoutTheDaemon) {
   const Outcome outcome = run({"watch"});
   EXPECT_EQ(helper->requests().size(), 1U);
   EXPECT_EQ(lines(outcome.output), 2U);
-  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31 08:16:00  ▲ nodo: Not kept awake: "));
+  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31 08:16:00  ▲ nodo: NOT kept awake by nodo, "));
 }
 
 TEST_F(WatchTest, WhatIsAnnouncedIsAskedForOnce) {
