@@ -13,10 +13,9 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <tests/macos/FakeMac.h>
 
 namespace nodo {

@@ -87,7 +87,8 @@ class WatchTest : public ToolFixture {
   }
 
   // `change` happens after so many seconds, and nobody tells.
-  void after(double seconds, const std::function<void()>& change = [] {}) {
+  void after(
+      double seconds, const std::function<void()>& change = [] {}) {
     events.emplace_back([this, seconds, change]() -> std::optional<CaughtSignal> {
       advance(seconds);
       helper->status.generatedAt = now;
