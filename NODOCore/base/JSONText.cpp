@@ -94,7 +94,11 @@ class NodeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NodeB
  public:
   // `original` is the text that the parser changes at `buffer` as it reads.
   NodeBuilder(std::string_view original, const char* buffer, std::vector<JSONNode>& nodes)
-      : original_(original), buffer_(buffer), nodes_(nodes) {}
+      : original_(original),
+        buffer_(buffer),
+        nodes_(nodes),
+        // An escape, too, may stand for half of a character.
+        isSurelyUTF8_(isASCII(original) && original.find("\\u") == std::string_view::npos) {}
 
   bool Null() { return add({.kind = Kind::null}); }
 
@@ -109,8 +113,7 @@ class NodeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NodeB
 
   bool String(const char* text, rapidjson::SizeType size, bool /*mustBeCopied*/) {
     const std::string_view view(text, size);
-    // An escape, too, may stand for half of a character.
-    if (!isValidUTF8(view)) {
+    if (!isSurelyUTF8_ && !isValidUTF8(view)) {
       failAt(original_, offsetOf(text), "a text that is not UTF-8");
     }
     return add({text, size, Kind::text});
@@ -161,6 +164,7 @@ class NodeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NodeB
   const char* buffer_;
   std::vector<JSONNode>& nodes_;
   std::vector<std::size_t> open_;
+  bool isSurelyUTF8_;
 };
 
 // Appends the values of the document that begins there to `nodes`; their texts are in `buffer`,

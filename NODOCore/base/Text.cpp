@@ -231,13 +231,17 @@ void appendUTF8(std::string& text, char32_t point) {
 
 }  // namespace
 
-bool isValidUTF8(std::string_view text) {
-  // Most texts are ASCII. Without branches, so that compilers take many bytes of it at a time.
+bool isASCII(std::string_view text) {
+  // Without branches, so that compilers take many bytes at a time.
   unsigned char all = 0;
   for (const char character : text) {
     all |= static_cast<unsigned char>(character);
   }
-  if (all < 0x80) {
+  return all < 0x80;
+}
+
+bool isValidUTF8(std::string_view text) {
+  if (isASCII(text)) {
     return true;
   }
   while (!text.empty()) {

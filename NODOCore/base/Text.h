@@ -18,6 +18,9 @@
 /// All functions are pure and safe from any thread.
 namespace nodo {
 
+/// Whether `text` has no byte above 0x7F.
+bool isASCII(std::string_view text);
+
 /// Whether `text` is well-formed UTF-8.
 bool isValidUTF8(std::string_view text);
 

@@ -75,7 +75,6 @@ void Daemon::run() {
 
 void Daemon::end() {
   mayLockStand_ = !keeper_.shutDown(now_());
-  loop_.announceChange();  // not every system tells its programs that one of them has ended
 }
 
 // ---- requests
@@ -140,23 +139,13 @@ void Daemon::logOnce(std::string& last, const std::string& what, const std::stri
 }
 
 void Daemon::announce() {
-  isAnnouncementDue_ = keeper_.takeChange() || isAnnouncementDue_;
-  const Seconds now = now_().running;
-  if (isAnnouncementDue_ && (!announcedAt_ || now >= *announcedAt_ + announcementInterval)) {
+  if (keeper_.takeChange()) {
     loop_.announceChange();
-    announcedAt_ = now;
-    isAnnouncementDue_ = false;
   }
 }
 
 void Daemon::schedule() {
-  const Moment now = now_();
-  std::optional<Seconds> next = keeper_.nextWake(now);
-  if (isAnnouncementDue_) {
-    const Seconds announcement = *announcedAt_ + announcementInterval - now.running;
-    next = std::min(next.value_or(announcement), announcement);
-  }
-  loop_.setTimer(next);
+  loop_.setTimer(keeper_.nextWake(now_()));
   loop_.afterPass(keeper_.isHeld(), keeper_.seen());
 }
 

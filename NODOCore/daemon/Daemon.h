@@ -24,8 +24,6 @@ namespace nodo {
 class Daemon : public NODOHelperXPCProtocol {
  public:
   static constexpr Seconds answerLifetime{0.1};
-  /// Changes that come faster are announced as one.
-  static constexpr Seconds announcementInterval{0.1};
 
   Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log);
 
@@ -62,8 +60,6 @@ class Daemon : public NODOHelperXPCProtocol {
   std::string lastLookFailure_;
   bool mayLockStand_ = false;               // after the end
   std::optional<StatusAnswer> lastStatus_;  // absent: something has changed since
-  bool isAnnouncementDue_ = false;
-  std::optional<Seconds> announcedAt_;  // by the machine's clock
 };
 
 }  // namespace nodo

@@ -25,4 +25,16 @@ std::vector<News> NewsBurst::take() {
   return std::exchange(news_, {});
 }
 
+std::optional<Seconds> AnnouncementPace::delay(Seconds now) {
+  if (std::exchange(isDue_, true)) {
+    return std::nullopt;
+  }
+  return std::max(earliest_ - now, Seconds(0));
+}
+
+void AnnouncementPace::made(Seconds now) {
+  isDue_ = false;
+  earliest_ = now + interval;
+}
+
 }  // namespace nodo

@@ -47,6 +47,25 @@ class NewsBurst {
   std::vector<News> news_;
 };
 
+/// Paces what everybody is told, so that a flood of changes does not become a flood of questions:
+/// what comes sooner after the last announcement than `interval` waits for its end. Not
+/// thread-safe.
+class AnnouncementPace {
+ public:
+  static constexpr Seconds interval{0.1};
+
+  /// How long after `now`, by a clock that nobody sets, the next announcement is to be made;
+  /// nothing when it is under way already.
+  std::optional<Seconds> delay(Seconds now);
+
+  /// Says that it is made.
+  void made(Seconds now);
+
+ private:
+  Seconds earliest_{0};
+  bool isDue_ = false;
+};
+
 /// What the daemon's loop calls, all of it on the loop's own thread and one after another.
 struct DaemonHandlers {
   std::function<void(const std::vector<News>& news)> machineChanged;
@@ -80,7 +99,7 @@ class DaemonLoop {
   virtual void afterPass(bool lockHeld, const std::optional<SystemSnapshot>& seen) = 0;
 
   /// Tells all who listen that what a status would say is another than before, so that nobody has
-  /// to ask again and again.
+  /// to ask again and again. Soon, and at the pace above.
   virtual void announceChange() = 0;
 
   /// Serves until `terminate` was handled. Throws std::runtime_error when it cannot go on, e.g.

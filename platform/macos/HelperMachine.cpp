@@ -1,6 +1,6 @@
 #include <platform/HelperMachine.h>
-#include <platform/macos/SecurityCodeSigning.h>
 #include <platform/macos/MacDaemonLoop.h>
+#include <platform/macos/SecurityCodeSigning.h>
 #include <platform/macos/XPCHelperConnection.h>
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+#include <NODOCore/base/System.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/MachineNews.h>
@@ -128,6 +129,12 @@ class MacDaemonLoop::Parts {
 
   void setTimer(std::optional<Seconds> fromNow) { timer_.set(fromNow); }
 
+  void announceChange() {
+    if (const auto delay = pace_.delay(awakeTime())) {
+      announcement_.set(delay);
+    }
+  }
+
   void run(const DaemonHandlers& handlers) {
     handlers_ = &handlers;
     ended_ = false;
@@ -162,7 +169,13 @@ class MacDaemonLoop::Parts {
     handle([this](const DaemonHandlers& handlers) {
       handlers.terminate();
       end();
+      tellOfChange();  // the system does not tell that a program has ended
     });
+  }
+
+  void tellOfChange() {
+    pace_.made(awakeTime());
+    notify_post(changedNotification);
   }
 
   void end() {
@@ -190,6 +203,8 @@ class MacDaemonLoop::Parts {
   std::exception_ptr failure_;
   NewsBurst burst_;
   Timer timer_{[this] { handle([](const DaemonHandlers& handlers) { handlers.timerFired(); }); }};
+  AnnouncementPace pace_;
+  Timer announcement_{[this] { tellOfChange(); }};
   Timer settled_{[this] { reportChanges(); }};
   Signal terminated_{SIGTERM, [this] { terminate(); }};
   Signal interrupted_{SIGINT, [this] { terminate(); }};
@@ -210,7 +225,7 @@ void MacDaemonLoop::setTimer(std::optional<Seconds> fromNow) { parts_->setTimer(
 
 void MacDaemonLoop::afterPass(bool /*lockHeld*/, const std::optional<SystemSnapshot>& /*seen*/) {}
 
-void MacDaemonLoop::announceChange() { notify_post(changedNotification); }
+void MacDaemonLoop::announceChange() { parts_->announceChange(); }
 
 void MacDaemonLoop::run(const DaemonHandlers& handlers) { parts_->run(handlers); }
 

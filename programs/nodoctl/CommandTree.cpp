@@ -336,8 +336,9 @@ class TreeBuilder {
   }
 
   void addOptions(CLI::App& app, WatchCommand& watch) {
-    addSeconds(app, "--interval", watch.interval,
-               "After how many seconds to ask again where the daemon tells of no changes (default: 5)")
+    addSeconds(
+        app, "--interval", watch.interval,
+        "After how many seconds to ask again where the daemon tells of no changes (default: 5)")
         ->type_name("S");
     addJSON(app, watch.json)->description("Print JSON, one document a line");
     addDaemonOptions(app);

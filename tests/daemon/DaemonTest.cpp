@@ -53,7 +53,6 @@ TEST_F(DaemonRequestTest, TheStatusChangesNothingAndRunsNoPass) {
 
 TEST_F(DaemonRequestTest, WhatChangesTheStatusIsAnnouncedAndNothingElseIs) {
   const auto announced = [this](const std::function<void()>& happens) {
-    pass(Daemon::announcementInterval);
     const std::size_t before = loop.announcements;
     happens();
     return loop.announcements - before;
@@ -66,19 +65,6 @@ TEST_F(DaemonRequestTest, WhatChangesTheStatusIsAnnouncedAndNothingElseIs) {
   EXPECT_EQ(announced([this] { machineChanged(); }), 1U);
   EXPECT_EQ(announced([this] { askStop(); }), 1U);
   EXPECT_EQ(announced([this] { askReconcile(); }), 0U);
-}
-
-TEST_F(DaemonRequestTest, AFloodOfChangesIsAnnouncedTenTimesASecondAndItsLastOneIsNotForgotten) {
-  pass(Daemon::announcementInterval);
-  const std::size_t before = loop.announcements;
-  for (int request = 0; request < 50; ++request) {
-    askManual(20 + request);
-    pass(Daemon::announcementInterval / 50);
-  }
-  EXPECT_LE(loop.announcements - before, 2U);
-  const std::size_t during = loop.announcements;
-  wait(1);
-  EXPECT_EQ(loop.announcements - during, 1U);
 }
 
 TEST_F(DaemonRequestTest, LooksThatFollowEachOtherShareAnAnswer) {

@@ -5,9 +5,8 @@
 #include <utility>
 
 #include <arpa/inet.h>
-#include <unistd.h>
-
 #include <tests/macos/FakeMac.h>
+#include <unistd.h>
 
 namespace nodo::test {
 namespace {

@@ -123,10 +123,12 @@ class FakeMac {
   std::map<const void*, Source> sources_;
   std::uint32_t lastHandle_ = 0;
   std::map<std::uint32_t, std::string> handles_;
+
   struct Listener {
     std::string name;
     Pipe pipe;
   };
+
   std::map<std::uint32_t, Listener> listeners_;
 };
 

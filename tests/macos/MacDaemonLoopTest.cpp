@@ -13,10 +13,9 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <tests/macos/FakeMac.h>
 
 namespace nodo {
@@ -233,16 +232,22 @@ TEST_F(MacDaemonLoopTest, WhoListensHearsOfEachChange) {
   const auto news = listenForChanges(std::nullopt, Seconds(1));
   const auto others = listenForChanges(std::nullopt, Seconds(1));
   ASSERT_TRUE(news && others);
-  EXPECT_FALSE(news->take());
-  loop->announceChange();
-  loop->announceChange();
-  pollfd waiting{.fd = news->descriptor(), .events = POLLIN, .revents = 0};
-  EXPECT_EQ(::poll(&waiting, 1, 0), 1);
-  EXPECT_TRUE(news->take());
-  EXPECT_FALSE(news->take());
+  const auto hears = [&news] {
+    pollfd waiting{.fd = news->descriptor(), .events = POLLIN, .revents = 0};
+    const bool isReadable = ::poll(&waiting, 1, 0) == 1;
+    EXPECT_EQ(news->take(), isReadable);
+    return isReadable;
+  };
+  EXPECT_FALSE(hears());
+  run({[this] {
+         loop->announceChange();
+         loop->announceChange();
+       },
+       wait(0), [&] { EXPECT_TRUE(hears()); }, wait(1), [&] { EXPECT_FALSE(hears()); },
+       [this] { mac.notify("com.example.Changed"); }, [&] { EXPECT_FALSE(hears()); },
+       [this] { loop->announceChange(); }, wait(0.1), [&] { EXPECT_TRUE(hears()); }});
+  EXPECT_TRUE(hears()) << "the daemon has ended";
   EXPECT_TRUE(others->take());
-  mac.notify("com.example.Changed");
-  EXPECT_FALSE(news->take());
 }
 
 TEST_F(MacDaemonLoopTest, WithoutNotificationsThereIsNothingToListenTo) {

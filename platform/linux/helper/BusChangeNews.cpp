@@ -22,13 +22,13 @@ BusChangeNews::BusChangeNews(ClientBus bus, const std::string& serviceName,
                              BusClock::time_point deadline)
     : bus_(std::move(bus.connection)) {
   const std::chrono::microseconds limit = timeUntil(deadline);
-  checkSystemd(sd_bus_set_method_call_timeout(bus_.get(), static_cast<std::uint64_t>(limit.count())),
-               action);
   checkSystemd(
-      sd_bus_match_signal(bus_.get(), into(changed_), serviceName.c_str(),
-                          objectPath(serviceName).c_str(), helperInterface, changedSignal, onNews,
-                          this),
+      sd_bus_set_method_call_timeout(bus_.get(), static_cast<std::uint64_t>(limit.count())),
       action);
+  checkSystemd(sd_bus_match_signal(bus_.get(), into(changed_), serviceName.c_str(),
+                                   objectPath(serviceName).c_str(), helperInterface, changedSignal,
+                                   onNews, this),
+               action);
   checkSystemd(sd_bus_add_match(bus_.get(), into(ownerChanged_), ownerRule(serviceName).c_str(),
                                 onNews, this),
                action);

@@ -1,3 +1,4 @@
+#include <NODOCore/base/System.h>
 #include <platform/linux/news/EventLoop.h>
 #include <platform/linux/news/LinuxDaemonLoop.h>
 
@@ -70,7 +71,9 @@ LinuxDaemonLoop::LinuxDaemonLoop(const std::optional<std::string>& bus, DaemonLo
       serviceManager_(events_),
       watch_(events_, bus_.name == systemBus ? bus_.connection.get() : nullptr,
              [this](const std::vector<News>& news) { handlers_.machineChanged(news); }),
-      timer_(events_, CLOCK_BOOTTIME, timerAccuracy, [this] { handlers_.timerFired(); }) {
+      timer_(events_, CLOCK_BOOTTIME, timerAccuracy, [this] { handlers_.timerFired(); }),
+      announcement_(events_, CLOCK_MONOTONIC, std::chrono::milliseconds(1),
+                    [this] { tellOfChange(); }) {
   addSignals();
   busLost_ =
       events_.attach(bus_.connection.get(), onBusLost, this, "serve " + describedBus(bus_.name));
@@ -109,6 +112,13 @@ void LinuxDaemonLoop::afterPass(bool lockHeld, const std::optional<SystemSnapsho
 }
 
 void LinuxDaemonLoop::announceChange() {
+  if (const auto delay = pace_.delay(awakeTime())) {
+    announcement_.set(delay);
+  }
+}
+
+void LinuxDaemonLoop::tellOfChange() {
+  pace_.made(awakeTime());
   if (listener_) {
     listener_->announceChange();
   }

@@ -53,6 +53,7 @@ class LinuxDaemonLoop : public DaemonLoop {
   static int onSignal(sd_event_source* source, const struct signalfd_siginfo* signal, void* loop);
   static int onBusLost(sd_bus_message* message, void* loop, sd_bus_error* error);
   void addSignals();
+  void tellOfChange();
   void receive(std::uint32_t signal);
 
   DaemonHandlers handlers_;
@@ -63,6 +64,8 @@ class LinuxDaemonLoop : public DaemonLoop {
   ServiceManager serviceManager_;
   MachineWatch watch_;
   LoopTimer timer_;
+  AnnouncementPace pace_;
+  LoopTimer announcement_;
   std::unique_ptr<HelperListener> listener_;
 };
 

@@ -65,10 +65,8 @@ class ToolFixture : public ::testing::Test {
                           ++limitsAsked;
                           return limits;
                         },
-                    .listenForChanges =
-                        [this](const std::optional<std::string>&, Seconds) {
-                          return listenForChanges();
-                        },
+                    .listenForChanges = [this](const std::optional<std::string>&,
+                                               Seconds) { return listenForChanges(); },
                     .restartCommand = "sudo restart",
                     .now = [this] { return now; },
                     .output = output,

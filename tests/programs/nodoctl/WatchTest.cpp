@@ -87,7 +87,8 @@ class WatchTest : public ToolFixture {
   }
 
   // `change` happens after so many seconds, and nobody tells.
-  void after(double seconds, const std::function<void()>& change = [] {}) {
+  void after(
+      double seconds, const std::function<void()>& change = [] {}) {
     events.emplace_back([this, seconds, change]() -> std::optional<CaughtSignal> {
       advance(seconds);
       helper->status.generatedAt = now;
@@ -285,7 +286,7 @@ TEST_F(WatchTest, ALockThatWentIsSeenWithoutTheDaemon) {
   const Outcome outcome = run({"watch"});
   EXPECT_EQ(helper->requests().size(), 1U);
   EXPECT_EQ(lines(outcome.output), 2U);
-  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31 08:16:00  ▲ nodo: Not kept awake: "));
+  EXPECT_THAT(outcome.output, HasSubstr("\n2026-01-31 08:16:00  ▲ nodo: NOT kept awake by nodo, "));
 }
 
 TEST_F(WatchTest, WhatIsAnnouncedIsAskedForOnce) {
