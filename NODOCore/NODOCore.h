@@ -10,12 +10,12 @@
 #include <NODOCore/base/JSONValue.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/base/TextEnum.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/control/Reports.h>
 #include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/daemon/DaemonLoop.h>
-#include <NODOCore/daemon/DaemonSettings.h>
 #include <NODOCore/daemon/LockKeeper.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/PMSetSleepLock.h>

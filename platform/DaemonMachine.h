@@ -40,6 +40,9 @@ SleepLock makeSleepLock(PowerChoice choice);
 std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus,
                                            const DaemonLog& log);
 
+/// Where the system has the daemon's settings file.
+std::filesystem::path settingsFile();
+
 /// Where the daemon keeps its state unless told otherwise: NODO_STATE_DIR, else the system folder,
 /// else what this kind of system has for it (on Linux STATE_DIRECTORY of the service manager, else
 /// /var/lib/nodo, and on a session bus ".nodo/daemon" under HOME). `bus` as above. Throws

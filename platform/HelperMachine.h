@@ -1,7 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
-#include <NODOCore/control/PowerDecision.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/helper/HelperConnection.h>
 
 #include <memory>
@@ -27,6 +27,7 @@ struct DaemonStanding {
   std::optional<std::string> refusal;
   /// It is not root's, and this system heeds no lock of the very user who asks for sleep.
   bool letsItsUserSleep = false;
+  std::optional<SettingsReport> settings;  ///< as `daemonSettings`
 };
 
 /// Asks for it, for as long as `limit`; `bus` as above. Starts no daemon and changes nothing.
@@ -34,9 +35,9 @@ struct DaemonStanding {
 /// answers there is root's and serves this user.
 DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit);
 
-/// The limits that the daemon serves requests within, asked for as above; nothing where there is no
-/// answer, and on macOS, whose wire does not carry them.
-std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, Seconds limit);
+/// The settings that the daemon serves requests by, asked for as above; nothing where there is no
+/// answer. On macOS, whose wire does not carry them, those of the system's settings file.
+std::optional<SettingsReport> daemonSettings(const std::optional<std::string>& bus, Seconds limit);
 
 /// Hears that the daemon's status has changed, so that nobody has to ask again and again. Not
 /// thread-safe.

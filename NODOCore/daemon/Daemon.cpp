@@ -49,12 +49,19 @@ struct Service {
 
 }  // namespace
 
-Daemon::Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log)
-    : keeper_(keeper), loop_(loop), now_(std::move(now)), log_(std::move(log)) {}
+Daemon::Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log,
+               EffectiveSettings settings, std::function<EffectiveSettings()> readSettings)
+    : keeper_(keeper),
+      loop_(loop),
+      now_(std::move(now)),
+      log_(std::move(log)),
+      settings_(std::move(settings)),
+      readSettings_(std::move(readSettings)) {}
 
 void Daemon::run() {
   try {
     loop_.serve(*this);
+    tellProblems();
     wake("start", false);
     loop_.run({.machineChanged =
                    [this](const std::vector<News>& news) {
@@ -62,7 +69,7 @@ void Daemon::run() {
                           std::find(news.begin(), news.end(), News::resume) != news.end());
                    },
                .timerFired = [this] { wake("timer", false); },
-               .hungUp = [this] { wake("hangup", false); },
+               .hungUp = [this] { hangUp(); },
                .terminate = [this] { end(); }});
   } catch (const std::exception&) {
     end();
@@ -70,6 +77,19 @@ void Daemon::run() {
   }
   if (mayLockStand_) {
     throw std::runtime_error("the sleep lock may still be on");
+  }
+}
+
+void Daemon::hangUp() {
+  settings_ = readSettings_();
+  tellProblems();
+  keeper_.use(settings_.settings);
+  wake("hangup", false);
+}
+
+void Daemon::tellProblems() const {
+  for (const std::string& problem : settings_.problems) {
+    log_("settings: " + problem);
   }
 }
 

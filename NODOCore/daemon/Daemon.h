@@ -25,7 +25,9 @@ class Daemon : public NODOHelperXPCProtocol {
  public:
   static constexpr Seconds answerLifetime{0.1};
 
-  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log);
+  /// `settings` are the keeper's; `readSettings` reads them anew.
+  Daemon(LockKeeper& keeper, DaemonLoop& loop, std::function<Moment()> now, DaemonLog log,
+         EffectiveSettings settings, std::function<EffectiveSettings()> readSettings);
 
   /// Takes the name, runs the first pass and serves until a signal ends it. The lock is released in
   /// the end, whatever the end is. Throws what DaemonLoop::serve and DaemonLoop::run do, and
@@ -35,7 +37,7 @@ class Daemon : public NODOHelperXPCProtocol {
 
   void perform(HelperRequest request, HelperReply reply) override;
 
-  std::optional<SafetyPolicy> limits() const override { return keeper_.limits(); }
+  std::optional<SettingsReport> settings() const override { return SettingsReport(settings_); }
 
  private:
   struct StatusAnswer {
@@ -44,6 +46,8 @@ class Daemon : public NODOHelperXPCProtocol {
   };
 
   void wake(const std::string& occasion, bool resumed);
+  void hangUp();
+  void tellProblems() const;
   void end();
   NODOHelperCommandResponse answer(const HelperRequest& request, const Moment& now);
   std::string statusText();
@@ -55,6 +59,8 @@ class Daemon : public NODOHelperXPCProtocol {
   DaemonLoop& loop_;
   std::function<Moment()> now_;
   DaemonLog log_;
+  EffectiveSettings settings_;
+  std::function<EffectiveSettings()> readSettings_;
   // Each empty after a success. Apart, for a look may succeed all the time that passes fail.
   std::string lastPassFailure_;
   std::string lastLookFailure_;

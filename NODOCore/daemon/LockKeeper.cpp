@@ -66,8 +66,13 @@ LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
       settings_(settings),
       life_(LockLife::beginning(lock_.look(now))),
       now_(now) {
-  controller_.decisionEngine.policy = settings.policy;
   controller_.store.memory = std::make_shared<StateStore::Memory>();
+  use(settings);
+}
+
+void LockKeeper::use(const DaemonSettings& settings) {
+  settings_ = settings;
+  controller_.decisionEngine.policy = settings.policy;
 }
 
 // ---- what happens

@@ -2,7 +2,7 @@
 
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
-#include <NODOCore/daemon/DaemonSettings.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/state/NODOState.h>
@@ -70,7 +70,8 @@ class LockKeeper {
   /// Whether nodo holds the lock, as far as is known.
   bool isHeld() const { return life_.holdsLock(); }
 
-  const SafetyPolicy& limits() const { return settings_.policy; }
+  /// From the next event on.
+  void use(const DaemonSettings& settings);
 
   bool lockDiesWithProcess() const { return lock_.diesWithProcess(); }
 

@@ -108,6 +108,7 @@ class Finder {
     }
     lookAtFallback();
     lookAtDaemon();
+    lookAtSettings();
     lookAtHooks();
     std::stable_partition(found_.begin(), found_.end(), [](const Finding& finding) {
       return finding.severity == FindingSeverity::warning;
@@ -184,6 +185,18 @@ class Finder {
                       clockText(*fallback.lastStartedAt, facts_.now), clockText(end, facts_.now)),
           "The next request that reaches the daemon takes over.");
     }
+  }
+
+  void lookAtSettings() {
+    if (!facts_.settings || facts_.settings->problems.empty()) {
+      return;
+    }
+    const std::vector<std::string>& problems = facts_.settings->problems;
+    add(FindingKind::settingsIgnored, FindingSeverity::warning,
+        fmt::format("The daemon does not heed all of its settings: {}{}.", problems.front(),
+                    problems.size() == 1 ? ""
+                                         : fmt::format(" and {} more", problems.size() - 1)),
+        fmt::format("Mend the file as nodod(8) says, then: '{}'.", facts_.restartCommand));
   }
 
   void lookAtDaemon() {

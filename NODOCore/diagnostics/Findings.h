@@ -2,6 +2,7 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/TextEnum.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Headline.h>
@@ -26,6 +27,7 @@ enum class FindingKind {
   lockMissing,                 ///< although the timer runs
   lockLeft,                    ///< although nothing asks for it
   fallbackActive,              ///< a hook keeps the computer awake by itself, lid open only
+  settingsIgnored,             ///< the daemon's file says what it cannot heed
   clockSetBack,                ///< the state was changed at a time that lies ahead
   othersHoldAwake,             ///< though nodo does not
   hooksPaused,                 ///< a person said "not now"
@@ -51,6 +53,7 @@ struct EnumTexts<FindingKind> {
       EnumText{FindingKind::lockMissing, "lockMissing"},
       EnumText{FindingKind::lockLeft, "lockLeft"},
       EnumText{FindingKind::fallbackActive, "fallbackActive"},
+      EnumText{FindingKind::settingsIgnored, "settingsIgnored"},
       EnumText{FindingKind::clockSetBack, "clockSetBack"},
       EnumText{FindingKind::othersHoldAwake, "othersHoldAwake"},
       EnumText{FindingKind::hooksPaused, "hooksPaused"},
@@ -101,6 +104,7 @@ struct FindingFacts {
   std::vector<SleepBlocker> otherHolders;  ///< who holds up sleep, nodo aside
   std::optional<Date> hooksPausedUntil;
   std::optional<std::string> daemonRefusal;  ///< why it refuses this user's requests
+  std::optional<SettingsReport> settings;    ///< the daemon's
   bool daemonLetsItsUserSleep = false;       ///< it is a user's own, whom its lock does not bind
   std::optional<AgentHookSetupInspection> hooks;           ///< of the targets that can be read
   std::set<AgentHookTarget> agentsHere;                    ///< whose own folder is in the home

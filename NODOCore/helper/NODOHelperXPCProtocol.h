@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/control/Reports.h>
 
 #include <cstdint>
@@ -109,9 +110,9 @@ class NODOHelperXPCProtocol {
 
   virtual void perform(HelperRequest request, HelperReply reply) = 0;
 
-  /// The limits that requests are served within, where this is the daemon itself. No request asks
+  /// The settings that requests are served by, where this is the daemon itself. No request asks
   /// for them: a platform's wire may tell them beside.
-  virtual std::optional<SafetyPolicy> limits() const { return std::nullopt; }
+  virtual std::optional<SettingsReport> settings() const { return std::nullopt; }
 
   void status(HelperReply reply) { perform(StatusRequest{}, std::move(reply)); }
 

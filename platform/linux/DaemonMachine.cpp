@@ -115,6 +115,10 @@ std::filesystem::path daemonStateFolder(const Environment& environment,
   return std::filesystem::path(*home) / ".nodo" / "daemon";
 }
 
+std::filesystem::path settingsFile() {
+  return "/etc/nodo/nodod.toml";
+}
+
 std::unique_ptr<DaemonLoop> makeDaemonLoop(const std::optional<std::string>& bus,
                                            const DaemonLog& log) {
   return std::make_unique<LinuxDaemonLoop>(bus, log);

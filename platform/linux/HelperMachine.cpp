@@ -65,6 +65,20 @@ std::string askForRefusal(const BusConnection& bus) {
   return isGranted != 0 ? "" : refusal;
 }
 
+// Nothing where the daemon is of another version and tells something else.
+std::optional<SettingsReport> askForSettings(const BusConnection& bus) {
+  try {
+    const BusMessage reply = askDaemon(bus, settingsMethod);
+    const char* text = nullptr;
+    checkSystemd(sd_bus_message_read(reply.get(), "s", &text), "read the settings");
+    return decodeJSON<SettingsReport>(text);
+  } catch (const BusError&) {
+    return std::nullopt;
+  } catch (const DecodingError&) {
+    return std::nullopt;
+  }
+}
+
 bool blocksHoldForTheirUser(milliseconds limit) {
   Logind logind({.connecting = limit / 2, .call = limit / 2});
   return logind.blocksHoldForTheirUser();
@@ -93,6 +107,7 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
     const auto hold = ifKnown([&] { return blocksHoldForTheirUser(timeUntil(deadline)); });
     standing.letsItsUserSleep = hold == false;
   }
+  standing.settings = askForSettings(daemonsBus);
   // Last, as the daemon may wait for polkit.
   daemonsBus.limitCalls(timeUntil(deadline));
   const auto refusal = ifKnown([&] { return askForRefusal(daemonsBus); });
@@ -102,20 +117,12 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
   return standing;
 }
 
-std::optional<SafetyPolicy> daemonLimits(const std::optional<std::string>& bus, Seconds limit) {
+std::optional<SettingsReport> daemonSettings(const std::optional<std::string>& bus,
+                                             Seconds limit) {
   const auto deadline = deadlineAfter(limit);
-  try {
-    ClientBus found = findDaemon(bus, daemonName(), deadline);
-    const BusConnection daemonsBus(std::move(found.connection), timeUntil(deadline));
-    const BusMessage reply = askDaemon(daemonsBus, limitsMethod);
-    const char* text = nullptr;
-    checkSystemd(sd_bus_message_read(reply.get(), "s", &text), "read the limits");
-    return decodeJSON<SafetyPolicy>(text);
-  } catch (const BusError&) {
-    return std::nullopt;
-  } catch (const DecodingError&) {
-    return std::nullopt;  // those of another version
-  }
+  auto found = ifKnown([&] { return findDaemon(bus, daemonName(), deadline); });
+  return found ? askForSettings(BusConnection(std::move(found->connection), timeUntil(deadline)))
+               : std::nullopt;
 }
 
 std::unique_ptr<ChangeNews> listenForChanges(const std::optional<std::string>& bus, Seconds limit) {

@@ -38,6 +38,10 @@ SleepLock makeSleepLock(PowerChoice choice) {
   throw std::runtime_error("this system has no logind; it offers auto, pmset and simulated");
 }
 
+std::filesystem::path settingsFile() {
+  return "/Library/Application Support/nodo/nodod.toml";
+}
+
 std::filesystem::path daemonStateFolder(const Environment& environment,
                                         [[maybe_unused]] const std::optional<std::string>& bus) {
   return StateStore::daemon(environment).directory;

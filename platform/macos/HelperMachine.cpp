@@ -1,3 +1,4 @@
+#include <platform/DaemonMachine.h>
 #include <platform/HelperMachine.h>
 #include <platform/macos/MacDaemonLoop.h>
 #include <platform/macos/SecurityCodeSigning.h>
@@ -62,14 +63,13 @@ std::optional<std::string> refusalOfThisProgram() {
   return "the daemon refuses this copy of nodoctl: it is not signed by the same team";
 }
 
-DaemonStanding daemonStanding([[maybe_unused]] const std::optional<std::string>& bus,
-                              [[maybe_unused]] Seconds limit) {
-  return {};
+DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit) {
+  return {.settings = daemonSettings(bus, limit)};
 }
 
-std::optional<SafetyPolicy> daemonLimits([[maybe_unused]] const std::optional<std::string>& bus,
-                                         [[maybe_unused]] Seconds limit) {
-  return std::nullopt;
+std::optional<SettingsReport> daemonSettings([[maybe_unused]] const std::optional<std::string>& bus,
+                                             [[maybe_unused]] Seconds limit) {
+  return SettingsReport(readSettings(settingsFile(), false));
 }
 
 std::unique_ptr<ChangeNews> listenForChanges([[maybe_unused]] const std::optional<std::string>& bus,

@@ -1,6 +1,6 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/Files.h>
-#include <NODOCore/daemon/DaemonSettings.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/helper/HelperConnection.h>
 #include <NODOCore/helper/NODOHelperXPCClient.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
@@ -177,7 +177,8 @@ DaemonStanding StateAccess::daemonStanding() const {
 
 std::optional<SafetyPolicy> StateAccess::daemonLimits() const {
   const double left = connecting_->left();
-  return left > 0 ? context_.daemonLimits(bus_, Seconds(left)) : std::nullopt;
+  const auto settings = left > 0 ? context_.daemonSettings(bus_, Seconds(left)) : std::nullopt;
+  return settings ? std::optional(settings->policy) : std::nullopt;
 }
 
 KeepAwakeFacts StateAccess::keepAwakeFacts(const SourcedStatus& status,

@@ -40,8 +40,8 @@ struct ToolContext {
   std::function<DaemonStanding(const std::optional<std::string>& bus, Seconds limit)>
       daemonStanding = [](const auto&, Seconds) { return DaemonStanding(); };
   /// As the platform's.
-  std::function<std::optional<SafetyPolicy>(const std::optional<std::string>& bus, Seconds limit)>
-      daemonLimits = [](const auto&, Seconds) { return std::nullopt; };
+  std::function<std::optional<SettingsReport>(const std::optional<std::string>& bus, Seconds limit)>
+      daemonSettings = [](const auto&, Seconds) { return std::nullopt; };
   /// As the platform's.
   std::function<std::unique_ptr<ChangeNews>(const std::optional<std::string>& bus, Seconds limit)>
       listenForChanges = [](const auto&, Seconds) { return nullptr; };

@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
                                             .helperConnecting = nodo::helperConnecting,
                                             .refusalOfThisProgram = nodo::refusalOfThisProgram,
                                             .daemonStanding = nodo::daemonStanding,
-                                            .daemonLimits = nodo::daemonLimits,
+                                            .daemonSettings = nodo::daemonSettings,
                                             .listenForChanges = nodo::listenForChanges,
                                             .restartCommand = nodo::restartCommand(),
                                             .now = nodo::currentDate,

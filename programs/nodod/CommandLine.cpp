@@ -11,27 +11,29 @@
 namespace nodo::nodod {
 namespace {
 
-// Some thirty years in seconds: more is a slip, and leaves the range in which instants are exact.
-constexpr std::int64_t largest = 1'000'000'000;
-
 // The library's own conversions take 010 for eight, and "nan" for a number.
-std::int64_t wholeNumber(const std::string& option, const std::string& text, std::int64_t from,
-                         std::int64_t to) {
-  const auto number = integerFromText<std::int64_t>(text);
-  if (!number || *number < from || *number > to) {
-    throw CLI::ValidationError(
-        option, fmt::format("\"{}\" is not a whole number from {} to {}", text, from, to));
+std::optional<SettingValue> valueFor(const Setting& setting, const std::string& text) {
+  if (setting.isSwitch()) {
+    return text == "true" || text == "false" ? std::optional<SettingValue>(text == "true")
+                                             : std::nullopt;
   }
-  return *number;
+  if (const auto whole = integerFromText<std::int64_t>(text)) {
+    return *whole;
+  }
+  if (const auto number = decimalNumber(text)) {
+    return *number;
+  }
+  return std::nullopt;
 }
 
-double seconds(const std::string& option, const std::string& text) {
-  const auto value = decimalNumber(text);
-  if (!value || *value > static_cast<double>(largest)) {
-    throw CLI::ValidationError(
-        option, fmt::format("\"{}\" is not a number of seconds from 0 to {}", text, largest));
+ChosenSetting chosen(const Setting& setting, const std::string& text) {
+  const auto value = valueFor(setting, text);
+  DaemonSettings any;
+  if (!value || !setting.set(any, *value)) {
+    throw CLI::ValidationError("--" + std::string(setting.name),
+                               "\"" + text + "\" is not " + setting.expected());
   }
-  return *value;
+  return {&setting, *value};
 }
 
 PowerChoice powerChoice(const std::string& text) {
@@ -43,15 +45,15 @@ PowerChoice powerChoice(const std::string& text) {
   return *choice;
 }
 
-void addWholeNumber(CLI::App& app, const std::string& option, std::int64_t& into, std::int64_t from,
-                    std::int64_t to, const std::string& type, const std::string& description) {
+void addSetting(CLI::App& app, const Setting& setting, Options& into) {
+  const std::string line = setting.line(DaemonSettings());
   app.add_option_function<std::string>(
-         option,
-         [&into, option, from, to](const std::string& text) {
-           into = wholeNumber(option, text, from, to);
+         "--" + std::string(setting.name),
+         [&setting, &into](const std::string& text) {
+           into.chosen.push_back(chosen(setting, text));
          },
-         fmt::format("{} (default: {})", description, into))
-      ->type_name(type);
+         fmt::format("{} (default: {})", setting.description, line.substr(line.rfind(' ') + 1)))
+      ->type_name(std::string(setting.unit));
 }
 
 std::string path(const std::string& option, const std::string& text) {
@@ -81,29 +83,24 @@ void describe(CLI::App& app, Options& into) {
          "with "
          "stand-ins for the tools of macOS)")
       ->type_name("auto|pmset|logind|simulated");
-  addWholeNumber(app, "--minimum-battery", into.settings.policy.minimumBatteryPercent, 0, 100,
-                 "PERCENT", "On battery, never keep awake at or below this charge");
-  addWholeNumber(app, "--max-minutes", into.settings.policy.maxManualDurationMinutes, 1, largest,
-                 "N", "The longest timer that one request may set, in minutes");
-  addWholeNumber(
-      app, "--lid-open-grace", into.settings.policy.lidOpenGraceSeconds, 0, largest, "S",
-      "For how long reports mention a lid that was just opened (changes nothing else), in "
-      "seconds");
-  addWholeNumber(app, "--no-route-grace", into.settings.policy.noRouteGraceSeconds, 0, largest, "S",
-                 "How long the network may be missing before sleep is allowed again, in seconds");
   app.add_option_function<std::string>(
-         "--release-grace",
-         [&into](const std::string& text) {
-           into.settings.releaseGrace = Seconds(seconds("--release-grace", text));
-         },
-         "How long after a timer's end the lock is released, in seconds (default: 1)")
-      ->type_name("S");
+         "--config", [&into](const std::string& text) { into.config = path("--config", text); },
+         "The settings file, in TOML, whose names are those of the options below; they win. Read "
+         "again at SIGHUP (default: /etc/nodo/nodod.toml, on macOS /Library/Application "
+         "Support/nodo/nodod.toml)")
+      ->type_name("FILE");
+  for (const Setting& setting : allSettings()) {
+    addSetting(app, setting, into);
+  }
   app.add_option_function<std::string>(
          "--log", [&into](const std::string& text) { into.log = path("--log", text); },
          "Write the log to this file instead of standard error; once it has been moved away, to a "
          "new "
          "one of that name")
       ->type_name("FILE");
+  app.add_flag("--show-settings", into.showSettings,
+               "Show the settings that hold with this file and these options, and exit: 1 when "
+               "something in the file is not heeded");
   app.add_flag("--once", into.once,
                "Run one pass, print its report as JSON, release the lock and exit");
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <NODOCore/daemon/DaemonSettings.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <platform/DaemonMachine.h>
 #include <programs/shared/Help.h>
 #include <programs/shared/ProgramFrame.h>
@@ -11,14 +11,22 @@
 
 namespace nodo::nodod {
 
+/// A setting that an option sets.
+struct ChosenSetting {
+  const Setting* setting;
+  SettingValue value;
+};
+
 /// How the daemon is to run.
 struct Options {
   std::optional<std::string> stateFolder;  ///< absent: what the system has for it
   std::optional<std::string> bus;          ///< absent: the system bus if there is one
   PowerChoice power = PowerChoice::automatic;
-  DaemonSettings settings;
+  std::optional<std::string> config;  ///< the settings file; absent: where the system has it
+  std::vector<ChosenSetting> chosen;  ///< over what that file says
   std::optional<std::string> log;  ///< absent: standard error
   bool once = false;               ///< one pass, then the end
+  bool showSettings = false;       ///< tell them, then the end
 };
 
 using ParsedCommandLine = std::variant<Options, HelpText, UsageError>;

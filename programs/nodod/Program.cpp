@@ -30,13 +30,35 @@ std::filesystem::path stateFolder(const Options& options, const DaemonContext& c
                              : context.stateFolder(context.environment, options.bus);
 }
 
-NODOController controllerFor(const Options& options, const std::filesystem::path& folder,
-                             const HostMachine& machine) {
+// What holds now: the options win over the file.
+EffectiveSettings effectiveSettings(const Options& options, const DaemonContext& context) {
+  EffectiveSettings effective =
+      readSettings(options.config ? std::filesystem::path(*options.config) : context.settingsFile,
+                   options.config.has_value());
+  for (const ChosenSetting& chosen : options.chosen) {
+    chosen.setting->set(effective.settings, chosen.value);
+  }
+  return effective;
+}
+
+int showSettings(const EffectiveSettings& effective, const DaemonContext& context) {
+  std::string text;
+  for (const std::string& line : SettingsReport(effective).lines) {
+    text += line + "\n";
+  }
+  context.console().print(text);
+  for (const std::string& problem : effective.problems) {
+    context.console().complain(problem);
+  }
+  return effective.problems.empty() ? exitSuccess : exitFailure;
+}
+
+NODOController controllerFor(const std::filesystem::path& folder, const HostMachine& machine) {
   return {.store = {folder},
           .detector = {},
           .processListing = machine.processListing,
           .snapshotProvider = machine.snapshotProvider,
-          .decisionEngine = {options.settings.policy}};
+          .decisionEngine = {}};
 }
 
 SleepLock makeSleepLock(const Options& options, const DaemonContext& context,
@@ -69,8 +91,9 @@ void run(const Options& options, const DaemonContext& context) {
     }
   }
   const std::filesystem::path folder = stateFolder(options, context);
-  LockKeeper keeper(controllerFor(options, folder, context.machine(options.power)),
-                    makeSleepLock(options, context, log), log, options.settings, context.now());
+  const EffectiveSettings settings = effectiveSettings(options, context);
+  LockKeeper keeper(controllerFor(folder, context.machine(options.power)),
+                    makeSleepLock(options, context, log), log, settings.settings, context.now());
   keeper.releaseLeftBehind(context.now());
   try {
     const StateFolderLock folderLock(folder);
@@ -82,7 +105,9 @@ void run(const Options& options, const DaemonContext& context) {
     if (!keeper.lockDiesWithProcess()) {
       loop = std::make_unique<WatchedLoop>(std::move(loop));
     }
-    Daemon(keeper, *loop, context.now, log).run();
+    Daemon(keeper, *loop, context.now, log, settings,
+           [&options, &context] { return effectiveSettings(options, context); })
+        .run();
   } catch (const std::exception&) {
     keeper.shutDown(context.now());
     throw;
@@ -109,6 +134,9 @@ int runDaemon(const std::vector<std::string>& arguments, const DaemonContext& co
       context.console(), arguments,
       [columns](const auto& words) { return parseCommandLine(words, columns); },
       [&context](const Options& options) {
+        if (options.showSettings) {
+          return showSettings(effectiveSettings(options, context), context);
+        }
         run(options, context);
         return exitSuccess;
       });

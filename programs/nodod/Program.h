@@ -41,6 +41,7 @@ struct DaemonContext {
   std::function<std::filesystem::path(const Environment& environment,
                                       const std::optional<std::string>& bus)>
       stateFolder;
+  std::filesystem::path settingsFile;  ///< where the system has it
   std::function<Moment()> now;
   /// Has the file at `path` take the place of what `error` writes to. Throws std::system_error.
   std::function<void(const std::string& path)> useLog;

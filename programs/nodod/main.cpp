@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
                   .makeSleepLock = nodo::makeSleepLock,
                   .makeLoop = nodo::makeDaemonLoop,
                   .stateFolder = nodo::daemonStateFolder,
+                  .settingsFile = nodo::settingsFile(),
                   .now =
                       [] {
                         return nodo::Moment{nodo::currentDate(), nodo::runningTime()};

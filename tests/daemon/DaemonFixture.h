@@ -2,7 +2,7 @@
 
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/daemon/Daemon.h>
-#include <NODOCore/daemon/DaemonSettings.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <testing/FakeMachine.h>
 #include <testing/FakePowerManager.h>
@@ -106,7 +106,8 @@ class DaemonFixture : public ::testing::Test {
                                           makeLock(), log, settings, moment());
     keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
-        *keeper, loop, [this] { return moment(); }, log);
+        *keeper, loop, [this] { return moment(); }, log, EffectiveSettings{.settings = settings},
+        [this] { return changedSettings; });
     daemon->run();
   }
 
@@ -225,6 +226,7 @@ class DaemonFixture : public ::testing::Test {
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   test::FakePowerManager power;
   DaemonSettings settings;
+  EffectiveSettings changedSettings;  ///< what a hangup reads
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;

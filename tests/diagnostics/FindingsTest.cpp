@@ -211,6 +211,23 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
        "A hook could not reach the daemon at 08:10; it keeps this computer awake by itself until "
        "08:20, with the lid open only.",
        "The next request that reaches the daemon takes over."},
+      {"settings that make no sense",
+       [](FindingFacts& facts) {
+         facts.settings.emplace();
+         facts.settings->problems = {"/etc/nodo/nodod.toml, line 1: there is no setting \"x\""};
+       },
+       FindingKind::settingsIgnored, FindingSeverity::warning,
+       "The daemon does not heed all of its settings: /etc/nodo/nodod.toml, line 1: there is no "
+       "setting \"x\".",
+       "Mend the file as nodod(8) says, then: 'restart it'."},
+      {"more settings that make no sense",
+       [](FindingFacts& facts) {
+         facts.settings.emplace();
+         facts.settings->problems = {"one", "two", "three"};
+       },
+       FindingKind::settingsIgnored, FindingSeverity::warning,
+       "The daemon does not heed all of its settings: one and 2 more.",
+       "Mend the file as nodod(8) says, then: 'restart it'."},
       {"a clock that was set back",
        [](FindingFacts& facts) {
          facts.keepAwake->report.state.updatedAt = facts.now + std::chrono::minutes(61);

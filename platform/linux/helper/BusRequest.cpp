@@ -191,12 +191,12 @@ void BusCall::tellPermission(const std::optional<std::string>& refusal) const {
                              sendableReason(refusal.value_or("")).c_str());
 }
 
-void BusCall::tellLimits(const std::optional<SafetyPolicy>& limits) const {
-  if (!limits) {
-    refuse(SD_BUS_ERROR_FAILED, "there are no limits");
+void BusCall::tellSettings(const std::optional<SettingsReport>& settings) const {
+  if (!settings) {
+    refuse(SD_BUS_ERROR_FAILED, "there are no settings");
     return;
   }
-  answer(encodeJSON(*limits, JSONLayout::compact));
+  answer(encodeJSON(*settings, JSONLayout::compact));
 }
 
 void BusCall::refuse(const char* name, const std::string& reason) const {

@@ -18,9 +18,9 @@ inline constexpr char helperInterface[] = "com.quintavel.nodo.Helper1";
 /// part of the daemon answers it, so it is no HelperRequest.
 inline constexpr char permissionMethod[] = "Permission";
 
-/// The method that tells everybody the daemon's limits, as the JSON text of a SafetyPolicy; the
+/// The method that tells everybody the daemon's settings, as the JSON text of a SettingsReport; the
 /// same holds.
-inline constexpr char limitsMethod[] = "Limits";
+inline constexpr char settingsMethod[] = "Settings";
 
 /// The signal that tells that what a status would say has changed.
 inline constexpr char changedSignal[] = "Changed";
@@ -77,8 +77,8 @@ class BusCall {
   /// Answers whether the caller may change anything: it may not for that reason.
   void tellPermission(const std::optional<std::string>& refusal) const;
 
-  /// Answers with `limits`, or with an error when there are none.
-  void tellLimits(const std::optional<SafetyPolicy>& limits) const;
+  /// Answers with `settings`, or with an error when there are none.
+  void tellSettings(const std::optional<SettingsReport>& settings) const;
 
   /// Answers with the D-Bus error `name`.
   void refuse(const char* name, const std::string& reason) const;

@@ -102,7 +102,7 @@ const sd_bus_vtable* HelperListener::methods() {
       SD_BUS_METHOD_WITH_NAMES(permissionMethod, "", "", "bs",
                                SD_BUS_PARAM(isGranted) SD_BUS_PARAM(refusal), onPermission,
                                SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD_WITH_NAMES(limitsMethod, "", "", "s", SD_BUS_PARAM(limits), onLimits,
+      SD_BUS_METHOD_WITH_NAMES(settingsMethod, "", "", "s", SD_BUS_PARAM(settings), onSettings,
                                SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_SIGNAL(changedSignal, "", 0),
       SD_BUS_VTABLE_END};
@@ -133,12 +133,12 @@ int HelperListener::onPermission(sd_bus_message* call, void* listener, sd_bus_er
   return 1;
 }
 
-int HelperListener::onLimits(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {
+int HelperListener::onSettings(sd_bus_message* call, void* listener, sd_bus_error* /*error*/) {
   auto& self = *static_cast<HelperListener*>(listener);
   self.loop_.protect([&self, call] {
     const BusCall question(call, StatusRequest{});
     if (question.wantsAnswer()) {
-      question.tellLimits(self.service_.limits());
+      question.tellSettings(self.service_.settings());
     }
   });
   return 1;

@@ -63,7 +63,7 @@ class HelperListener {
   template <class Request>
   static int onCall(sd_bus_message* call, void* listener, sd_bus_error* error);
   static int onPermission(sd_bus_message* call, void* listener, sd_bus_error* error);
-  static int onLimits(sd_bus_message* call, void* listener, sd_bus_error* error);
+  static int onSettings(sd_bus_message* call, void* listener, sd_bus_error* error);
   static int onAuthority(sd_bus_message* reply, void* waiting, sd_bus_error* error);
 
   void receive(const BusCall& request);

@@ -2,7 +2,7 @@
 #include <NODOCore/base/Errors.h>
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
-#include <NODOCore/daemon/DaemonSettings.h>
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/state/StateStore.h>
@@ -183,6 +183,19 @@ std::string askedLast(const HealthFacts& facts) {
   return text.empty() ? "no agent, as far as is known" : text;
 }
 
+std::string settingsText(const std::optional<SettingsReport>& settings) {
+  if (!settings) {
+    return "Settings:   unknown, as the daemon does not tell\n";
+  }
+  std::string text =
+      fmt::format("Settings:   of the daemon, from its options and {}\n",
+                  escapedForDisplay(settings->file));
+  for (const std::string& line : settings->lines) {
+    text += fmt::format("            {}\n", escapedForDisplay(line));
+  }
+  return text;
+}
+
 std::string statePath(const Environment& environment) {
   try {
     return StateStore::defaultStore(environment).stateURL().string();
@@ -197,6 +210,7 @@ std::string verboseText(const HealthFacts& facts, const Environment& environment
   std::string text = "\n" + foreignHolders(facts);
   text += machineText(facts.status.report);
   text += fmt::format("Asked last: {}\n", askedLast(facts));
+  text += settingsText(facts.forFindings.settings);
   text += fmt::format("Own state:  {}\n", escapedForDisplay(statePath(environment)));
   text +=
       fmt::format("Hook log:   {}\n", escapedForDisplay(facts.forFindings.hookFallback.logPath));
@@ -217,6 +231,7 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
       DaemonStanding standing = state.daemonStanding();
       found.daemonRefusal = std::move(standing.refusal);
       found.daemonLetsItsUserSleep = standing.letsItsUserSleep;
+      found.settings = std::move(standing.settings);
     }
   } catch (const std::exception& error) {
     facts.status.unavailable = Unavailability::from(error, context.refusalOfThisProgram);

@@ -26,8 +26,8 @@ def test_whoever_looks_finds_the_requests_and_their_arguments(loop):
                  '<arg type="a{sv}" name="requester" direction="in"/>',
                  '<arg type="s" name="reply" direction="out"/>', '<method name="Permission">',
                  '<arg type="b" name="isGranted" direction="out"/>',
-                 '<arg type="s" name="refusal" direction="out"/>', '<method name="Limits">',
-                 '<arg type="s" name="limits" direction="out"/>', '<signal name="Changed">'):
+                 '<arg type="s" name="refusal" direction="out"/>', '<method name="Settings">',
+                 '<arg type="s" name="settings" direction="out"/>', '<signal name="Changed">'):
         contains(text, part, "the introspection")
     equal(text.count('name="reply"'), 6, "methods")
     check(call(HELPER, "Sleep").returncode != 0, "a request that is none")

@@ -106,7 +106,7 @@ TEST_F(StateCommandsTest, ATimerInVainIsAFailureForPeopleAndADocumentForPrograms
   status.snapshot.batteryPercent = 15;
   status.decision.safetyBlocks = {reason::batteryBelowThreshold};
   diagnostics.report.sleepDisabled = false;
-  limits = defaultPolicy;
+  settings = SettingsReport(EffectiveSettings());
   const test::EnvironmentVariable zone("TZ", "UTC0");
   const Outcome vetoed = run({"manual", "--minutes", "60"});
   EXPECT_EQ(vetoed.exitStatus, 1);
@@ -230,8 +230,8 @@ TEST_F(StateCommandsTest, MinutesThatTheDaemonRefusesAreAWrongUseThatNamesItsLim
   for (const char* request : {"enableManual", "enableManualV2", "status"}) {
     helper->answer(request, [](const FakeHelperRequest& asked) { asked.refuse("no"); });
   }
-  limits = defaultPolicy;
-  limits->maxManualDurationMinutes = 90;
+  settings = SettingsReport(EffectiveSettings());
+  settings->policy.maxManualDurationMinutes = 90;
   for (const Texts& options : {Texts{}, Texts{"--json"}, Texts{"--extend-only"}}) {
     Texts arguments{"manual", "--minutes", "100"};
     arguments.insert(arguments.end(), options.begin(), options.end());
@@ -253,7 +253,7 @@ TEST_F(StateCommandsTest, WithoutADaemonTheUsualLimitHolds) {
   EXPECT_EQ(outcome.exitStatus, 2);
   EXPECT_EQ(outcome.output, "");
   EXPECT_TRUE(outcome.error.starts_with("nodoctl: 721 minutes are too many, at most 720 (12 h)\n"));
-  EXPECT_EQ(limitsAsked, 0) << "of nobody";
+  EXPECT_EQ(settingsAsked, 0) << "of nobody";
   EXPECT_FALSE(std::filesystem::exists(folder / ".nodo/state.json"));
 }
 

@@ -60,10 +60,10 @@ class ToolFixture : public ::testing::Test {
                           standingAskedFor.emplace_back(asked, limit);
                           return standing;
                         },
-                    .daemonLimits =
+                    .daemonSettings =
                         [this](const std::optional<std::string>&, Seconds) {
-                          ++limitsAsked;
-                          return limits;
+                          ++settingsAsked;
+                          return settings;
                         },
                     .listenForChanges = [this](const std::optional<std::string>&,
                                                Seconds) { return listenForChanges(); },
@@ -111,8 +111,8 @@ class ToolFixture : public ::testing::Test {
   DaemonStanding standing;         ///< what the daemon is to this user
   /// The bus and the time limit of each time that it was asked for.
   std::vector<std::pair<std::optional<std::string>, Seconds>> standingAskedFor;
-  std::optional<SafetyPolicy> limits;  ///< of the daemon, where it tells
-  int limitsAsked = 0;
+  std::optional<SettingsReport> settings;  ///< of the daemon, where it tells
+  int settingsAsked = 0;
   /// How changes are heard of; null where they cannot be.
   std::function<std::unique_ptr<ChangeNews>()> listenForChanges = [] { return nullptr; };
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();

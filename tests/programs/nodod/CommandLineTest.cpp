@@ -20,16 +20,24 @@ Options parsed(const std::vector<std::string>& arguments) {
   return std::get<Options>(result);
 }
 
+DaemonSettings settingsOf(const Options& options) {
+  DaemonSettings settings;
+  for (const ChosenSetting& chosen : options.chosen) {
+    EXPECT_TRUE(chosen.setting->set(settings, chosen.value));
+  }
+  return settings;
+}
+
 TEST(NododCommandLineTest, NothingOnTheLineMeansTheDefaults) {
   const Options options = parsed({});
   EXPECT_FALSE(options.stateFolder);
   EXPECT_FALSE(options.bus);
   EXPECT_EQ(options.power, PowerChoice::automatic);
-  EXPECT_EQ(options.settings.policy, (SafetyPolicy{.minimumBatteryPercent = 20,
+  EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 20,
                                                    .maxManualDurationMinutes = 720,
                                                    .lidOpenGraceSeconds = 60,
                                                    .noRouteGraceSeconds = 300}));
-  EXPECT_EQ(options.settings.releaseGrace, Seconds(1));
+  EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(1));
   EXPECT_FALSE(options.log);
   EXPECT_FALSE(options.once);
 }
@@ -42,13 +50,27 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   EXPECT_EQ(options.stateFolder, "/state");
   EXPECT_EQ(options.bus, "session");
   EXPECT_EQ(options.power, PowerChoice::logind);
-  EXPECT_EQ(options.settings.policy, (SafetyPolicy{.minimumBatteryPercent = 0,
+  EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 0,
                                                    .maxManualDurationMinutes = 1,
                                                    .lidOpenGraceSeconds = 0,
                                                    .noRouteGraceSeconds = 7}));
-  EXPECT_EQ(options.settings.releaseGrace, Seconds(0.25));
+  EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(0.25));
   EXPECT_EQ(options.log, "/log");
   EXPECT_TRUE(options.once);
+}
+
+TEST(NododCommandLineTest, EachSettingIsAnOption) {
+  for (const Setting& setting : allSettings()) {
+    const std::string line = setting.line(DaemonSettings());
+    const std::string value = line.substr(line.rfind(' ') + 1);
+    const Options options = parsed({"--" + std::string(setting.name), value});
+    EXPECT_EQ(options.chosen.size(), 1U) << line;
+    EXPECT_EQ(settingsOf(options), DaemonSettings()) << line;
+  }
+  EXPECT_FALSE(settingsOf(parsed({"--lock-on-lid-close", "false"})).lockOnLidClose);
+  EXPECT_TRUE(settingsOf(parsed({"--keep-display-on", "true"})).keepDisplayOn);
+  EXPECT_EQ(parsed({"--config", "/f"}).config, "/f");
+  EXPECT_TRUE(parsed({"--show-settings"}).showSettings);
 }
 
 TEST(NododCommandLineTest, ABusMayBeAnAddress) {
@@ -65,7 +87,7 @@ TEST(NododCommandLineTest, EveryPowerChoiceHasItsWord) {
 TEST(NododCommandLineTest, NumbersOfSecondsMayHaveAFraction) {
   for (const auto& [text, value] : std::vector<std::pair<std::string, double>>{
            {"0", 0}, {"3", 3}, {"0.5", 0.5}, {".5", 0.5}, {"2.", 2}, {"1000000000", 1e9}}) {
-    EXPECT_EQ(parsed({"--release-grace", text}).settings.releaseGrace, Seconds(value)) << text;
+    EXPECT_EQ(settingsOf(parsed({"--release-grace", text})).releaseGrace, Seconds(value)) << text;
   }
 }
 
@@ -94,6 +116,8 @@ TEST(NododCommandLineTest, AWrongUseNamesTheOptionAndHelps) {
       {{"--release-grace", "."}, "--release-grace"},
       {{"--release-grace", "1000000001"}, "--release-grace"},
       {{"--release-grace", std::string(400, '9')}, "--release-grace"},
+      {{"--long-tools", "yes"}, "\"yes\" is not true or false"},
+      {{"--config", ""}, "--config"},
       {{"--power", "caffeine"}, "\"caffeine\" is none of auto, pmset, logind, simulated"},
       {{"--state-dir", ""}, "--state-dir"},
       {{"--state-dir"}, "--state-dir"},

@@ -17,6 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Behaviour = test::FakePowerManager::Behaviour;
 
 /// A loop that the program owns, which does what the test's own loop does.
@@ -75,6 +76,7 @@ class ProgramTest : public DaemonFixture {
          .stateFolder = [this](
                             const Environment& /*environment*/,
                             const std::optional<std::string>& /*bus*/) { return folder / "state"; },
+         .settingsFile = folder / "nodod.toml",
          .now = [this] { return moment(); },
          .useLog =
              [this](const std::string& path) {
@@ -114,6 +116,59 @@ TEST_F(ProgramTest, ServesUntilASignalEndsIt) {
   EXPECT_EQ(askedBus, "session");
   EXPECT_EQ(askedFor, PowerChoice::logind);
   EXPECT_EQ(lookedBy, PowerChoice::logind);
+}
+
+TEST_F(ProgramTest, OptionsWinOverTheFileAndItOverTheDefaults) {
+  folder.write("nodod.toml", "max-minutes = 90\nminimum-battery = 5\n");
+  const Outcome outcome = run({"--show-settings", "--minimum-battery", "30"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(outcome.output, HasSubstr("minimum-battery = 30\nmax-minutes = 90\n"));
+  EXPECT_THAT(outcome.output, HasSubstr("\nno-route-grace = 300\n"));
+  EXPECT_EQ(loopsMade, 0);
+  folder.write("shown.toml", outcome.output);
+  EXPECT_EQ(run({"--show-settings", "--config", folder / "shown.toml"}).output, outcome.output)
+      << "what is shown can be a file";
+}
+
+TEST_F(ProgramTest, WhatAFileSpoilsIsToldAndTheRestOfItHolds) {
+  folder.write("nodod.toml", "max-minuts = 90\nminimum-battery = 5\n");
+  const Outcome shown = run({"--show-settings"});
+  EXPECT_EQ(shown.exitStatus, 1);
+  EXPECT_THAT(shown.output, HasSubstr("minimum-battery = 5\n"));
+  EXPECT_THAT(shown.error,
+              HasSubstr("nodod.toml, line 1: there is no setting \"max-minuts\"\n"));
+  const Outcome served = run({});
+  EXPECT_EQ(served.exitStatus, 0);
+  EXPECT_THAT(served.error, HasSubstr("there is no setting \"max-minuts\"\n"));
+  EXPECT_THAT(run({"--show-settings", "--config", folder / "none.toml"}).error,
+              HasSubstr("none.toml: there is no such file"));
+}
+
+TEST_F(ProgramTest, AHangupReadsTheFileAnewAndTheOptionsStillWin) {
+  loop.onRun = [this] {
+    const auto ask = [this](std::int64_t minutes) {
+      std::string reply;
+      loop.service->enableManual(
+          minutes, [&](const std::optional<std::string>& text) { reply = text.value_or(""); });
+      return reply;
+    };
+    EXPECT_THAT(ask(91), Not(HasSubstr("\"error\"")));
+    folder.write("nodod.toml", "max-minutes = 90\nminimum-battery = 100\n");
+    loop.handlers.hungUp();
+    EXPECT_THAT(ask(91), HasSubstr("\"error\""));
+    EXPECT_EQ(loop.service->settings()->policy.maxManualDurationMinutes, 90);
+    EXPECT_EQ(loop.service->settings()->policy.minimumBatteryPercent, 3);
+    folder.write("nodod.toml", "= broken");
+    loop.handlers.hungUp();
+    EXPECT_EQ(loop.service->settings()->policy.maxManualDurationMinutes, 720);
+    EXPECT_EQ(loop.service->settings()->problems.size(), 1U);
+    loop.handlers.terminate();
+  };
+  const Outcome outcome = run({"--minimum-battery", "3"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_THAT(outcome.error, HasSubstr("nodod: settings: " + (folder / "nodod.toml").string() +
+                                       ", line 1: "));
 }
 
 TEST_F(ProgramTest, TheLogGoesWhereTheOptionSays) {

@@ -318,7 +318,7 @@ class DaemonStandingTest : public BusHelperConnectionTest {
 TEST_F(DaemonStandingTest, ARefusalIsToldWithItsReason) {
   const ScriptedDaemon daemon(bus->address(), permission(false, "not for uid 7"));
   EXPECT_EQ(refusal(), "not for uid 7");
-  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Permission()"});
+  EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"Settings()", "Permission()"}));
 }
 
 TEST_F(DaemonStandingTest, APermissionIsNoRefusal) {
@@ -333,7 +333,7 @@ TEST_F(DaemonStandingTest, WhatIsNotKnownIsNoRefusal) {
         ScriptedDaemon::number(), ScriptedDaemon::death()}) {
     const ScriptedDaemon daemon(bus->address(), answer);
     EXPECT_EQ(refusal(), std::nullopt);
-    EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Permission()"});
+    EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"Settings()", "Permission()"}));
   }
   EXPECT_EQ(daemonStanding("no:address", Seconds(patience)).refusal, std::nullopt);
 }
@@ -347,42 +347,41 @@ TEST_F(DaemonStandingTest, ADaemonOrABusThatHangsIsGivenUpInTime) {
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
 }
 
-// ---- the daemon's limits
+// ---- the daemon's settings
 
-class DaemonLimitsTest : public BusHelperConnectionTest {
+class DaemonSettingsOnTheBusTest : public BusHelperConnectionTest {
  protected:
-  std::optional<SafetyPolicy> limits(double limit = patience) const {
-    return daemonLimits(bus->address(), Seconds(limit));
+  std::optional<SettingsReport> settings(double limit = patience) const {
+    return daemonSettings(bus->address(), Seconds(limit));
   }
 };
 
-TEST_F(DaemonLimitsTest, AreWhatTheDaemonSays) {
-  const SafetyPolicy policy{.minimumBatteryPercent = 35,
-                            .maxManualDurationMinutes = 90,
-                            .lidOpenGraceSeconds = 1,
-                            .noRouteGraceSeconds = 2};
+TEST_F(DaemonSettingsOnTheBusTest, AreWhatTheDaemonSays) {
+  EffectiveSettings effective{.settings = {}, .file = "/f", .problems = {"one"}};
+  effective.settings.policy.minimumBatteryPercent = 35;
+  const SettingsReport report(effective);
   const ScriptedDaemon daemon(bus->address(),
-                              ScriptedDaemon::text(encodeJSON(policy, JSONLayout::compact)));
-  EXPECT_EQ(limits(), policy);
-  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Limits()"});
+                              ScriptedDaemon::text(encodeJSON(report, JSONLayout::compact)));
+  EXPECT_EQ(settings(), report);
+  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Settings()"});
 }
 
-TEST_F(DaemonLimitsTest, AreUnknownWhereNobodySaysSo) {
-  EXPECT_EQ(limits(), std::nullopt) << "without a daemon";
+TEST_F(DaemonSettingsOnTheBusTest, AreUnknownWhereNobodySaysSo) {
+  EXPECT_EQ(settings(), std::nullopt) << "without a daemon";
   for (const ScriptedDaemon::Answer& answer :
-       {ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Limits"),
+       {ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Settings"),
         ScriptedDaemon::number(), ScriptedDaemon::text("{}"), ScriptedDaemon::text("no JSON"),
         ScriptedDaemon::death()}) {
     const ScriptedDaemon daemon(bus->address(), answer);
-    EXPECT_EQ(limits(), std::nullopt);
+    EXPECT_EQ(settings(), std::nullopt);
   }
-  EXPECT_EQ(daemonLimits("no:address", Seconds(patience)), std::nullopt);
+  EXPECT_EQ(daemonSettings("no:address", Seconds(patience)), std::nullopt);
 }
 
-TEST_F(DaemonLimitsTest, OfADaemonThatHangsAreNotWaitedForLong) {
+TEST_F(DaemonSettingsOnTheBusTest, OfADaemonThatHangsAreNotWaitedForLong) {
   const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::silence());
   const auto begin = Clock::now();
-  EXPECT_EQ(limits(impatience), std::nullopt);
+  EXPECT_EQ(settings(impatience), std::nullopt);
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
 }
 
