@@ -297,7 +297,7 @@ void LockKeeper::perform(const AmendState& effect) {
   follow({.look = lock_.look(now_), .what = Occasion::amended});
 }
 
-// The end of the timer then.
+// Returns the timer's end, as it is from now on.
 std::optional<Date> LockKeeper::amend(const StateAmendment& amendment) {
   const NODOState stored = controller_.store.load();
   NODOState state = amended(stored, amendment, now_.civil);

@@ -102,7 +102,7 @@ class WatchedLock : public PowerManaging {
   std::shared_ptr<LockMark> mark_;
   LockReading reading_ = LockReading::unknown;
   bool owesRelease_ = false;
-  std::optional<Date> until_;  // as the terms say it, which are not set while it is absent
+  std::optional<Date> until_;  // as the terms say it; absent: they were never set
   LockTerms terms_;
   std::string reason_;
   std::vector<LockOperation> operations_;

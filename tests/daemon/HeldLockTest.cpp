@@ -6,7 +6,6 @@ namespace nodo {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 std::string until(const std::string& clock) {
