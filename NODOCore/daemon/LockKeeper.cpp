@@ -201,14 +201,17 @@ std::optional<SystemSnapshot> LockKeeper::seen() const {
 
 void LockKeeper::perform(const MakePass& effect) {
   PassOutcome outcome;
+  const bool wasHeld = isHeld();
   try {
-    amend(effect.amendment);
+    const std::optional<Date> timerEnd = amend(effect.amendment);
     outcome.isAmended = true;
+    setTerms(timerEnd);
     run_ = makePass();
     run_->stateChanged = run_->stateChanged || isAmended_;
     outcome.verdict = verdictOf(*run_);
     outcome.state = StateFacts{run_->status.state.manualUntil, run_->status.state.ownsSleepDisable};
     noteChanges(*run_);
+    noteLid(run_->status.snapshot.lidClosed, wasHeld);
     if (outcome.state->ownsLock && lock_.look(now_).lock == LockReading::on) {
       lock_.adopt();
     }
@@ -246,6 +249,33 @@ DaemonRunReport LockKeeper::makePass() {
                                             : controller_.reconcile(lock_, live, now_.civil);
 }
 
+// Before the pass, as it may take the lock. One whose timer is over only goes.
+void LockKeeper::setTerms(std::optional<Date> timerEnd) {
+  if (timerEnd && *timerEnd > now_.civil) {
+    try {
+      lock_.setTerms(*timerEnd, settings_.keepDisplayOn, now_.civil);
+    } catch (const std::exception& error) {
+      operationLog_.addTrouble("the sleep lock does not tell until when it is held: " +
+                               std::string(error.what()));
+    }
+  }
+}
+
+// Desktops lock as they suspend, which the lock keeps them from: a laptop that goes on working in a
+// bag must not be an open one. A lid that cannot be seen for a while is as it was.
+void LockKeeper::noteLid(std::optional<bool> closed, bool wasHeld) {
+  const bool wasOpen = isLidClosed_ == false;
+  isLidClosed_ = closed ? closed : isLidClosed_;
+  if (wasOpen && closed == true && wasHeld && settings_.lockOnLidClose) {
+    try {
+      lock_.lockSessions();
+    } catch (const std::exception& error) {
+      log_("the lid was closed, but the sessions could not be locked: " +
+           std::string(error.what()));
+    }
+  }
+}
+
 PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
   const StatusReport& report = run.status;
   const auto due = ReconcileSchedule::sleepReleaseDeadline(report, 0).deadline;
@@ -272,7 +302,8 @@ void LockKeeper::perform(const AmendState& effect) {
   follow({.look = lock_.look(now_), .what = Occasion::amended});
 }
 
-void LockKeeper::amend(const StateAmendment& amendment) {
+// Returns the timer's end, as it is from now on.
+std::optional<Date> LockKeeper::amend(const StateAmendment& amendment) {
   const NODOState stored = controller_.store.load();
   NODOState state = amended(stored, amendment, now_.civil);
   isAmended_ = state != stored;
@@ -288,6 +319,7 @@ void LockKeeper::amend(const StateAmendment& amendment) {
     isChanged_ = true;
   }
   isTimerSet_ = static_cast<bool>(std::exchange(change_, nullptr));
+  return state.manualUntil;
 }
 
 NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, Date now) const {

@@ -98,10 +98,12 @@ class LockKeeper {
   void perform(const ForgetMark& effect);
   void perform(const Say& effect);
 
-  void amend(const StateAmendment& amendment);
+  std::optional<Date> amend(const StateAmendment& amendment);
   NODOState amended(NODOState state, const StateAmendment& amendment, Date now) const;
   void noteChanges(const DaemonRunReport& run);
   DaemonRunReport makePass();
+  void setTerms(std::optional<Date> timerEnd);
+  void noteLid(std::optional<bool> closed, bool wasHeld);
   PassVerdict verdictOf(const DaemonRunReport& run) const;
   std::optional<StateFacts> storedFacts() const noexcept;
   void logOperations(const std::optional<ActivationRequester>& requester);
@@ -118,6 +120,7 @@ class LockKeeper {
   SystemSnapshot lastSeen_;  // by the last pass that went through
   std::vector<AgentProcess> lastAgents_;
   PowerDecision lastDecision_;
+  std::optional<bool> isLidClosed_;  // as it was seen last; absent: it never was
   bool isChanged_ = false;
   // Of the event under way.
   Moment now_;

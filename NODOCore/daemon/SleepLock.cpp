@@ -1,3 +1,4 @@
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/daemon/LockMark.h>
 #include <NODOCore/daemon/SleepLock.h>
@@ -91,6 +92,26 @@ PowerOperationResult WatchedLock::requestSleepNow() {
   PowerOperationResult result = lock_.manager->requestSleepNow();
   operations_.push_back({result, std::exchange(reason_, {})});
   return result;
+}
+
+void WatchedLock::setTerms(Date until, bool keepsDisplayOn, Date now) {
+  if (!lock_.setTerms || (until == until_ && keepsDisplayOn == terms_.keepsDisplayOn)) {
+    return;
+  }
+  LockTerms terms{.why = fmt::format("nodo keeps this computer awake until {}; nodoctl off",
+                                     clockText(until, now)),
+                  .keepsDisplayOn = keepsDisplayOn};
+  if (terms != terms_) {
+    lock_.setTerms(terms);
+    terms_ = std::move(terms);
+  }
+  until_ = until;
+}
+
+void WatchedLock::lockSessions() const {
+  if (lock_.lockSessions) {
+    lock_.lockSessions();
+  }
 }
 
 LockLook WatchedLock::askMachine(const Moment& at) {

@@ -15,6 +15,14 @@ namespace nodo {
 
 class LockMark;
 
+/// How the lock is held, where the system tells people of it and knows more than one kind.
+struct LockTerms {
+  std::string why;  ///< for people who look up what keeps the machine awake
+  bool keepsDisplayOn = false;
+
+  bool operator==(const LockTerms&) const = default;
+};
+
 /// The machine's sleep lock, as the daemon has it.
 struct SleepLock {
   std::unique_ptr<PowerManaging> manager;
@@ -28,6 +36,13 @@ struct SleepLock {
   bool isSimulated = false;
   /// Where a lock that outlives processes is marked as nodo's, see LockMark; none for others.
   std::optional<std::filesystem::path> mark = std::nullopt;
+  /// Sets the terms of a lock that is taken from now on, and of one that is held, which is never
+  /// off meanwhile. Throws when the system refuses; the lock then stands as before. Empty where
+  /// nobody is told.
+  std::function<void(const LockTerms& terms)> setTerms = nullptr;
+  /// Locks the screens of all who are logged in. Throws when the system refuses. Empty where it has
+  /// no such thing.
+  std::function<void()> lockSessions = nullptr;
 };
 
 /// A lock that switches nothing and never stands, for machines and tests without one.
@@ -56,6 +71,13 @@ class WatchedLock : public PowerManaging {
   PowerOperationResult setSleepDisabled(bool disabled) override;
   PowerOperationResult requestSleepNow() override;
 
+  /// Sets the lock's terms: it says until when the machine is kept awake, and how that is ended.
+  /// Costs nothing where what it says stays the same. Throws as SleepLock::setTerms does.
+  void setTerms(Date until, bool keepsDisplayOn, Date now);
+
+  /// As SleepLock::lockSessions; nothing where the system has no such thing.
+  void lockSessions() const;
+
   /// The lock now, as the machine says; as it was last known when it cannot tell.
   LockLook askMachine(const Moment& at);
 
@@ -80,6 +102,8 @@ class WatchedLock : public PowerManaging {
   std::shared_ptr<LockMark> mark_;
   LockReading reading_ = LockReading::unknown;
   bool owesRelease_ = false;
+  std::optional<Date> until_;  // as the terms say it; absent: they were never set
+  LockTerms terms_;
   std::string reason_;
   std::vector<LockOperation> operations_;
 };

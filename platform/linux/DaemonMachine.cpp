@@ -31,7 +31,9 @@ SleepLock logindLock() {
   return {.manager = std::move(manager),
           .isHeld = [logind] { return logind->isHeld(); },
           .diesWithProcess = true,
-          .isSimulated = false};
+          .isSimulated = false,
+          .setTerms = [logind](const LockTerms& terms) { logind->setTerms(terms); },
+          .lockSessions = [logind] { logind->lockSessions(); }};
 }
 
 // No Linux has the tools of macOS by itself. Stand-ins for them let the daemon be tried with a lock

@@ -90,7 +90,23 @@ class DaemonFixture : public ::testing::Test {
             [this] { return lockIsReadable ? std::optional(power.isSleepDisabled) : std::nullopt; },
         .diesWithProcess = lockDiesWithProcess,
         .isSimulated = false,
-        .mark = lockDiesWithProcess ? std::nullopt : std::optional(mark())};
+        .mark = lockDiesWithProcess ? std::nullopt : std::optional(mark()),
+        .setTerms = [this](const LockTerms& each) { setTerms(each); },
+        .lockSessions = [this] { lockSessions(); }};
+  }
+
+  void setTerms(const LockTerms& each) {
+    if (termsAreRefused) {
+      throw std::runtime_error("refused");
+    }
+    terms.push_back(each);
+  }
+
+  void lockSessions() {
+    ++sessionLocks;
+    if (sessionLocksFail) {
+      throw std::runtime_error("refused");
+    }
   }
 
   void start() {
@@ -230,6 +246,10 @@ class DaemonFixture : public ::testing::Test {
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;
+  std::vector<LockTerms> terms;  // each that was set
+  bool termsAreRefused = false;
+  int sessionLocks = 0;  // that were asked for
+  bool sessionLocksFail = false;
   FakeLoop loop;
   std::vector<std::string> lines;
   Date now = dateFromSeconds(startOfTest);

@@ -6,7 +6,7 @@ import pathlib
 import subprocess
 
 from expectations import PATIENCE, equal, listens, skip, wait_until
-from processes import as_user, environment, start
+from processes import Driven, as_user, environment, start
 
 # Each is a name on the bus, an object and an interface.
 BUS = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
@@ -34,6 +34,13 @@ def start_call(target, member, *arguments, user=None):
     """The process of a call that is not waited for."""
     return start(*_busctl(["--timeout=30", "call", "--", *target, member, *arguments], None),
                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **as_user(user))
+
+
+def monitor(rule):
+    """A process that says each message of the system bus that fits the rule, as JSON."""
+    listener = Driven(*_busctl(["monitor", "--match", rule], None))
+    listener.next_error("it listens")
+    return listener
 
 
 def reply_of(result):

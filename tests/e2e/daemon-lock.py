@@ -4,17 +4,23 @@
 usage: daemon-lock.py NODOD NODOCTL
 """
 
+import datetime
 import json
 import os
 import pathlib
+import signal
 import subprocess
 import sys
+import time
 
-from buses import HELPER, call
-from daemon_world import main
+from buses import HELPER, LOGIND, call, process_of
+from daemon_world import Logind, main
 from expectations import check, equal, wait_until
 from laptop import FOLDER, Network, PowerSupplies
 from processes import NOBODY, environment, start
+
+
+IDLE_SECONDS = 2
 
 
 def nodoctl(*arguments):
@@ -29,17 +35,36 @@ def requests_switch_the_lock(daemon, logind):
                      "--json")
     equal((answer.returncode, answer.stderr), (0, ""), "nodoctl manual")
     check(json.loads(answer.stdout)["state"]["ownsSleepDisable"], "the answer knows of the lock")
-    equal(logind.locks(), [daemon.process.pid], "the lock is the daemon's")
+    equal(logind.inhibitors(), [lock_of(daemon)], "the lock is the daemon's and says so")
     equal(daemon.state()["lastRequester"]["name"], "Claude Code", "who asked")
     mode = (daemon.state_folder / "state.json").stat().st_mode
     equal(mode & 0o077, 0, f"nobody else may read who asked: mode {mode:o}")
     daemon.manual(30)
-    equal(logind.locks(), [daemon.process.pid], "one lock, not two")
+    wait_until(lambda: logind.inhibitors() == [lock_of(daemon)], "one lock, with the new end")
+    before = logind.inhibitors(), descriptors_of_locks(daemon)
+    daemon.call("Reconcile")
+    equal((logind.inhibitors(), descriptors_of_locks(daemon)), before, "a pass changes nothing")
     no_program_inherits_the_lock(daemon)
     answer = nodoctl("stop", "--json")
     equal((answer.returncode, answer.stderr), (0, ""), "nodoctl stop")
     equal(logind.locks(), [], "the lock is gone when stop returns")
     equal(daemon.audits(), ["enable:manual_timer", "release:user_stop"], "audits")
+
+
+def lock_of(daemon):
+    """As logind lists it: it names the way out to people who look up what keeps them awake."""
+    until = datetime.datetime.fromisoformat(daemon.state()["manualUntil"]).astimezone()
+    is_today = until.date() == datetime.date.today()
+    clock = until.strftime("%H:%M" if is_today else "%Y-%m-%d %H:%M")
+    return (daemon.process.pid, "sleep:handle-lid-switch",
+            f"nodo keeps this computer awake until {clock}; nodoctl off")
+
+
+def descriptors_of_locks(daemon):
+    """Another lock is another file of logind's."""
+    folder = pathlib.Path(f"/proc/{daemon.process.pid}/fd")
+    links = [(link.name, os.readlink(link)) for link in folder.iterdir()]
+    return [each for each in links if each[1].startswith("/run/systemd/inhibit/")]
 
 
 def no_program_inherits_the_lock(daemon):
@@ -164,6 +189,38 @@ def a_single_pass_prints_its_report(daemon, logind):
     check(not daemon.state()["ownsSleepDisable"], "and the state knows")
 
 
+def start_logind_that_suspends_when_idle():
+    """In the place of the one that is there."""
+    old = process_of(LOGIND[0])
+    os.kill(old, signal.SIGKILL)
+    wait_until(lambda: process_of(LOGIND[0]) is None, "logind is gone")
+    pathlib.Path("/run/systemd/logind.conf.d/zz-idle.conf").write_text(
+        f"[Login]\nIdleAction=suspend\nIdleActionSec={IDLE_SECONDS}s\n", encoding="ascii")
+    start("/lib/systemd/systemd-logind", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    wait_until(lambda: process_of(LOGIND[0]), "logind is back")
+
+
+def the_lock_holds_off_what_logind_does_to_who_idles(daemon, bus):
+    """Though it does not hold up idling, which would keep screens on."""
+    start_logind_that_suspends_when_idle()
+    logind = Logind(bus)
+    daemon.start()
+    daemon.manual(20)
+    session = logind.create_session()
+    logind.set_idle(session)
+
+    def idle_seconds():  # each question also makes logind look at its clock
+        return time.time() - logind.property("IdleSinceHint") / 1e6
+
+    wait_until(lambda: logind.property("IdleHint") and idle_seconds() > 3 * IDLE_SECONDS,
+               "it idles, and nobody holds that up")
+    check("suspend.target" not in logind.started_units(), "it stays awake")
+    daemon.stop()
+    wait_until(lambda: logind.property("IdleHint") and "suspend.target" in logind.started_units(),
+               "it is suspended", IDLE_SECONDS + 5)
+    equal(daemon.terminate(), 0, "the exit")
+
+
 def test(daemon, logind):
     Network()
     PowerSupplies()
@@ -177,6 +234,7 @@ def test(daemon, logind):
     a_log_that_is_full_does_not_hold_it_up(daemon, logind)
     no_file_takes_the_place_of_its_log(daemon, logind)
     a_single_pass_prints_its_report(daemon, logind)
+    the_lock_holds_off_what_logind_does_to_who_idles(daemon, daemon.bus)
 
 
 main(test)

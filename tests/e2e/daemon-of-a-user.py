@@ -63,13 +63,21 @@ def the_tool_finds_the_users_daemon(world, logind):
     equal(call(HELPER, "Status").returncode, 1, "there is still none on the system bus")
 
 
-def suspend_as(session):
-    """Asks logind for sleep, as a desktop of that session does."""
+def ask_logind_as(session, *request):
+    """The exit status of asking, as a program of that session does."""
     shell = Driven("/bin/sh", "-c", 'read -r go && exec "$@"', "-", "busctl", "--system", "call",
-                   *LOGIND, "Suspend", "b", "false", **as_user(session.user))
+                   *LOGIND, *request, **as_user(session.user))
     session.take_in(shell.pid)
     shell.tell("go")
     return shell.process.wait(PATIENCE)
+
+
+def suspend_as(session):
+    return ask_logind_as(session, "Suspend", "b", "false")
+
+
+def all_sessions_are_not_a_users_to_lock(world):
+    check(ask_logind_as(world.session, "LockSessions") != 0, "as the lid closes")
 
 
 def the_doctor_knows_whether_its_lock_holds(world, logind):
@@ -102,6 +110,7 @@ def test(daemon, logind):
     world = OwnWorld(NOBODY)
     without_any_daemon_both_buses_are_named(world)
     the_tool_finds_the_users_daemon(world, logind)
+    all_sessions_are_not_a_users_to_lock(world)
     the_doctor_knows_whether_its_lock_holds(world, logind)
     the_systems_daemon_comes_first(world, daemon, logind)
 

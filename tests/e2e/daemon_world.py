@@ -6,6 +6,7 @@ They run by with-logind and 'unshare --net'. Waiting is always for a condition, 
 import json
 import os
 import signal
+import subprocess
 import sys
 import time
 
@@ -22,17 +23,39 @@ class Logind:
     """The real logind, and the stand-in for the service manager that it asks."""
 
     def __init__(self, bus):
+        self.bus = bus
         self.manager = dbus.Interface(bus.get_object(*LOGIND[:2]), LOGIND[2])
         self.properties = dbus.Interface(self.manager, "org.freedesktop.DBus.Properties")
         self.service_manager = dbus.Interface(
             bus.get_object("org.freedesktop.systemd1", "/org/freedesktop/systemd1"),
             "org.freedesktop.DBus.Mock")
+        self.held = []
 
     def locks(self):
-        """The processes that hold a lock of nodo's."""
-        return [int(pid) for what, who, why, mode, uid, pid in self.manager.ListInhibitors()
-                if who == "nodo" and mode == "block"
-                and set(what.split(":")) == {"sleep", "idle", "handle-lid-switch"}]
+        """The processes that hold a lock of nodo's, each once: one that is taken anew stands for
+        a moment beside the one before it."""
+        return sorted({pid for pid, what, why in self.inhibitors()
+                       if {"sleep", "handle-lid-switch"} <= set(what.split(":"))})
+
+    def inhibitors(self):
+        """The holder, the kinds and the reason of all that bears nodo's name and blocks."""
+        return [(int(pid), str(what), str(why))
+                for what, who, why, mode, uid, pid in self.manager.ListInhibitors()
+                if who == "nodo" and mode == "block"]
+
+    def create_session(self):
+        """A person's session at a desktop, as a display manager makes it; its object's path."""
+        leader = start("/bin/cat", stdin=subprocess.PIPE)
+        _, path, _, alive, *_ = self.manager.CreateSession(
+            0, leader.pid, "display-manager", "x11", "user", "", "", 0, "", "", False, "", "",
+            dbus.Array([], signature="(sv)"))
+        self.held.append(alive)
+        return str(path)
+
+    def set_idle(self, session):
+        desktop = dbus.Interface(self.bus.get_object(LOGIND[0], session),
+                                 "org.freedesktop.login1.Session")
+        desktop.SetIdleHint(True)
 
     def property(self, name):
         return self.properties.Get(LOGIND[2], name)

@@ -20,7 +20,7 @@ from expectations import check, equal, wait_until
 from laptop import FOLDER, Network, PowerSupplies
 from processes import NOBODY, as_user, environment
 
-LOCK = "sleep:idle:handle-lid-switch"
+LOCK = "sleep:idle:handle-lid-switch"  # as a daemon of an older version holds it
 
 
 class World:

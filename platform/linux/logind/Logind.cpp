@@ -56,6 +56,10 @@ void Logind::suspend() {
   send(call);
 }
 
+void Logind::lockSessions() {
+  send(connection().newCall(logindManager, "LockSessions"));
+}
+
 BusMessage Logind::askProperty(const std::string& name) {
   const BusMessage call = connection().newCall(logindProperties, "Get");
   checkSystemd(sd_bus_message_append(call.get(), "ss", logindManager.interface, name.c_str()),
@@ -120,15 +124,15 @@ bool holdsUp(std::string_view what, std::string_view kind) {
   return false;
 }
 
-Inhibitor sleepLockInhibitor() {
-  return {.what = "sleep:idle:handle-lid-switch",
+Inhibitor sleepLockInhibitor(const LockTerms& terms) {
+  return {.what = terms.keepsDisplayOn ? "sleep:idle:handle-lid-switch" : "sleep:handle-lid-switch",
           .who = "nodo",
-          .why = "coding agents are working",
+          .why = terms.why,
           .mode = "block"};
 }
 
 bool looksLikeSleepLock(const Inhibitor& inhibitor) {
-  const Inhibitor lock = sleepLockInhibitor();
+  const Inhibitor lock = sleepLockInhibitor({});
   return inhibitor.who == lock.who && inhibitor.mode == lock.mode &&
          holdsUp(inhibitor.what, "sleep") && holdsUp(inhibitor.what, "handle-lid-switch");
 }

@@ -2,6 +2,7 @@
 
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Files.h>
+#include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/diagnostics/SleepDiagnostics.h>
 #include <platform/linux/bus/BusConnection.h>
 
@@ -65,6 +66,9 @@ class Logind {
   /// Suspends the machine, without asking a person for a password.
   void suspend();
 
+  /// Asks the desktops of all sessions to lock their screens.
+  void lockSessions();
+
  private:
   BusMessage askProperty(const std::string& name);
   BusMessage send(const BusMessage& call);
@@ -74,11 +78,12 @@ class Logind {
   std::optional<BusConnection> connection_;
 };
 
-/// nodo's lock, as logind is asked for it.
-Inhibitor sleepLockInhibitor();
+/// nodo's lock, as logind is asked for it. "idle" among what it holds up is what keeps the display
+/// on, and on some desktops unlocked; "sleep" alone holds up the sleep of a machine that idles.
+Inhibitor sleepLockInhibitor(const LockTerms& terms);
 
-/// Whether `inhibitor` says that it is nodo's and blocks both sleep and the lid switch. Anybody can
-/// take one that does, so this alone decides nothing: see whose it is.
+/// Whether `inhibitor` says that it is nodo's and blocks both sleep and the lid switch, whatever
+/// its terms. Anybody can take one that does, so this alone decides nothing: see whose it is.
 bool looksLikeSleepLock(const Inhibitor& inhibitor);
 
 /// The process that holds nodo's lock, if one does: of root's, or of `ownUser`'s, whose daemon may

@@ -29,21 +29,29 @@ PowerOperationResult refusal(PowerOperationResult result, const BusRefusal& erro
 
 }  // namespace
 
-LogindPowerManager::LogindPowerManager() : logind_(twoSecondsTogether) {}
+LogindPowerManager::LogindPowerManager()
+    : logind_(twoSecondsTogether), lock_(sleepLockInhibitor({})) {}
+
+void LogindPowerManager::setTerms(const LockTerms& terms) {
+  Inhibitor lock = sleepLockInhibitor(terms);
+  if (inhibitor_) {
+    inhibitor_ = logind_.inhibit(lock);
+  }
+  lock_ = std::move(lock);
+}
 
 PowerOperationResult LogindPowerManager::setSleepDisabled(bool disabled) {
   return disabled ? take() : release();
 }
 
 PowerOperationResult LogindPowerManager::take() {
-  const Inhibitor lock = sleepLockInhibitor();
   PowerOperationResult result(true, false,
                               fmt::format("logind Inhibit(\"{}\", \"{}\", \"{}\", \"{}\")",
-                                          lock.what, lock.who, lock.why, lock.mode),
+                                          lock_.what, lock_.who, lock_.why, lock_.mode),
                               0, "", "");
   try {
     // The old one, if any, is closed only after the new one stands: there is never a gap.
-    inhibitor_ = logind_.inhibit(lock);
+    inhibitor_ = logind_.inhibit(lock_);
     return result;
   } catch (const BusRefusal& error) {
     return refusal(std::move(result), error);

@@ -2,7 +2,8 @@
 // reaches it. For scripts that play its clients, its machine and its service manager.
 //
 // usage: nodo_daemon_driver loop [BUS]
-//        nodo_daemon_driver lock    takes "take", "release", "sleep", "held" on standard input
+//        nodo_daemon_driver lock    takes "take", "release", "sleep", "held", "because WHY",
+//                                   "display WHY" on standard input
 //        nodo_daemon_driver choose  auto|logind|simulated|pmset
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/power/PowerManaging.h>
@@ -163,13 +164,28 @@ std::string attempt(const std::function<nodo::PowerOperationResult()>& operation
   }
 }
 
+std::string attemptTerms(const nodo::SleepLock& lock, const nodo::LockTerms& terms) {
+  try {
+    lock.setTerms(terms);
+    return "set";
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
 void runLock() {
+  const std::string because = "because ";
+  const std::string display = "display ";
   nodo::SleepLock lock = nodo::makeSleepLock(nodo::PowerChoice::logind);
   for (std::string command; std::getline(std::cin, command);) {
     if (command == "take" || command == "release") {
       say(attempt([&] { return lock.manager->setSleepDisabled(command == "take"); }));
     } else if (command == "sleep") {
       say(attempt([&] { return lock.manager->requestSleepNow(); }));
+    } else if (command.starts_with(because)) {
+      say(attemptTerms(lock, {.why = command.substr(because.size())}));
+    } else if (command.starts_with(display)) {
+      say(attemptTerms(lock, {.why = command.substr(display.size()), .keepsDisplayOn = true}));
     } else {
       say(textOf(lock.isHeld()));
     }

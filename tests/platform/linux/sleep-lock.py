@@ -3,7 +3,6 @@
 
 usage: sleep-lock.py DRIVER
 """
-import functools
 import json
 import os
 import signal
@@ -11,18 +10,23 @@ import subprocess
 import time
 
 import clients
-from buses import BUS, LOGIND, call, process_of, reply_of
+from buses import BUS, LOGIND, call, monitor, process_of, reply_of
 from clients import Client
 from driven import DRIVER
 from expectations import PATIENCE, check, contains, equal, wait_until
 from laptop import FOLDER
 from processes import NOBODY, Driven, as_user, start
 
-KINDS = "sleep:idle:handle-lid-switch"
-TAKE = f'logind Inhibit("{KINDS}", "nodo", "coding agents are working", "block")'
+KINDS = "sleep:handle-lid-switch"
+WHY = "somebody works"
+TAKE = f'logind Inhibit("{KINDS}", "nodo", "{WHY}", "block")'
 SLACK = 2  # seconds, for machines that have much else to do
 
-start_lock = functools.partial(Driven, DRIVER, "lock")
+
+def start_lock(**options):
+    lock = Driven(DRIVER, "lock", **options)
+    equal(lock.ask(f"because {WHY}"), "set", "terms before there is a lock")
+    return lock
 
 
 def result(action, requested, command, code=0, error=""):
@@ -52,7 +56,7 @@ def it_is_taken_and_released(lock):
     equal(json.loads(lock.ask("take")), TAKEN, "taking")
     equal(lock.ask("held"), "yes", "held")
     equal([held[:5] for held in our_locks(lock.pid)],
-          [[KINDS, "nodo", "coding agents are working", "block", 0]], "logind's list")
+          [[KINDS, "nodo", WHY, "block", 0]], "logind's list")
     equal(json.loads(lock.ask("take")), TAKEN, "taking twice")
     wait_until(lambda: len(our_locks(lock.pid)) == 1, "one lock is left of two", PATIENCE)
     equal(lock.ask("held"), "yes", "held after taking twice")
@@ -63,12 +67,47 @@ def it_is_taken_and_released(lock):
     equal(lock.ask("held"), "no", "held after releasing")
 
 
+def terms_and_kinds(lock):
+    return [[held[2], held[0]] for held in our_locks(lock.pid)]
+
+
+def its_terms_change_without_a_gap(lock):
+    """logind tells what is blocked as each inhibitor comes and goes."""
+    lock.ask("take")
+    changes = monitor(f"type='signal',member='PropertiesChanged',path='{LOGIND[1]}'")
+    for command, why, kinds in [("because one", "one", KINDS), ("because two", "two", KINDS),
+                                ("display three", "three", "sleep:idle:handle-lid-switch"),
+                                (f"because {WHY}", WHY, KINDS)]:
+        equal(lock.ask(command), "set", "new terms")
+        wait_until(lambda expected=[[why, kinds]]: terms_and_kinds(lock) == expected,
+                   f"{command}: the old ones are gone", PATIENCE)
+    equal(lock.ask("held"), "yes", "held by the last terms")
+    for number in range(8):
+        properties = json.loads(changes.next_line("a change"))["payload"]["data"][1]
+        blocked = properties["BlockInhibited"]["data"].split(":")
+        check({"sleep", "handle-lid-switch"} <= set(blocked), f"change {number}: {blocked}")
+    changes.end()
+    lock.ask("release")
+    equal(our_locks(lock.pid), [], "logind's list after releasing")
+
+
+def it_keeps_the_old_terms_where_new_ones_are_not_to_be_had(lock, logind):
+    lock.ask("take")
+    os.kill(logind, signal.SIGSTOP)
+    contains(ask_hung_logind(lock, "because later"), "error ", "new terms from a hung logind")
+    os.kill(logind, signal.SIGCONT)
+    wait_until(lambda: terms_and_kinds(lock) == [[WHY, KINDS]], "the old ones alone", PATIENCE)
+    equal(lock.ask("held"), "yes", "held by the old terms")
+    equal(json.loads(lock.ask("take")), TAKEN, "and by them again")
+
+
 def it_leaks_no_descriptors(lock):
     lock.ask("take")
     lock.ask("release")
     before = lock.descriptors()
-    for _ in range(50):
+    for number in range(50):
         lock.ask("take")
+        equal(lock.ask(f"because {number % 2}"), "set", "new terms")
         lock.ask("release")
     equal(lock.descriptors(), before, "descriptors after fifty locks")
 
@@ -181,6 +220,7 @@ def without_logind_it_is_an_error_until_there_is_one_again(lock, logind):
 def main():
     lock = start_lock()
     it_is_taken_and_released(lock)
+    its_terms_change_without_a_gap(lock)
     it_leaks_no_descriptors(lock)
     it_gathers_nothing_that_others_send_meanwhile()
     another_of_the_same_name_is_not_its_own(lock)
@@ -188,6 +228,7 @@ def main():
     the_kernel_frees_a_dead_ones(lock)
     a_refusal_is_a_result_with_its_words()
     lock, logind = start_lock(), process_of(LOGIND[0])
+    it_keeps_the_old_terms_where_new_ones_are_not_to_be_had(lock, logind)
     with_a_logind_that_hangs_nothing_is_known(lock, logind)
     without_logind_it_is_an_error_until_there_is_one_again(lock, logind)
 

@@ -287,7 +287,7 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
   helper->status.snapshot.lidClosed = true;
   diagnostics.report.blockers = {
       holder("player", "PreventUserIdleSystemSleep", SleepBlockerScope::systemSleep),
-      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep, 77),
+      holder("nodo", "sleep:handle-lid-switch", SleepBlockerScope::systemSleep, 77),
       holder("screen", "PreventUserIdleDisplaySleep", SleepBlockerScope::displaySleep)};
   diagnostics.lockHolder = 77;
   const std::string plain = run({"doctor"}).output;
@@ -313,7 +313,7 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
 TEST_F(DoctorCommandTest, WhoeverOnlyBearsTheNameIsNoLessAnother) {
   startBusyDaemon();
   diagnostics.report.blockers = {
-      holder("nodo", "sleep:idle:handle-lid-switch", SleepBlockerScope::systemSleep)};
+      holder("nodo", "sleep:handle-lid-switch", SleepBlockerScope::systemSleep)};
   diagnostics.lockHolder = 77;
   EXPECT_THAT(run({"doctor", "--verbose"}).output, HasSubstr("\n- nodo pid=412: "));
   diagnostics.lockHolder.reset();

@@ -7,9 +7,9 @@ namespace {
 
 constexpr std::uint32_t someUser = 1001;
 
-const Inhibitor nodosLock{.what = "sleep:idle:handle-lid-switch",
+const Inhibitor nodosLock{.what = "sleep:handle-lid-switch",
                           .who = "nodo",
-                          .why = "manual_timer",
+                          .why = "nodo keeps this computer awake until 15:40; nodoctl off",
                           .mode = "block",
                           .uid = 0,
                           .pid = 77};
@@ -79,6 +79,26 @@ TEST(LogindDiagnosticsTest, TheScopeFollowsWhatIsHeldUpAndHow) {
 TEST(LogindDiagnosticsTest, NodosOwnLockIsTheSleepLock) {
   EXPECT_EQ(diagnose({nodosLock}).sleepDisabled, true);
   EXPECT_EQ(sleepLockHolder({nodosLock}, someUser), 77);
+}
+
+TEST(LogindDiagnosticsTest, ALockIsNodosWhateverItSays) {
+  for (const bool keepsDisplayOn : {false, true}) {
+    Inhibitor lock = sleepLockInhibitor({.why = "words", .keepsDisplayOn = keepsDisplayOn});
+    EXPECT_EQ(lock.why, "words");
+    EXPECT_EQ(holdsUp(lock.what, "idle"), keepsDisplayOn) << "which is what keeps a display on";
+    EXPECT_EQ(sleepLockHolder({lock}, someUser), 0);
+  }
+}
+
+TEST(LogindDiagnosticsTest, TheLockOfAnOlderDaemonIsTheSleepLock) {
+  const Inhibitor older{.what = "sleep:idle:handle-lid-switch",
+                        .who = "nodo",
+                        .why = "coding agents are working",
+                        .mode = "block",
+                        .uid = 0,
+                        .pid = 78};
+  EXPECT_EQ(diagnose({older}).sleepDisabled, true);
+  EXPECT_EQ(sleepLockHolder({older}, someUser), 78);
 }
 
 TEST(LogindDiagnosticsTest, TheLockOfTheUsersOwnDaemonIsTheSleepLockToThatUser) {
