@@ -17,7 +17,7 @@ namespace {
 
 using Files = std::map<std::string, std::string, std::less<>>;
 
-SupplyAttributes attributesOf(Files files) {
+DeviceAttributes attributesOf(Files files) {
   return [files = std::move(files)](const char* name) -> std::optional<std::string> {
     const auto file = files.find(std::string_view(name));
     return file == files.end() ? std::nullopt : std::optional(file->second);
@@ -25,8 +25,8 @@ SupplyAttributes attributesOf(Files files) {
 }
 
 // A line "NAME=VALUE" for each attribute; a line without "=" begins the next supply.
-std::vector<SupplyAttributes> suppliesOf(std::string_view text) {
-  std::vector<SupplyAttributes> supplies;
+std::vector<DeviceAttributes> suppliesOf(std::string_view text) {
+  std::vector<DeviceAttributes> supplies;
   Files files;
   for (const std::string_view line : splitAtLineFeeds(text)) {
     const auto sign = line.find('=');
@@ -40,7 +40,7 @@ std::vector<SupplyAttributes> suppliesOf(std::string_view text) {
   return supplies;
 }
 
-void checkSupplies(std::vector<SupplyAttributes> supplies) {
+void checkSupplies(std::vector<DeviceAttributes> supplies) {
   const PowerReading reading = powerReadingOf(supplies);
   require(reading.source != PowerSource::unknown || !reading.batteryPercent,
           "where there is a charge there is a battery");

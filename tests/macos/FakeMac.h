@@ -38,6 +38,9 @@ class FakeMac {
   bool offersSources = true;
   bool offersNotifications = true;
   bool runLoopEndsByItself = false;
+  long thermalState = 0;  ///< as the system counts: 0 nominal to 3 critical
+  bool isInLowPowerMode = false;
+  bool wasThermalStateRead = false;
 
   // ---- the main run loop
 
@@ -96,6 +99,11 @@ class FakeMac {
   Work path;                         ///< of the path monitor, once it is started
   std::vector<long> allowedChanges;  ///< the power changes that were answered
 
+  /// Posts the system's notifications of its heat and of its low power mode on a thread of its own,
+  /// and waits until they were delivered. Of its heat it tells nobody who has not read that.
+  void tellThermalState();
+  void tellPowerState();
+
   // ---- notifications of programs to each other
 
   /// Gives what is read by whoever listens, and a handle to close.
@@ -123,10 +131,12 @@ class FakeMac {
   std::map<const void*, Source> sources_;
   std::uint32_t lastHandle_ = 0;
   std::map<std::uint32_t, std::string> handles_;
+
   struct Listener {
     std::string name;
     Pipe pipe;
   };
+
   std::map<std::uint32_t, Listener> listeners_;
 };
 

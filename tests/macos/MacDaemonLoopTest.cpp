@@ -13,10 +13,9 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <tests/macos/FakeMac.h>
 
 namespace nodo {
@@ -173,6 +172,19 @@ TEST_F(MacDaemonLoopTest, EachChangeOfTheMachineIsNamed) {
                  [this] { mac.path(); }, wait(settled)}),
             (Events{"changed power supply", "changed lid", "changed resume", "changed route",
                     "terminate"}));
+}
+
+TEST_F(MacDaemonLoopTest, HeatAndLowPowerModeAreNewsOnTheMainThread) {
+  EXPECT_EQ(run({[this] { mac.tellThermalState(); }, wait(settled),
+                 [this] { events.emplace_back("cooler"); }, [this] { mac.tellPowerState(); },
+                 wait(settled)}),
+            (Events{"changed power supply", "cooler", "changed power supply", "terminate"}));
+}
+
+TEST_F(MacDaemonLoopTest, NewsOnTheirWayToALoopThatIsGoneAreNoneOfTheNext) {
+  mac.tellThermalState();
+  makeLoop();
+  EXPECT_EQ(run({wait(settled)}), Events{"terminate"});
 }
 
 TEST_F(MacDaemonLoopTest, ABurstOfChangesIsOneChange) {
