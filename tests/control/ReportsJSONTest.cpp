@@ -23,6 +23,7 @@ DaemonRunReport fullRun() {
   status.decision = {.shouldPreventSleep = true, .reasons = {"manual_timer"}};
   status.manualRemainingSeconds = 600;
   status.noRouteGraceRemainingSeconds = 5;
+  status.heatGraceRemainingSeconds = 6;
   const PowerOperationResult operation(true, false, "lock", 0, "", "");
   return {.generatedAt = noon + Seconds(1),
           .status = status,
@@ -49,7 +50,8 @@ TEST(ReportsJSONTest, FieldsAreWrittenInTheirOrder) {
   const DaemonRunReport run = fullRun();
   expectInThisOrder(encodeJSON(run.status, JSONLayout::compact),
                     {"generatedAt", "state", "snapshot", "agents", "decision",
-                     "manualRemainingSeconds", "noRouteGraceRemainingSeconds"});
+                     "manualRemainingSeconds", "noRouteGraceRemainingSeconds",
+                     "heatGraceRemainingSeconds"});
   expectInThisOrder(encodeJSON(run, JSONLayout::compact),
                     {"generatedAt", "status", "operation", "operations", "stateChanged"});
 }

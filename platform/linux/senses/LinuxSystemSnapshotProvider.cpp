@@ -127,6 +127,7 @@ constexpr std::int64_t degree = 1000;
 constexpr std::int64_t criticalMargin = 5 * degree;
 constexpr std::int64_t seriousMargin = 10 * degree;
 constexpr std::int64_t hottestPossible = 150 * degree;  // no laptop's silicon lives beyond
+constexpr std::int64_t lowestTripPoint = 45 * degree;
 constexpr int mostTripPoints = 64;                      // more than any driver has
 
 bool isPossible(std::int64_t temperature) {
@@ -248,7 +249,7 @@ std::optional<ThermalLimits> thermalLimitsOf(const DeviceAttributes& zone) {
       continue;
     }
     const auto temperature = number(zone, (point + "_temp").c_str());
-    if (temperature && isPossible(*temperature)) {
+    if (temperature && *temperature >= lowestTripPoint && *temperature <= hottestPossible) {
       lower(*type == "hot" ? hot : critical, *temperature);
     }
   }

@@ -46,8 +46,8 @@ struct ThermalLimits {
 /// Critical from 5 degrees below the critical trip point, since at that point the kernel switches
 /// the machine off and there is nothing left to save; between two looks, a minute apart, a laptop
 /// in a bag gains about that much. Serious from the hot trip point, at which the firmware wants the
-/// machine asleep; where there is none, from 10 degrees below the critical one. Trip points that
-/// are not above 0 °C, or above 150 °C, are none.
+/// machine asleep; where there is none, from 10 degrees below the critical one. A trip point below
+/// 45 °C, which a summer's day may reach, or above 150 °C is none.
 std::optional<ThermalLimits> thermalLimitsOf(const DeviceAttributes& zone);
 
 /// What a zone of that many thousandths of a degree says; nothing by a temperature that is not
