@@ -173,12 +173,12 @@ class Finder {
     }
     for (const FindingKind kind : own) {
       const bool isHeat = kind == FindingKind::thermalPressure;
-      addSafety(kind,
-                safetyText(isHeat ? reason::thermalPressure : reason::lowPowerMode, facts),
-                isHeat ? "Give it air, or end what keeps it busy; once it has cooled down, the next "
-                         "request brings the lock back."
-                       : "Plug the charger in, and the lock follows at once; or switch that mode "
-                         "off, and the next request brings the lock back.");
+      addSafety(kind, safetyText(isHeat ? reason::thermalPressure : reason::lowPowerMode, facts),
+                isHeat
+                    ? "Give it air, or end what keeps it busy; once it has cooled down, the next "
+                      "request brings the lock back."
+                    : "Plug the charger in, and the lock follows at once; or switch that mode "
+                      "off, and the next request brings the lock back.");
     }
   }
 

@@ -36,9 +36,9 @@ std::string tooHotText(const StatusReport& report) {
   const bool isCritical = report.snapshot.thermalPressure == ThermalPressure::critical;
   const auto since = report.state.seriousHeatSince;
   return fmt::format("the computer is too hot{} ({})",
-                     isCritical || !since ? ""
-                                          : " with its lid closed since " +
-                                                clockText(*since, report.generatedAt),
+                     isCritical || !since
+                         ? ""
+                         : " with its lid closed since " + clockText(*since, report.generatedAt),
                      heatText(report.snapshot));
 }
 

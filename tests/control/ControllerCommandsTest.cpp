@@ -208,6 +208,7 @@ TEST_F(ControllerCommandsTest, StoppingLeavesTheLockToTheNextPass) {
 
 TEST_F(ControllerCommandsTest, StoppingEndsTheTimerForgetsTheTrackersAndKeepsTheRest) {
   NODOState expected = fullState();
+  expected.seriousHeatSince = now - Seconds(10);
   put(expected);
 
   const StatusReport report = stop();
@@ -226,6 +227,7 @@ TEST_F(ControllerCommandsTest, StoppingEndsTheTimerForgetsTheTrackersAndKeepsThe
 
 TEST_F(ControllerCommandsTest, RepairingTheStateForgetsTheLockTooAndKeepsTheRest) {
   NODOState expected = fullState();
+  expected.seriousHeatSince = now - Seconds(10);
   put(expected);
   power.isSleepDisabled = true;
 

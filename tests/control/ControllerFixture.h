@@ -75,7 +75,6 @@ class ControllerFixture : public ::testing::Test {
     state.lastLidClosed = false;
     machine->lidClosed = false;
     state.updatedAt = now - Seconds(60);
-    state.seriousHeatSince = now - Seconds(10);
     return state;
   }
 

@@ -44,7 +44,8 @@ TEST_F(ReconcileTest, SeriousHeatReleasesTheLockOnceItHasLastedWithTheLidClosed)
   advance(119);
   EXPECT_TRUE(reconcile().operations.empty());
   advance(1);
-  EXPECT_EQ(reconcile().status.decision.safetyBlocks, (std::vector<std::string>{"thermal_pressure"}));
+  EXPECT_EQ(reconcile().status.decision.safetyBlocks,
+            (std::vector<std::string>{"thermal_pressure"}));
   EXPECT_FALSE(power.isSleepDisabled);
   heatUp(ThermalPressure::nominal);
   reconcile();

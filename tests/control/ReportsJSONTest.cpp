@@ -48,10 +48,10 @@ TEST(ReportsJSONTest, ARunIsReadAsItWasWritten) {
 
 TEST(ReportsJSONTest, FieldsAreWrittenInTheirOrder) {
   const DaemonRunReport run = fullRun();
-  expectInThisOrder(encodeJSON(run.status, JSONLayout::compact),
-                    {"generatedAt", "state", "snapshot", "agents", "decision",
-                     "manualRemainingSeconds", "noRouteGraceRemainingSeconds",
-                     "heatGraceRemainingSeconds"});
+  expectInThisOrder(
+      encodeJSON(run.status, JSONLayout::compact),
+      {"generatedAt", "state", "snapshot", "agents", "decision", "manualRemainingSeconds",
+       "noRouteGraceRemainingSeconds", "heatGraceRemainingSeconds"});
   expectInThisOrder(encodeJSON(run, JSONLayout::compact),
                     {"generatedAt", "status", "operation", "operations", "stateChanged"});
 }

@@ -42,6 +42,7 @@ TEST(SafetyPolicyTest, ASwitchThatIsOffIsLeftOutAsEarlierVersionsKnowNone) {
   } cases[] = {{true, false, R"(,"stopAtThermalPressure":true)"},
                {false, true, R"(,"stopInLowPowerMode":true)"},
                {true, true, R"(,"stopAtThermalPressure":true,"stopInLowPowerMode":true)"}};
+
   for (const auto& [heat, lowPower, members] : cases) {
     SafetyPolicy switched = policy;
     switched.stopAtThermalPressure = heat;
@@ -51,12 +52,13 @@ TEST(SafetyPolicyTest, ASwitchThatIsOffIsLeftOutAsEarlierVersionsKnowNone) {
     EXPECT_EQ(decodeJSON<SafetyPolicy>(document), switched);
     EXPECT_NE(switched, policy);
   }
-  EXPECT_EQ(decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) +
-                                     R"(,"stopAtThermalPressure":false,"stopInLowPowerMode":null})"),
-            policy);
-  EXPECT_THROW(decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) +
-                                        R"(,"stopAtThermalPressure":1})"),
-               DecodingError);
+  EXPECT_EQ(
+      decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) +
+                               R"(,"stopAtThermalPressure":false,"stopInLowPowerMode":null})"),
+      policy);
+  EXPECT_THROW(
+      decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) + R"(,"stopAtThermalPressure":1})"),
+      DecodingError);
 }
 
 TEST(SafetyPolicyTest, ValuesAreWholeNumbersAndNothingElse) {

@@ -131,9 +131,9 @@ TEST_F(DaemonScheduleTest, ALostRouteReleasesTheLockAfterTheGrace) {
 TEST_F(DaemonScheduleTest, SeriousHeatWithTheLidClosedReleasesTheLockAfterTwoMinutes) {
   start();
   askManual(60);
+  wait(30);
   machine->thermalPressure = ThermalPressure::serious;
   machine->lidClosed = true;
-  wait(30);
   machineChanged();
   wait(119);
   EXPECT_TRUE(power.isSleepDisabled);

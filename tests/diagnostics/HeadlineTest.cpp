@@ -137,7 +137,8 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          return facts;
        },
        HeadlineKind::sleepAllowed,
-       "The timer runs, but sleep is allowed: no network since 08:10 (limit 5 min), the computer is "
+       "The timer runs, but sleep is allowed: no network since 08:10 (limit 5 min), the computer "
+       "is "
        "too hot (acpitz\\u{1b} at 97 °C, limit 95 °C). It runs until 09:15 (1 h left)."},
       {"serious heat of a machine that names no zone",
        [] {
@@ -159,7 +160,8 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
          return facts;
        },
        HeadlineKind::sleepAllowed,
-       "The timer runs, but sleep is allowed: low power mode is on (battery at 80 %). It runs until "
+       "The timer runs, but sleep is allowed: low power mode is on (battery at 80 %). It runs "
+       "until "
        "09:15 (1 h left)."},
       {"a low battery by limits that are not known",
        [] {

@@ -45,17 +45,19 @@ def heat_comes_and_goes_with_the_lid_open(daemon, logind, firmware):
     firmware.cool()
 
 
-def lasting_heat_under_a_closed_lid_sends_it_to_sleep(daemon, logind, firmware):
+def lasting_heat_under_a_closed_lid_sends_it_to_sleep(daemon, logind, firmware, supplies):
     wait_until(lambda: logind.property("LidClosed"), "the lid closes", 20)
     daemon.start()
-    equal(logind.locks(), [daemon.process.pid], "the lock under the closed lid")
+    wait_until(lambda: logind.locks() == [daemon.process.pid], "the lock under the closed lid")
     firmware.heat(92)
     snapshot = daemon.call("Reconcile")["run"]["status"]["snapshot"]
     equal(snapshot["hotZone"], {"name": "acpitz", "celsius": 92, "limitCelsius": 90}, "the zone")
     since = daemon.state()["seriousHeatSince"]
     equal(logind.locks(), [daemon.process.pid], "the lock inside of the grace")
     equal(daemon.terminate(), 0, "the exit")
+    equal(logind.started_units(), [], "on mains nobody asks for sleep")
 
+    supplies.on_battery(80)
     daemon.put_timer(1200, seriousHeatSince=date(time.time() - 119), lastLidClosed=True)
     check(since > daemon.state()["seriousHeatSince"], "as if it had lasted for long")
     daemon.start()
@@ -73,7 +75,8 @@ def test(daemon, logind):
     daemon.start()
     heat_comes_and_goes_with_the_lid_open(daemon, logind, firmware)
     equal(daemon.terminate(), 0, "the exit")
-    lasting_heat_under_a_closed_lid_sends_it_to_sleep(daemon, logind, firmware)
+    supplies.on_mains()
+    lasting_heat_under_a_closed_lid_sends_it_to_sleep(daemon, logind, firmware, supplies)
     daemon.terminate()
 
 

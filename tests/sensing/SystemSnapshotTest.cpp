@@ -142,14 +142,11 @@ TEST_F(MacSystemSnapshotProviderTest, ALaptopOnBatteryWithItsLidClosed) {
 }
 
 TEST_F(MacSystemSnapshotProviderTest, WhatTheSystemSaysOfItsStrainIsPartOfIt) {
-  const SystemSnapshot strained =
-      Provider(runner,
-               [] {
-                 return MachineStrain{.thermalPressure = ThermalPressure::fair,
-                                      .hotZone = std::nullopt,
-                                      .lowPowerMode = true};
-               })
-          .snapshot(noon);
+  const SystemSnapshot strained = Provider(runner, [] {
+                                    return MachineStrain{.thermalPressure = ThermalPressure::fair,
+                                                         .hotZone = std::nullopt,
+                                                         .lowPowerMode = true};
+                                  }).snapshot(noon);
   EXPECT_EQ(strained.thermalPressure, ThermalPressure::fair);
   EXPECT_EQ(strained.lowPowerMode, true);
 }

@@ -125,10 +125,14 @@ TEST_F(NODOStateTrackingTest, HeatEndsWithItsLevelTheLidAndTheTimer) {
     double at;
     std::optional<ThermalPressure> pressure;
     std::optional<bool> closed;
-  } ends[] = {{2, ThermalPressure::fair, true},      {2, ThermalPressure::nominal, true},
-              {2, std::nullopt, true},               {2, ThermalPressure::serious, false},
-              {2, ThermalPressure::serious, {}},     {2, ThermalPressure::critical, false},
+  } ends[] = {{2, ThermalPressure::fair, true},
+              {2, ThermalPressure::nominal, true},
+              {2, std::nullopt, true},
+              {2, ThermalPressure::serious, false},
+              {2, ThermalPressure::serious, {}},
+              {2, ThermalPressure::critical, false},
               {99.5, ThermalPressure::serious, true}};
+
   for (const auto& [at, pressure, closed] : ends) {
     state.manualUntil = after(100);
     seeHeat(1, ThermalPressure::serious, true);

@@ -128,7 +128,7 @@ constexpr std::int64_t criticalMargin = 5 * degree;
 constexpr std::int64_t seriousMargin = 10 * degree;
 constexpr std::int64_t hottestPossible = 150 * degree;  // no laptop's silicon lives beyond
 constexpr std::int64_t lowestTripPoint = 45 * degree;
-constexpr int mostTripPoints = 64;                      // more than any driver has
+constexpr int mostTripPoints = 64;  // more than any driver has
 
 bool isPossible(std::int64_t temperature) {
   return temperature > 0 && temperature <= hottestPossible;

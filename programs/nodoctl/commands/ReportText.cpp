@@ -97,8 +97,7 @@ std::string heatLine(const StatusReport& report) {
   if (machine.thermalPressure < ThermalPressure::serious) {
     return "";
   }
-  std::string text =
-      fmt::format("Heat:       {}", escapedForDisplay(heatText(machine)));
+  std::string text = fmt::format("Heat:       {}", escapedForDisplay(heatText(machine)));
   const auto left = report.heatGraceRemainingSeconds.value_or(0);
   if (left > 0 && report.decision.safetyBlocks.empty()) {
     text += ", sleep will be allowed in " + durationText(left);

@@ -277,6 +277,7 @@ TEST_F(ThermalZonesTest, TemperaturesBecomeLevelsByTheTripPoints) {
   add("0", "0", {{"passive", "60000"}, {"critical", "100000"}});
   add("1", "0", {{"hot", "80000"}, {"critical", "100000"}});
   add("2", "0", {{"active", "40000"}, {"hot", "80000"}});
+
   const struct {
     const char* zone;
     const char* temperature;
@@ -294,6 +295,7 @@ TEST_F(ThermalZonesTest, TemperaturesBecomeLevelsByTheTripPoints) {
       {"2", "80000", hot(ThermalPressure::serious, "zone2", 80, 80)},
       {"2", "140000", hot(ThermalPressure::serious, "zone2", 140, 80)},
   };
+
   for (const auto& [zone, temperature, expected] : rows) {
     heat(zone, temperature);
     EXPECT_EQ(read(), expected) << zone << " at " << temperature;
@@ -302,10 +304,8 @@ TEST_F(ThermalZonesTest, TemperaturesBecomeLevelsByTheTripPoints) {
 }
 
 TEST_F(ThermalZonesTest, WhatMakesNoSenseTellsNothing) {
-  add("0", "99000", {{"critical", "0"},
-                    {"hot", "-274000"},
-                    {"hot", "44999"},
-                    {"critical", "2147483647"}});
+  add("0", "99000",
+      {{"critical", "0"}, {"hot", "-274000"}, {"hot", "44999"}, {"critical", "2147483647"}});
   add("1", "99000", {{"critical", "100000"}}, "disabled");
   add("2", "99000", {{"passive", "50000"}});
   add("3", "99000", {{"critical", "many"}});
