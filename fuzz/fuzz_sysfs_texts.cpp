@@ -17,7 +17,7 @@ namespace {
 
 using Files = std::map<std::string, std::string, std::less<>>;
 
-SupplyAttributes attributesOf(Files files) {
+DeviceAttributes attributesOf(Files files) {
   return [files = std::move(files)](const char* name) -> std::optional<std::string> {
     const auto file = files.find(std::string_view(name));
     return file == files.end() ? std::nullopt : std::optional(file->second);
@@ -25,8 +25,8 @@ SupplyAttributes attributesOf(Files files) {
 }
 
 // A line "NAME=VALUE" for each attribute; a line without "=" begins the next supply.
-std::vector<SupplyAttributes> suppliesOf(std::string_view text) {
-  std::vector<SupplyAttributes> supplies;
+std::vector<DeviceAttributes> suppliesOf(std::string_view text) {
+  std::vector<DeviceAttributes> supplies;
   Files files;
   for (const std::string_view line : splitAtLineFeeds(text)) {
     const auto sign = line.find('=');
@@ -40,7 +40,7 @@ std::vector<SupplyAttributes> suppliesOf(std::string_view text) {
   return supplies;
 }
 
-void checkSupplies(std::vector<SupplyAttributes> supplies) {
+void checkSupplies(std::vector<DeviceAttributes> supplies) {
   const PowerReading reading = powerReadingOf(supplies);
   require(reading.source != PowerSource::unknown || !reading.batteryPercent,
           "where there is a charge there is a battery");
@@ -60,6 +60,26 @@ void checkSupplies(std::vector<SupplyAttributes> supplies) {
   require(together && *together >= 0 && *together <= 100, "a charge of several is a percentage");
 }
 
+void checkHeat(const DeviceAttributes& zone) {
+  const auto limits = thermalLimitsOf(zone);
+  if (!limits) {
+    return;
+  }
+  require(limits->seriousFrom || limits->criticalFrom, "limits are at least one");
+  auto last = ThermalPressure::nominal;
+  for (std::int64_t temperature = 500; temperature <= 150'000; temperature += 500) {
+    const auto strain = strainOf(*limits, temperature);
+    require(strain && strain->thermalPressure >= last, "more heat is no less pressure");
+    require((strain->thermalPressure == ThermalPressure::nominal) == !strain->hotZone,
+            "a pressure names its zone");
+    last = *strain->thermalPressure;
+  }
+  const DeviceAttributes disabled = [&](const char* name) {
+    return std::string_view(name) == "mode" ? std::optional<std::string>("disabled\n") : zone(name);
+  };
+  require(!thermalLimitsOf(disabled), "a disabled zone has no limits");
+}
+
 void checkLid(std::string_view text) {
   const bool hasLid = hasLidSwitch(text);
   require(hasLidSwitch(std::string(text) + "\n") == hasLid, "a line's end changes nothing");
@@ -72,7 +92,9 @@ void checkLid(std::string_view text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text = nodo::fuzzing::textOf(data, size);
-  nodo::fuzzing::checkSupplies(nodo::fuzzing::suppliesOf(text));
+  const auto devices = nodo::fuzzing::suppliesOf(text);
+  nodo::fuzzing::checkSupplies(devices);
+  nodo::fuzzing::checkHeat(devices.front());
   nodo::fuzzing::checkLid(text);
   return 0;
 }

@@ -23,7 +23,10 @@ SystemSnapshot FakeMachine::snapshot(Date now) const {
           .powerSource = powerSource,
           .batteryPercent = batteryPercent,
           .defaultRouteAvailable = defaultRouteAvailable,
-          .lidClosed = lidClosed};
+          .lidClosed = lidClosed,
+          .thermalPressure = thermalPressure,
+          .hotZone = hotZone,
+          .lowPowerMode = lowPowerMode};
 }
 
 void FakeMachine::startAgent(std::int32_t pid) {

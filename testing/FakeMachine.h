@@ -19,6 +19,9 @@ class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
   std::optional<std::int64_t> batteryPercent;
   std::optional<bool> defaultRouteAvailable = true;
   std::optional<bool> lidClosed;
+  std::optional<ThermalPressure> thermalPressure;
+  std::optional<HotZone> hotZone;
+  std::optional<bool> lowPowerMode;
   bool listingFails = false;   ///< NODOError::processListingFailed("broken")
   bool snapshotFails = false;  ///< std::system_error, ENOENT
   mutable int snapshotsTaken = 0;

@@ -168,6 +168,13 @@ class ObjectEncoder {
     required(key, value);
   }
 
+  /// A switch that is left out when it is off, and off when it is missing or null.
+  void flag(std::string_view key, const bool& value) {
+    if (value) {
+      required(key, value);
+    }
+  }
+
   /// A field that is left out when it is absent, and absent when it is missing or null.
   template <class Value>
   void optional(std::string_view key, const std::optional<Value>& value) {
@@ -220,6 +227,8 @@ class ObjectDecoder {
       decode(from_->child(*found, key), value);
     }
   }
+
+  void flag(std::string_view key, bool& value) { defaulted(key, value); }
 
   template <class Value>
   void optional(std::string_view key, std::optional<Value>& value) {

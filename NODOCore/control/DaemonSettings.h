@@ -15,11 +15,14 @@ namespace nodo {
 
 /// The limits that the programs keep to unless told otherwise: a fifth of the battery as a reserve,
 /// half a day at most for one request (an agent left alone overnight), a minute to sit down again
-/// after opening the lid, five minutes for a network to come back.
+/// after opening the lid, five minutes for a network to come back. Heat ends it, while low power
+/// mode is a person's wish to save and no danger.
 inline constexpr SafetyPolicy defaultPolicy{.minimumBatteryPercent = 20,
                                             .maxManualDurationMinutes = 720,
                                             .lidOpenGraceSeconds = 60,
-                                            .noRouteGraceSeconds = 300};
+                                            .noRouteGraceSeconds = 300,
+                                            .stopAtThermalPressure = true,
+                                            .stopInLowPowerMode = false};
 
 /// What an administrator decides of the daemon, and what holds where nobody did.
 struct DaemonSettings {

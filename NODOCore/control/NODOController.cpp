@@ -35,6 +35,7 @@ bool setTimer(NODOState& state, std::int64_t minutes, bool extendOnly,
 void endTimer(NODOState& state, const std::string& stopReason, Date now) {
   state.manualUntil.reset();
   state.noRouteUnavailableSince.reset();
+  state.seriousHeatSince.reset();
   state.lidOpenedAt.reset();
   state.lastLidClosed.reset();
   state.lastStopReason = stopReason;
@@ -103,6 +104,10 @@ StatusReport NODOController::report(NODOState state, std::vector<AgentProcess> a
   const auto manualRemaining = state.manualRemainingSeconds(now);
   const auto graceRemaining =
       state.noRouteGraceRemainingSeconds(now, decisionEngine.policy.noRouteGraceSeconds);
+  const auto heatGraceRemaining =
+      decisionEngine.policy.stopAtThermalPressure
+          ? state.heatGraceRemainingSeconds(snapshot, SafetyPolicy::seriousHeatGraceSeconds)
+          : std::nullopt;
   PowerDecision decision = decisionEngine.evaluate(state, agents, snapshot);
   return {.generatedAt = now,
           .state = std::move(state),
@@ -110,7 +115,8 @@ StatusReport NODOController::report(NODOState state, std::vector<AgentProcess> a
           .agents = std::move(agents),
           .decision = std::move(decision),
           .manualRemainingSeconds = manualRemaining,
-          .noRouteGraceRemainingSeconds = graceRemaining};
+          .noRouteGraceRemainingSeconds = graceRemaining,
+          .heatGraceRemainingSeconds = heatGraceRemaining};
 }
 
 }  // namespace nodo

@@ -8,6 +8,8 @@ NODO_JSON_RECORD(SafetyPolicy, fields, policy) {
   fields.required("maxManualDurationMinutes", policy.maxManualDurationMinutes);
   fields.required("lidOpenGraceSeconds", policy.lidOpenGraceSeconds);
   fields.required("noRouteGraceSeconds", policy.noRouteGraceSeconds);
+  fields.flag("stopAtThermalPressure", policy.stopAtThermalPressure);
+  fields.flag("stopInLowPowerMode", policy.stopInLowPowerMode);
 }
 
 NODO_JSON_RECORD(PowerDecision, fields, decision) {
@@ -33,6 +35,15 @@ bool isNoRouteGraceExhausted(const NODOState& state, const SystemSnapshot& snaps
              Seconds(static_cast<double>(policy.noRouteGraceSeconds));
 }
 
+bool isTooHot(const NODOState& state, const SystemSnapshot& snapshot) {
+  return snapshot.thermalPressure == ThermalPressure::critical ||
+         state.heatGraceRemainingSeconds(snapshot, SafetyPolicy::seriousHeatGraceSeconds) == 0;
+}
+
+bool isInLowPowerMode(const SystemSnapshot& snapshot) {
+  return snapshot.lowPowerMode == true && snapshot.powerSource == PowerSource::battery;
+}
+
 std::vector<std::string> safetyBlocks(const NODOState& state, const SystemSnapshot& snapshot,
                                       const SafetyPolicy& policy) {
   std::vector<std::string> blocks;
@@ -41,6 +52,12 @@ std::vector<std::string> safetyBlocks(const NODOState& state, const SystemSnapsh
   }
   if (isNoRouteGraceExhausted(state, snapshot, policy)) {
     blocks.emplace_back(reason::networkUnavailable);
+  }
+  if (policy.stopAtThermalPressure && isTooHot(state, snapshot)) {
+    blocks.emplace_back(reason::thermalPressure);
+  }
+  if (policy.stopInLowPowerMode && isInLowPowerMode(snapshot)) {
+    blocks.emplace_back(reason::lowPowerMode);
   }
   return blocks;
 }

@@ -27,6 +27,8 @@ inline constexpr char lidOpenGrace[] = "lid_open_grace";
 // Which safety rule forbids it.
 inline constexpr char batteryBelowThreshold[] = "battery_below_threshold";
 inline constexpr char networkUnavailable[] = "network_unavailable";
+inline constexpr char thermalPressure[] = "thermal_pressure";
+inline constexpr char lowPowerMode[] = "low_power_mode";
 
 // Why it is not prevented, or no longer.
 inline constexpr char manualExpired[] = "manual_expired";
@@ -42,13 +44,16 @@ inline constexpr char unknown[] = "unknown";
 
 }  // namespace reason
 
-/// The four limits within which the machine may be kept awake. Kept as given: nothing is clamped.
+/// The limits within which the machine may be kept awake. Kept as given: nothing is clamped.
 ///
 /// The library has no policy of its own, the programs choose theirs: a limit that is not given
 /// forbids nothing.
 struct SafetyPolicy {
   /// Longer than any machine runs, in minutes or seconds, and little enough to be counted with.
   static constexpr std::int64_t noLimit = std::numeric_limits<std::int32_t>::max();
+  /// How long a machine with its lid closed may be seriously hot: the length of a short burst of
+  /// work, and less than a bag takes to heat it up to what is critical.
+  static constexpr std::int64_t seriousHeatGraceSeconds = 120;
 
   /// Percent; on battery, a charge at or below this forbids keeping awake (100 or more: always).
   std::int64_t minimumBatteryPercent = -1;
@@ -58,13 +63,18 @@ struct SafetyPolicy {
   std::int64_t lidOpenGraceSeconds = 0;
   /// Seconds; how long the default route may be missing while a timer runs (negative: not at all).
   std::int64_t noRouteGraceSeconds = noLimit;
+  /// Whether heat forbids keeping awake: critical at once, serious after its grace with the lid
+  /// closed. A held lock keeps some machines from saving themselves.
+  bool stopAtThermalPressure = false;
+  /// Whether the system's low power mode forbids it on battery.
+  bool stopInLowPowerMode = false;
 
   bool operator==(const SafetyPolicy&) const = default;
 };
 
 void encode(JSONWriter& to, const SafetyPolicy& policy);
 
-/// Requires all four keys.
+/// Requires the four limits; a switch that is missing is off.
 void decode(const JSONReader& from, SafetyPolicy& policy);
 
 /// The verdict of one instant, in the words above.

@@ -157,10 +157,11 @@ ReconcileSchedule ReconcileSchedule::sleepReleaseDeadline(const StatusReport& re
   if (report.state.manualUntil) {
     earliest = std::max(*report.state.manualUntil, report.generatedAt);
   }
-  if (report.noRouteGraceRemainingSeconds) {
-    const Date graceEnd =
-        report.generatedAt + Seconds(static_cast<double>(*report.noRouteGraceRemainingSeconds));
-    earliest = earliest ? std::min(*earliest, graceEnd) : graceEnd;
+  for (const auto& left : {report.noRouteGraceRemainingSeconds, report.heatGraceRemainingSeconds}) {
+    if (left) {
+      const Date graceEnd = report.generatedAt + Seconds(static_cast<double>(*left));
+      earliest = earliest ? std::min(*earliest, graceEnd) : graceEnd;
+    }
   }
   return {earliest.value_or(report.generatedAt) + Seconds(graceSeconds)};
 }

@@ -19,6 +19,7 @@ NODO_JSON_RECORD(StatusReport, fields, report) {
   fields.required("decision", report.decision);
   fields.optional("manualRemainingSeconds", report.manualRemainingSeconds);
   fields.optional("noRouteGraceRemainingSeconds", report.noRouteGraceRemainingSeconds);
+  fields.optional("heatGraceRemainingSeconds", report.heatGraceRemainingSeconds);
 }
 
 NODO_JSON_RECORD(DaemonRunReport, fields, report) {

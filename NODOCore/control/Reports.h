@@ -27,6 +27,8 @@ struct StatusReport {
   PowerDecision decision;
   std::optional<std::int64_t> manualRemainingSeconds;
   std::optional<std::int64_t> noRouteGraceRemainingSeconds;
+  /// How long serious heat with the lid closed is tolerated yet; absent where it forbids nothing.
+  std::optional<std::int64_t> heatGraceRemainingSeconds;
 
   bool operator==(const StatusReport&) const = default;
 };

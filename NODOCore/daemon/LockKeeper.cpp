@@ -324,8 +324,8 @@ std::optional<Date> LockKeeper::amend(const StateAmendment& amendment) {
 
 NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, Date now) const {
   state.ownsSleepDisable = amendment.ownsLock.value_or(state.ownsSleepDisable);
-  for (std::optional<Date>* const date :
-       {&state.manualUntil, &state.noRouteUnavailableSince, &state.lidOpenedAt}) {
+  for (std::optional<Date>* const date : {&state.manualUntil, &state.noRouteUnavailableSince,
+                                          &state.lidOpenedAt, &state.seriousHeatSince}) {
     if (*date) {
       **date += amendment.clockStep;
     }
@@ -335,6 +335,7 @@ NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, 
   keepNotLater(state.manualUntil, now + Seconds(longest));
   keepNotLater(state.noRouteUnavailableSince, now);
   keepNotLater(state.lidOpenedAt, now);
+  keepNotLater(state.seriousHeatSince, now);
   if (amendment.ending) {
     endTimer(state, *amendment.ending == TimerEnding::stop ? reason::userStop : reason::repair,
              now);

@@ -137,10 +137,7 @@ class Finder {
                         facts_.restartCommand));
         break;
       case HeadlineKind::sleepAllowed:
-        add(FindingKind::safetyAllowsSleep, FindingSeverity::warning,
-            fmt::format("A safety rule allows sleep although the timer runs: {}.",
-                        fmt::join(safetyTexts(facts), ", ")),
-            "Plug the charger in or bring the network back; the lock follows at once.");
+        lookAtSafety(facts);
         break;
       case HeadlineKind::lockMissing:
         add(FindingKind::lockMissing, FindingSeverity::warning,
@@ -156,6 +153,39 @@ class Finder {
       case HeadlineKind::off:
         break;
     }
+  }
+
+  // Heat and low power mode end in ways of their own.
+  void lookAtSafety(const KeepAwakeFacts& facts) {
+    std::vector<std::string> others;
+    std::vector<FindingKind> own;
+    for (const std::string& block : facts.report.decision.safetyBlocks) {
+      if (block == reason::thermalPressure) {
+        own.push_back(FindingKind::thermalPressure);
+      } else if (block == reason::lowPowerMode) {
+        own.push_back(FindingKind::lowPowerMode);
+      } else {
+        others.push_back(safetyText(block, facts));
+      }
+    }
+    if (!others.empty()) {
+      addSafety(FindingKind::safetyAllowsSleep, fmt::format("{}", fmt::join(others, ", ")),
+                "Plug the charger in or bring the network back; the lock follows at once.");
+    }
+    for (const FindingKind kind : own) {
+      const bool isHeat = kind == FindingKind::thermalPressure;
+      addSafety(kind, safetyText(isHeat ? reason::thermalPressure : reason::lowPowerMode, facts),
+                isHeat
+                    ? "Give it air, or end what keeps it busy; once it has cooled down, the next "
+                      "request brings the lock back."
+                    : "Plug the charger in, and the lock follows at once; or switch that mode "
+                      "off, and the next request brings the lock back.");
+    }
+  }
+
+  void addSafety(FindingKind kind, const std::string& rule, const std::string& toDo) {
+    add(kind, FindingSeverity::warning,
+        fmt::format("A safety rule allows sleep although the timer runs: {}.", rule), toDo);
   }
 
   void lookAround(const KeepAwakeFacts& facts, HeadlineKind kind) {

@@ -23,7 +23,7 @@ namespace nodo {
 /// finding by them.
 enum class FindingKind {
   daemonMissing,               ///< it cannot be asked
-  safetyAllowsSleep,           ///< although the timer runs
+  safetyAllowsSleep,           ///< although the timer runs: battery or network
   lockMissing,                 ///< although the timer runs
   lockLeft,                    ///< although nothing asks for it
   fallbackActive,              ///< a hook keeps the computer awake by itself, lid open only
@@ -42,7 +42,9 @@ enum class FindingKind {
   hooksSwitchedOff,
   hooksNotTrusted,
   hooksElsewhere,
-  agentSilent,  ///< an agent has run for long and asked for nothing
+  agentSilent,      ///< an agent has run for long and asked for nothing
+  thermalPressure,  ///< heat allows sleep although the timer runs
+  lowPowerMode,     ///< and so does this, on battery
 };
 
 template <>
@@ -68,7 +70,9 @@ struct EnumTexts<FindingKind> {
       EnumText{FindingKind::hooksSwitchedOff, "hooksSwitchedOff"},
       EnumText{FindingKind::hooksNotTrusted, "hooksNotTrusted"},
       EnumText{FindingKind::hooksElsewhere, "hooksElsewhere"},
-      EnumText{FindingKind::agentSilent, "agentSilent"}};
+      EnumText{FindingKind::agentSilent, "agentSilent"},
+      EnumText{FindingKind::thermalPressure, "thermalPressure"},
+      EnumText{FindingKind::lowPowerMode, "lowPowerMode"}};
 };
 
 /// Whether a finding keeps nodo from its work.

@@ -32,19 +32,14 @@ std::string graceText(std::int64_t seconds) {
   return seconds % 60 == 0 ? fmt::format("{} min", seconds / 60) : fmt::format("{} s", seconds);
 }
 
-std::string safetyText(const std::string& block, const KeepAwakeFacts& facts) {
-  const SystemSnapshot& machine = facts.report.snapshot;
-  const auto& limits = facts.limits;
-  if (block == reason::batteryBelowThreshold && machine.batteryPercent) {
-    return fmt::format("battery at {} %", *machine.batteryPercent) +
-           (limits ? fmt::format(" (limit {} %)", limits->minimumBatteryPercent) : "");
-  }
-  const auto missingSince = facts.report.state.noRouteUnavailableSince;
-  if (block == reason::networkUnavailable && missingSince) {
-    return "no network since " + clockText(*missingSince, facts.report.generatedAt) +
-           (limits ? fmt::format(" (limit {})", graceText(limits->noRouteGraceSeconds)) : "");
-  }
-  return block;
+std::string tooHotText(const StatusReport& report) {
+  const bool isCritical = report.snapshot.thermalPressure == ThermalPressure::critical;
+  const auto since = report.state.seriousHeatSince;
+  return fmt::format("the computer is too hot{} ({})",
+                     isCritical || !since
+                         ? ""
+                         : " with its lid closed since " + clockText(*since, report.generatedAt),
+                     heatText(report.snapshot));
 }
 
 std::string joinedSafetyTexts(const KeepAwakeFacts& facts) {
@@ -113,6 +108,38 @@ Headline headline(const KeepAwakeFacts& facts) {
   Headline found = facts.daemonFailure ? withoutDaemon(facts) : withDaemon(facts);
   found.text = escapedForDisplay(found.text);
   return found;
+}
+
+std::string safetyText(const std::string& block, const KeepAwakeFacts& facts) {
+  const SystemSnapshot& machine = facts.report.snapshot;
+  const auto& limits = facts.limits;
+  if (block == reason::batteryBelowThreshold && machine.batteryPercent) {
+    return fmt::format("battery at {} %", *machine.batteryPercent) +
+           (limits ? fmt::format(" (limit {} %)", limits->minimumBatteryPercent) : "");
+  }
+  const auto missingSince = facts.report.state.noRouteUnavailableSince;
+  if (block == reason::networkUnavailable && missingSince) {
+    return "no network since " + clockText(*missingSince, facts.report.generatedAt) +
+           (limits ? fmt::format(" (limit {})", graceText(limits->noRouteGraceSeconds)) : "");
+  }
+  if (block == reason::thermalPressure && machine.thermalPressure) {
+    return tooHotText(facts.report);
+  }
+  if (block == reason::lowPowerMode) {
+    return "low power mode is on" +
+           (machine.batteryPercent ? fmt::format(" (battery at {} %)", *machine.batteryPercent)
+                                   : "");
+  }
+  return block;
+}
+
+std::string heatText(const SystemSnapshot& machine) {
+  if (const auto& zone = machine.hotZone) {
+    return fmt::format("{} at {} °C, limit {} °C", zone->name, zone->celsius, zone->limitCelsius);
+  }
+  return machine.thermalPressure
+             ? fmt::format("thermal state {}", rawValue(*machine.thermalPressure))
+             : "thermal state unknown";
 }
 
 std::vector<std::string> safetyTexts(const KeepAwakeFacts& facts) {

@@ -63,6 +63,13 @@ struct KeepAwakeFacts {
 /// at 15 % (limit 20 %)".
 std::vector<std::string> safetyTexts(const KeepAwakeFacts& facts);
 
+/// One of them, by its word.
+std::string safetyText(const std::string& block, const KeepAwakeFacts& facts);
+
+/// How hot the machine is, with the figures that there are: "acpitz at 97 °C, limit 95 °C" or
+/// "thermal state critical".
+std::string heatText(const SystemSnapshot& machine);
+
 /// What the facts come to. "Kept awake" is said only where the lock is owned and the machine
 /// agrees. Pure, but for the time zone that times are told in.
 Headline headline(const KeepAwakeFacts& facts);

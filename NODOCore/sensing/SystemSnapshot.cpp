@@ -4,9 +4,16 @@
 #include <NODOCore/sensing/SystemSnapshot.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace nodo {
+
+NODO_JSON_RECORD(HotZone, fields, zone) {
+  fields.required("name", zone.name);
+  fields.required("celsius", zone.celsius);
+  fields.required("limitCelsius", zone.limitCelsius);
+}
 
 NODO_JSON_RECORD(SystemSnapshot, fields, snapshot) {
   fields.required("now", snapshot.now);
@@ -14,21 +21,37 @@ NODO_JSON_RECORD(SystemSnapshot, fields, snapshot) {
   fields.optional("batteryPercent", snapshot.batteryPercent);
   fields.optional("defaultRouteAvailable", snapshot.defaultRouteAvailable);
   fields.optional("lidClosed", snapshot.lidClosed);
+  fields.optional("thermalPressure", snapshot.thermalPressure);
+  fields.optional("hotZone", snapshot.hotZone);
+  fields.optional("lowPowerMode", snapshot.lowPowerMode);
 }
 
-MacSystemSnapshotProvider::MacSystemSnapshotProvider(std::shared_ptr<const CommandRunning> runner)
-    : runner(std::move(runner)) {}
+bool SystemSnapshot::operator==(const SystemSnapshot& other) const {
+  const auto compared = [](const SystemSnapshot& of) {
+    return std::tie(of.now, of.powerSource, of.batteryPercent, of.defaultRouteAvailable,
+                    of.lidClosed, of.thermalPressure, of.lowPowerMode);
+  };
+  return compared(*this) == compared(other);
+}
+
+MacSystemSnapshotProvider::MacSystemSnapshotProvider(std::shared_ptr<const CommandRunning> runner,
+                                                     StrainReading strain)
+    : runner(std::move(runner)), strain_(std::move(strain)) {}
 
 SystemSnapshot MacSystemSnapshotProvider::snapshot(Date now) const {
   const CommandOutput power = runner->run("/usr/bin/pmset", {"-g", "batt"});
   const CommandOutput route = runner->run("/sbin/route", {"-n", "get", "default"});
   const CommandOutput lid =
       runner->run("/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "4"});
+  MachineStrain strain = strain_();
   return {.now = now,
           .powerSource = powerSource(power.standardOutput),
           .batteryPercent = batteryPercent(power.standardOutput),
           .defaultRouteAvailable = defaultRouteAvailable(route.standardOutput, route.exitCode),
-          .lidClosed = lidClosed(lid.standardOutput)};
+          .lidClosed = lidClosed(lid.standardOutput),
+          .thermalPressure = strain.thermalPressure,
+          .hotZone = std::move(strain.hotZone),
+          .lowPowerMode = strain.lowPowerMode};
 }
 
 PowerSource MacSystemSnapshotProvider::powerSource(std::string_view battOutput) {

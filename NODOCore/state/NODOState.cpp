@@ -17,6 +17,11 @@ Date afterGrace(Date start, std::int64_t graceSeconds) {
   return start + Seconds(static_cast<double>(graceSeconds));
 }
 
+// A machine with its lid open stands where somebody sees it and air reaches it.
+bool isHeatTrapped(const SystemSnapshot& snapshot) {
+  return snapshot.thermalPressure >= ThermalPressure::serious && snapshot.lidClosed == true;
+}
+
 }  // namespace
 
 NODOState NODOState::fresh(Date now) {
@@ -43,6 +48,15 @@ std::optional<std::int64_t> NODOState::noRouteGraceRemainingSeconds(
     return std::nullopt;
   }
   const std::int64_t elapsed = wholeSeconds(at - *noRouteUnavailableSince);
+  return std::max<std::int64_t>(0, checkedDifference(graceSeconds, elapsed));
+}
+
+std::optional<std::int64_t> NODOState::heatGraceRemainingSeconds(const SystemSnapshot& snapshot,
+                                                                 std::int64_t graceSeconds) const {
+  if (!manualIsActive(snapshot.now) || !isHeatTrapped(snapshot) || !seriousHeatSince) {
+    return std::nullopt;
+  }
+  const std::int64_t elapsed = wholeSeconds(snapshot.now - *seriousHeatSince);
   return std::max<std::int64_t>(0, checkedDifference(graceSeconds, elapsed));
 }
 
@@ -75,9 +89,18 @@ void NODOState::updateNoRouteTracking(const SystemSnapshot& snapshot) {
   }
 }
 
+void NODOState::updateHeatTracking(const SystemSnapshot& snapshot) {
+  if (!manualIsActive(snapshot.now) || !isHeatTrapped(snapshot)) {
+    seriousHeatSince.reset();
+  } else if (!seriousHeatSince) {
+    seriousHeatSince = snapshot.now;
+  }
+}
+
 void NODOState::syncSnapshotTracking(const SystemSnapshot& snapshot) {
   syncLidOpenGrace(snapshot);
   updateNoRouteTracking(snapshot);
+  updateHeatTracking(snapshot);
 }
 
 // Fills in what an older file does not hold from what it does.
@@ -116,6 +139,7 @@ NODO_JSON_RECORD(NODOState, fields, state) {
   fields.optional("lastLidClosed", state.lastLidClosed);
   fields.defaulted("createdAt", state.createdAt);
   fields.defaulted("updatedAt", state.updatedAt);
+  fields.optional("seriousHeatSince", state.seriousHeatSince);
 }
 
 }  // namespace nodo

@@ -104,6 +104,8 @@ struct NODOState {
   std::optional<bool> lastLidClosed;            ///< the lid at the last snapshot; absent: unknown
   Date createdAt;
   Date updatedAt;
+  /// First seen seriously hot with the lid closed while the timer ran.
+  std::optional<Date> seriousHeatSince;
 
   /// An empty record made at `now`.
   static NODOState fresh(Date now);
@@ -119,6 +121,11 @@ struct NODOState {
   /// Until a missing route ends keeping awake; absent without a running timer or an outage.
   std::optional<std::int64_t> noRouteGraceRemainingSeconds(Date at,
                                                            std::int64_t graceSeconds) const;
+
+  /// Until the heat that `snapshot` tells of, at its time, ends keeping awake; absent where it is
+  /// not the heat of a closed machine with a running timer, or was not noted.
+  std::optional<std::int64_t> heatGraceRemainingSeconds(const SystemSnapshot& snapshot,
+                                                        std::int64_t graceSeconds) const;
 
   /// Of the grace after the lid was opened; absent when it was not.
   std::optional<std::int64_t> lidOpenGraceRemainingSeconds(Date at,
@@ -137,7 +144,11 @@ struct NODOState {
   /// is back (or unknown) or the timer is over.
   void updateNoRouteTracking(const SystemSnapshot& snapshot);
 
-  /// Both, in this order.
+  /// Notes when the machine became seriously hot with its lid closed while the timer ran, and
+  /// forgets it when one of these is over.
+  void updateHeatTracking(const SystemSnapshot& snapshot);
+
+  /// All of these, in this order.
   void syncSnapshotTracking(const SystemSnapshot& snapshot);
 
   // ---- histories

@@ -1,5 +1,7 @@
 #include <platform/macos/MachineNews.h>
+#include <platform/macos/ProcessInfo.h>
 
+#include <array>
 #include <cstdio>
 #include <utility>
 
@@ -51,6 +53,49 @@ class MachineNews::Power {
  private:
   const Changed& changed_;
   CFRunLoopSourceRef source_ = nullptr;
+};
+
+// Heat and low power mode, told of as news of the power: whatever they are, the whole machine is
+// looked at.
+class MachineNews::Strain {
+ public:
+  explicit Strain(const Changed& changed) : told_(std::make_shared<const Changed*>(&changed)) {
+    readMachineStrain();  // the system tells of its heat only whoever has asked for it before
+    observers_ = {observe(NSProcessInfoThermalStateDidChangeNotification),
+                  observe(NSProcessInfoPowerStateDidChangeNotification)};
+  }
+
+  Strain(const Strain&) = delete;
+  Strain& operator=(const Strain&) = delete;
+
+  ~Strain() {
+    for (id observer : observers_) {
+      [[NSNotificationCenter defaultCenter] removeObserver:observer];
+      [observer release];
+    }
+  }
+
+ private:
+  // They come on a thread of the system's, and may reach the main one when nobody listens any more.
+  id observe(NSString* name) {
+    const std::weak_ptr<const Changed*> told = told_;
+    @autoreleasepool {
+      return [[[NSNotificationCenter defaultCenter]
+          addObserverForName:name
+                      object:nil
+                       queue:nil
+                  usingBlock:^(NSNotification*) {
+                    dispatch_async(dispatch_get_main_queue(), ^{
+                      if (const auto listener = told.lock()) {
+                        (**listener)(News::powerSupply);
+                      }
+                    });
+                  }] retain];
+    }
+  }
+
+  std::shared_ptr<const Changed*> told_;
+  std::array<id, 2> observers_;
 };
 
 class MachineNews::Lid {
@@ -173,6 +218,7 @@ class MachineNews::Route {
 MachineNews::MachineNews(std::function<void(News news)> changed)
     : changed_(std::move(changed)),
       power_(std::make_unique<Power>(changed_)),
+      strain_(std::make_unique<Strain>(changed_)),
       lid_(std::make_unique<Lid>(changed_)),
       sleep_(std::make_unique<Sleep>(changed_)),
       route_(std::make_unique<Route>(changed_)) {}

@@ -208,12 +208,14 @@ TEST_F(ControllerCommandsTest, StoppingLeavesTheLockToTheNextPass) {
 
 TEST_F(ControllerCommandsTest, StoppingEndsTheTimerForgetsTheTrackersAndKeepsTheRest) {
   NODOState expected = fullState();
+  expected.seriousHeatSince = now - Seconds(10);
   put(expected);
 
   const StatusReport report = stop();
 
   expected.manualUntil.reset();
   expected.noRouteUnavailableSince.reset();
+  expected.seriousHeatSince.reset();
   expected.lidOpenedAt.reset();
   expected.lastLidClosed.reset();
   expected.lastStopReason = "user_stop";
@@ -225,6 +227,7 @@ TEST_F(ControllerCommandsTest, StoppingEndsTheTimerForgetsTheTrackersAndKeepsThe
 
 TEST_F(ControllerCommandsTest, RepairingTheStateForgetsTheLockTooAndKeepsTheRest) {
   NODOState expected = fullState();
+  expected.seriousHeatSince = now - Seconds(10);
   put(expected);
   power.isSleepDisabled = true;
 
@@ -233,6 +236,7 @@ TEST_F(ControllerCommandsTest, RepairingTheStateForgetsTheLockTooAndKeepsTheRest
   expected.manualUntil.reset();
   expected.ownsSleepDisable = false;
   expected.noRouteUnavailableSince.reset();
+  expected.seriousHeatSince.reset();
   expected.lidOpenedAt.reset();
   expected.lastLidClosed.reset();
   expected.lastStopReason = "repair";
@@ -298,6 +302,27 @@ TEST_F(ControllerCommandsTest, AReportCountsDownAMissingRoute) {
   const StatusReport report = status();
   EXPECT_EQ(report.noRouteGraceRemainingSeconds, 200);
   EXPECT_TRUE(report.decision.shouldPreventSleep);
+}
+
+TEST_F(ControllerCommandsTest, AReportCountsDownSeriousHeatWithTheLidClosed) {
+  start(20);
+  heatUp(ThermalPressure::serious);
+  machine->lidClosed = true;
+  reconcile();
+  advance(50.5);
+  EXPECT_EQ(status().heatGraceRemainingSeconds, 70);
+  EXPECT_TRUE(status().decision.shouldPreventSleep);
+  machine->lidClosed = false;
+  EXPECT_EQ(status().heatGraceRemainingSeconds, std::nullopt);
+}
+
+TEST_F(ControllerCommandsTest, HeatThatForbidsNothingIsNotCountedDown) {
+  start(20);
+  heatUp(ThermalPressure::serious);
+  machine->lidClosed = true;
+  NODOController careless = controller();
+  careless.decisionEngine.policy.stopAtThermalPressure = false;
+  EXPECT_EQ(careless.status(now).heatGraceRemainingSeconds, std::nullopt);
 }
 
 TEST_F(ControllerCommandsTest, AnExpiredTimerIsReportedAsSuchAndNotCleared) {

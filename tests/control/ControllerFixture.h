@@ -47,6 +47,8 @@ class ControllerFixture : public ::testing::Test {
     machine->batteryPercent = 80;
   }
 
+  void heatUp(ThermalPressure pressure) const { machine->thermalPressure = pressure; }
+
   void advance(double seconds) { now += Seconds(seconds); }
 
   NODOState stored() const { return store().load(); }
@@ -88,7 +90,9 @@ class ControllerFixture : public ::testing::Test {
                                {.minimumBatteryPercent = 20,
                                 .maxManualDurationMinutes = longestTimer,
                                 .lidOpenGraceSeconds = 60,
-                                .noRouteGraceSeconds = 300});
+                                .noRouteGraceSeconds = 300,
+                                .stopAtThermalPressure = true,
+                                .stopInLowPowerMode = true});
   }
 
   test::TemporaryFolder folder = test::TemporaryFolder::inMemory();

@@ -40,6 +40,8 @@ TEST(DaemonSettingsTest, EverySettingCanBeSet) {
                             "no-route-grace = 7\n"
                             "lid-open-grace = 0\n"
                             "release-grace = 0.25\n"
+                            "thermal-pressure = false\n"
+                            "low-power-mode = true\n"
                             "lock-on-lid-close = false\n"
                             "keep-display-on = true\n"
                             "long-tools = false\n",
@@ -54,6 +56,8 @@ TEST(DaemonSettingsTest, EverySettingCanBeSet) {
   expected.policy.maxManualDurationMinutes = 1;
   expected.policy.noRouteGraceSeconds = 7;
   expected.policy.lidOpenGraceSeconds = 0;
+  expected.policy.stopAtThermalPressure = false;
+  expected.policy.stopInLowPowerMode = true;
   EXPECT_EQ(settings, expected);
 
   DaemonSettings again;

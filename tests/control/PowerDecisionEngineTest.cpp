@@ -57,10 +57,19 @@ class PowerDecisionEngineTest : public ::testing::Test {
     }
   }
 
+  // A machine that is so hot with its lid closed, and since when.
+  void heatUp(ThermalPressure pressure, double secondsAgo) {
+    snapshot.thermalPressure = pressure;
+    snapshot.lidClosed = true;
+    state.seriousHeatSince = now - Seconds(secondsAgo);
+  }
+
   PowerDecisionEngine engine{{.minimumBatteryPercent = 20,
                               .maxManualDurationMinutes = 480,
                               .lidOpenGraceSeconds = 60,
-                              .noRouteGraceSeconds = 300}};
+                              .noRouteGraceSeconds = 300,
+                              .stopAtThermalPressure = true,
+                              .stopInLowPowerMode = true}};
   NODOState state;
   SystemSnapshot snapshot;
 };
@@ -136,6 +145,8 @@ TEST_F(PowerDecisionEngineTest, ALimitThatIsNotGivenForbidsNothing) {
   runOnBattery(0);
   loseRoute(86400 * 365);
   state.lidOpenedAt = now;
+  heatUp(ThermalPressure::critical, 86400);
+  snapshot.lowPowerMode = true;
   EXPECT_EQ(decision(), awake({"manual_timer"}));
 }
 
@@ -187,6 +198,89 @@ TEST_F(PowerDecisionEngineTest, ANegativeNoRouteGraceBlocksAtOnce) {
   EXPECT_EQ(decision(), blocked({"network_unavailable"}));
   engine.policy.noRouteGraceSeconds = std::numeric_limits<std::int64_t>::min();
   EXPECT_EQ(decision(), blocked({"network_unavailable"}));
+}
+
+TEST_F(PowerDecisionEngineTest, CriticalHeatBlocksAtOnceWhateverTheLidAndTheTimer) {
+  snapshot.thermalPressure = ThermalPressure::critical;
+  for (const std::optional<bool> closed : {std::optional<bool>(), {false}, {true}}) {
+    snapshot.lidClosed = closed;
+    state.manualUntil.reset();
+    EXPECT_EQ(decision(), blocked({"thermal_pressure"}));
+    leaveOnTimer(600);
+    EXPECT_EQ(decision(), blocked({"thermal_pressure"}));
+  }
+}
+
+TEST_F(PowerDecisionEngineTest, SeriousHeatWithTheLidClosedBlocksAfterTwoMinutes) {
+  leaveOnTimer(600);
+  for (const double secondsAgo : {120.0, 120.5, 100000.0}) {
+    heatUp(ThermalPressure::serious, secondsAgo);
+    EXPECT_EQ(decision(), blocked({"thermal_pressure"})) << secondsAgo;
+  }
+  for (const double secondsAgo : {119.9, 0.0, -5.0}) {
+    heatUp(ThermalPressure::serious, secondsAgo);
+    EXPECT_EQ(decision(), awake({"manual_timer"})) << secondsAgo;
+  }
+}
+
+TEST_F(PowerDecisionEngineTest, SeriousHeatBlocksNothingWithTheLidOpenOrUnknownOrWithoutATimer) {
+  leaveOnTimer(600);
+  heatUp(ThermalPressure::serious, 1000);
+  for (const std::optional<bool> closed : {std::optional<bool>(), {false}}) {
+    snapshot.lidClosed = closed;
+    EXPECT_EQ(decision(), awake({"manual_timer"}));
+  }
+  heatUp(ThermalPressure::serious, 1000);
+  leaveOnTimer(0.5);
+  EXPECT_EQ(decision(), stopped("not_armed"));
+}
+
+TEST_F(PowerDecisionEngineTest, LessOrUnknownHeatNeverBlocks) {
+  leaveOnTimer(600);
+  for (const std::optional<ThermalPressure> pressure :
+       {std::optional<ThermalPressure>(), {ThermalPressure::nominal}, {ThermalPressure::fair}}) {
+    heatUp(ThermalPressure::serious, 1000);
+    snapshot.thermalPressure = pressure;
+    EXPECT_EQ(decision(), awake({"manual_timer"}));
+  }
+}
+
+TEST_F(PowerDecisionEngineTest, LowPowerModeBlocksOnBatteryAlone) {
+  leaveOnTimer(600);
+  runOnBattery(80);
+  snapshot.lowPowerMode = true;
+  EXPECT_EQ(decision(), blocked({"low_power_mode"}));
+  for (const PowerSource source : {PowerSource::ac, PowerSource::unknown}) {
+    snapshot.powerSource = source;
+    EXPECT_EQ(decision(), awake({"manual_timer"}));
+  }
+  runOnBattery(80);
+  for (const std::optional<bool> mode : {std::optional<bool>(), {false}}) {
+    snapshot.lowPowerMode = mode;
+    EXPECT_EQ(decision(), awake({"manual_timer"}));
+  }
+}
+
+TEST_F(PowerDecisionEngineTest, EachOfTheTwoHasASwitchOfItsOwn) {
+  leaveOnTimer(600);
+  runOnBattery(80);
+  snapshot.lowPowerMode = true;
+  snapshot.thermalPressure = ThermalPressure::critical;
+  engine.policy.stopInLowPowerMode = false;
+  EXPECT_EQ(decision(), blocked({"thermal_pressure"}));
+  engine.policy.stopInLowPowerMode = true;
+  engine.policy.stopAtThermalPressure = false;
+  EXPECT_EQ(decision(), blocked({"low_power_mode"}));
+}
+
+TEST_F(PowerDecisionEngineTest, HeatAndLowPowerModeComeAfterBatteryAndNetwork) {
+  leaveOnTimer(600);
+  runOnBattery(10);
+  loseRoute(301);
+  snapshot.thermalPressure = ThermalPressure::critical;
+  snapshot.lowPowerMode = true;
+  EXPECT_EQ(decision(), blocked({"battery_below_threshold", "network_unavailable",
+                                 "thermal_pressure", "low_power_mode"}));
 }
 
 TEST_F(PowerDecisionEngineTest, OfTwoBlocksTheBatteryComesFirst) {

@@ -63,6 +63,17 @@ TEST_F(ReconcileScheduleTest, AnOutageCountsWithoutATimerToo) {
   EXPECT_EQ(deadline(), after(32));
 }
 
+TEST_F(ReconcileScheduleTest, TheEndOfTheGraceForHeatCountsToo) {
+  report.decision.shouldPreventSleep = true;
+  report.state.manualUntil = after(600);
+  report.heatGraceRemainingSeconds = 90;
+  EXPECT_EQ(deadline(), after(92));
+  report.noRouteGraceRemainingSeconds = 30;
+  EXPECT_EQ(deadline(), after(32));
+  report.heatGraceRemainingSeconds = 10;
+  EXPECT_EQ(deadline(), after(12));
+}
+
 TEST_F(ReconcileScheduleTest, AHeldLockWithoutAnEndIsLookedAtAgainSoon) {
   report.state.ownsSleepDisable = true;
   EXPECT_EQ(deadline(), after(2));

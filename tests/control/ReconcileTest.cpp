@@ -24,6 +24,47 @@ class ReconcileTest : public ControllerFixture {
   }
 };
 
+TEST_F(ReconcileTest, CriticalHeatReleasesTheLockAndSendsAClosedLaptopOnBatteryToSleep) {
+  closeLidOnBattery();
+  hold();
+  heatUp(ThermalPressure::critical);
+  reconcile();
+  EXPECT_EQ(power.operations,
+            (Actions{PowerOperationAction::enableSleep, PowerOperationAction::sleepNow}));
+  const auto& audits = stored().powerOperationHistory;
+  EXPECT_EQ(audits[audits.size() - 2].reason, "release:thermal_pressure");
+  EXPECT_EQ(stored().lastStopReason, "thermal_pressure");
+}
+
+TEST_F(ReconcileTest, SeriousHeatReleasesTheLockOnceItHasLastedWithTheLidClosed) {
+  closeLidOnBattery();
+  hold();
+  heatUp(ThermalPressure::serious);
+  reconcile();
+  advance(119);
+  EXPECT_TRUE(reconcile().operations.empty());
+  advance(1);
+  EXPECT_EQ(reconcile().status.decision.safetyBlocks,
+            (std::vector<std::string>{"thermal_pressure"}));
+  EXPECT_FALSE(power.isSleepDisabled);
+  heatUp(ThermalPressure::nominal);
+  reconcile();
+  EXPECT_TRUE(power.isSleepDisabled);
+  EXPECT_FALSE(stored().seriousHeatSince);
+}
+
+TEST_F(ReconcileTest, DegreesThatChangeWithinALevelAreNoChange) {
+  hold();
+  heatUp(ThermalPressure::serious);
+  machine->hotZone = HotZone{.name = "acpitz", .celsius = 91, .limitCelsius = 90};
+  const SystemSnapshot before = reconcile().status.snapshot;
+  machine->hotZone->celsius = 93;
+  const DaemonRunReport run = reconcile();
+  EXPECT_FALSE(run.stateChanged);
+  EXPECT_EQ(run.status.snapshot, before);
+  EXPECT_EQ(run.status.snapshot.hotZone, machine->hotZone);
+}
+
 TEST_F(ReconcileTest, ARunningTimerTakesTheLock) {
   start(20);
   const DaemonRunReport run = reconcile();

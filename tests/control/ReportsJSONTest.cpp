@@ -23,6 +23,7 @@ DaemonRunReport fullRun() {
   status.decision = {.shouldPreventSleep = true, .reasons = {"manual_timer"}};
   status.manualRemainingSeconds = 600;
   status.noRouteGraceRemainingSeconds = 5;
+  status.heatGraceRemainingSeconds = 6;
   const PowerOperationResult operation(true, false, "lock", 0, "", "");
   return {.generatedAt = noon + Seconds(1),
           .status = status,
@@ -47,9 +48,10 @@ TEST(ReportsJSONTest, ARunIsReadAsItWasWritten) {
 
 TEST(ReportsJSONTest, FieldsAreWrittenInTheirOrder) {
   const DaemonRunReport run = fullRun();
-  expectInThisOrder(encodeJSON(run.status, JSONLayout::compact),
-                    {"generatedAt", "state", "snapshot", "agents", "decision",
-                     "manualRemainingSeconds", "noRouteGraceRemainingSeconds"});
+  expectInThisOrder(
+      encodeJSON(run.status, JSONLayout::compact),
+      {"generatedAt", "state", "snapshot", "agents", "decision", "manualRemainingSeconds",
+       "noRouteGraceRemainingSeconds", "heatGraceRemainingSeconds"});
   expectInThisOrder(encodeJSON(run, JSONLayout::compact),
                     {"generatedAt", "status", "operation", "operations", "stateChanged"});
 }

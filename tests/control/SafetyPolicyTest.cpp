@@ -34,6 +34,33 @@ TEST(SafetyPolicyTest, EveryKeyIsRequired) {
   }
 }
 
+TEST(SafetyPolicyTest, ASwitchThatIsOffIsLeftOutAsEarlierVersionsKnowNone) {
+  const struct {
+    bool heat;
+    bool lowPower;
+    const char* members;
+  } cases[] = {{true, false, R"(,"stopAtThermalPressure":true)"},
+               {false, true, R"(,"stopInLowPowerMode":true)"},
+               {true, true, R"(,"stopAtThermalPressure":true,"stopInLowPowerMode":true)"}};
+
+  for (const auto& [heat, lowPower, members] : cases) {
+    SafetyPolicy switched = policy;
+    switched.stopAtThermalPressure = heat;
+    switched.stopInLowPowerMode = lowPower;
+    const std::string document = text.substr(0, text.size() - 1) + members + "}";
+    EXPECT_EQ(encodeJSON(switched, JSONLayout::compact), document);
+    EXPECT_EQ(decodeJSON<SafetyPolicy>(document), switched);
+    EXPECT_NE(switched, policy);
+  }
+  EXPECT_EQ(
+      decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) +
+                               R"(,"stopAtThermalPressure":false,"stopInLowPowerMode":null})"),
+      policy);
+  EXPECT_THROW(
+      decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) + R"(,"stopAtThermalPressure":1})"),
+      DecodingError);
+}
+
 TEST(SafetyPolicyTest, ValuesAreWholeNumbersAndNothingElse) {
   for (const std::string value : {"1.5", "true", "\"20\"", "null", "[]", "9223372036854775808"}) {
     EXPECT_THROW(decodeJSON<SafetyPolicy>(text.substr(0, text.size() - 1) +

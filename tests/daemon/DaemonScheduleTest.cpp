@@ -128,6 +128,47 @@ TEST_F(DaemonScheduleTest, ALostRouteReleasesTheLockAfterTheGrace) {
   EXPECT_EQ(stored().lastStopReason, reason::networkUnavailable);
 }
 
+TEST_F(DaemonScheduleTest, SeriousHeatWithTheLidClosedReleasesTheLockAfterTwoMinutes) {
+  start();
+  askManual(60);
+  wait(30);
+  machine->thermalPressure = ThermalPressure::serious;
+  machine->lidClosed = true;
+  machineChanged();
+  wait(119);
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(2);
+  EXPECT_FALSE(power.isSleepDisabled);
+  EXPECT_EQ(stored().lastStopReason, reason::thermalPressure);
+}
+
+TEST_F(DaemonScheduleTest, CriticalHeatIsNoticedWithoutNews) {
+  start();
+  askManual(60);
+  machine->thermalPressure = ThermalPressure::critical;
+  wait(60);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(DaemonScheduleTest, OnlyAnotherLevelOfHeatIsAChangeThatIsAnnounced) {
+  start();
+  askManual(60);
+  machine->thermalPressure = ThermalPressure::serious;
+  machine->hotZone = HotZone{.name = "acpitz", .celsius = 91, .limitCelsius = 90};
+  wait(120);
+  const std::size_t announced = loop.announcements;
+  const NODOState before = stored();
+  for (const int degrees : {92, 93, 91}) {
+    machine->hotZone->celsius = degrees;
+    wait(60);
+  }
+  EXPECT_EQ(loop.announcements, announced);
+  EXPECT_EQ(stored(), before);
+  machine->thermalPressure = ThermalPressure::nominal;
+  wait(60);
+  EXPECT_EQ(loop.announcements, announced + 1);
+}
+
 TEST_F(DaemonScheduleTest, AReleaseThatGoesOnFailingIsTriedEveryMinuteAndNotWithoutEnd) {
   start();
   askManual(1);

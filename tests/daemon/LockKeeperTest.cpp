@@ -339,6 +339,41 @@ TEST_F(LastingLockTest, AClockThatIsPutBackLeavesTheMissingRouteItsGrace) {
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
+TEST_F(LastingLockTest, AClockThatIsPutBackLeavesHeatItsGrace) {
+  askManual(60);
+  machine->thermalPressure = ThermalPressure::serious;
+  machine->lidClosed = true;
+  machineChanged();
+  wait(60);
+  now -= Seconds(86400);
+  wait(59);
+  EXPECT_TRUE(power.isSleepDisabled);
+  wait(3);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
+TEST_F(LastingLockTest, AClockThatIsPutAheadLeavesHeatItsGrace) {
+  askManual(60);
+  machine->thermalPressure = ThermalPressure::serious;
+  machine->lidClosed = true;
+  machineChanged();
+  now += Seconds(600);
+  wait(119);
+  EXPECT_TRUE(power.isSleepDisabled);
+}
+
+TEST_F(LastingLockTest, HeatOfTheFutureCountsFromNow) {
+  askManual(60);
+  NODOState state = stored();
+  state.seriousHeatSince = now + Seconds(86400);
+  put(state);
+  machine->thermalPressure = ThermalPressure::serious;
+  machine->lidClosed = true;
+  machineChanged();
+  wait(122);
+  EXPECT_FALSE(power.isSleepDisabled);
+}
+
 TEST_F(LastingLockTest, AClockStepWhileTheStateCannotBeWrittenIsMadeUpFor) {
   askManual(20);
   {

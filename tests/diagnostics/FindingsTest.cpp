@@ -189,6 +189,31 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
        FindingKind::safetyAllowsSleep, FindingSeverity::warning,
        "A safety rule allows sleep although the timer runs: battery at 15 % (limit 20 %).",
        "Plug the charger in or bring the network back; the lock follows at once."},
+      {"heat",
+       [](FindingFacts& facts) {
+         startTimer(facts);
+         StatusReport& report = facts.keepAwake->report;
+         report.snapshot.thermalPressure = ThermalPressure::critical;
+         report.snapshot.hotZone = HotZone{.name = "acpitz", .celsius = 97, .limitCelsius = 95};
+         report.decision = {.safetyBlocks = {reason::thermalPressure}};
+       },
+       FindingKind::thermalPressure, FindingSeverity::warning,
+       "A safety rule allows sleep although the timer runs: the computer is too hot (acpitz at 97 "
+       "°C, limit 95 °C).",
+       "Give it air, or end what keeps it busy; once it has cooled down, the next request brings "
+       "the lock back."},
+      {"low power mode",
+       [](FindingFacts& facts) {
+         startTimer(facts);
+         StatusReport& report = facts.keepAwake->report;
+         report.snapshot.batteryPercent = 60;
+         report.decision = {.safetyBlocks = {reason::lowPowerMode}};
+       },
+       FindingKind::lowPowerMode, FindingSeverity::warning,
+       "A safety rule allows sleep although the timer runs: low power mode is on (battery at 60 "
+       "%).",
+       "Plug the charger in, and the lock follows at once; or switch that mode off, and the next "
+       "request brings the lock back."},
       {"a lock that is lost",
        [](FindingFacts& facts) {
          startTimer(facts);
@@ -291,6 +316,21 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
     EXPECT_EQ(findings(facts), (std::vector<Finding>{{row.kind, row.severity, row.what, row.toDo}}))
         << row.name;
   }
+}
+
+TEST(FindingsTest, RulesThatEndInWaysOfTheirOwnAreFindingsOfTheirOwn) {
+  FindingFacts facts = healthy();
+  startTimer(facts);
+  facts.keepAwake->report.decision = {
+      .safetyBlocks = {reason::batteryBelowThreshold, reason::networkUnavailable,
+                       reason::thermalPressure, reason::lowPowerMode}};
+  const std::vector<Finding> found = findings(facts);
+  ASSERT_EQ(found.size(), 3);
+  EXPECT_EQ(found[0].kind, FindingKind::safetyAllowsSleep);
+  EXPECT_THAT(found[0].what, HasSubstr(": battery_below_threshold, network_unavailable."));
+  EXPECT_EQ(found[1].kind, FindingKind::thermalPressure);
+  EXPECT_THAT(found[1].what, HasSubstr(": thermal_pressure."));
+  EXPECT_EQ(found[2].kind, FindingKind::lowPowerMode);
 }
 
 TEST(FindingsTest, WhileNodoHoldsTheLockOthersThatDoAreNoNews) {

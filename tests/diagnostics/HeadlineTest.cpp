@@ -13,7 +13,9 @@ namespace {
 constexpr SafetyPolicy limits{.minimumBatteryPercent = 20,
                               .maxManualDurationMinutes = 720,
                               .lidOpenGraceSeconds = 60,
-                              .noRouteGraceSeconds = 300};
+                              .noRouteGraceSeconds = 300,
+                              .stopAtThermalPressure = true,
+                              .stopInLowPowerMode = true};
 const Date now = dateFromSeconds(1769847300);  // 2026-01-31 08:15:00 UTC
 
 // A daemon that has nothing to do.
@@ -123,6 +125,44 @@ TEST(HeadlineTest, TheFactsLeadToIt) {
        HeadlineKind::sleepAllowed,
        "The timer runs, but sleep is allowed: battery at 20 % (limit 20 %), no network since 08:10 "
        "(limit 5 min). It runs until 09:15 (1 h left)."},
+      {"critical heat, and no network",
+       [] {
+         KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));
+         SystemSnapshot& machine = facts.report.snapshot;
+         machine.thermalPressure = ThermalPressure::critical;
+         machine.hotZone = HotZone{.name = "acpitz\x1b", .celsius = 97, .limitCelsius = 95};
+         machine.defaultRouteAvailable = false;
+         facts.report.state.noRouteUnavailableSince = now - std::chrono::minutes(5);
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs, but sleep is allowed: no network since 08:10 (limit 5 min), the computer "
+       "is "
+       "too hot (acpitz\\u{1b} at 97 °C, limit 95 °C). It runs until 09:15 (1 h left)."},
+      {"serious heat of a machine that names no zone",
+       [] {
+         KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));
+         facts.report.snapshot.thermalPressure = ThermalPressure::serious;
+         facts.report.snapshot.lidClosed = true;
+         facts.report.state.seriousHeatSince = now - std::chrono::minutes(2);
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs, but sleep is allowed: the computer is too hot with its lid closed since "
+       "08:13 (thermal state serious). It runs until 09:15 (1 h left)."},
+      {"low power mode",
+       [] {
+         KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));
+         facts.report.snapshot.lowPowerMode = true;
+         decide(facts);
+         return facts;
+       },
+       HeadlineKind::sleepAllowed,
+       "The timer runs, but sleep is allowed: low power mode is on (battery at 80 %). It runs "
+       "until "
+       "09:15 (1 h left)."},
       {"a low battery by limits that are not known",
        [] {
          KeepAwakeFacts facts = withTimer(std::chrono::minutes(60));

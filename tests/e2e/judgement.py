@@ -17,7 +17,7 @@ import typing
 
 from daemon_world import main
 from expectations import check, equal, wait_until
-from laptop import FOLDER, Network, PowerSupplies
+from laptop import FOLDER, Firmware, Network, PowerSupplies
 from processes import NOBODY, as_user, environment
 
 LOCK = "sleep:idle:handle-lid-switch"  # as a daemon of an older version holds it
@@ -28,7 +28,7 @@ class World:
 
     def __init__(self, daemon, logind):
         self.daemon, self.logind = daemon, logind
-        self.network, self.supplies = Network(), PowerSupplies()
+        self.network, self.supplies, self.firmware = Network(), PowerSupplies(), Firmware()
         self.home = FOLDER / "home"
         self.user = None  # root
         self.held = []
@@ -41,6 +41,8 @@ class World:
         self.home.mkdir()
         self.supplies.on_mains()
         self.network.connect()
+        self.firmware.cool()
+        self.firmware.profile("balanced")
         self.daemon.start(*options)
         self.run("hooks", "install", "claude", "--nodoctl", sys.argv[2])
 
@@ -103,6 +105,24 @@ class Plights(World):
         self.timer()
         self.network.unplug()
         wait_until(lambda: self.logind.locks() == [], "the lock goes", 20)
+
+    def critical_heat(self):
+        self.timer()
+        self.firmware.heat(96)
+        self.daemon.call("Reconcile")  # as it does itself every minute
+        equal(self.logind.locks(), [], "the locks")
+
+    def serious_heat_without_a_lid(self):
+        self.timer()
+        self.firmware.heat(92)
+        self.daemon.call("Reconcile")
+
+    def low_power_mode(self):
+        """By which the daemon lets the machine sleep only where it is told to."""
+        self.firmware.profile("low-power")
+        self.supplies.on_battery(80)
+        self.timer()
+        check(self.daemon.status()["snapshot"]["lowPowerMode"], "low power mode is seen")
 
     def unreadable_state(self):
         self.daemon.terminate()
@@ -171,6 +191,13 @@ ROWS = [
     Row("no_route", ["--no-route-grace", "1"], "sleepAllowed",
         r"The timer runs, but sleep is allowed: no network since \d\d:\d\d \(limit 1 s\)\. ",
         ["safetyAllowsSleep"], [1, 0, 0, 1, 0]),
+    Row("critical_heat", [], "sleepAllowed",
+        r"The timer runs, but sleep is allowed: the computer is too hot \(acpitz at 96 °C, limit "
+        r"95 °C\)\. It runs until ", ["thermalPressure"], [1, 0, 0, 1, 0]),
+    Row("serious_heat_without_a_lid", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
+        [0, 0, 0, 0, 0]),
+    Row("low_power_mode", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
+        [0, 0, 0, 0, 0]),
     Row("simulated_lock", [], "lockMissing",
         "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
     Row("unreadable_state", [], "daemonMissing",

@@ -1,6 +1,7 @@
 """A laptop made of files and a network of its own, for what with-logind and 'unshare --net' run.
 
-Its default route can come and go, and its power supplies change, which is announced as udev does.
+Its default route can come and go, and its power supplies change, which is announced as udev does. Its
+heat and its firmware's profile change, of which nobody tells.
 """
 
 import os
@@ -70,6 +71,13 @@ def udev_says_changed(subsystem, device):
         udev.sendto(header + properties, (0, 2))
 
 
+def write(device, **attributes):
+    """The files of a device below /sys."""
+    device.mkdir(parents=True, exist_ok=True)
+    for name, value in attributes.items():
+        (device / name).write_text(f"{value}\n", encoding="ascii")
+
+
 class PowerSupplies:
     """A mains adapter and a battery in /sys, and udev's word of their changes."""
 
@@ -84,9 +92,7 @@ class PowerSupplies:
         run("mount", "--bind", self.supplies, "/sys/class/power_supply")
 
     def write(self, supply, **attributes):
-        (self.supplies / supply).mkdir(parents=True, exist_ok=True)
-        for name, value in attributes.items():
-            (self.supplies / supply / name).write_text(f"{value}\n", encoding="ascii")
+        write(self.supplies / supply, **attributes)
 
     def say(self, supply, **attributes):
         """Changes them, and has it announced."""
@@ -99,3 +105,29 @@ class PowerSupplies:
 
     def on_mains(self):
         self.say("AC", online=1)
+
+
+class Firmware:
+    """A thermal zone in /sys, at whose 100 °C the machine would switch itself off, and the profile
+    that the firmware runs by."""
+
+    def __init__(self):
+        if not os.path.isdir("/sys/class/thermal"):
+            skip("this machine's /sys knows no thermal zones")
+        self.classes = FOLDER / f"thermal.{os.getpid()}"
+        self.tables = FOLDER / f"firmware.{os.getpid()}"
+        write(self.classes / "thermal_zone0", type="acpitz", trip_point_0_type="critical",
+              trip_point_0_temp=100000)
+        self.cool()
+        self.profile("balanced")
+        run("mount", "--bind", self.classes, "/sys/class/thermal")
+        run("mount", "--bind", self.tables, "/sys/firmware")
+
+    def heat(self, celsius):
+        write(self.classes / "thermal_zone0", temp=celsius * 1000)
+
+    def cool(self):
+        self.heat(45)
+
+    def profile(self, name):
+        write(self.tables / "acpi", platform_profile=name)

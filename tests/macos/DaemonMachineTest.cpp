@@ -1,9 +1,13 @@
 #include <platform/DaemonMachine.h>
+#include <platform/macos/ProcessInfo.h>
 
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
+
+#include <tests/macos/FakeMac.h>
 
 namespace nodo {
 namespace {
@@ -30,6 +34,22 @@ TEST(MacDaemonMachineTest, PMSetIsWhatThisSystemHas) {
 TEST(MacDaemonMachineTest, TheStateIsInTheSystemsFolderUnlessItIsSetOtherwise) {
   EXPECT_EQ(daemonStateFolder({}, "session"), "/Library/Application Support/nodo");
   EXPECT_EQ(daemonStateFolder({{"NODO_STATE_DIR", "/x"}}, std::nullopt), "/x");
+}
+
+TEST(MacDaemonMachineTest, ItsStrainIsWhatTheSystemSaysOfIt) {
+  test::FakeMac& mac = test::FakeMac::instance();
+  mac.reset();
+  const std::optional<ThermalPressure> pressures[] = {
+      ThermalPressure::nominal, ThermalPressure::fair, ThermalPressure::serious,
+      ThermalPressure::critical, std::nullopt};
+  for (long state = 0; state < std::ssize(pressures); ++state) {
+    mac.thermalState = state;
+    mac.isInLowPowerMode = state % 2 != 0;
+    EXPECT_EQ(readMachineStrain(), (MachineStrain{.thermalPressure = pressures[state],
+                                                  .hotZone = std::nullopt,
+                                                  .lowPowerMode = state % 2 != 0}))
+        << state;
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
@@ -80,6 +81,44 @@ void CFRunLoopAddSource(CFRunLoopRef, CFRunLoopSourceRef source, CFRunLoopMode m
 void CFRunLoopRemoveSource(CFRunLoopRef, CFRunLoopSourceRef source, CFRunLoopMode) {
   mac().powerSource = nullptr;
   [(FakeSystemObject*)source release];
+}
+
+// ---- the process's own information
+
+NSString* const NSProcessInfoThermalStateDidChangeNotification = @"thermal state";
+NSString* const NSProcessInfoPowerStateDidChangeNotification = @"power state";
+
+@implementation NSProcessInfo (Strain)
+
+- (NSProcessInfoThermalState)thermalState {
+  mac().wasThermalStateRead = true;
+  return mac().thermalState;
+}
+
+- (BOOL)isLowPowerModeEnabled {
+  return mac().isInLowPowerMode ? YES : NO;
+}
+
+@end
+
+static void postOnAnotherThread(NSString* name) {
+  std::thread([name] {
+    GSRegisterCurrentThread();
+    @autoreleasepool {
+      [[NSNotificationCenter defaultCenter] postNotificationName:name object:nil];
+    }
+    GSUnregisterCurrentThread();
+  }).join();
+}
+
+void FakeMac::tellThermalState() {
+  if (wasThermalStateRead) {
+    postOnAnotherThread(NSProcessInfoThermalStateDidChangeNotification);
+  }
+}
+
+void FakeMac::tellPowerState() {
+  postOnAnotherThread(NSProcessInfoPowerStateDidChangeNotification);
 }
 
 // ---- Dispatch

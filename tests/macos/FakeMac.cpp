@@ -24,6 +24,9 @@ void FakeMac::reset() {
   offersPowerNews = offersLidService = offersLidNews = offersSleepNews = true;
   offersPathMonitor = offersSources = offersNotifications = true;
   runLoopEndsByItself = false;
+  thermalState = 0;
+  isInLowPowerMode = false;
+  wasThermalStateRead = false;
   powerSource = nullptr;
   lid = nullptr;
   sleep = nullptr;

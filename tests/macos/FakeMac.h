@@ -38,6 +38,9 @@ class FakeMac {
   bool offersSources = true;
   bool offersNotifications = true;
   bool runLoopEndsByItself = false;
+  long thermalState = 0;  ///< as the system counts: 0 nominal to 3 critical
+  bool isInLowPowerMode = false;
+  bool wasThermalStateRead = false;
 
   // ---- the main run loop
 
@@ -95,6 +98,11 @@ class FakeMac {
   Callback sleep;                    ///< of the system's power
   Work path;                         ///< of the path monitor, once it is started
   std::vector<long> allowedChanges;  ///< the power changes that were answered
+
+  /// Posts the system's notifications of its heat and of its low power mode on a thread of its own,
+  /// and waits until they were delivered. Of its heat it tells nobody who has not read that.
+  void tellThermalState();
+  void tellPowerState();
 
   // ---- notifications of programs to each other
 

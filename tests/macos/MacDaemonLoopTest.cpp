@@ -174,6 +174,19 @@ TEST_F(MacDaemonLoopTest, EachChangeOfTheMachineIsNamed) {
                     "terminate"}));
 }
 
+TEST_F(MacDaemonLoopTest, HeatAndLowPowerModeAreNewsOnTheMainThread) {
+  EXPECT_EQ(run({[this] { mac.tellThermalState(); }, wait(settled),
+                 [this] { events.emplace_back("cooler"); }, [this] { mac.tellPowerState(); },
+                 wait(settled)}),
+            (Events{"changed power supply", "cooler", "changed power supply", "terminate"}));
+}
+
+TEST_F(MacDaemonLoopTest, NewsOnTheirWayToALoopThatIsGoneAreNoneOfTheNext) {
+  mac.tellThermalState();
+  makeLoop();
+  EXPECT_EQ(run({wait(settled)}), Events{"terminate"});
+}
+
 TEST_F(MacDaemonLoopTest, ABurstOfChangesIsOneChange) {
   EXPECT_EQ(run({[this] {
                    mac.lid(clamshellChanged, nullptr);

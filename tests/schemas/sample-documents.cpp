@@ -35,6 +35,7 @@ NODOState fullState() {
   state.noRouteUnavailableSince = now;
   state.lidOpenedAt = now;
   state.lastLidClosed = false;
+  state.seriousHeatSince = now;
   return state;
 }
 
@@ -47,14 +48,18 @@ StatusReport fullStatus() {
                        .powerSource = PowerSource::battery,
                        .batteryPercent = 15,
                        .defaultRouteAvailable = false,
-                       .lidClosed = true},
+                       .lidClosed = true,
+                       .thermalPressure = ThermalPressure::serious,
+                       .hotZone = HotZone{.name = "acpitz", .celsius = 91, .limitCelsius = 90},
+                       .lowPowerMode = true},
           .agents = {agent, orphan},
           .decision = {.shouldPreventSleep = false,
                        .reasons = {reason::manualTimer},
                        .safetyBlocks = {reason::batteryBelowThreshold},
                        .stopReason = reason::batteryBelowThreshold},
           .manualRemainingSeconds = 7500,
-          .noRouteGraceRemainingSeconds = 10};
+          .noRouteGraceRemainingSeconds = 10,
+          .heatGraceRemainingSeconds = 20};
 }
 
 StatusReport bareStatus() {
@@ -191,6 +196,10 @@ void printStatusReports() {
   StatusReport bare = bareStatus();
   for (const PowerSource source : allCases<PowerSource>()) {
     bare.snapshot.powerSource = source;
+    print("status-report", bare);
+  }
+  for (const ThermalPressure pressure : allCases<ThermalPressure>()) {
+    bare.snapshot.thermalPressure = pressure;
     print("status-report", bare);
   }
 }

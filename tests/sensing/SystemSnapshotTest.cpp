@@ -48,6 +48,43 @@ TEST(SystemSnapshotTest, ItsJSONHasItsKeysInTheirOrder) {
   EXPECT_EQ(decodeJSON<SystemSnapshot>(text), fullSnapshot());
 }
 
+TEST(SystemSnapshotTest, HeatAndLowPowerModeFollowInItsJSON) {
+  SystemSnapshot snapshot{.now = noon,
+                          .lidClosed = true,
+                          .thermalPressure = ThermalPressure::critical,
+                          .hotZone = HotZone{.name = "acpitz", .celsius = 97, .limitCelsius = 95},
+                          .lowPowerMode = false};
+  const std::string text =
+      R"({"now":"2026-01-31T12:00:00Z","powerSource":"unknown","lidClosed":true,)"
+      R"("thermalPressure":"critical","hotZone":{"name":"acpitz","celsius":97,"limitCelsius":95},)"
+      R"("lowPowerMode":false})";
+  EXPECT_EQ(encodeJSON(snapshot, JSONLayout::compact), text);
+  EXPECT_EQ(decodeJSON<SystemSnapshot>(text), snapshot);
+  EXPECT_EQ(decodeJSON<SystemSnapshot>(text).hotZone, snapshot.hotZone);
+}
+
+TEST(SystemSnapshotTest, EverythingButDegreesCountsForEquality) {
+  const SystemSnapshot hot{.now = noon,
+                           .thermalPressure = ThermalPressure::serious,
+                           .hotZone = HotZone{.name = "a", .celsius = 91, .limitCelsius = 90}};
+  const auto changed = [&](void (*change)(SystemSnapshot&)) {
+    SystemSnapshot other = hot;
+    change(other);
+    return other;
+  };
+  EXPECT_EQ(hot, changed([](SystemSnapshot& other) { other.hotZone->celsius = 94; }));
+  EXPECT_EQ(hot, changed([](SystemSnapshot& other) { other.hotZone->name = "b"; }));
+  for (const auto change : {+[](SystemSnapshot& other) { other.now += Seconds(1); },
+                            +[](SystemSnapshot& other) { other.powerSource = PowerSource::ac; },
+                            +[](SystemSnapshot& other) { other.batteryPercent = 1; },
+                            +[](SystemSnapshot& other) { other.defaultRouteAvailable = true; },
+                            +[](SystemSnapshot& other) { other.lidClosed = true; },
+                            +[](SystemSnapshot& other) { other.thermalPressure.reset(); },
+                            +[](SystemSnapshot& other) { other.lowPowerMode = false; }}) {
+    EXPECT_NE(hot, changed(change));
+  }
+}
+
 TEST(SystemSnapshotTest, WhatIsUnknownIsLeftOut) {
   SystemSnapshot snapshot;
   snapshot.now = noon;
@@ -102,6 +139,16 @@ TEST_F(MacSystemSnapshotProviderTest, ALaptopOnBatteryWithItsLidClosed) {
                                         .defaultRouteAvailable = true,
                                         .lidClosed = true}));
   EXPECT_EQ(runner->commandLines(), (CommandLines{battery, route, lid}));
+}
+
+TEST_F(MacSystemSnapshotProviderTest, WhatTheSystemSaysOfItsStrainIsPartOfIt) {
+  const SystemSnapshot strained = Provider(runner, [] {
+                                    return MachineStrain{.thermalPressure = ThermalPressure::fair,
+                                                         .hotZone = std::nullopt,
+                                                         .lowPowerMode = true};
+                                  }).snapshot(noon);
+  EXPECT_EQ(strained.thermalPressure, ThermalPressure::fair);
+  EXPECT_EQ(strained.lowPowerMode, true);
 }
 
 TEST_F(MacSystemSnapshotProviderTest, ADesktopWithoutARoute) {

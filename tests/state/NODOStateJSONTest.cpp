@@ -56,7 +56,8 @@ NODOState fullState() {
           .lidOpenedAt = eight + Seconds(2),
           .lastLidClosed = false,
           .createdAt = eight - Seconds(1000),
-          .updatedAt = eight + Seconds(3)};
+          .updatedAt = eight + Seconds(3),
+          .seriousHeatSince = eight + Seconds(4)};
 }
 
 TEST(NODOStateJSONTest, AnEmptyObjectIsAnEmptyStateOfNow) {
@@ -97,7 +98,7 @@ TEST(NODOStateJSONTest, ItsKeysStandInTheirOrder) {
                 "manualUntil", "ownsSleepDisable", "lastActivationReason", "lastStopReason",
                 "lastRequester", "recentRequesters", "triggerHistory", "triggerActivityBuckets",
                 "lastPowerOperation", "powerOperationHistory", "noRouteUnavailableSince",
-                "lidOpenedAt", "lastLidClosed", "createdAt", "updatedAt"}));
+                "lidOpenedAt", "lastLidClosed", "createdAt", "updatedAt", "seriousHeatSince"}));
 }
 
 TEST(NODOStateJSONTest, EachKeyAloneMayBeMissing) {
@@ -199,6 +200,7 @@ TEST(NODOStateJSONTest, AKeyOfTheWrongTypeIsAnErrorThatNamesIt) {
       {"lastLidClosed", notATruth},
       {"createdAt", notATime},
       {"updatedAt", notATime},
+      {"seriousHeatSince", notATime},
   };
 
   for (const auto& each : cases) {

@@ -1,3 +1,4 @@
+#include <NODOCore/sensing/SystemSnapshot.h>
 #include <NODOCore/state/NODOState.h>
 #include <testing/JSONRows.h>
 
@@ -110,6 +111,21 @@ TEST(NODOStatePeriodsTest, NoRouteGraceEndsWithTheTimer) {
   NODOState state = stateWithManualLeft(1);
   state.noRouteUnavailableSince = now - Seconds(5);
   EXPECT_EQ(state.noRouteGraceRemainingSeconds(now, 60), 55);
+}
+
+TEST(NODOStatePeriodsTest, TheGraceForHeatIsThatOfAClosedHotMachineWithATimer) {
+  const SystemSnapshot hot{
+      .now = now, .lidClosed = true, .thermalPressure = ThermalPressure::serious};
+  NODOState state = stateWithManualLeft(600);
+  EXPECT_EQ(state.heatGraceRemainingSeconds(hot, 120), std::nullopt);
+  state.seriousHeatSince = now - Seconds(50.5);
+  EXPECT_EQ(state.heatGraceRemainingSeconds(hot, 120), 70);
+  EXPECT_EQ(state.heatGraceRemainingSeconds(hot, 30), 0);
+  SystemSnapshot open = hot;
+  open.lidClosed = false;
+  EXPECT_EQ(state.heatGraceRemainingSeconds(open, 120), std::nullopt);
+  state.manualUntil = now;
+  EXPECT_EQ(state.heatGraceRemainingSeconds(hot, 120), std::nullopt);
 }
 
 TEST(NODOStatePeriodsTest, AnOutageThatBeganInTheFutureLengthensTheGrace) {

@@ -25,6 +25,10 @@ class NODOStateTrackingTest : public ::testing::Test {
     state.updateNoRouteTracking({.now = after(at), .defaultRouteAvailable = available});
   }
 
+  void seeHeat(double at, std::optional<ThermalPressure> pressure, std::optional<bool> closed) {
+    state.updateHeatTracking({.now = after(at), .lidClosed = closed, .thermalPressure = pressure});
+  }
+
   NODOState state;
 };
 
@@ -108,12 +112,45 @@ TEST_F(NODOStateTrackingTest, AnOutageCountsOnlyWhileATimerRuns) {
   EXPECT_EQ(state.noRouteUnavailableSince, std::nullopt);
 }
 
-TEST_F(NODOStateTrackingTest, ASnapshotIsTrackedForLidAndRouteAtOnce) {
+TEST_F(NODOStateTrackingTest, TheFirstMomentOfHeatWithTheLidClosedIsKept) {
+  state.manualUntil = after(600);
+  seeHeat(1, ThermalPressure::serious, true);
+  seeHeat(2, ThermalPressure::critical, true);
+  seeHeat(3, ThermalPressure::serious, true);
+  EXPECT_EQ(state.seriousHeatSince, after(1));
+}
+
+TEST_F(NODOStateTrackingTest, HeatEndsWithItsLevelTheLidAndTheTimer) {
+  const struct {
+    double at;
+    std::optional<ThermalPressure> pressure;
+    std::optional<bool> closed;
+  } ends[] = {{2, ThermalPressure::fair, true},
+              {2, ThermalPressure::nominal, true},
+              {2, std::nullopt, true},
+              {2, ThermalPressure::serious, false},
+              {2, ThermalPressure::serious, {}},
+              {2, ThermalPressure::critical, false},
+              {99.5, ThermalPressure::serious, true}};
+
+  for (const auto& [at, pressure, closed] : ends) {
+    state.manualUntil = after(100);
+    seeHeat(1, ThermalPressure::serious, true);
+    EXPECT_EQ(state.seriousHeatSince, after(1));
+    seeHeat(at, pressure, closed);
+    EXPECT_EQ(state.seriousHeatSince, std::nullopt);
+  }
+}
+
+TEST_F(NODOStateTrackingTest, ASnapshotIsTrackedForLidRouteAndHeatAtOnce) {
   state.manualUntil = after(600);
   state.lastLidClosed = true;
   state.syncSnapshotTracking({.now = after(5), .defaultRouteAvailable = false, .lidClosed = false});
   EXPECT_EQ(state.lidOpenedAt, after(5));
   EXPECT_EQ(state.noRouteUnavailableSince, after(5));
+  state.syncSnapshotTracking(
+      {.now = after(6), .lidClosed = true, .thermalPressure = ThermalPressure::serious});
+  EXPECT_EQ(state.seriousHeatSince, after(6));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <system_error>
 #include <utility>
@@ -29,17 +30,21 @@ std::optional<std::string> readSmallFile(const fs::path& path) {
   }
 }
 
-// ---- power supplies
+DeviceAttributes attributesBelow(const fs::path& device) {
+  return [device](const char* name) { return readSmallFile(device / name); };
+}
 
-std::optional<std::string> attribute(const SupplyAttributes& supply, const char* name) {
-  const auto content = supply(name);
+std::optional<std::string> attribute(const DeviceAttributes& device, const char* name) {
+  const auto content = device(name);
   return content ? std::optional(std::string(trimmed(*content))) : std::nullopt;
 }
 
-std::optional<std::int64_t> number(const SupplyAttributes& supply, const char* name) {
-  const auto text = attribute(supply, name);
+std::optional<std::int64_t> number(const DeviceAttributes& device, const char* name) {
+  const auto text = attribute(device, name);
   return text ? integerFromText<std::int64_t>(*text) : std::nullopt;
 }
+
+// ---- power supplies
 
 struct Fill {
   double now = 0;
@@ -52,7 +57,7 @@ struct Battery {
   std::optional<std::int64_t> capacity;
 };
 
-std::optional<Fill> fill(const SupplyAttributes& supply, const char* nowName,
+std::optional<Fill> fill(const DeviceAttributes& supply, const char* nowName,
                          const char* fullName) {
   const auto now = number(supply, nowName);
   const auto full = number(supply, fullName);
@@ -62,7 +67,7 @@ std::optional<Fill> fill(const SupplyAttributes& supply, const char* nowName,
   return Fill{.now = static_cast<double>(*now), .full = static_cast<double>(*full)};
 }
 
-Battery readBattery(const SupplyAttributes& supply) {
+Battery readBattery(const DeviceAttributes& supply) {
   Battery battery{.energy = fill(supply, "energy_now", "energy_full"),
                   .charge = fill(supply, "charge_now", "charge_full"),
                   .capacity = number(supply, "capacity")};
@@ -116,6 +121,41 @@ std::optional<std::int64_t> chargeOf(const std::vector<Battery>& batteries) {
   return byCharge ? byCharge : meanCapacity(batteries);
 }
 
+// ---- heat, in thousandths of a degree Celsius
+
+constexpr std::int64_t degree = 1000;
+constexpr std::int64_t criticalMargin = 5 * degree;
+constexpr std::int64_t seriousMargin = 10 * degree;
+constexpr std::int64_t hottestPossible = 150 * degree;  // no laptop's silicon lives beyond
+constexpr std::int64_t lowestTripPoint = 45 * degree;
+constexpr int mostTripPoints = 64;  // more than any driver has
+
+bool isPossible(std::int64_t temperature) {
+  return temperature > 0 && temperature <= hottestPossible;
+}
+
+void lower(std::optional<std::int64_t>& limit, std::int64_t other) {
+  limit = std::min(limit.value_or(other), other);
+}
+
+MachineStrain strainBeyond(ThermalPressure pressure, const std::string& name,
+                           std::int64_t temperature, std::int64_t limit) {
+  return {
+      .thermalPressure = pressure,
+      .hotZone =
+          HotZone{.name = name, .celsius = temperature / degree, .limitCelsius = limit / degree},
+      .lowPowerMode = std::nullopt};
+}
+
+std::int64_t excess(const MachineStrain& strain) {
+  return strain.hotZone ? strain.hotZone->celsius - strain.hotZone->limitCelsius : 0;
+}
+
+bool isWorse(const MachineStrain& one, const MachineStrain& other) {
+  return one.thermalPressure != other.thermalPressure ? one.thermalPressure > other.thermalPressure
+                                                      : excess(one) > excess(other);
+}
+
 // ---- routes
 
 // From <linux/route.h>, which cannot be included beside <net/route.h>.
@@ -156,11 +196,11 @@ bool isDefaultIPv6(std::string_view row) {
 
 }  // namespace
 
-PowerReading powerReadingOf(const std::vector<SupplyAttributes>& supplies) {
+PowerReading powerReadingOf(const std::vector<DeviceAttributes>& supplies) {
   std::vector<Battery> batteries;
   bool hasMains = false;
   bool onMains = false;
-  for (const SupplyAttributes& supply : supplies) {
+  for (const DeviceAttributes& supply : supplies) {
     const auto type = attribute(supply, "type");
     if (!type || attribute(supply, "scope") == "Device") {  // a mouse's or a headset's battery
       continue;
@@ -181,17 +221,99 @@ PowerReading powerReadingOf(const std::vector<SupplyAttributes>& supplies) {
 }
 
 PowerReading readPowerSupplies(const fs::path& classFolder) {
-  std::vector<SupplyAttributes> supplies;
+  std::vector<DeviceAttributes> supplies;
   std::error_code ended;
   fs::directory_iterator entry(classFolder, ended);
   if (ended) {
     return {};
   }
   for (const fs::directory_iterator end; !ended && entry != end; entry.increment(ended)) {
-    supplies.emplace_back(
-        [supply = entry->path()](const char* name) { return readSmallFile(supply / name); });
+    supplies.push_back(attributesBelow(entry->path()));
   }
   return powerReadingOf(supplies);
+}
+
+std::optional<ThermalLimits> thermalLimitsOf(const DeviceAttributes& zone) {
+  if (attribute(zone, "mode") == "disabled") {
+    return std::nullopt;
+  }
+  std::optional<std::int64_t> hot;
+  std::optional<std::int64_t> critical;
+  for (int i = 0; i < mostTripPoints; ++i) {
+    const std::string point = "trip_point_" + std::to_string(i);
+    const auto type = attribute(zone, (point + "_type").c_str());
+    if (!type) {
+      break;
+    }
+    if (*type != "hot" && *type != "critical") {
+      continue;
+    }
+    const auto temperature = number(zone, (point + "_temp").c_str());
+    if (temperature && *temperature >= lowestTripPoint && *temperature <= hottestPossible) {
+      lower(*type == "hot" ? hot : critical, *temperature);
+    }
+  }
+  if (!hot && !critical) {
+    return std::nullopt;
+  }
+  ThermalLimits limits{.name = repairedUTF8(attribute(zone, "type").value_or("")),
+                       .seriousFrom = hot,
+                       .criticalFrom = std::nullopt};
+  if (critical) {
+    limits.seriousFrom = hot.value_or(*critical - seriousMargin);
+    limits.criticalFrom = *critical - criticalMargin;
+  }
+  return limits;
+}
+
+std::optional<MachineStrain> strainOf(const ThermalLimits& limits, std::int64_t temperature) {
+  if (!isPossible(temperature)) {
+    return std::nullopt;
+  }
+  if (limits.criticalFrom && temperature >= *limits.criticalFrom) {
+    return strainBeyond(ThermalPressure::critical, limits.name, temperature, *limits.criticalFrom);
+  }
+  if (limits.seriousFrom && temperature >= *limits.seriousFrom) {
+    return strainBeyond(ThermalPressure::serious, limits.name, temperature, *limits.seriousFrom);
+  }
+  return MachineStrain{.thermalPressure = ThermalPressure::nominal};
+}
+
+MachineStrain ThermalZones::read(Date now) {
+  constexpr double limitsLast = 600;
+  if (!foundAt_ || std::abs((now - *foundAt_).count()) >= limitsLast) {
+    findZones();
+    foundAt_ = now;
+  }
+  MachineStrain worst;
+  for (const Zone& zone : zones_) {
+    const auto temperature = number(zone.attributes, "temp");
+    const auto strain = temperature ? strainOf(zone.limits, *temperature) : std::nullopt;
+    if (strain && isWorse(*strain, worst)) {
+      worst = *strain;
+    }
+  }
+  return worst;
+}
+
+void ThermalZones::findZones() {
+  zones_.clear();
+  std::error_code ended;
+  fs::directory_iterator entry(folder_, ended);
+  for (const fs::directory_iterator end; !ended && entry != end; entry.increment(ended)) {
+    // Beside the zones there are the devices that cool them.
+    if (entry->path().filename().string().starts_with("thermal_zone")) {
+      const DeviceAttributes attributes = attributesBelow(entry->path());
+      if (auto limits = thermalLimitsOf(attributes)) {
+        zones_.push_back({attributes, std::move(*limits)});
+      }
+    }
+  }
+}
+
+std::optional<bool> readLowPowerMode(const fs::path& profile) {
+  const auto content = readSmallFile(profile);
+  return content ? std::optional(trimmed(*content) == "low-power") : std::nullopt;
 }
 
 bool hasDefaultRouteIPv4(std::string_view table) {
@@ -214,15 +336,21 @@ std::optional<bool> readDefaultRoute(const fs::path& procNet) {
 }
 
 LinuxSystemSnapshotProvider::LinuxSystemSnapshotProvider(LidReading lidClosed, fs::path root)
-    : lidClosed_(std::move(lidClosed)), root_(std::move(root)) {}
+    : lidClosed_(std::move(lidClosed)),
+      root_(std::move(root)),
+      thermalZones_(root_ / "sys/class/thermal") {}
 
 SystemSnapshot LinuxSystemSnapshotProvider::snapshot(Date now) const {
   const PowerReading power = readPowerSupplies(root_ / "sys/class/power_supply");
+  MachineStrain strain = thermalZones_.read(now);
   return {.now = now,
           .powerSource = power.source,
           .batteryPercent = power.batteryPercent,
           .defaultRouteAvailable = readDefaultRoute(root_ / "proc/net"),
-          .lidClosed = lidClosed_()};
+          .lidClosed = lidClosed_(),
+          .thermalPressure = strain.thermalPressure,
+          .hotZone = std::move(strain.hotZone),
+          .lowPowerMode = readLowPowerMode(root_ / "sys/firmware/acpi/platform_profile")};
 }
 
 }  // namespace nodo

@@ -16,11 +16,13 @@ namespace {
 
 // The words of decisions and audits in a person's language; others are shown as they are.
 std::string explained(const std::string& word) {
-  constexpr std::array<std::pair<std::string_view, std::string_view>, 10> explanations{
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 12> explanations{
       {{reason::manualTimer, "the timer runs"},
        {reason::lidOpenGrace, "the lid was opened just now"},
        {reason::batteryBelowThreshold, "the battery is low"},
        {reason::networkUnavailable, "there is no network route"},
+       {reason::thermalPressure, "the computer is too hot"},
+       {reason::lowPowerMode, "low power mode is on"},
        {reason::manualExpired, "the timer ran out"},
        {reason::notArmed, "no timer runs"},
        {reason::userStop, "it was stopped"},
@@ -57,7 +59,7 @@ std::string timerText(const StatusReport& report) {
              : "off";
 }
 
-std::string powerText(const SystemSnapshot& snapshot) {
+std::string sourceText(const SystemSnapshot& snapshot) {
   const std::string charge =
       snapshot.batteryPercent ? fmt::format(", battery at {} %", *snapshot.batteryPercent) : "";
   switch (snapshot.powerSource) {
@@ -69,6 +71,10 @@ std::string powerText(const SystemSnapshot& snapshot) {
       break;
   }
   return "unknown" + charge;
+}
+
+std::string powerText(const SystemSnapshot& snapshot) {
+  return sourceText(snapshot) + (snapshot.lowPowerMode == true ? ", low power mode" : "");
 }
 
 std::string_view choose(std::optional<bool> value, std::string_view whenTrue,
@@ -83,6 +89,20 @@ std::string networkText(const StatusReport& report) {
     text += ", sleep will be allowed in " + durationText(*report.noRouteGraceRemainingSeconds);
   }
   return text;
+}
+
+// Only where the machine suffers.
+std::string heatLine(const StatusReport& report) {
+  const SystemSnapshot& machine = report.snapshot;
+  if (machine.thermalPressure < ThermalPressure::serious) {
+    return "";
+  }
+  std::string text = fmt::format("Heat:       {}", escapedForDisplay(heatText(machine)));
+  const auto left = report.heatGraceRemainingSeconds.value_or(0);
+  if (left > 0 && report.decision.safetyBlocks.empty()) {
+    text += ", sleep will be allowed in " + durationText(left);
+  }
+  return text + "\n";
 }
 
 std::string requesterText(const ActivationRequester& requester) {
@@ -134,7 +154,8 @@ std::string blockersText(const SleepDiagnosticsReport& report, SleepBlockerScope
 
 std::string machineText(const StatusReport& report) {
   return fmt::format("Power:      {}\nNetwork:    {}\nLid:        {}\n", powerText(report.snapshot),
-                     networkText(report), choose(report.snapshot.lidClosed, "closed", "open"));
+                     networkText(report), choose(report.snapshot.lidClosed, "closed", "open")) +
+         heatLine(report);
 }
 
 std::string reportText(const StatusReport& report) {

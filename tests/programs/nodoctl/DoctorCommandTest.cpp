@@ -285,6 +285,11 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
   helper->status.snapshot.powerSource = PowerSource::battery;
   helper->status.snapshot.batteryPercent = 81;
   helper->status.snapshot.lidClosed = true;
+  helper->status.snapshot.thermalPressure = ThermalPressure::serious;
+  helper->status.snapshot.hotZone =
+      HotZone{.name = "acpitz\x1b", .celsius = 91, .limitCelsius = 90};
+  helper->status.snapshot.lowPowerMode = true;
+  helper->status.heatGraceRemainingSeconds = 80;
   diagnostics.report.blockers = {
       holder("player", "PreventUserIdleSystemSleep", SleepBlockerScope::systemSleep),
       holder("nodo", "sleep:handle-lid-switch", SleepBlockerScope::systemSleep, 77),
@@ -300,9 +305,10 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
             "\n"
             "Others that hold up sleep:\n"
             "- player pid=412: because\\u{1b}[1m (PreventUserIdleSystemSleep)\n"
-            "Power:      battery at 81 %\n"
+            "Power:      battery at 81 %, low power mode\n"
             "Network:    unknown\n"
             "Lid:        closed\n"
+            "Heat:       acpitz\\u{1b} at 91 °C, limit 90 °C, sleep will be allowed in 1m 20s\n"
             "Asked last: no agent, as far as is known\n"
             "Own state:  " +
                 (folder / ".nodo/state.json").string() +

@@ -36,7 +36,8 @@ TEST(NododCommandLineTest, NothingOnTheLineMeansTheDefaults) {
   EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 20,
                                                    .maxManualDurationMinutes = 720,
                                                    .lidOpenGraceSeconds = 60,
-                                                   .noRouteGraceSeconds = 300}));
+                                                   .noRouteGraceSeconds = 300,
+                                                   .stopAtThermalPressure = true}));
   EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(1));
   EXPECT_FALSE(options.log);
   EXPECT_FALSE(options.once);
@@ -53,7 +54,8 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 0,
                                                    .maxManualDurationMinutes = 1,
                                                    .lidOpenGraceSeconds = 0,
-                                                   .noRouteGraceSeconds = 7}));
+                                                   .noRouteGraceSeconds = 7,
+                                                   .stopAtThermalPressure = true}));
   EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(0.25));
   EXPECT_EQ(options.log, "/log");
   EXPECT_TRUE(options.once);

@@ -33,6 +33,35 @@ extern "C" SEL NSSelectorFromString(NSString* name);
 + (instancetype)dictionaryWithObject:(Value)object forKey:(Key)key;
 @end
 
+@interface NSNotification : NSObject
+@end
+
+@interface NSNotificationCenter : NSObject
++ (NSNotificationCenter*)defaultCenter;
+- (id<NSObject>)addObserverForName:(NSString*)name
+                            object:(id)object
+                             queue:(id)queue
+                        usingBlock:(void (^)(NSNotification* notification))block;
+- (void)removeObserver:(id)observer;
+@end
+
+typedef NSInteger NSProcessInfoThermalState;
+enum : NSProcessInfoThermalState {
+  NSProcessInfoThermalStateNominal,
+  NSProcessInfoThermalStateFair,
+  NSProcessInfoThermalStateSerious,
+  NSProcessInfoThermalStateCritical
+};
+
+extern "C" NSString* const NSProcessInfoThermalStateDidChangeNotification;
+extern "C" NSString* const NSProcessInfoPowerStateDidChangeNotification;
+
+@interface NSProcessInfo : NSObject
++ (NSProcessInfo*)processInfo;
+@property(readonly) NSProcessInfoThermalState thermalState;
+@property(readonly, getter=isLowPowerModeEnabled) BOOL lowPowerModeEnabled;
+@end
+
 @interface NSError : NSObject
 @property(readonly, copy) NSString* domain;
 @property(readonly) NSInteger code;

@@ -1,8 +1,12 @@
 #include <platform/linux/senses/LinuxSystemSnapshotProvider.h>
 #include <testing/TemporaryFolder.h>
 
+#include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -232,11 +236,148 @@ TEST(DefaultRouteTest, WithoutEitherTableNothingIsKnown) {
   EXPECT_EQ(readDefaultRoute(net.path()), std::nullopt);
 }
 
-TEST(LinuxSystemSnapshotProviderTest, GathersPowerRouteAndLid) {
+// A /sys/class/thermal that a test writes.
+class ThermalZonesTest : public ::testing::Test {
+ protected:
+  using TripPoints = std::vector<std::pair<std::string, std::string>>;  // type and temperature
+
+  void add(const std::string& zone, const std::string& temperature, const TripPoints& points,
+           const std::string& mode = "enabled") const {
+    const std::string folder = "thermal_zone" + zone + "/";
+    sys.write(folder + "type", "zone" + zone + "\n");
+    sys.write(folder + "mode", mode + "\n");
+    heat(zone, temperature);
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      const std::string point = folder + "trip_point_" + std::to_string(i);
+      sys.write(point + "_type", points[i].first + "\n");
+      sys.write(point + "_temp", points[i].second + "\n");
+    }
+  }
+
+  void heat(const std::string& zone, const std::string& temperature) const {
+    sys.write("thermal_zone" + zone + "/temp", temperature + "\n");
+  }
+
+  MachineStrain read(double at = 0) { return zones.read(dateFromSeconds(at)); }
+
+  test::TemporaryFolder sys;
+  ThermalZones zones{sys.path()};
+};
+
+MachineStrain hot(ThermalPressure pressure, const std::string& name, std::int64_t celsius,
+                  std::int64_t limit) {
+  return {.thermalPressure = pressure,
+          .hotZone = HotZone{.name = name, .celsius = celsius, .limitCelsius = limit},
+          .lowPowerMode = std::nullopt};
+}
+
+const MachineStrain cool{.thermalPressure = ThermalPressure::nominal};
+
+TEST_F(ThermalZonesTest, TemperaturesBecomeLevelsByTheTripPoints) {
+  add("0", "0", {{"passive", "60000"}, {"critical", "100000"}});
+  add("1", "0", {{"hot", "80000"}, {"critical", "100000"}});
+  add("2", "0", {{"active", "40000"}, {"hot", "80000"}});
+
+  const struct {
+    const char* zone;
+    const char* temperature;
+    MachineStrain expected;
+  } rows[] = {
+      {"0", "1", cool},
+      {"0", "89999", cool},
+      {"0", "90000", hot(ThermalPressure::serious, "zone0", 90, 90)},
+      {"0", "94999", hot(ThermalPressure::serious, "zone0", 94, 90)},
+      {"0", "95000", hot(ThermalPressure::critical, "zone0", 95, 95)},
+      {"0", "150000", hot(ThermalPressure::critical, "zone0", 150, 95)},
+      {"1", "79999", cool},
+      {"1", "80000", hot(ThermalPressure::serious, "zone1", 80, 80)},
+      {"1", "95500", hot(ThermalPressure::critical, "zone1", 95, 95)},
+      {"2", "80000", hot(ThermalPressure::serious, "zone2", 80, 80)},
+      {"2", "140000", hot(ThermalPressure::serious, "zone2", 140, 80)},
+  };
+
+  for (const auto& [zone, temperature, expected] : rows) {
+    heat(zone, temperature);
+    EXPECT_EQ(read(), expected) << zone << " at " << temperature;
+    heat(zone, "0");
+  }
+}
+
+TEST_F(ThermalZonesTest, WhatMakesNoSenseTellsNothing) {
+  add("0", "99000",
+      {{"critical", "0"}, {"hot", "-274000"}, {"hot", "44999"}, {"critical", "2147483647"}});
+  add("1", "99000", {{"critical", "100000"}}, "disabled");
+  add("2", "99000", {{"passive", "50000"}});
+  add("3", "99000", {{"critical", "many"}});
+  add("4", "99000", {});
+  EXPECT_EQ(read(), MachineStrain());
+  add("5", "0", {{"critical", "100000"}});
+  for (const char* temperature : {"0", "-1", "-273000", "150001", "255000", "", "hot", "1e3"}) {
+    heat("5", temperature);
+    EXPECT_EQ(read(600), MachineStrain()) << temperature;
+  }
+}
+
+TEST_F(ThermalZonesTest, WithoutZonesNothingIsKnown) {
+  EXPECT_EQ(read(), MachineStrain());
+  sys.write("cooling_device0/type", "Processor\n");
+  EXPECT_EQ(read(600), MachineStrain());
+  ThermalZones missing(sys / "missing");
+  EXPECT_EQ(missing.read(Date()), MachineStrain());
+}
+
+TEST_F(ThermalZonesTest, TheLowestTripPointOfAKindCounts) {
+  add("0", "86000",
+      {{"critical", "110000"}, {"critical", "100000"}, {"hot", "95000"}, {"hot", "85000"}});
+  EXPECT_EQ(read(), hot(ThermalPressure::serious, "zone0", 86, 85));
+}
+
+TEST_F(ThermalZonesTest, TheWorstZoneIsTheOneThatIsNamed) {
+  add("0", "91000", {{"critical", "100000"}});
+  add("1", "93000", {{"critical", "100000"}});
+  add("2", "99000", {{"critical", "120000"}});
+  EXPECT_EQ(read(), hot(ThermalPressure::serious, "zone1", 93, 90));
+  add("3", "56000", {{"critical", "60000"}});
+  EXPECT_EQ(read(600), hot(ThermalPressure::critical, "zone3", 56, 55));
+}
+
+TEST_F(ThermalZonesTest, AZoneThatVanishesOrComesIsFoundWithinTenMinutes) {
+  add("0", "97000", {{"critical", "100000"}});
+  EXPECT_EQ(read(), hot(ThermalPressure::critical, "zone0", 97, 95));
+  std::filesystem::remove_all(sys / "thermal_zone0");
+  EXPECT_EQ(read(60), MachineStrain());
+  add("1", "97000", {{"critical", "100000"}});
+  EXPECT_EQ(read(599), MachineStrain());
+  EXPECT_EQ(read(600), hot(ThermalPressure::critical, "zone1", 97, 95));
+}
+
+TEST_F(ThermalZonesTest, AClockThatIsPutBackPutsOffNoLook) {
+  EXPECT_EQ(read(86400), MachineStrain());
+  add("0", "97000", {{"critical", "100000"}});
+  EXPECT_EQ(read(0), hot(ThermalPressure::critical, "zone0", 97, 95));
+}
+
+TEST(LowPowerModeTest, ItIsTheFirmwaresProfileOfThatName) {
+  const test::TemporaryFolder acpi;
+  EXPECT_EQ(readLowPowerMode(acpi / "platform_profile"), std::nullopt);
+  for (const char* profile : {"balanced", "performance", "quiet", ""}) {
+    acpi.write("platform_profile", std::string(profile) + "\n");
+    EXPECT_EQ(readLowPowerMode(acpi / "platform_profile"), false) << profile;
+  }
+  acpi.write("platform_profile", "low-power\n");
+  EXPECT_EQ(readLowPowerMode(acpi / "platform_profile"), true);
+}
+
+TEST(LinuxSystemSnapshotProviderTest, GathersPowerRouteLidHeatAndLowPowerMode) {
   const test::TemporaryFolder root;
   root.write("sys/class/power_supply/BAT0/type", "Battery\n");
   root.write("sys/class/power_supply/BAT0/capacity", "81\n");
   root.write("proc/net/route", "Iface\n");
+  root.write("sys/class/thermal/thermal_zone0/type", "acpitz\n");
+  root.write("sys/class/thermal/thermal_zone0/temp", "91000\n");
+  root.write("sys/class/thermal/thermal_zone0/trip_point_0_type", "critical\n");
+  root.write("sys/class/thermal/thermal_zone0/trip_point_0_temp", "100000\n");
+  root.write("sys/firmware/acpi/platform_profile", "low-power\n");
   const LinuxSystemSnapshotProvider provider([] { return std::optional(true); }, root.path());
   const Date now = dateFromSeconds(1769847300.5);
 
@@ -244,7 +385,11 @@ TEST(LinuxSystemSnapshotProviderTest, GathersPowerRouteAndLid) {
                                                     .powerSource = PowerSource::battery,
                                                     .batteryPercent = 81,
                                                     .defaultRouteAvailable = false,
-                                                    .lidClosed = true}));
+                                                    .lidClosed = true,
+                                                    .thermalPressure = ThermalPressure::serious,
+                                                    .lowPowerMode = true}));
+  EXPECT_EQ(provider.snapshot(now).hotZone,
+            (HotZone{.name = "acpitz", .celsius = 91, .limitCelsius = 90}));
 }
 
 TEST(LinuxSystemSnapshotProviderTest, WhatCannotBeReadIsAbsent) {
