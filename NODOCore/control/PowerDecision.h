@@ -27,6 +27,8 @@ inline constexpr char lidOpenGrace[] = "lid_open_grace";
 // Which safety rule forbids it.
 inline constexpr char batteryBelowThreshold[] = "battery_below_threshold";
 inline constexpr char networkUnavailable[] = "network_unavailable";
+inline constexpr char thermalPressure[] = "thermal_pressure";
+inline constexpr char lowPowerMode[] = "low_power_mode";
 
 // Why it is not prevented, or no longer.
 inline constexpr char manualExpired[] = "manual_expired";
@@ -38,6 +40,8 @@ inline constexpr char repair[] = "repair";
 inline constexpr char enablePrefix[] = "enable:";
 inline constexpr char releasePrefix[] = "release:";
 inline constexpr char closedLidRelease[] = "closed_lid_release";
+inline constexpr char daemonStopping[] = "daemon_stopping";
+inline constexpr char unconfirmed[] = "unconfirmed";
 inline constexpr char unknown[] = "unknown";
 
 }  // namespace reason

@@ -186,6 +186,26 @@ void printMenuReports() {
   }
 }
 
+void printHistoryReports() {
+  StatusReport status = fullStatus();
+  NODOState& state = status.state;
+  const auto operate = [&state](double minutesAgo, bool disabled, const std::string& reason) {
+    state.recordPowerOperation({disabled, false, "pmset -a disablesleep 1", 0, "", ""},
+                               now - Seconds(minutesAgo * 60), reason, 20);
+  };
+  state.triggerHistory.erase(state.triggerHistory.begin());
+  state.powerOperationHistory.clear();
+  operate(90, false, "release:user_stop");
+  operate(60, true, "enable:manual_timer");
+  operate(50, true, "enable:manual_timer");
+  operate(40, false, "release:battery_below_threshold");
+  operate(30, true, "enable:manual_timer");
+  state.powerOperationHistory.back().reason.reset();
+  const Date since = now - Seconds(7200);
+  print("history-report", HistoryReport(status, DoctorStatusSource::helper, since, now));
+  print("history-report", HistoryReport(bareStatus(), DoctorStatusSource::local, since, now));
+}
+
 void printStatusReports() {
   print("status-report", fullStatus());
   StatusReport bare = bareStatus();
@@ -208,6 +228,7 @@ void printDocuments() {
   printInspections();
   printDoctorReports();
   printMenuReports();
+  printHistoryReports();
 }
 
 }  // namespace
