@@ -146,9 +146,9 @@ class TreeBuilder {
     add<StatusCommand>(app, "status", "Show whether the computer is kept awake, and why");
     add<HistoryCommand>(app, "history", "Show when and why the computer was kept awake");
     add<ManualCommand>(app, "manual", "Keep the computer awake for some time");
-    add<OnCommand>(app, "on", "The same; for an hour when nothing else is said");
+    add<OnCommand>(app, "on", "Keep it awake for an hour, or as long as you say");
     add<StopCommand>(app, "stop", "End the timer, so that the computer may sleep");
-    add<StopCommand>(app, "off", "The same as stop");
+    add<StopCommand>(app, "off", "The same as 'nodoctl stop'");
     add<PauseCommand>(app, "pause",
                       "End the timer, and keep agents' hooks from asking for a while");
     add<ResumeCommand>(app, "resume", "End a pause, so that hooks ask again");
@@ -262,6 +262,10 @@ class TreeBuilder {
         ->type_name("NAME");
     addJSON(app, manual.json);
     addDaemonOptions(app);
+  }
+
+  void addOptions(CLI::App& app, OnCommand& on) {
+    addOptions(app, static_cast<ManualCommand&>(on));
   }
 
   // In one of three ways.

@@ -16,9 +16,9 @@ from processes import environment
 
 
 def run(*arguments, **variables):
-    return subprocess.run(
-        [sys.argv[2], *arguments], text=True, capture_output=True, check=False, timeout=20,
-        env=environment(HOME=str(FOLDER / "home"), LANG="C.UTF-8", TZ="UTC0", **variables))
+    own = {"HOME": str(FOLDER / "home"), "LANG": "C.UTF-8", "TZ": "UTC0"}
+    return subprocess.run([sys.argv[2], *arguments], text=True, capture_output=True, check=False,
+                          timeout=20, env=environment(**own | variables))
 
 
 def shown(*arguments, **variables):

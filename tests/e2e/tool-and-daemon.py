@@ -139,7 +139,7 @@ def a_stop_keeps_hooks_from_asking_for_two_minutes(world):
     check(done.stdout.endswith("\nHooks of your agents may start it again in 2 minutes; "
                                "'nodoctl pause' keeps them quiet for longer.\n"), done.stdout)
     check(not has_asked(), "hooks wait")
-    equal(world.run("on", "30m").returncode, 0, "the exit status")
+    equal(world.run("on", "30m", "--json").returncode, 0, "the exit status")
     equal(world.run("stop", "--json").stderr, "", "what is said")
     check(not has_asked(), "hooks wait")
     stamp = pathlib.Path(world.folder, ".nodo/last-extend.stamp")
@@ -166,7 +166,7 @@ def times_are_taken_as_people_write_them(world):
     world.environment["TZ"] = "Europe/Berlin"
 
     def minutes_left(*command):
-        equal(world.run(*command).returncode, 0, f"the exit status of {command}")
+        equal(world.run(*command, "--json").returncode, 0, f"the exit status of {command}")
         return math.ceil(world.status()["manualRemainingSeconds"] / 60)
 
     equal(minutes_left("manual", "1h30m"), 90, "what is left")

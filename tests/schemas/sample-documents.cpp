@@ -194,6 +194,7 @@ void printHistoryReports() {
                                now - Seconds(minutesAgo * 60), reason, 20);
   };
   state.triggerHistory.erase(state.triggerHistory.begin());
+  state.recordRequester({"Menu", std::nullopt, std::nullopt, now}, now, 6, 200);
   state.powerOperationHistory.clear();
   operate(90, false, "release:user_stop");
   operate(60, true, "enable:manual_timer");
