@@ -38,6 +38,7 @@
 #include <NODOCore/hooks/HookScript.h>
 #include <NODOCore/power/CommandRunning.h>
 #include <NODOCore/power/PowerManaging.h>
+#include <NODOCore/presentation/HistoryReport.h>
 #include <NODOCore/presentation/MenuReport.h>
 #include <NODOCore/presentation/SetupMenu.h>
 #include <NODOCore/sensing/AgentDetector.h>

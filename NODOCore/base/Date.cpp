@@ -1,5 +1,6 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/Text.h>
 
 #include <algorithm>
 #include <array>
@@ -201,6 +202,28 @@ std::string durationText(std::int64_t seconds) {
     return fmt::format("{}m {}s", seconds / minute, seconds % minute);
   }
   return fmt::format("{}h {}m", seconds / hour, seconds / minute % 60);
+}
+
+std::optional<std::int64_t> minutesFromText(std::string_view text) {
+  // So few that their sum fits.
+  const auto number = [](std::string_view digits) -> std::optional<std::int64_t> {
+    const bool beginsWithDigit = !digits.empty() && digits[0] >= '0' && digits[0] <= '9';
+    return beginsWithDigit ? integerFromText<std::int32_t>(digits) : std::nullopt;
+  };
+  constexpr std::int64_t minutesPerHour = 60;
+  const auto hoursEnd = text.find('h');
+  const bool hasHours = hoursEnd != std::string_view::npos;
+  const auto hours = hasHours ? number(text.substr(0, hoursEnd)) : 0;
+  text.remove_prefix(hasHours ? hoursEnd + 1 : 0);
+  if (hasHours && text.empty()) {
+    text = "0";
+  }
+  text.remove_suffix(text.ends_with('m') ? 1 : 0);
+  const auto minutes = number(text);
+  if (!hours || !minutes || (hasHours && *minutes >= minutesPerHour)) {
+    return std::nullopt;
+  }
+  return *hours * minutesPerHour + *minutes;
 }
 
 }  // namespace nodo

@@ -46,4 +46,8 @@ std::optional<Date> dateFromISO8601(std::string_view text);
 /// without the seconds.
 std::string durationText(std::int64_t seconds);
 
+/// The minutes in a length of time as people write it: "30", "30m", "1h", "1h30m" or "1h30".
+/// Nothing for any other text, such as hours with 60 minutes or more behind them.
+std::optional<std::int64_t> minutesFromText(std::string_view text);
+
 }  // namespace nodo

@@ -1,11 +1,14 @@
 #include <NODOCore/base/Date.h>
 #include <NODOCore/base/LocalTime.h>
+#include <NODOCore/base/Text.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -23,6 +26,14 @@ std::optional<std::int64_t> offsetAt(std::int64_t instant) {
     return std::nullopt;
   }
   return local.tm_gmtoff;
+}
+
+std::int64_t requiredOffsetAt(std::int64_t instant) {
+  const auto offset = offsetAt(instant);
+  if (!offset) {
+    throw std::system_error(EOVERFLOW, std::generic_category(), "Unable to tell the local time");
+  }
+  return *offset;
 }
 
 // The instant at which the local clock shows `shown`, counted as if the clock were UTC's. mktime
@@ -44,11 +55,8 @@ std::optional<std::int64_t> instantShowing(std::int64_t shown) {
 
 std::string localTimeText(Date date) {
   const std::int64_t instant = wholeSeconds(date.time_since_epoch());
-  const auto offset = offsetAt(instant);
-  if (!offset) {
-    throw std::system_error(EOVERFLOW, std::generic_category(), "Unable to tell the local time");
-  }
-  std::string text = iso8601Text(dateFromSeconds(static_cast<double>(instant + *offset)));
+  const std::int64_t offset = requiredOffsetAt(instant);
+  std::string text = iso8601Text(dateFromSeconds(static_cast<double>(instant + offset)));
   text.replace(text.find('T'), 1, " ");
   text.pop_back();
   return text;
@@ -75,6 +83,44 @@ std::optional<Date> dateFromLocalTime(std::string_view text) {
     return std::nullopt;
   }
   return dateFromSeconds(static_cast<double>(*instant));
+}
+
+std::optional<ClockTime> clockTimeFromText(std::string_view text) {
+  const auto colon = text.find(':');
+  const bool hasForm = (colon == 1 || colon == 2) && text.size() == colon + 3 &&
+                       text.find_first_not_of("0123456789:") == std::string_view::npos;
+  if (!hasForm) {
+    return std::nullopt;
+  }
+  const auto hour = integerFromText<int>(text.substr(0, colon));
+  const auto minute = integerFromText<int>(text.substr(colon + 1));
+  if (!hour || !minute || *hour > 23 || *minute > 59) {
+    return std::nullopt;
+  }
+  return ClockTime{.hour = *hour, .minute = *minute};
+}
+
+Date nextTimeOfDay(ClockTime time, Date now) {
+  constexpr std::int64_t minute = 60;
+  const std::int64_t wanted = (time.hour * 60 + time.minute) * minute;
+  // How long ago the clock showed that time, as if it had never been set since; and on which day.
+  const auto since = [wanted](std::int64_t instant) {
+    const std::int64_t passed = instant + requiredOffsetAt(instant) - wanted;
+    const std::int64_t day =
+        std::chrono::floor<std::chrono::days>(std::chrono::seconds(passed)).count();
+    return std::pair(day, passed - day * secondsPerDay);
+  };
+  // Minute by minute, as the clock may be set in any of them.
+  std::int64_t instant = wholeSeconds(now.time_since_epoch()) / minute * minute;
+  std::int64_t day = since(instant).first;
+  for (;;) {
+    instant += minute;
+    const auto [today, passed] = since(instant);
+    if (today > day || passed == 0) {
+      return dateFromSeconds(static_cast<double>(instant));
+    }
+    day = today;
+  }
 }
 
 }  // namespace nodo

@@ -29,4 +29,20 @@ std::string clockText(Date date, Date now);
 /// shows twice, when it is put back, stands for the later instant.
 std::optional<Date> dateFromLocalTime(std::string_view text);
 
+/// A time of day as a clock on the wall shows it.
+struct ClockTime {
+  int hour = 0;    ///< 0 to 23
+  int minute = 0;  ///< 0 to 59
+
+  bool operator==(const ClockTime&) const = default;
+};
+
+/// Reads "17:05", and "9:05". Nothing for any other text.
+std::optional<ClockTime> clockTimeFromText(std::string_view text);
+
+/// The next instant after `now` at which the local clock comes to `time`. Of a time that it shows
+/// twice, as it is put back, that is the first that lies ahead; of one that it skips, as it is put
+/// forward, the moment of that. Throws as `localTimeText`.
+Date nextTimeOfDay(ClockTime time, Date now);
+
 }  // namespace nodo

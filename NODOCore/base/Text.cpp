@@ -292,6 +292,29 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
   return text.substr(0, end);
 }
 
+std::string_view firstColumns(std::string_view text, std::size_t columns) {
+  std::size_t end = 0;
+  std::size_t taken = 0;
+  while (end < text.size()) {
+    const std::string_view character = firstCharacters(text.substr(end), 1);
+    // Of its code points the widest counts: the others modify it.
+    std::size_t width = 0;
+    for (std::string_view rest = character; !rest.empty();) {
+      const CodePoint point = firstCodePoint(rest);
+      const int own =
+          point.valid ? utf8proc_charwidth(static_cast<utf8proc_int32_t>(point.value)) : 1;
+      width = std::max(width, static_cast<std::size_t>(std::max(own, 0)));
+      rest.remove_prefix(point.length);
+    }
+    taken += width;
+    if (taken > columns) {
+      break;
+    }
+    end += character.size();
+  }
+  return text.substr(0, end);
+}
+
 std::string lowercased(std::string_view text) {
   std::string lower(text);
   unsigned char allBits = 0;

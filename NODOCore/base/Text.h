@@ -33,6 +33,10 @@ std::size_t characterCount(std::string_view text);
 /// The first `count` characters of `text`, or all of it when it has fewer.
 std::string_view firstCharacters(std::string_view text, std::size_t count);
 
+/// The first characters of `text` that take at most `columns` columns of a terminal, or all of it.
+/// Chinese characters and emoji take two, combining marks none.
+std::string_view firstColumns(std::string_view text, std::size_t columns);
+
 /// `text` in lower case, each code point by its own full Unicode mapping, whatever the locale and
 /// the neighbours (a capital sigma always becomes the non-final one).
 std::string lowercased(std::string_view text);

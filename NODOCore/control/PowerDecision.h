@@ -40,6 +40,8 @@ inline constexpr char repair[] = "repair";
 inline constexpr char enablePrefix[] = "enable:";
 inline constexpr char releasePrefix[] = "release:";
 inline constexpr char closedLidRelease[] = "closed_lid_release";
+inline constexpr char daemonStopping[] = "daemon_stopping";
+inline constexpr char unconfirmed[] = "unconfirmed";
 inline constexpr char unknown[] = "unknown";
 
 }  // namespace reason

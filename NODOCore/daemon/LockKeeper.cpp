@@ -16,11 +16,11 @@ std::string reasonOf(ReleaseCause cause) {
     case ReleaseCause::repair:
       return prefix + reason::repair;
     case ReleaseCause::daemonStopping:
-      return prefix + "daemon_stopping";
+      return prefix + reason::daemonStopping;
     case ReleaseCause::unconfirmed:
       break;
   }
-  return prefix + "unconfirmed";
+  return prefix + reason::unconfirmed;
 }
 
 // The operation of `run` that the system refused; a simulation refuses nothing.

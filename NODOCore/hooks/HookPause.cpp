@@ -45,6 +45,12 @@ void pauseHooks(const std::filesystem::path& home, Date until) {
   giveToOwnerOfFolder(stamp);
 }
 
+void throttleHooks(const std::filesystem::path& home, Date now) {
+  if (!hooksPausedUntil(home, now)) {
+    pauseHooks(home, now + scriptInterval);
+  }
+}
+
 void resumeHooks(const std::filesystem::path& home) {
   const std::filesystem::path stamp = stampPath(home);
   if (::unlink(stamp.c_str()) != 0 && errno != ENOENT && errno != ENOTDIR) {

@@ -25,6 +25,10 @@ std::optional<Date> hooksPausedUntil(const std::filesystem::path& home, Date now
 /// owner. Throws std::system_error, with the path in its text.
 void pauseHooks(const std::filesystem::path& home, Date until);
 
+/// Keeps them from asking for as long as a request of theirs at `now` would, two minutes. A longer
+/// pause stays. What is made belongs to the home's owner. Throws as above.
+void throttleHooks(const std::filesystem::path& home, Date now);
+
 /// Lets the hooks ask at the agents' next events. Throws std::system_error, with the path in its
 /// text.
 void resumeHooks(const std::filesystem::path& home);

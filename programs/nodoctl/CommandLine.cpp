@@ -67,11 +67,8 @@ std::size_t typingErrors(const std::string& from, const std::string& to) {
 }
 
 // What people type who know other tools, and what they mean by it here.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 4> otherWords{
-    {{"on", "nodoctl manual"},
-     {"start", "nodoctl manual"},
-     {"off", "nodoctl stop"},
-     {"log", "nodoctl doctor --verbose"}}};
+constexpr std::array<std::pair<std::string_view, std::string_view>, 2> otherWords{
+    {{"start", "nodoctl manual"}, {"log", "nodoctl doctor --verbose"}}};
 
 // What is wrong with `word` where a command of `app` is due.
 std::string unknownCommand(const CLI::App& app, const std::string& word) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/TextEnum.h>
 #include <NODOCore/hooks/Agents.h>
 #include <programs/shared/Help.h>
@@ -33,15 +34,25 @@ struct StatusCommand {
   bool json = false;
 };
 
+struct HistoryCommand {
+  DaemonOptions daemon;
+  bool json = false;
+  std::int64_t minutes = 720;  ///< how far back
+};
+
 struct ManualCommand {
   DaemonOptions daemon;
   bool json = false;
-  std::int64_t minutes = 0;
+  std::optional<std::int64_t> minutes;  ///< an hour where neither this nor `until` is given
+  std::optional<ClockTime> until;
   bool extendOnly = false;
   std::optional<std::string> requester;
   std::optional<std::string> context;
   std::optional<std::string> event;
 };
+
+/// The same in fewer words: it needs no length.
+struct OnCommand : ManualCommand {};
 
 struct StopCommand {
   DaemonOptions daemon;
@@ -140,10 +151,10 @@ struct CompleteCommand {
 
 /// What one command line asks for.
 using Invocation =
-    std::variant<StatusCommand, ManualCommand, StopCommand, PauseCommand, ResumeCommand,
-                 RepairCommand, ReconcileCommand, DoctorCommand, DiagnosticsCommand, AgentsCommand,
-                 HooksInstallCommand, HooksUninstallCommand, HooksInspectCommand, MenuCommand,
-                 WatchCommand, RunCommand, CompletionCommand, CompleteCommand>;
+    std::variant<StatusCommand, HistoryCommand, ManualCommand, OnCommand, StopCommand, PauseCommand,
+                 ResumeCommand, RepairCommand, ReconcileCommand, DoctorCommand, DiagnosticsCommand,
+                 AgentsCommand, HooksInstallCommand, HooksUninstallCommand, HooksInspectCommand,
+                 MenuCommand, WatchCommand, RunCommand, CompletionCommand, CompleteCommand>;
 
 using ParsedCommandLine = std::variant<Invocation, HelpText, UsageError>;
 

@@ -1,5 +1,7 @@
+#include <NODOCore/base/Date.h>
 #include <NODOCore/base/Environment.h>
 #include <NODOCore/base/Errors.h>
+#include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <programs/nodoctl/CommandLine.h>
@@ -13,52 +15,46 @@
 namespace nodo::nodoctl {
 namespace {
 
-// The library's own conversion takes 010 for eight and 0x10 for sixteen.
-std::int64_t wholeNumber(const std::string& text) {
-  const auto number = integerFromText<std::int64_t>(text);
-  if (!number) {
-    throw CLI::ValidationError("--minutes", "\"" + text + "\" is not a whole number of minutes");
-  }
-  return *number;
-}
-
-// A length of time as people write it: 30, 30m, 1h, 1h30m.
-std::optional<std::int64_t> minutesIn(std::string_view text) {
-  const auto number = [](std::string_view digits) {
-    const auto value = integerFromText<std::int32_t>(digits);
-    return value && *value >= 0 ? std::optional<std::int64_t>(*value) : std::nullopt;
-  };
-  constexpr std::int64_t minutesPerHour = 60;
-  const auto hoursEnd = text.find('h');
-  std::int64_t hours = 0;
-  if (hoursEnd != std::string_view::npos) {
-    const auto before = number(text.substr(0, hoursEnd));
-    if (!before) {
-      return std::nullopt;
-    }
-    hours = *before;
-    text.remove_prefix(hoursEnd + 1);
-    if (text.empty()) {
-      return hours * minutesPerHour;
-    }
-  }
-  if (text.ends_with('m')) {
-    text.remove_suffix(1);
-  }
-  const auto minutes = number(text);
-  return minutes ? std::optional(hours * minutesPerHour + *minutes) : std::nullopt;
-}
-
-std::int64_t pauseMinutes(const std::string& text) {
-  const auto minutes = minutesIn(text);
+// A length of time as people write it, of which the library knows nothing.
+std::int64_t lengthOfTime(const std::string& text) {
+  const auto minutes = minutesFromText(text);
   if (!minutes || *minutes < 1) {
     throw CLI::ValidationError("\"" + text + "\" is no length of time; write 30, 30m, 1h or 1h30m");
   }
-  if (*minutes > mostPauseMinutes) {
+  return *minutes;
+}
+
+// The same as a script may compute it: what is below 1 is refused as what is too much.
+std::int64_t computedMinutes(const std::string& text) {
+  const auto number = integerFromText<std::int64_t>(text);
+  return number ? *number : lengthOfTime(text);
+}
+
+std::int64_t pauseMinutes(const std::string& text) {
+  const std::int64_t minutes = lengthOfTime(text);
+  if (minutes > mostPauseMinutes) {
     throw CLI::ValidationError(
         "hooks can be paused for 24 hours at most; 'nodoctl hooks uninstall' takes them away");
   }
-  return *minutes;
+  return minutes;
+}
+
+std::int64_t historyMinutes(const std::string& text) {
+  constexpr std::int64_t most = 7 * 24 * 60;
+  const std::int64_t minutes = lengthOfTime(text);
+  if (minutes > most) {
+    throw CLI::ValidationError("\"" + text + "\" is too long ago: the last 168 hours at most");
+  }
+  return minutes;
+}
+
+ClockTime clockTime(const std::string& text) {
+  const auto time = clockTimeFromText(text);
+  if (!time) {
+    throw CLI::ValidationError("\"" + text +
+                               "\" is no time of day; write it as 17:30, from 00:00 to 23:59");
+  }
+  return *time;
 }
 
 double seconds(const std::string& option, const std::string& text) {
@@ -119,7 +115,8 @@ CLI::Option* addSeconds(CLI::App& command, const std::string& option, double& in
 CLI::Option* addMinutes(CLI::App& command, std::int64_t& into, const std::string& description) {
   return command
       .add_option_function<std::string>(
-          "--minutes", [&into](const std::string& text) { into = wholeNumber(text); }, description)
+          "--minutes", [&into](const std::string& text) { into = computedMinutes(text); },
+          description)
       ->type_name("N");
 }
 
@@ -147,8 +144,11 @@ class TreeBuilder {
  private:
   void addCommands(CLI::App& app) {
     add<StatusCommand>(app, "status", "Show whether the computer is kept awake, and why");
-    add<ManualCommand>(app, "manual", "Keep the computer awake for some minutes");
+    add<HistoryCommand>(app, "history", "Show when and why the computer was kept awake");
+    add<ManualCommand>(app, "manual", "Keep the computer awake for some time");
+    add<OnCommand>(app, "on", "Keep it awake for an hour, or as long as you say");
     add<StopCommand>(app, "stop", "End the timer, so that the computer may sleep");
+    add<StopCommand>(app, "off", "The same as 'nodoctl stop'");
     add<PauseCommand>(app, "pause",
                       "End the timer, and keep agents' hooks from asking for a while");
     add<ResumeCommand>(app, "resume", "End a pause, so that hooks ask again");
@@ -253,7 +253,7 @@ class TreeBuilder {
   }
 
   void addOptions(CLI::App& app, ManualCommand& manual) {
-    addMinutes(app, manual.minutes, "How long from now, in whole minutes")->required();
+    addLength(app, manual);
     app.add_flag("--extend-only", manual.extendOnly, "Never shorten a timer that runs longer");
     app.add_option("--requester", manual.requester, "Who asks, e.g. \"Claude Code\"")
         ->type_name("NAME");
@@ -261,6 +261,52 @@ class TreeBuilder {
     app.add_option("--event", manual.event, "Which event of the agent led to this")
         ->type_name("NAME");
     addJSON(app, manual.json);
+    addDaemonOptions(app);
+  }
+
+  void addOptions(CLI::App& app, OnCommand& on) {
+    addOptions(app, static_cast<ManualCommand&>(on));
+  }
+
+  // In one of three ways.
+  static void addLength(CLI::App& app, ManualCommand& manual) {
+    const auto requireFirst = [&manual] {
+      if (manual.minutes || manual.until) {
+        throw CLI::ValidationError("DURATION, --minutes N and --until HH:MM do not go together");
+      }
+    };
+    const auto setMinutes = [&manual, requireFirst](std::int64_t (*read)(const std::string&)) {
+      return [&manual, requireFirst, read](const std::string& text) {
+        requireFirst();
+        manual.minutes = read(text);
+      };
+    };
+    app.add_option_function<std::string>("duration", setMinutes(lengthOfTime),
+                                         "For how long: 30, 30m, 1h or 1h30m")
+        ->type_name("DURATION");
+    app.add_option_function<std::string>("--minutes", setMinutes(computedMinutes),
+                                         "The same, as scripts say it")
+        ->type_name("N");
+    app.add_option_function<std::string>(
+           "--until",
+           [&manual, requireFirst](const std::string& text) {
+             requireFirst();
+             manual.until = clockTime(text);
+           },
+           "Until the clock shows that time the next time")
+        ->type_name("HH:MM");
+    app.footer(
+        "Of a time that the clock shows twice, as it is put back, --until means the first that "
+        "lies ahead; of one that it skips, as it is put forward, the moment of that.");
+  }
+
+  void addOptions(CLI::App& app, HistoryCommand& history) {
+    app.add_option_function<std::string>(
+           "--since",
+           [&history](const std::string& text) { history.minutes = historyMinutes(text); },
+           "How far back: 30, 30m, 1h or 1h30m, up to 168h (default: 12h)")
+        ->type_name("DURATION");
+    addJSON(app, history.json);
     addDaemonOptions(app);
   }
 
@@ -360,6 +406,12 @@ class TreeBuilder {
         "is again what it was before, unless somebody else has asked meanwhile.\n"
         "If nodoctl is killed (kill -9), the command is killed with it, but no process given by "
         "--pid, and the timer runs on to its end.");
+  }
+
+  static void requireSense(const ManualCommand& manual) {
+    if (!manual.minutes && !manual.until) {
+      throw CLI::RequiredError("DURATION, --minutes N or --until HH:MM");
+    }
   }
 
   static void requireSense(const RunCommand& run) {

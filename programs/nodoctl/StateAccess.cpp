@@ -109,6 +109,12 @@ std::string localStateNotice(const std::string& reason) {
   return "helper unavailable (" + reason + "); using the local state";
 }
 
+StateAccess stateAccess(const DaemonOptions& daemon, const ToolContext& context) {
+  return {daemon, context, [console = context.console()](const std::string& reason) {
+            console.complain(localStateNotice(reason));
+          }};
+}
+
 Unavailability Unavailability::from(const std::exception& error,
                                     const std::function<std::optional<std::string>()>& refusal) {
   if (const auto* client = dynamic_cast<const NODOHelperClientError*>(&error)) {

@@ -140,6 +140,9 @@ class StateAccess {
 /// The line that says that the user's own state is used, and why.
 std::string localStateNotice(const std::string& reason);
 
+/// For a command that answers once: that the own state is used is said on standard error.
+StateAccess stateAccess(const DaemonOptions& daemon, const ToolContext& context);
+
 /// The controller of the user's own state on this machine. Throws std::runtime_error when the state
 /// has no place.
 NODOController localController(const ToolContext& context);

@@ -127,13 +127,16 @@ std::optional<int> columnsOfTerminal(int descriptor) {
   return told.ws_col;
 }
 
+int columnsOfLine(const Environment& environment, std::optional<int> terminal) {
+  const auto text = nonEmptyValue(environment, "COLUMNS");
+  const auto asked = text ? integerFromText<std::int32_t>(*text) : std::nullopt;
+  return asked && *asked > 0 ? *asked : terminal.value_or(usualColumns);
+}
+
 int helpColumns(const Environment& environment, std::optional<int> terminal) {
   constexpr int fewest = 40;
   constexpr int most = 100;
-  const auto text = nonEmptyValue(environment, "COLUMNS");
-  const auto asked = text ? integerFromText<std::int32_t>(*text) : std::nullopt;
-  const int columns = asked && *asked > 0 ? *asked : terminal.value_or(usualColumns);
-  return std::clamp(columns, fewest, most);
+  return std::clamp(columnsOfLine(environment, terminal), fewest, most);
 }
 
 std::string helpText(const CLI::App& command, const std::string& name, int columns) {

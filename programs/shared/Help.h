@@ -18,6 +18,10 @@ inline constexpr int usualColumns = 80;
 /// Of the terminal behind an open descriptor; nothing when it is none, or does not tell.
 std::optional<int> columnsOfTerminal(int descriptor);
 
+/// How wide a line may be: as COLUMNS says when that holds a number of columns, else as wide as the
+/// terminal, else as usual.
+int columnsOfLine(const Environment& environment, std::optional<int> terminal);
+
 /// How wide the help may be: as COLUMNS says when that holds a number of columns, else as wide as
 /// the terminal, else as usual; at least 40, and at most 100, beyond which lines are hard to read.
 int helpColumns(const Environment& environment, std::optional<int> terminal);

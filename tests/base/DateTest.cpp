@@ -134,6 +134,29 @@ TEST(DateDeathTest, ALengthThatIsNoNumberOfSecondsStopsTheProcess) {
   }
 }
 
+TEST(MinutesFromTextTest, ALengthIsTakenAsPeopleWriteIt) {
+  const std::pair<const char*, std::int64_t> lengths[] = {
+      {"0", 0},          {"30", 30},
+      {"030", 30},       {"30m", 30},
+      {"90", 90},        {"90m", 90},
+      {"1h", 60},        {"1h30m", 90},
+      {"1h30", 90},      {"1h0m", 60},
+      {"0h5m", 5},       {"24h", 1440},
+      {"100h59m", 6059}, {"2147483647h", 128849018820}};
+  for (const auto& [text, minutes] : lengths) {
+    EXPECT_EQ(minutesFromText(text), minutes) << text;
+  }
+}
+
+TEST(MinutesFromTextTest, AnyOtherTextIsNone) {
+  for (const char* text :
+       {"",     " ",      "m",    "h",    "hm", "h30",  "1x",         "1h90m",
+        "1h60", "1h1h",   "1m1h", "1.5h", "-5", "+5",   "1h-5m",      "1h+5m",
+        "30 m", "1h 30m", "30s",  "1H",   "1d", "soon", "2147483648", "99999999999999999999h"}) {
+    EXPECT_EQ(minutesFromText(text), std::nullopt) << text;
+  }
+}
+
 TEST(DurationTextTest, IsAsTheReferenceValuesSay) {
   int checked = 0;
   const JSONValue rows = testData("vectors/durations.json");

@@ -159,5 +159,64 @@ TEST(LocalTimeTest, TheLocaleChangesNothing) {
   std::setlocale(LC_ALL, before.c_str());
 }
 
+TEST(ClockTimeTest, ATimeOfDayIsReadAsTheClockShowsIt) {
+  EXPECT_EQ(clockTimeFromText("17:05"), (ClockTime{17, 5}));
+  EXPECT_EQ(clockTimeFromText("9:05"), (ClockTime{9, 5}));
+  EXPECT_EQ(clockTimeFromText("00:00"), (ClockTime{0, 0}));
+  EXPECT_EQ(clockTimeFromText("23:59"), (ClockTime{23, 59}));
+  for (const char* text :
+       {"", ":", "17", "1705", "17:5", "17:60", "24:00", "25:00", "-1:00", "+1:00", "17:-5",
+        "017:05", "17:05:00", "17:05 ", "17.05", "5pm", ":05", "17:"}) {
+    EXPECT_EQ(clockTimeFromText(text), std::nullopt) << text;
+  }
+}
+
+// The time of `now` and the next that is meant by `time`, both as the clock shows them.
+void expectNext(const char* now, ClockTime time, const char* expected) {
+  const Date next = nextTimeOfDay(time, dateFromLocalTime(now).value());
+  EXPECT_EQ(localTimeText(next), expected) << now;
+}
+
+TEST(ClockTimeTest, TheNextTimeIsTodayOrTomorrow) {
+  for (const char* name : {berlin, "UTC0", "<+0545>-5:45", "EST5", "Europe/Berlin"}) {
+    const EnvironmentVariable zone("TZ", name);
+    expectNext("2026-01-31 08:15:00", {17, 30}, "2026-01-31 17:30:00");
+    expectNext("2026-01-31 08:15:00", {8, 16}, "2026-01-31 08:16:00");
+    expectNext("2026-01-31 08:15:59", {8, 16}, "2026-01-31 08:16:00");
+    expectNext("2026-01-31 08:15:00", {8, 15}, "2026-02-01 08:15:00");
+    expectNext("2026-01-31 08:15:30", {8, 15}, "2026-02-01 08:15:00");
+    expectNext("2026-12-31 23:59:00", {0, 0}, "2027-01-01 00:00:00");
+  }
+}
+
+TEST(ClockTimeTest, TheWallClockCountsAcrossAChangeOfDaylightSavingTime) {
+  for (const char* name : {berlin, "Europe/Berlin"}) {
+    const EnvironmentVariable zone("TZ", name);
+    const Date spring = dateFromLocalTime("2026-03-28 23:00:00").value();
+    EXPECT_EQ(nextTimeOfDay({7, 0}, spring) - spring, Seconds(7 * 3600)) << name;
+    const Date autumn = dateFromLocalTime("2026-10-24 23:00:00").value();
+    EXPECT_EQ(nextTimeOfDay({7, 0}, autumn) - autumn, Seconds(9 * 3600)) << name;
+  }
+}
+
+TEST(ClockTimeTest, ATimeThatTheClockSkipsIsTheMomentOfThat) {
+  const EnvironmentVariable zone("TZ", berlin);
+  expectNext("2026-03-29 01:00:00", {2, 30}, "2026-03-29 03:00:00");
+  expectNext("2026-03-29 01:00:00", {2, 0}, "2026-03-29 03:00:00");
+  expectNext("2026-03-29 01:00:00", {3, 0}, "2026-03-29 03:00:00");
+  expectNext("2026-03-29 03:00:00", {2, 30}, "2026-03-30 02:30:00");
+}
+
+TEST(ClockTimeTest, OfATimeThatTheClockShowsTwiceTheFirstThatLiesAheadIsMeant) {
+  const EnvironmentVariable zone("TZ", berlin);
+  const Date second = dateFromLocalTime("2026-10-25 02:30:00").value();
+  const Date first = second - Seconds(3600);
+  EXPECT_EQ(nextTimeOfDay({2, 30}, first - Seconds(7200)), first);
+  EXPECT_EQ(nextTimeOfDay({2, 30}, first), second);
+  EXPECT_EQ(nextTimeOfDay({2, 30}, first + Seconds(900)), second);
+  EXPECT_EQ(nextTimeOfDay({2, 30}, second), second + Seconds(86400));
+  EXPECT_EQ(nextTimeOfDay({2, 0}, first), second - Seconds(1800)) << "when it is put back";
+}
+
 }  // namespace
 }  // namespace nodo

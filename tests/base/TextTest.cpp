@@ -188,5 +188,18 @@ TEST(TextTest, WhatATerminalWouldActOnIsShownAsAnEscape) {
   }
 }
 
+TEST(FirstColumnsTest, WhatIsWideTakesTwoColumnsAndWhatCombinesNone) {
+  EXPECT_EQ(firstColumns("abc", 2), "ab");
+  EXPECT_EQ(firstColumns("abc", 3), "abc");
+  EXPECT_EQ(firstColumns("abc", 0), "");
+  EXPECT_EQ(firstColumns("", 5), "");
+  EXPECT_EQ(firstColumns("\u4E2D\u6587x", 3), "\u4E2D");
+  EXPECT_EQ(firstColumns("\u4E2D\u6587x", 4), "\u4E2D\u6587");
+  EXPECT_EQ(firstColumns("e\u0301e\u0301", 1), "e\u0301");
+  EXPECT_EQ(firstColumns("\U0001F469\u200D\U0001F469\u200D\U0001F467!", 2),
+            "\U0001F469\u200D\U0001F469\u200D\U0001F467");
+  EXPECT_EQ(firstColumns("\xFF\xFFz", 2), "\xFF\xFF");
+}
+
 }  // namespace
 }  // namespace nodo

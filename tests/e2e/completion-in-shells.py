@@ -17,9 +17,9 @@ import time
 from expectations import PATIENCE, check, equal, skip
 from tool_world import Terminal
 
-COMMANDS = ["status", "manual", "stop", "pause", "resume", "repair", "reconcile", "doctor",
-            "diagnostics", "agents", "hooks", "menu", "watch", "run", "completion", "help",
-            "version"]
+COMMANDS = ["status", "history", "manual", "on", "stop", "off", "pause", "resume", "repair",
+            "reconcile", "doctor", "diagnostics", "agents", "hooks", "menu", "watch", "run",
+            "completion", "help", "version"]
 OPTIONS = ["--help", "--version", "--helper-timeout", "--bus"]
 RESUME = "End a pause, so that hooks ask again"
 REPAIR = "Reset the state after something went wrong; the histories are kept"
@@ -143,6 +143,10 @@ def lines_become_what_is_meant(shell, folder):
         ("nodoctl --bus sy", "nodoctl --bus system "),
         ("nodoctl --bus=sy", "nodoctl --bus=system "),
         ("nodoctl status --j", "nodoctl status --json "),
+        ("nodoctl hi", "nodoctl history "),
+        ("nodoctl history --si", "nodoctl history --since "),
+        ("nodoctl on --un", "nodoctl on --until "),
+        ("nodoctl manual --until 1", "nodoctl manual --until 1"),
         ("nodoctl hooks un", "nodoctl hooks uninstall "),
         ("nodoctl hooks inspect pi gr", "nodoctl hooks inspect pi grok "),
         ("nodoctl completion z", "nodoctl completion zsh "),

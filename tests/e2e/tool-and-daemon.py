@@ -4,9 +4,11 @@
 usage: tool-and-daemon.py NODOCTL NODOD
 """
 
+import datetime
 import fcntl
 import importlib.util
 import json
+import math
 import os
 import pathlib
 import shutil
@@ -14,6 +16,7 @@ import signal
 import subprocess
 import threading
 import time
+import zoneinfo
 
 from tool_world import PATIENCE, main
 from expectations import check, contains, equal, wait_until
@@ -101,8 +104,8 @@ def a_change_waits_for_another_a_second_at_most(world):
     equal(world.run(*MANUAL).returncode, 0, "the exit status later")
 
 
-def a_pause_keeps_hooks_from_asking(world):
-    world.start_daemon()
+def hooks_of(world):
+    """Installs hooks, and gives what runs one and tells whether a timer runs then."""
     equal(world.run("hooks", "install", "codex", "--nodoctl", world.nodoctl).returncode, 0,
           "the installation")
 
@@ -112,6 +115,12 @@ def a_pause_keeps_hooks_from_asking(world):
                        stdin=subprocess.DEVNULL, timeout=PATIENCE)
         return "manualRemainingSeconds" in world.status()
 
+    return has_asked
+
+
+def a_pause_keeps_hooks_from_asking(world):
+    world.start_daemon()
+    has_asked = hooks_of(world)
     check(has_asked(), "a hook asks")
     equal(world.run("pause", "30m").returncode, 0, "the exit status")
     check("manualRemainingSeconds" not in world.status(), "the timer has ended")
@@ -119,6 +128,60 @@ def a_pause_keeps_hooks_from_asking(world):
     contains(world.run("status").stderr, "hooks are paused until ", "what is said")
     equal(world.run("resume").returncode, 0, "the exit status")
     check(has_asked(), "a hook asks again")
+
+
+def a_stop_keeps_hooks_from_asking_for_two_minutes(world):
+    world.start_daemon()
+    has_asked = hooks_of(world)
+    check(has_asked(), "a hook asks")
+    done = world.run("off")
+    equal((done.returncode, done.stderr), (0, ""), "the outcome")
+    check(done.stdout.endswith("\nHooks of your agents may start it again in 2 minutes; "
+                               "'nodoctl pause' keeps them quiet for longer.\n"), done.stdout)
+    check(not has_asked(), "hooks wait")
+    equal(world.run("on", "30m", "--json").returncode, 0, "the exit status")
+    equal(world.run("stop", "--json").stderr, "", "what is said")
+    check(not has_asked(), "hooks wait")
+    stamp = pathlib.Path(world.folder, ".nodo/last-extend.stamp")
+    stamp.write_text(f"{int(stamp.read_text(encoding='ascii')) - 120}\n", encoding="ascii")
+    check(has_asked(), "a hook asks again")
+    equal(world.run("pause", "30m").returncode, 0, "the exit status")
+    paused = stamp.read_bytes()
+    contains(world.run("stop").stdout, "Hooks of your agents are paused until ", "what is said")
+    equal(stamp.read_bytes(), paused, "the pause")
+
+
+def a_stop_tells_what_it_could_not_do(world):
+    """The stamp is a folder, as root may write where nobody else may."""
+    world.start_daemon()
+    hooks_of(world)
+    os.mkdir(f"{world.folder}/.nodo/last-extend.stamp")
+    done = world.run("stop")
+    equal(done.returncode, 0, "the exit status")
+    contains(done.stderr, "nodoctl: hooks of your agents may start it again at once", "what is said")
+
+
+def times_are_taken_as_people_write_them(world):
+    world.start_daemon()
+    world.environment["TZ"] = "Europe/Berlin"
+
+    def minutes_left(*command):
+        equal(world.run(*command, "--json").returncode, 0, f"the exit status of {command}")
+        return math.ceil(world.status()["manualRemainingSeconds"] / 60)
+
+    equal(minutes_left("manual", "1h30m"), 90, "what is left")
+    equal(minutes_left("on", "45", "--extend-only"), 90, "what is left")
+    equal(minutes_left("on"), 60, "what is left")
+    equal(minutes_left("manual", "--minutes", "2h"), 120, "what is left")
+    berlin = zoneinfo.ZoneInfo("Europe/Berlin")
+    clock = datetime.datetime.now(berlin) + datetime.timedelta(minutes=100)
+    left = minutes_left("on", "--until", clock.strftime("%H:%M"))
+    check(98 <= left <= 100, f"{left} minutes are left")
+    for command in [("manual",), ("on", "0"), ("on", "1x"), ("on", "--until", "24:00"),
+                    ("on", "30", "--until", "17:30"), ("manual", "13h")]:
+        done = world.run(*command)
+        equal((done.returncode, done.stdout), (2, ""), f"the outcome of {command}")
+    check(97 <= minutes_left("status") <= 100, "nothing has changed")
 
 
 def hook_takes(world, what_hangs, *options):
@@ -245,6 +308,9 @@ main(
     changes_of_the_own_state_lose_nothing_of_each_other,
     a_change_waits_for_another_a_second_at_most,
     a_pause_keeps_hooks_from_asking,
+    a_stop_keeps_hooks_from_asking_for_two_minutes,
+    a_stop_tells_what_it_could_not_do,
+    times_are_taken_as_people_write_them,
     a_daemon_that_hangs_costs_its_time_once,
     a_daemon_whose_answers_are_late_costs_its_time_once,
     a_bus_that_hangs_costs_little_more,

@@ -48,6 +48,26 @@ TEST_F(HookPauseTest, AFurtherPauseReplacesTheOneThatRuns) {
   EXPECT_EQ(paused(), now + std::chrono::minutes(5));
 }
 
+TEST_F(HookPauseTest, AThrottleIsThatOfARequest) {
+  throttleHooks(home.path(), now);
+  EXPECT_EQ(readFile(stamp), "1769847300\n");
+  EXPECT_EQ(paused(), std::nullopt);
+}
+
+TEST_F(HookPauseTest, AThrottleReplacesAnEarlierRequestAndTheEndOfAPause) {
+  for (const char* before : {"1769847200\n", "1769847300\n", "99999999999\n", "soon"}) {
+    stampIs(before);
+    throttleHooks(home.path(), now);
+    EXPECT_EQ(readFile(stamp), "1769847300\n") << before;
+  }
+}
+
+TEST_F(HookPauseTest, AThrottleShortensNoPause) {
+  pauseHooks(home.path(), now + Seconds(121));
+  throttleHooks(home.path(), now);
+  EXPECT_EQ(paused(), now + Seconds(121));
+}
+
 TEST_F(HookPauseTest, AfterAResumptionNothingIsPaused) {
   pauseHooks(home.path(), now + std::chrono::minutes(60));
   resumeHooks(home.path());
@@ -83,6 +103,7 @@ TEST_F(HookPauseTest, AStampThatCannotBeReadIsNone) {
   std::filesystem::create_directories(stamp);
   EXPECT_EQ(paused(), std::nullopt);
   EXPECT_THROW(pauseHooks(home.path(), now + std::chrono::minutes(60)), std::system_error);
+  EXPECT_THROW(throttleHooks(home.path(), now), std::system_error);
   EXPECT_THROW(resumeHooks(home.path()), std::system_error);
 }
 

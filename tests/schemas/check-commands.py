@@ -22,7 +22,9 @@ COMMANDS = [
     ("status-report",
      "manual --minutes 20 --extend-only --requester Codex --context api --event e"),
     ("status-report", "manual --minutes 5"),
+    ("status-report", "on 1h"),
     ("status-report", "stop"),
+    ("status-report", "off"),
     ("status-report", "repair"),
     ("daemon-run-report", "reconcile --simulate"),
     ("sleep-diagnostics-report", "diagnostics"),
@@ -36,6 +38,8 @@ COMMANDS = [
     # Without a daemon the verdict is a warning.
     ("doctor-report", "doctor", 1),
     ("menu-report", "menu"),
+    ("history-report", "history"),
+    ("history-report", "history --since 1h30m"),
 ]
 # This one goes on until it is ended.
 WATCH = ("menu-report", "watch")
@@ -142,6 +146,7 @@ def check_used(schemas, home, state):
     menu = check(schemas, home, "menu-report", "menu", 0)
     if menu is not None and "requester" not in menu:
         fail("menu: the state's last requester is gone")
+    check(schemas, home, "history-report", "history", 0)
     run = check(schemas, home, "daemon-run-report", "reconcile --simulate", 0)
     if run is not None and not run["status"]["state"]["powerOperationHistory"]:
         fail("reconcile: the state's history is gone")

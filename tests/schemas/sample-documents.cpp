@@ -191,6 +191,27 @@ void printMenuReports() {
   }
 }
 
+void printHistoryReports() {
+  StatusReport status = fullStatus();
+  NODOState& state = status.state;
+  const auto operate = [&state](double minutesAgo, bool disabled, const std::string& reason) {
+    state.recordPowerOperation({disabled, false, "pmset -a disablesleep 1", 0, "", ""},
+                               now - Seconds(minutesAgo * 60), reason, 20);
+  };
+  state.triggerHistory.erase(state.triggerHistory.begin());
+  state.recordRequester({"Menu", std::nullopt, std::nullopt, now}, now, 6, 200);
+  state.powerOperationHistory.clear();
+  operate(90, false, "release:user_stop");
+  operate(60, true, "enable:manual_timer");
+  operate(50, true, "enable:manual_timer");
+  operate(40, false, "release:battery_below_threshold");
+  operate(30, true, "enable:manual_timer");
+  state.powerOperationHistory.back().reason.reset();
+  const Date since = now - Seconds(7200);
+  print("history-report", HistoryReport(status, DoctorStatusSource::helper, since, now));
+  print("history-report", HistoryReport(bareStatus(), DoctorStatusSource::local, since, now));
+}
+
 void printStatusReports() {
   print("status-report", fullStatus());
   StatusReport bare = bareStatus();
@@ -217,6 +238,7 @@ void printDocuments() {
   printInspections();
   printDoctorReports();
   printMenuReports();
+  printHistoryReports();
 }
 
 }  // namespace

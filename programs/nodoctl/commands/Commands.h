@@ -10,6 +10,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// What nodoctl's commands do. Each answers with what it has to say, or throws with a message for
@@ -17,6 +18,7 @@
 namespace nodo::nodoctl {
 
 Answer perform(const StatusCommand& command, const ToolContext& context);
+Answer perform(const HistoryCommand& command, const ToolContext& context);
 Answer perform(const ManualCommand& command, const ToolContext& context);
 Answer perform(const StopCommand& command, const ToolContext& context);
 Answer perform(const PauseCommand& command, const ToolContext& context);
@@ -55,6 +57,9 @@ std::string reportText(const StatusReport& report);
 std::string reportText(const DaemonRunReport& report);
 std::string reportText(const SleepDiagnosticsReport& report);
 std::string reportText(const std::vector<AgentProcess>& agents);
+
+/// A word of decisions and audits in a person's language; any other as it is, escaped.
+std::string explained(std::string_view word);
 
 /// That the user's hooks are paused until `end`; nothing when there is none.
 std::vector<std::string> pauseHints(std::optional<Date> end, Date now);

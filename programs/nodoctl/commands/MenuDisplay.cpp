@@ -56,14 +56,12 @@ std::string asciiText(std::string_view text) {
   return ascii;
 }
 
-std::string shown(std::string_view text, const TextStyle& style) {
-  const std::string escaped = escapedForDisplay(text);
-  return style.utf8 ? escaped : asciiText(escaped);
-}
-
-// The first `columns` characters of `rest` that end a word, taken off its front.
+// The first words of `rest` that fit in `columns` columns, taken off its front.
 std::string takeLine(std::string_view& rest, std::size_t columns) {
-  const std::string_view most = firstCharacters(rest, columns);
+  // One character at least, however wide.
+  const std::string_view most =
+      std::max(firstColumns(rest, columns), firstCharacters(rest, 1),
+               [](auto one, auto other) { return one.size() < other.size(); });
   if (most.size() == rest.size()) {
     return std::string(std::exchange(rest, {}));
   }
@@ -77,22 +75,27 @@ std::string takeLine(std::string_view& rest, std::size_t columns) {
 
 }  // namespace
 
+std::string shownText(std::string_view text, const TextStyle& style) {
+  const std::string escaped = escapedForDisplay(text);
+  return style.utf8 ? escaped : asciiText(escaped);
+}
+
 std::vector<MenuLine> menuLines(const WatchView& view, const TextStyle& style) {
   const MenuReport& report = view.report;
   const Icon icon = iconFor(view);
   std::vector<MenuLine> lines{{.text = std::string(style.utf8 ? icon.symbol : icon.asciiSymbol) +
-                                       " nodo: " + shown(view.headline.text, style),
+                                       " nodo: " + shownText(view.headline.text, style),
                                .tint = icon.tint}};
   if (report.requester) {
-    lines.push_back({.text = "Last request: " + shown(*report.requester, style)});
+    lines.push_back({.text = "Last request: " + shownText(*report.requester, style)});
   }
-  lines.push_back({.text = shown(report.triggers.line, style) +
+  lines.push_back({.text = shownText(report.triggers.line, style) +
                            (report.triggers.total == 1 ? " request" : " requests") +
                            ", a bar an hour"});
   if (report.setupLine) {
     lines.push_back(
-        {.text = shown(*report.setupLine, style) +
-                 (view.setupAdvice.empty() ? "" : ": " + shown(view.setupAdvice, style)),
+        {.text = shownText(*report.setupLine, style) +
+                 (view.setupAdvice.empty() ? "" : ": " + shownText(view.setupAdvice, style)),
          .tint = Tint::bad});
   }
   return lines;

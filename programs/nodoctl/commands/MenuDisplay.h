@@ -8,10 +8,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-/// The menu as text for people, and where "watch" shows it. Foreign control characters are shown
-/// escaped, and without UTF-8 every line is ASCII.
+/// What is tinted and fits a terminal: the menu as text for people, and where "watch" shows it.
+/// Foreign control characters are shown escaped, and without UTF-8 every line is ASCII.
 namespace nodo::nodoctl {
 
 enum class Tint { plain, good, bad, faint };
@@ -40,11 +41,15 @@ std::vector<MenuLine> menuLines(const WatchView& view, const TextStyle& style);
 /// The same in one line, with the time, for a log.
 std::string menuSummary(const WatchView& view, const TextStyle& style);
 
+/// Text from outside, fit to be shown: without UTF-8 the bars of a sparkline as their heights, and
+/// whatever else is not ASCII as a question mark.
+std::string shownText(std::string_view text, const TextStyle& style);
+
 /// `line` in its colour, if there are any.
 std::string tinted(const MenuLine& line, const TextStyle& style);
 
-/// `lines` broken between words so that none has more than `columns` characters; a word that is
-/// longer is cut.
+/// `lines` broken between words so that none takes more than `columns` columns; a word that is
+/// longer is broken.
 std::vector<MenuLine> wrapped(const std::vector<MenuLine>& lines, int columns);
 
 /// Where "watch" shows it.

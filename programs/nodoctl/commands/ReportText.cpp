@@ -12,11 +12,9 @@
 #include <fmt/format.h>
 
 namespace nodo::nodoctl {
-namespace {
 
-// The words of decisions and audits in a person's language; others are shown as they are.
-std::string explained(const std::string& word) {
-  constexpr std::array<std::pair<std::string_view, std::string_view>, 12> explanations{
+std::string explained(std::string_view word) {
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 14> explanations{
       {{reason::manualTimer, "the timer runs"},
        {reason::lidOpenGrace, "the lid was opened just now"},
        {reason::batteryBelowThreshold, "the battery is low"},
@@ -28,6 +26,8 @@ std::string explained(const std::string& word) {
        {reason::userStop, "it was stopped"},
        {reason::repair, "the state was repaired"},
        {reason::closedLidRelease, "the lid is closed"},
+       {reason::daemonStopping, "the daemon ended"},
+       {reason::unconfirmed, "nobody could confirm that it was still wanted"},
        {reason::unknown, "unknown"}}};
   for (const auto& [known, text] : explanations) {
     if (word == known) {
@@ -37,7 +37,9 @@ std::string explained(const std::string& word) {
   return escapedForDisplay(word);
 }
 
-std::string explained(const std::vector<std::string>& words) {
+namespace {
+
+std::string allExplained(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) {
     text += (text.empty() ? "" : ", ") + explained(word);
@@ -47,7 +49,7 @@ std::string explained(const std::vector<std::string>& words) {
 
 std::string decisionText(const PowerDecision& decision) {
   if (decision.shouldPreventSleep) {
-    return "prevent sleep (" + explained(decision.reasons) + ")";
+    return "prevent sleep (" + allExplained(decision.reasons) + ")";
   }
   return "allow sleep (" + explained(decision.stopReason.value_or(reason::unknown)) + ")";
 }

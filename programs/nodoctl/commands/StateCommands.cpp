@@ -1,34 +1,55 @@
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Headline.h>
+#include <NODOCore/hooks/AgentHookInstaller.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <programs/nodoctl/StateAccess.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 namespace nodo::nodoctl {
 namespace {
 
-// That the state is the user's own is said on standard error.
-StateAccess stateAccess(const DaemonOptions& daemon, const ToolContext& context) {
-  return {daemon, context, [console = context.console()](const std::string& reason) {
-            console.complain(localStateNotice(reason));
-          }};
-}
-
 std::optional<ActivationRequester> requesterFrom(const ManualCommand& command, Date now) {
   if (!command.requester && !command.context && !command.event) {
     return std::nullopt;
   }
   return ActivationRequester(command.requester.value_or(""), command.context, command.event, now);
+}
+
+// How many minutes from now that is, rounded up.
+std::int64_t minutesUntil(Date end, Date now) {
+  constexpr Seconds minute{60};
+  return static_cast<std::int64_t>(std::ceil((end - now) / minute));
+}
+
+// The timer as it was asked for, on the daemon or the own state.
+SourcedStatus setTimer(const ManualCommand& command, StateAccess& state, Date now) {
+  constexpr std::int64_t anHour = 60;
+  ManualRequest request{.minutes = command.minutes.value_or(anHour),
+                        .extendOnly = command.extendOnly,
+                        .requester = requesterFrom(command, now)};
+  if (!command.until) {
+    return state.manual(request);
+  }
+  const Date end = nextTimeOfDay(*command.until, now);
+  request.minutes = minutesUntil(end, now);
+  try {
+    return state.manual(request);
+  } catch (const RefusedValue& refused) {
+    throw RefusedValue("until " + clockText(end, now) + ": " + refused.what());
+  }
 }
 
 // A status with the judgement on it.
@@ -84,6 +105,42 @@ Answer letSleep(const JudgedStatus& judged, std::string output) {
   return answer;
 }
 
+Answer endTimer(const StopCommand& command, const ToolContext& context) {
+  StateAccess state = stateAccess(command.daemon, context);
+  const JudgedStatus judged = judge(state.stop(), state, context);
+  return letSleep(judged, command.json ? jsonDocument(judged.status.report) : textOf(judged));
+}
+
+// What becomes of this user's hooks when a person ends the timer.
+struct HookRest {
+  std::string note = {};  ///< lines for the answer
+  std::vector<std::string> hints = {};
+};
+
+// Keeps the hooks of this user, if there are any, from starting again at once what was just ended.
+HookRest giveHooksARest(const ToolContext& context) {
+  const auto home = homeFolder(context.environment);
+  std::error_code unseen;  // who cannot look there runs no hooks from there either
+  if (!home || !std::filesystem::exists(AgentHookInstaller(*home).hookScriptPath, unseen)) {
+    return {};
+  }
+  const Date now = context.now();
+  const auto paused = hooksPausedUntil(*home, now);
+  if (paused) {
+    return {.note = "Hooks of your agents are paused until " + clockText(*paused, now) + ".\n"};
+  }
+  try {
+    throttleHooks(*home, now);
+  } catch (const std::system_error& error) {
+    return {.hints = {"hooks of your agents may start it again at once, as they cannot be told to "
+                      "wait: " +
+                      std::string(error.what())}};
+  }
+  return {.note =
+              "Hooks of your agents may start it again in 2 minutes; 'nodoctl pause' keeps them "
+              "quiet for longer.\n"};
+}
+
 std::filesystem::path ownHome(const ToolContext& context) {
   const auto home = homeFolder(context.environment);
   if (!home) {
@@ -120,11 +177,8 @@ Answer perform(const StatusCommand& command, const ToolContext& context) {
 }
 
 Answer perform(const ManualCommand& command, const ToolContext& context) {
-  const ManualRequest request{.minutes = command.minutes,
-                              .extendOnly = command.extendOnly,
-                              .requester = requesterFrom(command, context.now())};
   StateAccess state = stateAccess(command.daemon, context);
-  SourcedStatus status = state.manual(request);
+  SourcedStatus status = setTimer(command, state, context.now());
   if (command.json) {
     // An agent's hook would take a failure for a daemon that does not work, and keep the computer
     // awake by itself, against the very rule that lets it sleep.
@@ -139,17 +193,22 @@ Answer perform(const ManualCommand& command, const ToolContext& context) {
 }
 
 Answer perform(const StopCommand& command, const ToolContext& context) {
-  StateAccess state = stateAccess(command.daemon, context);
-  const JudgedStatus judged = judge(state.stop(), state, context);
-  return letSleep(judged, command.json ? jsonDocument(judged.status.report) : textOf(judged));
+  // First, as a hook that asks meanwhile would begin a new timer.
+  const HookRest rest = giveHooksARest(context);
+  Answer answer = endTimer(command, context);
+  if (!command.json) {
+    answer.output += rest.note;
+  }
+  answer.hints.insert(answer.hints.end(), rest.hints.begin(), rest.hints.end());
+  return answer;
 }
 
 Answer perform(const PauseCommand& command, const ToolContext& context) {
-  // First, as a hook that asks meanwhile would begin a new timer.
+  // First, as above.
   const Date now = context.now();
   const Date end = now + std::chrono::minutes(command.minutes);
   pauseHooks(ownHome(context), end);
-  Answer answer = perform(StopCommand{.daemon = command.daemon}, context);
+  Answer answer = endTimer({.daemon = command.daemon}, context);
   answer.output.insert(0, "Your agents' hooks are paused until " + clockText(end, now) +
                               "; 'nodoctl resume' ends that.\n");
   return answer;

@@ -33,11 +33,11 @@ class CompletionTest : public ToolFixture {
 };
 
 TEST_F(CompletionTest, TheCommandsAreOffered) {
-  const Texts all{"status", "manual",    "stop",   "pause",       "resume",
-                  "repair", "reconcile", "doctor", "diagnostics", "agents",
-                  "hooks",  "menu",      "watch",  "run",         "completion",
-                  "help",   "version",   "--help", "--version",   "--helper-timeout",
-                  "--bus"};
+  const Texts all{"status", "history",     "manual",           "on",     "stop",
+                  "off",    "pause",       "resume",           "repair", "reconcile",
+                  "doctor", "diagnostics", "agents",           "hooks",  "menu",
+                  "watch",  "run",         "completion",       "help",   "version",
+                  "--help", "--version",   "--helper-timeout", "--bus"};
   EXPECT_EQ(offered({""}), all);
   EXPECT_EQ(offered({}), all);
   EXPECT_EQ(offered({"re"}), (Texts{"resume", "repair", "reconcile"}));
@@ -58,10 +58,15 @@ TEST_F(CompletionTest, EachCommandHasItsOwnOptions) {
     Texts command;
     Texts options;
   } cases[] = {{{"status"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"history"}, {"--since", "--json", "--helper-timeout", "--bus"}},
                {{"manual"},
-                {"--minutes", "--extend-only", "--requester", "--context", "--event", "--json",
-                 "--helper-timeout", "--bus"}},
+                {"--minutes", "--until", "--extend-only", "--requester", "--context", "--event",
+                 "--json", "--helper-timeout", "--bus"}},
+               {{"on"},
+                {"--minutes", "--until", "--extend-only", "--requester", "--context", "--event",
+                 "--json", "--helper-timeout", "--bus"}},
                {{"stop"}, {"--json", "--helper-timeout", "--bus"}},
+               {{"off"}, {"--json", "--helper-timeout", "--bus"}},
                {{"repair"}, {"--json", "--helper-timeout", "--bus"}},
                {{"reconcile"}, {"--simulate", "--json", "--helper-timeout", "--bus"}},
                {{"doctor"}, {"--verbose", "--json", "--helper-timeout", "--bus"}},
@@ -100,7 +105,7 @@ TEST_F(CompletionTest, ValuesAreOfferedWhereTheyAreKnown) {
   EXPECT_EQ(offered({"--bus=se"}), (Texts{"--bus=session"}));
   EXPECT_EQ(offered({"completion", ""}), (Texts{"bash", "zsh", "fish", "--help", "--version"}));
   EXPECT_EQ(offered({"completion", "z"}), (Texts{"zsh"}));
-  for (const char* option : {"--minutes", "--requester", "--context", "--event"}) {
+  for (const char* option : {"--minutes", "--until", "--requester", "--context", "--event"}) {
     EXPECT_EQ(offered({"manual", option, ""}), Texts{}) << option;
   }
   EXPECT_EQ(offered({"--helper-timeout", ""}), Texts{});

@@ -72,6 +72,64 @@ TEST_F(StateCommandsTest, ATimerIsTheDaemonsWithItsRequester) {
                    "enableManualV2 5 replace \"Codex\" \"a b\" \"Stop\""}));
 }
 
+TEST_F(StateCommandsTest, ALengthIsTakenAsPeopleWriteIt) {
+  startDaemon();
+  run({"manual", "1h30m"});
+  run({"manual", "--minutes", "1h"});
+  run({"on"});
+  run({"on", "45m", "--extend-only", "--requester", "Ada"});
+  run({"run", "--minutes", "1h1m", "--keep", "--", "true"});
+  Texts requests = helper->requests();
+  std::erase(requests, "status");
+  ASSERT_EQ(requests.size(), 5U);
+  EXPECT_TRUE(requests.back().starts_with("enableManualV2 61 extend-only ")) << requests.back();
+  requests.pop_back();
+  EXPECT_EQ(requests, (Texts{"enableManual 90", "enableManual 60", "enableManual 60",
+                             "enableManualV2 45 extend-only \"Ada\" nil nil"}));
+}
+
+TEST_F(StateCommandsTest, OffIsStop) {
+  startDaemon();
+  EXPECT_EQ(run({"off"}).output, run({"stop"}).output);
+  EXPECT_EQ(run({"off", "--json"}).output, run({"stop", "--json"}).output);
+  EXPECT_EQ(helper->requests(), (Texts{"stop", "stop", "stop", "stop"}));
+}
+
+TEST_F(StateCommandsTest, UntilMeansTheNextTimeOfTheClockRoundedUpToAMinute) {
+  startDaemon();
+  const test::EnvironmentVariable zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");  // it is 09:15
+  run({"manual", "--until", "10:00"});
+  advance(0.5);
+  run({"manual", "--until", "10:00", "--extend-only"});
+  run({"on", "--until=10:00", "--requester", "Ada", "--context", "demo"});
+  EXPECT_EQ(helper->requests(),
+            (Texts{"enableManual 45", "enableManualV2 45 extend-only nil nil nil",
+                   "enableManualV2 45 replace \"Ada\" \"demo\" nil"}));
+}
+
+TEST_F(StateCommandsTest, UntilFollowsTheWallClockThroughAChangeOfDaylightSavingTime) {
+  startDaemon();
+  const test::EnvironmentVariable zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+  now = dateFromSeconds(1774742400);  // 2026-03-29 01:00
+  run({"manual", "--until", "7:00"});
+  run({"manual", "--until", "2:30"});
+  now = dateFromSeconds(1792882800);  // 2026-10-25 01:00
+  run({"manual", "--until", "7:00"});
+  run({"manual", "--until", "2:30"});
+  EXPECT_EQ(helper->requests(),
+            (Texts{"enableManual 300", "enableManual 60", "enableManual 420", "enableManual 90"}));
+}
+
+TEST_F(StateCommandsTest, ATimeThatIsTooFarAheadIsToldWithItsDay) {
+  const test::EnvironmentVariable zone("TZ", "UTC0");
+  const Outcome outcome = run({"manual", "--until", "08:15"});
+  EXPECT_EQ(outcome.exitStatus, 2);
+  EXPECT_TRUE(outcome.error.starts_with(
+      "nodoctl: until 2026-02-01 08:15: 1440 minutes are too many, at most 720 (12 h)\n"))
+      << outcome.error;
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo/state.json"));
+}
+
 TEST_F(StateCommandsTest, WhoCannotReachTheDaemonIsToldThatItsLockStillStands) {
   diagnostics.report.sleepDisabled = true;
   for (const char* command : {"stop", "repair"}) {
@@ -431,6 +489,93 @@ TEST_F(PauseTest, APauseThatLeavesTheLockOnHasFailed) {
   EXPECT_TRUE(outcome.saidLocal);
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_NE(outcome.error.find("the sleep lock is still on"), std::string::npos) << outcome.error;
+}
+
+class StopTest : public PauseTest {
+ protected:
+  std::string stamp() const {
+    return std::filesystem::exists(folder / ".nodo/last-extend.stamp")
+               ? folder.read(".nodo/last-extend.stamp")
+               : "none";
+  }
+
+  void installHooks() { folder.write(".nodo/nodo-agent-hook.sh", "#!/bin/sh\n"); }
+
+  const std::string note =
+      "Hooks of your agents may start it again in 2 minutes; 'nodoctl pause' keeps them quiet for "
+      "longer.\n";
+};
+
+TEST_F(StopTest, HooksOfThePersonWhoStopsAskNotBeforeTwoMinutes) {
+  startDaemon();
+  installHooks();
+  std::string atStop;
+  helper->answer("stop", [&](const FakeHelperRequest& asked) {
+    atStop = stamp();
+    asked.reply(helper->status);
+  });
+  for (const char* command : {"stop", "off"}) {
+    std::filesystem::remove(folder / ".nodo/last-extend.stamp");
+    const Outcome outcome = run({command});
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_TRUE(outcome.output.ends_with(note)) << outcome.output;
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(atStop, "1769847300\n") << "a hook may have begun another timer";
+  }
+}
+
+TEST_F(StopTest, TheDocumentIsAsBefore) {
+  startDaemon();
+  installHooks();
+  const Outcome outcome = run({"stop", "--json"});
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_EQ(*JSONValue::parse(outcome.output).member("state")->member("lastStopReason")->text(),
+            "the daemon's");
+  EXPECT_EQ(stamp(), "1769847300\n");
+}
+
+TEST_F(StopTest, WhoHasNoHooksIsToldOfNone) {
+  startDaemon();
+  EXPECT_EQ(run({"stop"}).output.find("Hooks"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(folder / ".nodo"));
+  environment.erase("HOME");
+  EXPECT_EQ(run({"stop"}).output.find("Hooks"), std::string::npos);
+}
+
+TEST_F(StopTest, ALongerPauseStays) {
+  startDaemon();
+  installHooks();
+  run({"pause", "30m"});
+  const Outcome outcome = run({"stop"});
+  EXPECT_TRUE(outcome.output.ends_with("Hooks of your agents are paused until 08:45.\n"))
+      << outcome.output;
+  EXPECT_EQ(pausedUntil(), now + std::chrono::minutes(30));
+}
+
+TEST_F(StopTest, APauseTellsOfItselfAlone) {
+  startDaemon();
+  installHooks();
+  EXPECT_EQ(run({"pause"}).output.find("Hooks of"), std::string::npos);
+}
+
+TEST_F(StopTest, HooksThatCannotBeToldToWaitAreAHintAndNoFailure) {
+  startDaemon();
+  installHooks();
+  std::filesystem::create_directories(folder / ".nodo/last-extend.stamp");
+  const Outcome outcome = run({"stop"});
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.output.find("Hooks"), std::string::npos);
+  EXPECT_TRUE(outcome.error.starts_with(
+      "nodoctl: hooks of your agents may start it again at once, as they cannot be told to wait: "))
+      << outcome.error;
+}
+
+TEST_F(StopTest, OnLeavesTheHooksAsTheyAre) {
+  startDaemon();
+  installHooks();
+  run({"stop"});
+  EXPECT_EQ(run({"on"}).exitStatus, 0);
+  EXPECT_EQ(stamp(), "1769847300\n");
 }
 
 TEST_F(StateCommandsTest, ATimerThroughTheDaemonEndsAFallback) {

@@ -267,21 +267,22 @@ TEST_F(ToolTest, AWrongUseIsExplainedWithAHint) {
     std::vector<std::string> arguments;
     const char* reason;
     const char* hint;
-  } cases[] = {
-      {{}, "No command given", "'nodoctl --help'"},
-      {{"sleep"}, "sleep", "'nodoctl --help'"},
-      {{"--json"}, "--json", "'nodoctl --help'"},
-      {{"status", "extra"}, "extra", "'nodoctl status --help'"},
-      {{"status", "--minutes", "5"}, "--minutes", "'nodoctl status --help'"},
-      {{"manual"}, "--minutes is required", "'nodoctl manual --help'"},
-      {{"manual", "--minutes"}, "--minutes", "'nodoctl manual --help'"},
-      {{"manual", "--minutes", "ten"}, "\"ten\"", "'nodoctl manual --help'"},
-      {{"manual", "--minutes", "1.5"}, "\"1.5\"", "'nodoctl manual --help'"},
-      {{"manual", "--minutes", "0x10"}, "\"0x10\"", "'nodoctl manual --help'"},
-      {{"manual", "--minutes", "99999999999999999999"}, "whole number", "'nodoctl manual --help'"},
-      {{"manual", "--minutes", "5\x1b[2J"}, "\\u{1b}", "'nodoctl manual --help'"},
-      {{"completion"}, "shell is required", "'nodoctl completion --help'"},
-      {{"completion", "tcsh"}, "tcsh", "'nodoctl completion --help'"}};
+  } cases[] = {{{}, "No command given", "'nodoctl --help'"},
+               {{"sleep"}, "sleep", "'nodoctl --help'"},
+               {{"--json"}, "--json", "'nodoctl --help'"},
+               {{"status", "extra"}, "extra", "'nodoctl status --help'"},
+               {{"status", "--minutes", "5"}, "--minutes", "'nodoctl status --help'"},
+               {{"manual"}, "--minutes N or --until HH:MM is required", "'nodoctl manual --help'"},
+               {{"manual", "--minutes"}, "--minutes", "'nodoctl manual --help'"},
+               {{"manual", "--minutes", "ten"}, "\"ten\"", "'nodoctl manual --help'"},
+               {{"manual", "--minutes", "1.5"}, "\"1.5\"", "'nodoctl manual --help'"},
+               {{"manual", "--minutes", "0x10"}, "\"0x10\"", "'nodoctl manual --help'"},
+               {{"manual", "--minutes", "99999999999999999999"},
+                "no length of time",
+                "'nodoctl manual --help'"},
+               {{"manual", "--minutes", "5\x1b[2J"}, "\\u{1b}", "'nodoctl manual --help'"},
+               {{"completion"}, "shell is required", "'nodoctl completion --help'"},
+               {{"completion", "tcsh"}, "tcsh", "'nodoctl completion --help'"}};
 
   for (const auto& each : cases) {
     const Outcome outcome = run(each.arguments);
@@ -300,9 +301,10 @@ TEST_F(ToolTest, MinutesAreDecimal) {
 }
 
 TEST_F(ToolTest, EveryCommandHasHelpAndVersion) {
-  for (const char* command : {"", "status", "manual", "stop", "pause", "resume", "repair",
-                              "reconcile", "doctor", "diagnostics", "agents", "hooks", "menu",
-                              "watch", "run", "completion", "help", "version"}) {
+  for (const char* command :
+       {"",      "status", "history", "manual",    "on",         "stop",        "off",
+        "pause", "resume", "repair",  "reconcile", "doctor",     "diagnostics", "agents",
+        "hooks", "menu",   "watch",   "run",       "completion", "help",        "version"}) {
     std::vector<std::string> arguments;
     if (*command != '\0') {
       arguments.emplace_back(command);
