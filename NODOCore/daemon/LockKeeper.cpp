@@ -49,6 +49,11 @@ bool isRepeated(PowerOperationAudit last, const PowerOperationAudit& now) {
   return last == now;
 }
 
+bool isVetoedBy(const PowerDecision& decision, const char* rule) {
+  const auto& blocks = decision.safetyBlocks;
+  return std::find(blocks.begin(), blocks.end(), rule) != blocks.end();
+}
+
 void keepNotLater(std::optional<Date>& date, Date limit) {
   if (date && *date > limit) {
     date = limit;
@@ -283,7 +288,9 @@ PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
           .deadline = due ? std::optional(*due + settings_.releaseGrace) : std::nullopt,
           .isDueNow = due && *due <= report.generatedAt,
           .needsSleep = releaseNeedsSleepRequest(report.snapshot),
-          .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr};
+          .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr,
+          .mayEndUnnoticed = isVetoedBy(report.decision, reason::thermalPressure) ||
+                             isVetoedBy(report.decision, reason::lowPowerMode)};
 }
 
 std::optional<StateFacts> LockKeeper::storedFacts() const noexcept {

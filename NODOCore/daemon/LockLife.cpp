@@ -159,6 +159,7 @@ void confirm(LockStep& step, const PassVerdict& verdict) {
   life.isFailing = false;
   life.confirmedAt = now;
   life.isWanted = verdict.isWanted;
+  life.mayVetoEndUnnoticed = verdict.mayEndUnnoticed;
   life.deadline =
       verdict.deadline ? std::optional(onMachineClock(life, *verdict.deadline)) : std::nullopt;
   // What goes on being due is looked at again early once, and then as often as anything else.
@@ -299,8 +300,9 @@ std::optional<Seconds> LockLife::nextWake() const {
       return earlier(timerEnd, std::min(poll, confirmedAt + patience));
     case LockPhase::yielded:
       return timerEnd;
-    case LockPhase::resting:
     case LockPhase::vetoed:
+      return mayVetoEndUnnoticed ? std::optional(poll) : std::nullopt;
+    case LockPhase::resting:
     case LockPhase::foreign:
       break;
   }

@@ -93,6 +93,7 @@ struct PassVerdict {
   bool isDueNow = false;    ///< whether that has come, release grace aside
   bool needsSleep = false;  ///< with the lid closed on battery nobody else puts it to sleep
   bool wasReleaseRefused = false;
+  bool mayEndUnnoticed = false;  ///< what forbids the lock: not every system tells of its end
 
   bool operator==(const PassVerdict&) const = default;
 };
@@ -166,7 +167,7 @@ using LockEffect = std::variant<AmendState, MakePass, ReleaseLock, AskForSleep, 
 /// the others.
 enum class LockPhase {
   resting,      ///< off, and nothing wants it
-  vetoed,       ///< a timer runs, and safety forbids the lock: the machine's news may end that
+  vetoed,       ///< a timer runs, and safety forbids the lock: the machine's news, or a look, may end it
   wanted,       ///< to be on, and it is not: tried every minute
   held,         ///< on, for a reason that the last pass confirmed
   unconfirmed,  ///< on, passes fail, and there is patience left
@@ -207,6 +208,7 @@ struct LockLife {
   bool isWanted = false;
   std::optional<Seconds> deadline;  ///< by the machine's clock
   bool wasDueNow = false;
+  bool mayVetoEndUnnoticed = false;
   // Pending.
   bool isFailing = false;
   std::optional<TimerEnding> ending;  ///< a wish that the lock or the state has not followed yet

@@ -176,10 +176,10 @@ class Finder {
       const bool isHeat = kind == FindingKind::thermalPressure;
       addSafety(kind, safetyText(isHeat ? reason::thermalPressure : reason::lowPowerMode, facts),
                 isHeat
-                    ? "Give it air, or end what keeps it busy; once it has cooled down, the next "
-                      "request brings the lock back."
-                    : "Plug the charger in, and the lock follows at once; or switch that mode "
-                      "off, and the next request brings the lock back.");
+                    ? "Give it air, or end what keeps it busy; once it has cooled down, the lock "
+                      "follows within a minute."
+                    : "Plug the charger in or switch that mode off; the lock follows within a "
+                      "minute.");
     }
   }
 

@@ -150,6 +150,21 @@ TEST_F(DaemonScheduleTest, CriticalHeatIsNoticedWithoutNews) {
   EXPECT_FALSE(power.isSleepDisabled);
 }
 
+TEST_F(DaemonScheduleTest, WhileATimerRunsTheEndOfHeatIsNoticedWithoutNews) {
+  start();
+  askManual(60);
+  machine->thermalPressure = ThermalPressure::critical;
+  wait(120);
+  EXPECT_FALSE(power.isSleepDisabled);
+  machine->thermalPressure = ThermalPressure::fair;
+  wait(60);
+  EXPECT_TRUE(power.isSleepDisabled);
+  machine->thermalPressure = ThermalPressure::critical;
+  wait(60);
+  askStop();
+  EXPECT_FALSE(loop.timer) << "without a timer nobody looks";
+}
+
 TEST_F(DaemonScheduleTest, OnlyAnotherLevelOfHeatIsAChangeThatIsAnnounced) {
   start();
   askManual(60);
