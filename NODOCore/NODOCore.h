@@ -20,6 +20,7 @@
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/PMSetSleepLock.h>
 #include <NODOCore/daemon/SleepLock.h>
+#include <NODOCore/daemon/ToolWatch.h>
 #include <NODOCore/diagnostics/AgentRequests.h>
 #include <NODOCore/diagnostics/DoctorReport.h>
 #include <NODOCore/diagnostics/Findings.h>

@@ -55,7 +55,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "adduser")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "dbus | dbus-system-bus, polkitd, systemd")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${NODO_DEBIAN}/postinst" "${NODO_DEBIAN}/prerm"
-                                               "${NODO_DEBIAN}/postrm")
+                                               "${NODO_DEBIAN}/postrm" "${NODO_DEBIAN}/conffiles")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnodocore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

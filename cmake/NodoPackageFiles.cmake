@@ -19,6 +19,11 @@ function(add_documents folder)
        PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endfunction()
 
+# What the administrator writes into it outlives upgrades, as "conffiles" names it.
+set(runtime "${CPACK_TEMPORARY_DIRECTORY}/runtime")
+file(MAKE_DIRECTORY "${runtime}/etc/nodo")
+file(RENAME "${runtime}/usr/share/nodo/nodod.toml" "${runtime}/etc/nodo/nodod.toml")
+
 find_program(strip NAMES strip REQUIRED)
 set(needless --remove-section=.comment --remove-section=.note)
 

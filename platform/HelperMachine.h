@@ -36,7 +36,8 @@ struct DaemonStanding {
 DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds limit);
 
 /// The settings that the daemon serves requests by, asked for as above; nothing where there is no
-/// answer. On macOS, whose wire does not carry them, those of the system's settings file.
+/// answer. On macOS, whose wire does not carry them, those of the system's settings file, as far as
+/// this user may read it.
 std::optional<SettingsReport> daemonSettings(const std::optional<std::string>& bus, Seconds limit);
 
 /// Hears that the daemon's status has changed, so that nobody has to ask again and again. Not

@@ -8,6 +8,7 @@
 namespace nodo::test {
 
 std::vector<RunningProcess> FakeMachine::listProcesses() const {
+  ++listings;
   if (listingFails) {
     throw NODOError::processListingFailed("broken");
   }

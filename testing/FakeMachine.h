@@ -24,6 +24,7 @@ class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
   std::optional<bool> lowPowerMode;
   bool listingFails = false;   ///< NODOError::processListingFailed("broken")
   bool snapshotFails = false;  ///< std::system_error, ENOENT
+  mutable int listings = 0;
   mutable int snapshotsTaken = 0;
 
   std::vector<RunningProcess> listProcesses() const override;

@@ -63,13 +63,14 @@ void keepNotLater(std::optional<Date>& date, Date limit) {
 }  // namespace
 
 LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-                       const DaemonSettings& settings, const Moment& now)
+                       const DaemonSettings& settings, ProcessorTimes processorTimes, const Moment& now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(log),
       log_(std::move(log)),
       settings_(settings),
       life_(LockLife::beginning(lock_.look(now))),
+      tools_(std::move(processorTimes)),
       now_(now) {
   controller_.store.memory = std::make_shared<StateStore::Memory>();
   use(settings);
@@ -319,6 +320,8 @@ std::optional<Date> LockKeeper::amend(const StateAmendment& amendment) {
     const NODOState before = state;
     change_(state);
     isChanged = state != before;
+  } else if (!amendment.ending && occasion_ != Occasion::terminating) {
+    isChanged = extendForTool(state);
   }
   if (isAmended_ || isChanged || amendment.mustBeWritten) {
     state.updatedAt = now_.civil;
@@ -327,6 +330,19 @@ std::optional<Date> LockKeeper::amend(const StateAmendment& amendment) {
   }
   isTimerSet_ = static_cast<bool>(std::exchange(change_, nullptr));
   return state.manualUntil;
+}
+
+// Agents say nothing while a tool works, however long it does.
+bool LockKeeper::extendForTool(NODOState& state) {
+  if (!settings_.longTools || !isHeld()) {
+    return false;
+  }
+  const auto worker = tools_.look(state, controller_.detector, *controller_.processListing,
+                                  now_.civil, now_.running);
+  return worker && setTimer(state,
+                            std::min(ToolWatch::leaseMinutes,
+                                     settings_.policy.maxManualDurationMinutes),
+                            true, worker, now_.civil);
 }
 
 NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, Date now) const {

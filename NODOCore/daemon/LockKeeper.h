@@ -5,6 +5,7 @@
 #include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/SleepLock.h>
+#include <NODOCore/daemon/ToolWatch.h>
 #include <NODOCore/state/NODOState.h>
 
 #include <cstdint>
@@ -26,7 +27,7 @@ class LockKeeper {
  public:
   /// `controller` decides by the settings' policy, whatever its own.
   LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-             const DaemonSettings& settings, const Moment& now);
+             const DaemonSettings& settings, ProcessorTimes processorTimes, const Moment& now);
 
   /// Releases a lock that an earlier process left behind, unless a timer still runs for it. To be
   /// called before anything that may fail.
@@ -101,6 +102,7 @@ class LockKeeper {
   std::optional<Date> amend(const StateAmendment& amendment);
   NODOState amended(NODOState state, const StateAmendment& amendment, Date now) const;
   void noteChanges(const DaemonRunReport& run);
+  bool extendForTool(NODOState& state);
   DaemonRunReport makePass();
   void setTerms(std::optional<Date> timerEnd);
   void noteLid(std::optional<bool> closed, bool wasHeld);
@@ -117,6 +119,7 @@ class LockKeeper {
   DaemonLog log_;
   DaemonSettings settings_;
   LockLife life_;
+  ToolWatch tools_;
   SystemSnapshot lastSeen_;  // by the last pass that went through
   std::vector<AgentProcess> lastAgents_;
   PowerDecision lastDecision_;

@@ -66,6 +66,7 @@ const std::vector<Agent>& allAgents() {
                  {Place::commandEnd, "/bin/pi"},
                  {Place::inCommand, "/bin/pi "},
                  {Place::inCommand, "@earendil-works/pi-coding-agent"}},
+       .toolEvent = "tool_call",
        .configurationFile = ".pi/agent/extensions/nodo.ts",
        .fileKind = HookFileKind::ownExtension},
   };

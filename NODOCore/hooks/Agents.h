@@ -63,6 +63,9 @@ struct Agent {
   /// if need be; may be empty.
   std::string_view serviceWord;
 
+  /// The event at which a tool begins.
+  std::string_view toolEvent = "PreToolUse";
+
   std::string_view configurationFile;  ///< that holds the hooks, below the home folder
   /// The variable that names another folder for that file; may be empty.
   std::string_view folderVariable;

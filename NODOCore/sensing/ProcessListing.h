@@ -3,6 +3,8 @@
 #include <NODOCore/base/Date.h>
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,6 +36,11 @@ class ProcessListing {
   virtual std::vector<RunningProcess> listProcesses() const = 0;
 };
 
+/// How long each of these processes has used the processor so far, together with those of its
+/// children that have ended; without those that are gone. Must not throw.
+using ProcessorTimes =
+    std::function<std::map<std::int32_t, Seconds>(const std::vector<std::int32_t>& pids)>;
+
 /// A fixed process table, for tests and previews.
 class StaticProcessListing : public ProcessListing {
  public:
@@ -59,6 +66,12 @@ class PSProcessListing : public ProcessListing {
   /// decimal integer is left out. A path with blanks in the third column spills over into the
   /// fourth.
   static std::vector<RunningProcess> parse(std::string_view output);
+
+  /// ProcessorTimes by `ps -S -o pid=,time=`. Nothing is known where that fails.
+  std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids) const;
+
+  /// What that printed: "41 1-02:03:04" or "41 183:04.25". Rows that make no sense are left out.
+  static std::map<std::int32_t, Seconds> parseTimes(std::string_view output);
 };
 
 }  // namespace nodo

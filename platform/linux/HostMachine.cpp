@@ -68,6 +68,8 @@ HostMachine hostMachine(std::chrono::milliseconds patience) {
           .snapshotProvider =
               std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),
           .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); },
+          .processorTimes =
+              [](const std::vector<std::int32_t>& pids) { return processorTimes(pids); },
           .ageOfOwnProcess = [](std::int32_t pid) { return ageOfOwnProcess(pid, runningTime()); }};
 }
 

@@ -4,6 +4,7 @@
 #include <platform/macos/SecurityCodeSigning.h>
 #include <platform/macos/XPCHelperConnection.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -69,7 +70,12 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
 
 std::optional<SettingsReport> daemonSettings([[maybe_unused]] const std::optional<std::string>& bus,
                                              [[maybe_unused]] Seconds limit) {
-  return SettingsReport(readSettings(settingsFile(), false));
+  const std::filesystem::path file = settingsFile();
+  // The folder is root's, whose daemon may know what this user does not.
+  if (::access(file.c_str(), R_OK) != 0 && errno != ENOENT) {
+    return std::nullopt;
+  }
+  return SettingsReport(readSettings(file, false));
 }
 
 std::unique_ptr<ChangeNews> listenForChanges([[maybe_unused]] const std::optional<std::string>& bus,

@@ -92,8 +92,9 @@ void run(const Options& options, const DaemonContext& context) {
   }
   const std::filesystem::path folder = stateFolder(options, context);
   const EffectiveSettings settings = effectiveSettings(options, context);
-  LockKeeper keeper(controllerFor(folder, context.machine(options.power)),
-                    makeSleepLock(options, context, log), log, settings.settings, context.now());
+  const HostMachine machine = context.machine(options.power);
+  LockKeeper keeper(controllerFor(folder, machine), makeSleepLock(options, context, log), log,
+                    settings.settings, machine.processorTimes, context.now());
   keeper.releaseLeftBehind(context.now());
   try {
     const StateFolderLock folderLock(folder);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -119,12 +120,23 @@ class DaemonFixture : public ::testing::Test {
     daemon.reset();
     keeper.reset();  // as the one before it has died, its mark is free
     keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
-                                          makeLock(), log, settings, moment());
+                                          makeLock(), log, settings,
+                                          [this](const auto& pids) { return used(pids); }, moment());
     keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
         *keeper, loop, [this] { return moment(); }, log, EffectiveSettings{.settings = settings},
         [this] { return changedSettings; });
     daemon->run();
+  }
+
+  std::map<std::int32_t, Seconds> used(const std::vector<std::int32_t>& pids) const {
+    std::map<std::int32_t, Seconds> known;
+    for (const std::int32_t pid : pids) {
+      if (const auto found = processorTimes.find(pid); found != processorTimes.end()) {
+        known.insert(*found);
+      }
+    }
+    return known;
   }
 
   Moment moment() const { return {.civil = now, .running = running}; }
@@ -242,6 +254,7 @@ class DaemonFixture : public ::testing::Test {
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   test::FakePowerManager power;
   DaemonSettings settings;
+  std::map<std::int32_t, Seconds> processorTimes;  ///< of the processes that have used any
   EffectiveSettings changedSettings;  ///< what a hangup reads
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;

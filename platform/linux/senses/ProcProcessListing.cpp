@@ -136,7 +136,8 @@ bool isNumber(std::string_view name) {
 
 }  // namespace
 
-// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", with the start 13 fields on, proc(5):
+// "PID (NAME) STATE PPID PGRP SESSION TTY TPGID FLAGS ...", with four times behind the next four
+// fields and the start behind four more, proc(5):
 // the name may itself hold parentheses, so the last one ends it.
 std::optional<ProcStat> parseProcStat(std::string_view text) {
   constexpr std::int64_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD
@@ -157,13 +158,21 @@ std::optional<ProcStat> parseProcStat(std::string_view text) {
     takeField(rest);
   }
   const auto flags = integerFromText<std::int64_t>(takeField(rest).value_or(""));
-  for (int skipped = 0; skipped < 12; ++skipped) {
+  for (int skipped = 0; skipped < 4; ++skipped) {
+    takeField(rest);
+  }
+  std::int64_t processorTicks = 0;
+  for (int added = 0; added < 4; ++added) {
+    processorTicks += integerFromText<std::int64_t>(takeField(rest).value_or("")).value_or(0);
+  }
+  for (int skipped = 0; skipped < 4; ++skipped) {
     takeField(rest);
   }
   return ProcStat{.name = repaired(text.substr(nameBegin + 1, nameEnd - nameBegin - 1)),
                   .ppid = *ppid,
                   .isKernelThread = (flags.value_or(0) & kernelThreadFlag) != 0,
-                  .startedAtTick = integerFromText<std::int64_t>(takeField(rest).value_or(""))};
+                  .startedAtTick = integerFromText<std::int64_t>(takeField(rest).value_or("")),
+                  .processorTicks = processorTicks};
 }
 
 std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
@@ -186,6 +195,21 @@ std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
   }
   const auto ticks = static_cast<double>(*stat->startedAtTick);
   return running - Seconds(ticks / static_cast<double>(::sysconf(_SC_CLK_TCK)));
+}
+
+std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids,
+                                               const std::filesystem::path& procFolder) {
+  std::map<std::int32_t, Seconds> times;
+  const FileDescriptor folder(::open(procFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  ProcFiles files(folder.get());
+  for (const std::int32_t pid : pids) {
+    const auto text = files.read(std::to_string(pid), "stat");
+    if (const auto stat = text ? parseProcStat(*text) : std::nullopt) {
+      times[pid] = Seconds(static_cast<double>(stat->processorTicks) /
+                           static_cast<double>(::sysconf(_SC_CLK_TCK)));
+    }
+  }
+  return times;
 }
 
 // Each argument ends with a NUL; a process that renamed itself leaves a run of them.

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@ struct ProcStat {
   std::int32_t ppid = 0;
   bool isKernelThread = false;
   std::optional<std::int64_t> startedAtTick;  ///< of the clock since the machine's start
+  std::int64_t processorTicks = 0;            ///< used, by its ended children, too
 };
 
 /// Reads a "stat", or nothing when it is none. Pure, as are the next two.
@@ -28,6 +30,10 @@ std::optional<ProcStat> parseProcStat(std::string_view text);
 /// process that is gone or another user's.
 std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
                                        const std::filesystem::path& procFolder = "/proc");
+
+/// As ProcessorTimes.
+std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids,
+                                               const std::filesystem::path& procFolder = "/proc");
 
 /// A process's "cmdline" in /proc: its first word, and all of it joined with blanks. Both are valid
 /// UTF-8, and both are empty for a process without one.
