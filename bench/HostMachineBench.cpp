@@ -1,5 +1,5 @@
-#include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/DaemonSettings.h>
+#include <NODOCore/control/NODOController.h>
 #include <platform/DaemonMachine.h>
 #include <platform/HostMachine.h>
 #include <testing/FakePowerManager.h>

@@ -1,5 +1,5 @@
-#include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/DaemonSettings.h>
+#include <NODOCore/control/NODOController.h>
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 #include <testing/FakePowerManager.h>

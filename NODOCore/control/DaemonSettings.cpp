@@ -34,8 +34,7 @@ constexpr std::array settings{
             "For how long reports mention a lid that was just opened (changes nothing else), in "
             "seconds",
             [](DaemonSettings& of) -> Place { return &of.policy.lidOpenGraceSeconds; }, 0, longest},
-    Setting{"release-grace", "S",
-            "How long after a timer's end the lock is released, in seconds",
+    Setting{"release-grace", "S", "How long after a timer's end the lock is released, in seconds",
             [](DaemonSettings& of) -> Place { return &of.releaseGrace; }, 0, longest},
     Setting{"thermal-pressure", "true|false", "Allow sleep when the computer is too hot",
             [](DaemonSettings& of) -> Place { return &of.policy.stopAtThermalPressure; }, 0, 0},
@@ -78,9 +77,10 @@ std::string Setting::expected() const {
   if (std::holds_alternative<bool*>(where)) {
     return "true or false";
   }
-  return fmt::format("{} from {} to {}",
-                     std::holds_alternative<Seconds*>(where) ? "a number of seconds" : "a whole number", least,
-                     most);
+  return fmt::format(
+      "{} from {} to {}",
+      std::holds_alternative<Seconds*>(where) ? "a number of seconds" : "a whole number", least,
+      most);
 }
 
 bool Setting::set(DaemonSettings& settings, const SettingValue& value) const {
@@ -102,8 +102,7 @@ bool Setting::set(DaemonSettings& settings, const SettingValue& value) const {
   }
   const double seconds = whole != nullptr ? static_cast<double>(*whole) : *fraction;
   // Not a number compares as neither.
-  const bool fits =
-      seconds >= static_cast<double>(least) && seconds <= static_cast<double>(most);
+  const bool fits = seconds >= static_cast<double>(least) && seconds <= static_cast<double>(most);
   if (fits) {
     *std::get<Seconds*>(where) = Seconds(seconds);
   }

@@ -63,7 +63,8 @@ void keepNotLater(std::optional<Date>& date, Date limit) {
 }  // namespace
 
 LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-                       const DaemonSettings& settings, ProcessorTimes processorTimes, const Moment& now)
+                       const DaemonSettings& settings, ProcessorTimes processorTimes,
+                       const Moment& now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(log),
@@ -339,10 +340,10 @@ bool LockKeeper::extendForTool(NODOState& state) {
   }
   const auto worker = tools_.look(state, controller_.detector, *controller_.processListing,
                                   now_.civil, now_.running);
-  return worker && setTimer(state,
-                            std::min(ToolWatch::leaseMinutes,
-                                     settings_.policy.maxManualDurationMinutes),
-                            true, worker, now_.civil);
+  return worker &&
+         setTimer(state,
+                  std::min(ToolWatch::leaseMinutes, settings_.policy.maxManualDurationMinutes),
+                  true, worker, now_.civil);
 }
 
 NODOState LockKeeper::amended(NODOState state, const StateAmendment& amendment, Date now) const {

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/control/NODOController.h>
 #include <NODOCore/control/Reports.h>
-#include <NODOCore/control/DaemonSettings.h>
 #include <NODOCore/daemon/LockLife.h>
 #include <NODOCore/daemon/SleepLock.h>
 #include <NODOCore/daemon/ToolWatch.h>

@@ -166,10 +166,10 @@ using LockEffect = std::variant<AmendState, MakePass, ReleaseLock, AskForSleep, 
 /// Where the lock is in its life. docs/architecture.md shows them all with what leads from one to
 /// the others.
 enum class LockPhase {
-  resting,      ///< off, and nothing wants it
-  vetoed,       ///< a timer runs, and safety forbids the lock: the machine's news, or a look, may end it
-  wanted,       ///< to be on, and it is not: tried every minute
-  held,         ///< on, for a reason that the last pass confirmed
+  resting,  ///< off, and nothing wants it
+  vetoed,  ///< a timer runs, and safety forbids the lock: the machine's news, or a look, may end it
+  wanted,  ///< to be on, and it is not: tried every minute
+  held,    ///< on, for a reason that the last pass confirmed
   unconfirmed,  ///< on, passes fail, and there is patience left
   releasing,    ///< to go, and it does not, or may come on: tried every minute
   sleepDue,     ///< gone with the lid closed on battery: sleep is asked for every minute

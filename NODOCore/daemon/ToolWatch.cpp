@@ -75,9 +75,9 @@ std::optional<ActivationRequester> ToolWatch::look(const NODOState& state,
   }
   Sample present = sample(begun, detector, listing, running);
   std::erase_if(samples_, [&](const Sample& each) { return each.at < running - lastMinutes; });
-  const auto earlier =
-      std::find_if(samples_.rbegin(), samples_.rend(),
-                   [&](const Sample& each) { return each.at <= running - shortestSpan; });
+  const auto earlier = std::find_if(samples_.rbegin(), samples_.rend(), [&](const Sample& each) {
+    return each.at <= running - shortestSpan;
+  });
   std::optional<ActivationRequester> worker;
   if (state.manualRemainingSeconds(now) == 0 && earlier != samples_.rend()) {
     const Seconds needed = leastUse * ((running - earlier->at) / Seconds(60));

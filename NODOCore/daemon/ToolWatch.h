@@ -18,9 +18,9 @@ namespace nodo {
 /// more than the timer's minutes is not put to sleep in its middle: agents say nothing between a
 /// tool's begin and its end.
 ///
-/// A tool is at work when the agent's last request was its begin and the agent's processes, with all
-/// below them, use the processor: those of an agent that waits for an answer do not, and one that
-/// was killed has none. Looks at processes in the last minutes of such a timer alone. Not
+/// A tool is at work when the agent's last request was its begin and the agent's processes, with
+/// all below them, use the processor: those of an agent that waits for an answer do not, and one
+/// that was killed has none. Looks at processes in the last minutes of such a timer alone. Not
 /// thread-safe.
 class ToolWatch {
  public:
@@ -28,8 +28,8 @@ class ToolWatch {
   static constexpr Seconds longestTool = std::chrono::hours(3);
   /// The timer that a tool at work gets.
   static constexpr std::int64_t leaseMinutes = 5;
-  /// What a tool at work uses of the processor in a minute, at least. An idle agent that redraws its
-  /// screen stays below it.
+  /// What a tool at work uses of the processor in a minute, at least. An idle agent that redraws
+  /// its screen stays below it.
   static constexpr Seconds leastUse{1};
   /// The event under which such a request is recorded.
   static constexpr char event[] = "ToolRunning";
@@ -44,7 +44,7 @@ class ToolWatch {
 
  private:
   struct Sample {
-    Seconds at;  // by the machine's clock
+    Seconds at;                         // by the machine's clock
     std::map<AgentKind, Seconds> used;  // so far, by its processes together
   };
 

@@ -224,8 +224,7 @@ class Finder {
     const std::vector<std::string>& problems = facts_.settings->problems;
     add(FindingKind::settingsIgnored, FindingSeverity::warning,
         fmt::format("The daemon does not heed all of its settings: {}{}.", problems.front(),
-                    problems.size() == 1 ? ""
-                                         : fmt::format(" and {} more", problems.size() - 1)),
+                    problems.size() == 1 ? "" : fmt::format(" and {} more", problems.size() - 1)),
         fmt::format("Mend the file as nodod(8) says, then: '{}'.", facts_.restartCommand));
   }
 

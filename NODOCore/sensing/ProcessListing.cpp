@@ -82,8 +82,9 @@ std::map<std::int32_t, Seconds> PSProcessListing::processorTimes(
   }
   try {
     // It fails for a process that is gone, and tells of the others.
-    const EndedProcess ps = runToEnd(
-        "/bin/ps", {"-S", "-o", "pid=,time=", "-p", fmt::format("{}", fmt::join(pids, ","))}, limit);
+    const EndedProcess ps =
+        runToEnd("/bin/ps",
+                 {"-S", "-o", "pid=,time=", "-p", fmt::format("{}", fmt::join(pids, ","))}, limit);
     return parseTimes(ps.standardOutput);
   } catch (const std::system_error&) {
     return {};

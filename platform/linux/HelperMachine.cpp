@@ -117,8 +117,7 @@ DaemonStanding daemonStanding(const std::optional<std::string>& bus, Seconds lim
   return standing;
 }
 
-std::optional<SettingsReport> daemonSettings(const std::optional<std::string>& bus,
-                                             Seconds limit) {
+std::optional<SettingsReport> daemonSettings(const std::optional<std::string>& bus, Seconds limit) {
   const auto deadline = deadlineAfter(limit);
   auto found = ifKnown([&] { return findDaemon(bus, daemonName(), deadline); });
   return found ? askForSettings(BusConnection(std::move(found->connection), timeUntil(deadline)))

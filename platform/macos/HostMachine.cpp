@@ -14,13 +14,15 @@ HostMachine hostMachine([[maybe_unused]] std::chrono::milliseconds patience) {
   return {
       .processListing = listing,
       .snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(runner, readMachineStrain),
-      .sleepDiagnostics = [inspector](Date now) {
-        return SleepDiagnosticsReading{
-            .report = inspector.report(now), .lockHolder = std::nullopt, .hint = std::nullopt};
-      },
-      .processorTimes = [listing](const std::vector<std::int32_t>& pids) {
-        return listing->processorTimes(pids);
-      }};
+      .sleepDiagnostics =
+          [inspector](Date now) {
+            return SleepDiagnosticsReading{
+                .report = inspector.report(now), .lockHolder = std::nullopt, .hint = std::nullopt};
+          },
+      .processorTimes =
+          [listing](const std::vector<std::int32_t>& pids) {
+            return listing->processorTimes(pids);
+          }};
 }
 
 }  // namespace nodo

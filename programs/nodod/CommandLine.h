@@ -24,9 +24,9 @@ struct Options {
   PowerChoice power = PowerChoice::automatic;
   std::optional<std::string> config;  ///< the settings file; absent: where the system has it
   std::vector<ChosenSetting> chosen;  ///< over what that file says
-  std::optional<std::string> log;  ///< absent: standard error
-  bool once = false;               ///< one pass, then the end
-  bool showSettings = false;       ///< tell them, then the end
+  std::optional<std::string> log;     ///< absent: standard error
+  bool once = false;                  ///< one pass, then the end
+  bool showSettings = false;          ///< tell them, then the end
 };
 
 using ParsedCommandLine = std::variant<Options, HelpText, UsageError>;

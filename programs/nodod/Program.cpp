@@ -106,9 +106,9 @@ void run(const Options& options, const DaemonContext& context) {
     if (!keeper.lockDiesWithProcess()) {
       loop = std::make_unique<WatchedLoop>(std::move(loop));
     }
-    Daemon(keeper, *loop, context.now, log, settings,
-           [&options, &context] { return effectiveSettings(options, context); })
-        .run();
+    Daemon(keeper, *loop, context.now, log, settings, [&options, &context] {
+      return effectiveSettings(options, context);
+    }).run();
   } catch (const std::exception&) {
     keeper.shutDown(context.now());
     throw;

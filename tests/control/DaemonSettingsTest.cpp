@@ -132,8 +132,8 @@ TEST(DaemonSettingsTest, AFileThatIsNotThereIsAProblemOnlyWhereSomebodyNamedIt) 
 }
 
 TEST(DaemonSettingsTest, EverybodyMayKnowThem) {
-  const SettingsReport report(EffectiveSettings{
-      .settings = {}, .file = "/etc/nodo/nodod.toml", .problems = {"a problem"}});
+  const SettingsReport report(
+      EffectiveSettings{.settings = {}, .file = "/etc/nodo/nodod.toml", .problems = {"a problem"}});
   EXPECT_EQ(report.policy, defaultPolicy);
   EXPECT_EQ(report.lines.size(), allSettings().size());
   EXPECT_EQ(report.lines.front(), "minimum-battery = 20");

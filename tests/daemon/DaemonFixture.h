@@ -1,8 +1,8 @@
 #pragma once
 
 #include <NODOCore/base/JSONCoding.h>
-#include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/control/DaemonSettings.h>
+#include <NODOCore/daemon/Daemon.h>
 #include <NODOCore/helper/NODOHelperXPCProtocol.h>
 #include <testing/FakeMachine.h>
 #include <testing/FakePowerManager.h>
@@ -119,9 +119,9 @@ class DaemonFixture : public ::testing::Test {
     const DaemonLog log = [this](const std::string& line) { lines.push_back(line); };
     daemon.reset();
     keeper.reset();  // as the one before it has died, its mark is free
-    keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
-                                          makeLock(), log, settings,
-                                          [this](const auto& pids) { return used(pids); }, moment());
+    keeper = std::make_unique<LockKeeper>(
+        test::controllerFor(machine, store(), defaultPolicy), makeLock(), log, settings,
+        [this](const auto& pids) { return used(pids); }, moment());
     keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
         *keeper, loop, [this] { return moment(); }, log, EffectiveSettings{.settings = settings},
@@ -255,7 +255,7 @@ class DaemonFixture : public ::testing::Test {
   test::FakePowerManager power;
   DaemonSettings settings;
   std::map<std::int32_t, Seconds> processorTimes;  ///< of the processes that have used any
-  EffectiveSettings changedSettings;  ///< what a hangup reads
+  EffectiveSettings changedSettings;               ///< what a hangup reads
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;

@@ -94,14 +94,13 @@ TEST_F(ToolWatchTest, EachAgentHasItsOwnWordForTheBegin) {
 }
 
 TEST_F(ToolWatchTest, TheWorkOfOthersIsNotTheAgents) {
-  machine->processes.push_back(
-      {.pid = 50, .ppid = 1, .executable = "player", .command = "player"});
-  hook("PreToolUse");
-  work(21, 60, 50);
-  EXPECT_FALSE(isHeld());
+  machine->processes.push_back({.pid = 50, .ppid = 1, .executable = "player", .command = "player"});
   hook("PreToolUse", "Somebody");
   work(21, 60);
   EXPECT_FALSE(isHeld()) << "no agent's name";
+  hook("PreToolUse");
+  work(21, 60, 50);
+  EXPECT_FALSE(isHeld());
 }
 
 TEST_F(ToolWatchTest, TheTimeOfAProcessThatEndsStaysWithItsParent) {
@@ -140,7 +139,7 @@ TEST_F(ToolWatchTest, SafetyAndAPersonsStopEndItAllTheSame) {
   machineChanged();
   EXPECT_FALSE(isHeld());
   work(21, 30);
-  EXPECT_FALSE(stored().manualUntil) << "without a lock nothing is extended";
+  EXPECT_EQ(stored().manualRemainingSeconds(now), 0) << "without a lock nothing is extended";
   machine->powerSource = PowerSource::ac;
   hook("PreToolUse");
   ASSERT_TRUE(isHeld());

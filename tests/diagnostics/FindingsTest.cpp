@@ -200,8 +200,8 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
        FindingKind::thermalPressure, FindingSeverity::warning,
        "A safety rule allows sleep although the timer runs: the computer is too hot (acpitz at 97 "
        "°C, limit 95 °C).",
-       "Give it air, or end what keeps it busy; once it has cooled down, the next request brings "
-       "the lock back."},
+       "Give it air, or end what keeps it busy; once it has cooled down, the lock follows within a "
+       "minute."},
       {"low power mode",
        [](FindingFacts& facts) {
          startTimer(facts);
@@ -212,8 +212,7 @@ TEST(FindingsTest, EveryFactLeadsToItsFinding) {
        FindingKind::lowPowerMode, FindingSeverity::warning,
        "A safety rule allows sleep although the timer runs: low power mode is on (battery at 60 "
        "%).",
-       "Plug the charger in, and the lock follows at once; or switch that mode off, and the next "
-       "request brings the lock back."},
+       "Plug the charger in or switch that mode off; the lock follows within a minute."},
       {"a lock that is lost",
        [](FindingFacts& facts) {
          startTimer(facts);

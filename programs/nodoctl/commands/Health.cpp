@@ -187,9 +187,8 @@ std::string settingsText(const std::optional<SettingsReport>& settings) {
   if (!settings) {
     return "Settings:   unknown, as the daemon does not tell\n";
   }
-  std::string text =
-      fmt::format("Settings:   of the daemon, from its options and {}\n",
-                  escapedForDisplay(settings->file));
+  std::string text = fmt::format("Settings:   of the daemon, from its options and {}\n",
+                                 escapedForDisplay(settings->file));
   for (const std::string& line : settings->lines) {
     text += fmt::format("            {}\n", escapedForDisplay(line));
   }

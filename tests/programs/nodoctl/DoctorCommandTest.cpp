@@ -310,10 +310,24 @@ TEST_F(DoctorCommandTest, VerboseAddsBelowTheReport) {
             "Lid:        closed\n"
             "Heat:       acpitz\\u{1b} at 91 °C, limit 90 °C, sleep will be allowed in 1m 20s\n"
             "Asked last: no agent, as far as is known\n"
+            "Settings:   unknown, as the daemon does not tell\n"
             "Own state:  " +
                 (folder / ".nodo/state.json").string() +
                 "\nHook log:   " + (folder / "hook.log").string() + "\nnodoctl:    version " +
                 std::string(version()) + "\n\n" + headline);
+}
+
+TEST_F(DoctorCommandTest, SettingsThatHoldAreShownAndThoseThatDoNotAreFound) {
+  startBusyDaemon();
+  standing.settings = SettingsReport(EffectiveSettings{
+      .settings = {}, .file = "/etc/f.toml", .problems = {"/etc/f.toml: broken"}});
+  const Outcome outcome = run({"doctor", "--verbose"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.output,
+              HasSubstr("\nSettings:   of the daemon, from its options and /etc/f.toml\n"
+                        "            minimum-battery = 20\n"));
+  EXPECT_THAT(outcome.output,
+              HasSubstr("The daemon does not heed all of its settings: /etc/f.toml: broken."));
 }
 
 TEST_F(DoctorCommandTest, WhoeverOnlyBearsTheNameIsNoLessAnother) {

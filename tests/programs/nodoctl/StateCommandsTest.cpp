@@ -1,5 +1,5 @@
-#include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/control/DaemonSettings.h>
+#include <NODOCore/control/PowerDecision.h>
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <NODOCore/hooks/HookPause.h>
 #include <NODOCore/power/PowerManaging.h>

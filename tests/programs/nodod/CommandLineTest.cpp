@@ -34,10 +34,10 @@ TEST(NododCommandLineTest, NothingOnTheLineMeansTheDefaults) {
   EXPECT_FALSE(options.bus);
   EXPECT_EQ(options.power, PowerChoice::automatic);
   EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 20,
-                                                   .maxManualDurationMinutes = 720,
-                                                   .lidOpenGraceSeconds = 60,
-                                                   .noRouteGraceSeconds = 300,
-                                                   .stopAtThermalPressure = true}));
+                                                      .maxManualDurationMinutes = 720,
+                                                      .lidOpenGraceSeconds = 60,
+                                                      .noRouteGraceSeconds = 300,
+                                                      .stopAtThermalPressure = true}));
   EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(1));
   EXPECT_FALSE(options.log);
   EXPECT_FALSE(options.once);
@@ -52,10 +52,10 @@ TEST(NododCommandLineTest, EveryOptionIsTaken) {
   EXPECT_EQ(options.bus, "session");
   EXPECT_EQ(options.power, PowerChoice::logind);
   EXPECT_EQ(settingsOf(options).policy, (SafetyPolicy{.minimumBatteryPercent = 0,
-                                                   .maxManualDurationMinutes = 1,
-                                                   .lidOpenGraceSeconds = 0,
-                                                   .noRouteGraceSeconds = 7,
-                                                   .stopAtThermalPressure = true}));
+                                                      .maxManualDurationMinutes = 1,
+                                                      .lidOpenGraceSeconds = 0,
+                                                      .noRouteGraceSeconds = 7,
+                                                      .stopAtThermalPressure = true}));
   EXPECT_EQ(settingsOf(options).releaseGrace, Seconds(0.25));
   EXPECT_EQ(options.log, "/log");
   EXPECT_TRUE(options.once);

@@ -136,8 +136,7 @@ TEST_F(ProgramTest, WhatAFileSpoilsIsToldAndTheRestOfItHolds) {
   const Outcome shown = run({"--show-settings"});
   EXPECT_EQ(shown.exitStatus, 1);
   EXPECT_THAT(shown.output, HasSubstr("minimum-battery = 5\n"));
-  EXPECT_THAT(shown.error,
-              HasSubstr("nodod.toml, line 1: there is no setting \"max-minuts\"\n"));
+  EXPECT_THAT(shown.error, HasSubstr("nodod.toml, line 1: there is no setting \"max-minuts\"\n"));
   const Outcome served = run({});
   EXPECT_EQ(served.exitStatus, 0);
   EXPECT_THAT(served.error, HasSubstr("there is no setting \"max-minuts\"\n"));
@@ -167,8 +166,8 @@ TEST_F(ProgramTest, AHangupReadsTheFileAnewAndTheOptionsStillWin) {
   };
   const Outcome outcome = run({"--minimum-battery", "3"});
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_THAT(outcome.error, HasSubstr("nodod: settings: " + (folder / "nodod.toml").string() +
-                                       ", line 1: "));
+  EXPECT_THAT(outcome.error,
+              HasSubstr("nodod: settings: " + (folder / "nodod.toml").string() + ", line 1: "));
 }
 
 TEST_F(ProgramTest, TheLogGoesWhereTheOptionSays) {

@@ -330,11 +330,14 @@ TEST_F(DaemonStandingTest, WhatIsNotKnownIsNoRefusal) {
   EXPECT_EQ(refusal(), std::nullopt) << "without a daemon";
   for (const ScriptedDaemon::Answer& answer :
        {ScriptedDaemon::error("org.freedesktop.DBus.Error.UnknownMethod", "no Permission"),
-        ScriptedDaemon::number(), ScriptedDaemon::death()}) {
+        ScriptedDaemon::number()}) {
     const ScriptedDaemon daemon(bus->address(), answer);
     EXPECT_EQ(refusal(), std::nullopt);
     EXPECT_EQ(daemon.requests(), (std::vector<std::string>{"Settings()", "Permission()"}));
   }
+  const ScriptedDaemon daemon(bus->address(), ScriptedDaemon::death());
+  EXPECT_EQ(refusal(), std::nullopt);
+  EXPECT_EQ(daemon.requests(), std::vector<std::string>{"Settings()"});
   EXPECT_EQ(daemonStanding("no:address", Seconds(patience)).refusal, std::nullopt);
 }
 
