@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <set>
-#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace nodo {
 namespace {
@@ -32,32 +32,44 @@ std::map<AgentKind, ActivationRequester> begunTools(const NODOState& state, Date
   return last;
 }
 
-// `roots` and all processes that they started, or that those did.
-std::vector<std::int32_t> trees(const std::vector<RunningProcess>& processes,
-                                std::vector<std::int32_t> roots) {
-  std::multimap<std::int32_t, std::int32_t> children;
-  for (const RunningProcess& process : processes) {
-    children.emplace(process.ppid.value_or(0), process.pid);
-  }
-  std::set<std::int32_t> seen(roots.begin(), roots.end());
-  for (std::size_t next = 0; next < roots.size(); ++next) {
-    const auto [begin, end] = children.equal_range(roots[next]);
-    for (auto child = begin; child != end; ++child) {
-      if (seen.insert(child->second).second) {
-        roots.push_back(child->second);
+using Children = std::multimap<std::int32_t, std::int32_t>;
+using Trees = std::map<std::int32_t, std::vector<std::int32_t>>;
+
+// The agents of `kind` that no other of them has started, each with all processes below it. Looks
+// at each process once, however many there are: anybody may start thousands that look like agents.
+Trees treesOf(AgentKind kind, const std::vector<AgentProcess>& agents, const Children& children) {
+  Trees trees;
+  std::set<std::int32_t> seen;
+  for (const AgentProcess& agent : agents) {
+    if (agent.kind != kind || !seen.insert(agent.pid).second) {
+      continue;
+    }
+    std::vector<std::int32_t> tree{agent.pid};
+    for (std::size_t next = 0; next < tree.size(); ++next) {
+      const auto [begin, end] = children.equal_range(tree[next]);
+      for (auto child = begin; child != end; ++child) {
+        if (seen.insert(child->second).second) {
+          tree.push_back(child->second);
+        } else if (const auto below = trees.extract(child->second)) {
+          tree.insert(tree.end(), below.mapped().begin(), below.mapped().end());
+        }
       }
     }
+    trees.emplace(agent.pid, std::move(tree));
   }
-  return roots;
+  return trees;
 }
 
-// The time of a process that has ended is its parent's from then on, so that the sum only grows.
-Seconds sum(const std::map<std::int32_t, Seconds>& times) {
-  Seconds all{0};
-  for (const auto& [pid, time] : times) {
-    all += time;
+// What those that were there `before` have used since: another one did not begin the tool.
+Seconds useBetween(const std::map<std::int32_t, Seconds>& before,
+                   const std::map<std::int32_t, Seconds>& now) {
+  Seconds use{0};
+  for (const auto& [root, total] : now) {
+    if (const auto known = before.find(root); known != before.end()) {
+      use += std::max(total - known->second, Seconds(0));
+    }
   }
-  return all;
+  return use;
 }
 
 }  // namespace
@@ -82,8 +94,7 @@ std::optional<ActivationRequester> ToolWatch::look(const NODOState& state,
   if (state.manualRemainingSeconds(now) == 0 && earlier != samples_.rend()) {
     const Seconds needed = leastUse * ((running - earlier->at) / Seconds(60));
     for (const auto& [kind, request] : begun) {
-      const auto before = earlier->used.find(kind);
-      if (before != earlier->used.end() && present.used[kind] - before->second >= needed) {
+      if (useBetween(earlier->used[kind], present.used[kind]) >= needed) {
         worker.emplace(request.name, request.context, event, now);
         break;
       }
@@ -98,15 +109,19 @@ ToolWatch::Sample ToolWatch::sample(const std::map<AgentKind, ActivationRequeste
                                     Seconds running) const {
   const std::vector<RunningProcess> processes = listing.listProcesses();
   const std::vector<AgentProcess> agents = detector.detect(processes);
+  Children children;
+  for (const RunningProcess& process : processes) {
+    children.emplace(process.ppid.value_or(0), process.pid);
+  }
   Sample sample{.at = running, .used = {}};
   for (const auto& [kind, request] : begun) {
-    std::vector<std::int32_t> roots;
-    for (const AgentProcess& agent : agents) {
-      if (agent.kind == kind) {
-        roots.push_back(agent.pid);
+    for (const auto& [root, tree] : treesOf(kind, agents, children)) {
+      // The time of a process that has ended is its parent's from then on.
+      Seconds& used = sample.used[kind][root];
+      for (const auto& [pid, time] : processorTimes_(tree)) {
+        used += time;
       }
     }
-    sample.used[kind] = sum(processorTimes_(trees(processes, std::move(roots))));
   }
   return sample;
 }

@@ -44,8 +44,9 @@ class ToolWatch {
 
  private:
   struct Sample {
-    Seconds at;                         // by the machine's clock
-    std::map<AgentKind, Seconds> used;  // so far, by its processes together
+    Seconds at;  // by the machine's clock
+    // So far, by each agent's process with all below it.
+    std::map<AgentKind, std::map<std::int32_t, Seconds>> used;
   };
 
   Sample sample(const std::map<AgentKind, ActivationRequester>& begun,

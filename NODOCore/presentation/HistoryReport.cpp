@@ -95,8 +95,7 @@ class LockStory {
       period->startedAt = std::min(period->startedAt, at);  // the clock may have been set back
       period->endedAt = at;
       period->ending = ending;
-      periods.push_back(*std::move(period));
-      period.reset();
+      periods.push_back(*std::exchange(period, std::nullopt));
     }
   }
 

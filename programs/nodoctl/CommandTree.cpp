@@ -40,7 +40,7 @@ std::int64_t pauseMinutes(const std::string& text) {
 }
 
 std::int64_t historyMinutes(const std::string& text) {
-  constexpr std::int64_t most = 7 * 24 * 60;
+  constexpr std::int64_t most = std::int64_t{7} * 24 * 60;
   const std::int64_t minutes = lengthOfTime(text);
   if (minutes > most) {
     throw CLI::ValidationError("\"" + text + "\" is too long ago: the last 168 hours at most");

@@ -114,6 +114,33 @@ TEST_F(ToolWatchTest, TheTimeOfAProcessThatEndsStaysWithItsParent) {
   EXPECT_TRUE(isHeld());
 }
 
+TEST_F(ToolWatchTest, ASecondSessionThatEndsHidesNoWork) {
+  machine->startAgent(60);
+  processorTimes[60] = Seconds(9000);
+  hook("PreToolUse");
+  work(19, 30);
+  machine->processes.pop_back();
+  work(2, 30);
+  EXPECT_TRUE(isHeld());
+}
+
+TEST_F(ToolWatchTest, ASessionThatHasJustBegunIsNotAtTheTool) {
+  hook("PreToolUse");
+  work(19, 0);
+  machine->startAgent(60);
+  processorTimes[60] = Seconds(5);
+  work(2, 0);
+  EXPECT_FALSE(isHeld());
+}
+
+TEST_F(ToolWatchTest, AnAgentThatAnotherStartedCountsOnce) {
+  machine->processes.push_back(
+      {.pid = 61, .ppid = shell, .executable = "claude", .command = "claude --print"});
+  hook("PreToolUse");
+  work(21, 0.6, 61);
+  EXPECT_FALSE(isHeld());
+}
+
 TEST_F(ToolWatchTest, AToolThatHangsIsLeftAfterThreeHours) {
   hook("PreToolUse");
   work(170, 60);

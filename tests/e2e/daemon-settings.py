@@ -35,8 +35,8 @@ def keeps_display_on(logind):
 def the_file_holds_from_the_start(daemon, file):
     file.write_text("max-minutes = 90\nno-such-thing = 1\n", encoding="utf-8")
     daemon.start("--config", str(file))
-    contains(daemon.log(), f"nodod: settings: {file}, line 2: there is no setting \"no-such-thing\"",
-             "the log")
+    told = f"nodod: settings: {file}, line 2: there is no setting \"no-such-thing\""
+    wait_until(lambda: told in daemon.log(), "the log tells")
     contains(daemon.call("EnableManual", "x", (91,))["error"], "90", "more than the file allows")
     text = doctor()
     contains(text, "max-minutes = 90\n", "what doctor says of the settings")
@@ -62,18 +62,19 @@ def a_hangup_makes_a_changed_file_hold(daemon, logind, supplies, file):
     daemon.terminate()
 
 
-def begin_with_a_tool(daemon):
+def begin_with_a_tool(daemon, logind):
     """A timer that ends soon, and a tool that an agent began a while ago."""
     request = {"name": "Claude Code", "event": "PreToolUse", "requestedAt": date(time.time() - 900)}
     daemon.put_timer(SHORT_TIMER, lastRequester=request, triggerHistory=[request])
     daemon.start()
+    wait_until(lambda: logind.locks() == [daemon.process.pid], "the lock")
+    daemon.call("Reconcile")  # as one comes each minute of a longer timer
 
 
 def a_tool_at_work_extends_the_timer(daemon, logind):
     agent = start("bash", "-c", f"exec -a claude bash -c '({BUSY}) & wait'", start_new_session=True)
     try:
-        begin_with_a_tool(daemon)
-        equal(logind.locks(), [daemon.process.pid], "the lock")
+        begin_with_a_tool(daemon, logind)
         wait_until(lambda: daemon.state()["lastRequester"]["event"] == "ToolRunning",
                    "the daemon extends", SHORT_TIMER + 20)
         equal(daemon.state()["lastRequester"]["name"], "Claude Code", "in whose name")
@@ -90,8 +91,7 @@ def a_tool_at_work_extends_the_timer(daemon, logind):
 def an_agent_that_waits_extends_nothing(daemon, logind):
     agent = start("bash", "-c", "exec -a claude sleep 600")
     try:
-        begin_with_a_tool(daemon)
-        equal(logind.locks(), [daemon.process.pid], "the lock")
+        begin_with_a_tool(daemon, logind)
         wait_until(lambda: logind.locks() == [], "the timer ends", SHORT_TIMER + 20)
         equal(daemon.state()["lastRequester"]["event"], "PreToolUse", "the last request")
     finally:

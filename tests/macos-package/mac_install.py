@@ -27,7 +27,8 @@ PROPERTY_LIST = "/Library/LaunchDaemons/com.quintavel.nodo.helper.plist"
 SCHEMAS = [f"/usr/local/share/nodo/schemas/{file.name}"
            for file in (PROJECT / "packaging/schemas").iterdir()]
 PROGRAMS = [DAEMON, "/usr/local/bin/nodoctl", "/usr/local/bin/nodo-uninstall"]
-BUILT = ["bin/nodoctl", "sbin/nodod", "share/man/man1/nodoctl.1", "share/man/man7/nodo-hooks.7",
+BUILT = ["bin/nodoctl", "sbin/nodod", "share/nodo/nodod.toml", "share/man/man1/nodoctl.1",
+         "share/man/man7/nodo-hooks.7",
          "share/man/man8/nodod.8", "share/bash-completion/completions/nodoctl",
          "share/zsh/site-functions/_nodoctl", "share/fish/vendor_completions.d/nodoctl.fish"]
 PAYLOAD = sorted({PROPERTY_LIST, "/private/etc/newsyslog.d/nodo.conf",
