@@ -21,6 +21,7 @@ from processes import environment
 GRACE = 120  # seconds, in which serious heat under a closed lid may pass
 LEFT = 8  # of it, when the test joins in
 
+
 def offer_sleep():
     """To a logind that sees umockdev's /sys instead of the machine's."""
     power = pathlib.Path(os.environ["UMOCKDEV_DIR"]) / "sys/power"
