@@ -204,7 +204,7 @@ ROWS = [
     Row("low_power_mode", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
         [0, 0, 0, 0, 0]),
     Row("low_power_mode", ["--low-power-mode", "true"], "sleepAllowed",
-        r"The timer runs, but sleep is allowed: low power mode is on \(battery at 80 %\)\. It runs ",
+        r"The timer runs, but sleep is allowed: low power mode is on \(battery at 80 %\)\. ",
         ["lowPowerMode"], [1, 0, 0, 1, 0]),
     Row("simulated_lock", [], "lockMissing",
         "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
