@@ -21,7 +21,7 @@ using Place = Setting::Place;
 // Some thirty years in seconds: more is a slip, and leaves the range in which instants are exact.
 constexpr std::int64_t longest = 1'000'000'000;
 
-constexpr std::array settings{
+constexpr std::array table{
     Setting{"minimum-battery", "PERCENT", "On battery, never keep awake at or below this charge",
             [](DaemonSettings& of) -> Place { return &of.policy.minimumBatteryPercent; }, 0, 100},
     Setting{"max-minutes", "N", "The longest timer that one request may set, in minutes",
@@ -124,23 +124,23 @@ std::string Setting::line(const DaemonSettings& settings) const {
 }
 
 std::span<const Setting> allSettings() {
-  return settings;
+  return table;
 }
 
 std::vector<std::string> applySettings(std::string_view toml, DaemonSettings& into) {
   std::vector<std::string> problems;
-  const toml::parse_result table = toml::parse(toml);
-  if (!table) {
-    const toml::parse_error& error = table.error();
+  const toml::parse_result parsed = toml::parse(toml);
+  if (!parsed) {
+    const toml::parse_error& error = parsed.error();
     return {fmt::format("line {}: {}; nothing in this file is heeded", error.source().begin.line,
                         escapedForDisplay(error.description()))};
   }
-  for (const auto& [key, node] : table.table()) {
+  for (const auto& [key, node] : parsed.table()) {
     const std::string_view name = key.str();
-    const auto setting = std::find_if(settings.begin(), settings.end(),
+    const auto setting = std::find_if(table.begin(), table.end(),
                                       [name](const Setting& each) { return each.name == name; });
     const auto line = key.source().begin.line;
-    if (setting == settings.end()) {
+    if (setting == table.end()) {
       problems.push_back(
           fmt::format("line {}: there is no setting \"{}\"", line, escapedForDisplay(name)));
       continue;
@@ -171,7 +171,7 @@ EffectiveSettings readSettings(const std::filesystem::path& path, bool mustExist
 
 SettingsReport::SettingsReport(const EffectiveSettings& effective)
     : policy(effective.settings.policy), file(effective.file), problems(effective.problems) {
-  for (const Setting& setting : settings) {
+  for (const Setting& setting : table) {
     lines.push_back(setting.line(effective.settings));
   }
 }

@@ -112,9 +112,7 @@ std::vector<HistoryPeriod> within(std::vector<HistoryPeriod> periods, Date since
   });
   for (HistoryPeriod& period : periods) {
     period.startedAt = std::max(period.startedAt, since);
-    if (period.endedAt > until) {
-      period.endedAt = until;
-    }
+    period.endedAt = std::min(period.endedAt, until);
   }
   return periods;
 }

@@ -17,6 +17,20 @@ Date afterGrace(Date start, std::int64_t graceSeconds) {
   return start + Seconds(static_cast<double>(graceSeconds));
 }
 
+// What is left at `at` of a grace that began with `since`.
+std::int64_t graceLeft(Date since, std::int64_t graceSeconds, Date at) {
+  return std::max<std::int64_t>(0, checkedDifference(graceSeconds, wholeSeconds(at - since)));
+}
+
+// Notes when it was first so, and forgets that once it no longer is.
+void track(std::optional<Date>& since, bool isSo, Date now) {
+  if (!isSo) {
+    since.reset();
+  } else if (!since) {
+    since = now;
+  }
+}
+
 // A machine with its lid open stands where somebody sees it and air reaches it.
 bool isHeatTrapped(const SystemSnapshot& snapshot) {
   return snapshot.thermalPressure >= ThermalPressure::serious && snapshot.lidClosed == true;
@@ -47,8 +61,7 @@ std::optional<std::int64_t> NODOState::noRouteGraceRemainingSeconds(
   if (!manualIsActive(at) || !noRouteUnavailableSince) {
     return std::nullopt;
   }
-  const std::int64_t elapsed = wholeSeconds(at - *noRouteUnavailableSince);
-  return std::max<std::int64_t>(0, checkedDifference(graceSeconds, elapsed));
+  return graceLeft(*noRouteUnavailableSince, graceSeconds, at);
 }
 
 std::optional<std::int64_t> NODOState::heatGraceRemainingSeconds(const SystemSnapshot& snapshot,
@@ -56,8 +69,7 @@ std::optional<std::int64_t> NODOState::heatGraceRemainingSeconds(const SystemSna
   if (!manualIsActive(snapshot.now) || !isHeatTrapped(snapshot) || !seriousHeatSince) {
     return std::nullopt;
   }
-  const std::int64_t elapsed = wholeSeconds(snapshot.now - *seriousHeatSince);
-  return std::max<std::int64_t>(0, checkedDifference(graceSeconds, elapsed));
+  return graceLeft(*seriousHeatSince, graceSeconds, snapshot.now);
 }
 
 std::optional<std::int64_t> NODOState::lidOpenGraceRemainingSeconds(
@@ -82,19 +94,12 @@ void NODOState::syncLidOpenGrace(const SystemSnapshot& snapshot) {
 }
 
 void NODOState::updateNoRouteTracking(const SystemSnapshot& snapshot) {
-  if (!manualIsActive(snapshot.now) || snapshot.defaultRouteAvailable != false) {
-    noRouteUnavailableSince.reset();
-  } else if (!noRouteUnavailableSince) {
-    noRouteUnavailableSince = snapshot.now;
-  }
+  track(noRouteUnavailableSince,
+        manualIsActive(snapshot.now) && snapshot.defaultRouteAvailable == false, snapshot.now);
 }
 
 void NODOState::updateHeatTracking(const SystemSnapshot& snapshot) {
-  if (!manualIsActive(snapshot.now) || !isHeatTrapped(snapshot)) {
-    seriousHeatSince.reset();
-  } else if (!seriousHeatSince) {
-    seriousHeatSince = snapshot.now;
-  }
+  track(seriousHeatSince, manualIsActive(snapshot.now) && isHeatTrapped(snapshot), snapshot.now);
 }
 
 void NODOState::syncSnapshotTracking(const SystemSnapshot& snapshot) {

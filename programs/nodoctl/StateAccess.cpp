@@ -188,12 +188,13 @@ std::optional<SafetyPolicy> StateAccess::daemonLimits() const {
 }
 
 KeepAwakeFacts StateAccess::keepAwakeFacts(const SourcedStatus& status,
-                                           std::optional<bool> lockIsOn) const {
+                                           std::optional<bool> lockIsOn,
+                                           const std::optional<SettingsReport>& settings) const {
   KeepAwakeFacts facts{.report = status.report, .lockIsOn = lockIsOn};
   if (status.unavailable) {
     facts.daemonFailure = status.unavailable->sentence;
   } else if (!status.report.decision.safetyBlocks.empty()) {
-    facts.limits = daemonLimits();
+    facts.limits = settings ? std::optional(settings->policy) : daemonLimits();
   }
   return facts;
 }

@@ -106,8 +106,9 @@ class StateAccess {
   DaemonStanding daemonStanding() const;
 
   /// What the headline for `status` follows from. `lockIsOn` is what the machine says of nodo's
-  /// lock. The daemon is asked for its limits where they are part of the answer.
-  KeepAwakeFacts keepAwakeFacts(const SourcedStatus& status, std::optional<bool> lockIsOn) const;
+  /// lock. Where the daemon's limits are part of the answer and not among `settings`, it is asked.
+  KeepAwakeFacts keepAwakeFacts(const SourcedStatus& status, std::optional<bool> lockIsOn,
+                                const std::optional<SettingsReport>& settings = {}) const;
 
   /// A success through the daemon also ends what the hook log says of a fallback. Throws
   /// RefusedValue for minutes that the daemon does not allow, or that are too many for the limits

@@ -1,6 +1,6 @@
 #!/usr/bin/python3 -B
-"""The settings file holds from the start and after SIGHUP, what is wrong in it is told, and a tool that works
-on keeps the computer awake.
+"""The settings file holds from the start and after SIGHUP, what is wrong in it is told, and a tool
+that works on keeps the computer awake.
 
 usage: daemon-settings.py NODOD NODOCTL
 """

@@ -26,10 +26,11 @@ LOCK = "sleep:idle:handle-lid-switch"  # as a daemon of an older version holds i
 class World:
     """A laptop, its daemon, and a user with one agent whose hooks are in place."""
 
+    home = FOLDER / "home"
+
     def __init__(self, daemon, logind):
         self.daemon, self.logind = daemon, logind
         self.network, self.supplies, self.firmware = Network(), PowerSupplies(), Firmware()
-        self.home = FOLDER / "home"
         self.user = None  # root
         self.held = []
 
@@ -67,14 +68,36 @@ class World:
         return pathlib.Path(self.home, name)
 
 
-class Plights(World):
+class FirmwarePlights(World):
+    """What its firmware can make of it."""
+
+    def timer(self):
+        self.daemon.manual(60)
+
+    def critical_heat(self):
+        self.timer()
+        self.firmware.heat(96)
+        self.daemon.call("Reconcile")  # as it does itself every minute
+        equal(self.logind.locks(), [], "the locks")
+
+    def serious_heat_without_a_lid(self):
+        self.timer()
+        self.firmware.heat(92)
+        self.daemon.call("Reconcile")
+
+    def low_power_mode(self):
+        """By which the daemon lets the machine sleep only where it is told to."""
+        self.firmware.profile("low-power")
+        self.supplies.on_battery(80)
+        self.timer()
+        check(self.daemon.status()["snapshot"]["lowPowerMode"], "low power mode is seen")
+
+
+class Plights(FirmwarePlights):
     """What can become of it, each by its name."""
 
     def nothing(self):
         pass
-
-    def timer(self):
-        self.daemon.manual(60)
 
     def simulated_lock(self):
         """A daemon that only plays at taking one."""
@@ -105,24 +128,6 @@ class Plights(World):
         self.timer()
         self.network.unplug()
         wait_until(lambda: self.logind.locks() == [], "the lock goes", 20)
-
-    def critical_heat(self):
-        self.timer()
-        self.firmware.heat(96)
-        self.daemon.call("Reconcile")  # as it does itself every minute
-        equal(self.logind.locks(), [], "the locks")
-
-    def serious_heat_without_a_lid(self):
-        self.timer()
-        self.firmware.heat(92)
-        self.daemon.call("Reconcile")
-
-    def low_power_mode(self):
-        """By which the daemon lets the machine sleep only where it is told to."""
-        self.firmware.profile("low-power")
-        self.supplies.on_battery(80)
-        self.timer()
-        check(self.daemon.status()["snapshot"]["lowPowerMode"], "low power mode is seen")
 
     def unreadable_state(self):
         self.daemon.terminate()
@@ -198,6 +203,9 @@ ROWS = [
         [0, 0, 0, 0, 0]),
     Row("low_power_mode", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
         [0, 0, 0, 0, 0]),
+    Row("low_power_mode", ["--low-power-mode", "true"], "sleepAllowed",
+        r"The timer runs, but sleep is allowed: low power mode is on \(battery at 80 %\)\. ",
+        ["lowPowerMode"], [1, 0, 0, 1, 0]),
     Row("simulated_lock", [], "lockMissing",
         "NOT kept awake by nodo, although the timer runs until ", ["lockMissing"], [1, 0, 0, 1, 0]),
     Row("unreadable_state", [], "daemonMissing",

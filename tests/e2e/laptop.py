@@ -1,7 +1,7 @@
 """A laptop made of files and a network of its own, for what with-logind and 'unshare --net' run.
 
-Its default route can come and go, and its power supplies change, which is announced as udev does. Its
-heat and its firmware's profile change, of which nobody tells.
+Its default route can come and go, and its power supplies change, which is announced as udev does.
+Its heat and its firmware's profile change, of which nobody tells.
 """
 
 import os

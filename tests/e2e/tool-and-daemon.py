@@ -158,7 +158,8 @@ def a_stop_tells_what_it_could_not_do(world):
     os.mkdir(f"{world.folder}/.nodo/last-extend.stamp")
     done = world.run("stop")
     equal(done.returncode, 0, "the exit status")
-    contains(done.stderr, "nodoctl: hooks of your agents may start it again at once", "what is said")
+    contains(done.stderr, "nodoctl: hooks of your agents may start it again at once",
+             "what is said")
 
 
 def times_are_taken_as_people_write_them(world):

@@ -40,7 +40,8 @@ class HistoryReportTest : public ::testing::Test {
     state.ownsSleepDisable = false;
   }
 
-  void request(double minutes, const std::string& name, std::optional<std::string> context = {}) {
+  void request(double minutes, const std::string& name,
+               const std::optional<std::string>& context = {}) {
     state.recordRequester({name, context, std::nullopt, now}, ago(minutes), 6, 500);
   }
 

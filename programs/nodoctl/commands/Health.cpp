@@ -244,7 +244,7 @@ HealthFacts gatherHealth(const DaemonOptions& options, const ToolContext& contex
     found.silentAgents =
         silentAgents(facts.status.report, hookedTargets(found), context.machine.ageOfOwnProcess);
   }
-  found.keepAwake = state.keepAwakeFacts(facts.status, facts.sleepDisabled);
+  found.keepAwake = state.keepAwakeFacts(facts.status, facts.sleepDisabled, found.settings);
   found.keepAwake->isNoAgentSetUp = isNoAgentSetUp(found);
   return facts;
 }

@@ -191,7 +191,9 @@ Answer perform(const WatchCommand& command, const ToolContext& context) {
       std::array events{terminalEvents(context), watched.events()};
       last = signals->next(watched.timeToWait(), events);
       isOver = last ? ends(*last, *display) : isDismissed(events[0], context);
-      watched.follow(events[1]);
+      if (!isOver) {
+        watched.follow(events[1]);
+      }
     }
   }
   if (last && last->number != SIGINT) {

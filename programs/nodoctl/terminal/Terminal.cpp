@@ -183,7 +183,8 @@ class PipedSignals : public SignalQueue {
         return std::nullopt;
       }
       constexpr std::chrono::milliseconds::rep longest = 3'600'000;
-      ::poll(sources.data(), sources.size(), static_cast<int>(std::min(left.count(), longest)));
+      ::poll(sources.data(), static_cast<nfds_t>(sources.size()),
+             static_cast<int>(std::min(left.count(), longest)));
       for (std::size_t i = 0; i < others.size(); ++i) {
         others[i].revents = sources[i].revents;
         hasCome = hasCome || sources[i].revents != 0;

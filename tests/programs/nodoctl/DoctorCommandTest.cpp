@@ -330,6 +330,15 @@ TEST_F(DoctorCommandTest, SettingsThatHoldAreShownAndThoseThatDoNotAreFound) {
               HasSubstr("The daemon does not heed all of its settings: /etc/f.toml: broken."));
 }
 
+TEST_F(DoctorCommandTest, SettingsThatAreKnownAreNotAskedForAgainForTheirLimits) {
+  startBusyDaemon();
+  helper->status.decision = {.safetyBlocks = {reason::batteryBelowThreshold}};
+  helper->status.snapshot.batteryPercent = 15;
+  standing.settings = SettingsReport(EffectiveSettings());
+  EXPECT_THAT(run({"doctor"}).output, HasSubstr("battery at 15 % (limit 20 %)"));
+  EXPECT_EQ(settingsAsked, 0);
+}
+
 TEST_F(DoctorCommandTest, WhoeverOnlyBearsTheNameIsNoLessAnother) {
   startBusyDaemon();
   diagnostics.report.blockers = {

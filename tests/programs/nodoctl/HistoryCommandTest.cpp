@@ -25,7 +25,8 @@ class HistoryCommandTest : public ToolFixture {
 
   Date ago(double minutes) const { return now - Seconds(minutes * 60); }
 
-  void request(double minutes, const std::string& name, std::optional<std::string> context = {}) {
+  void request(double minutes, const std::string& name,
+               const std::optional<std::string>& context = {}) {
     state().recordRequester({name, context, std::nullopt, now}, ago(minutes), 6, 500);
   }
 
