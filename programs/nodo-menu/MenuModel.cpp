@@ -1,11 +1,12 @@
 #include <NODOCore/base/LocalTime.h>
 #include <NODOCore/base/Text.h>
+#include <NODOCore/diagnostics/DoctorReport.h>
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/diagnostics/Headline.h>
 #include <programs/nodo-menu/MenuModel.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <utility>
@@ -14,6 +15,9 @@ namespace nodo::menu {
 namespace {
 
 constexpr Seconds minute(60);
+
+// The daemon itself tells of the end of its timer, and that takes a moment.
+constexpr Seconds patience(2);
 
 // The status with the time that has passed since.
 StatusReport statusAt(const nodoctl::HealthFacts& facts, Date now) {
@@ -29,11 +33,10 @@ Headline headlineFor(const nodoctl::HealthFacts& facts, const StatusReport& stat
   return headline(lock);
 }
 
-// The report's icon, but that none that says "all is well" stands beside words that say the
-// opposite.
-MenuBarIconState iconFor(const MenuReport& report, HeadlineKind kind) {
+// None that says "all is well" stands beside words that say the opposite.
+MenuBarIconState iconFor(MenuBarIconState icon, HeadlineKind kind) {
   const bool isWell = kind == HeadlineKind::keptAwake || kind == HeadlineKind::off;
-  return isWell ? report.iconState : MenuBarIconState::warning;
+  return isWell ? icon : MenuBarIconState::warning;
 }
 
 std::string agentsText(const std::vector<AgentProcess>& agents) {
@@ -51,24 +54,6 @@ std::string agentsText(const std::vector<AgentProcess>& agents) {
   return text.empty() ? "No agent runs" : "Running: " + text;
 }
 
-// The lengths that are offered, and the next full hours of the clock on the wall.
-std::vector<MenuEntry> keepAwakeEntries(Date now) {
-  constexpr std::array<std::int64_t, 4> lengths{20, 60, 120, 240};
-  constexpr int fullHours = 6;
-  constexpr int hoursOfDay = 24;
-  std::vector<MenuEntry> entries;
-  for (const std::int64_t length : lengths) {
-    entries.push_back({timeLeftText(std::chrono::minutes(length)), KeepAwake{length}});
-  }
-  const auto clock = clockTimeFromText(clockText(now, now)).value();
-  for (int ahead = 1; ahead <= fullHours; ++ahead) {
-    const ClockTime time{.hour = (clock.hour + ahead) % hoursOfDay, .minute = 0};
-    const std::string hour = std::to_string(time.hour);
-    entries.push_back({(time.hour < 10 ? "until 0" : "until ") + hour + ":00", KeepAwake{time}});
-  }
-  return entries;
-}
-
 // How the setup of the hooks stands; its texts are not shown.
 AgentHooksSetupStatus statusOf(const SetupMenuSignals& setup) {
   if (setup.hooksNeedUpdate) {
@@ -83,7 +68,14 @@ AgentHooksSetupStatus statusOf(const SetupMenuSignals& setup) {
 }  // namespace
 
 std::string iconText(const MenuView& view) {
-  return "nodo: " + view.headline;
+  return "nodo: " + (view.countdown ? *view.countdown + " - " : "") + view.headline;
+}
+
+std::vector<MenuEntry> keepAwakeEntries() {
+  return {{"20 minutes", KeepAwake{std::int64_t{20}}},
+          {"1 hour", KeepAwake{std::int64_t{60}}},
+          {"2 hours", KeepAwake{std::int64_t{120}}},
+          {"4 hours", KeepAwake{std::int64_t{240}}}};
 }
 
 void MenuModel::asked(const Wish& wish) {
@@ -114,13 +106,17 @@ void MenuModel::take(const Reply& reply) {
   }
   factsNumber_ = reply.number;
   lookFailure_ = reply.facts ? std::nullopt : reply.failure;
-  if (reply.facts) {
-    facts_ = reply.facts;
+  if (!reply.facts) {
+    return;
+  }
+  facts_ = reply.facts;
+  if (const auto* look = std::get_if<Look>(&reply.wish); look != nullptr && look->findsReasons) {
+    reasons_ = reply.facts;
   }
 }
 
 MenuView MenuModel::view(Date now) const {
-  MenuView view{.keepAwake = keepAwakeEntries(now), .hookRows = hookRows_};
+  MenuView view;
   const auto& failure = wishFailure_ ? wishFailure_ : lookFailure_;
   if (failure) {
     view.failure = escapedForDisplay(*failure);
@@ -132,12 +128,15 @@ MenuView MenuModel::view(Date now) const {
     return view;
   }
   const StatusReport status = statusAt(*facts_, now);
-  const MenuReport report(status, facts_->status.source, facts_->sleepDisabled,
-                          facts_->forFindings.hookFallback.isActive, nodoctl::setupSignals(*facts_),
-                          now);
   const Headline judgement = headlineFor(*facts_, status);
-  view.icon = iconFor(report, judgement.kind);
-  view.countdown = report.countdown;
+  const SetupMenuSignals setup = setupSignals(now);
+  const bool setupNeedsAttention = setup.isSetupIncomplete() &&
+                                   !(setup.remindersSuppressed && setup.helperIsOperational());
+  view.icon =
+      iconFor(menuBarIconState(status, std::nullopt, facts_->forFindings.hookFallback.isActive,
+                               setupNeedsAttention),
+              judgement.kind);
+  view.countdown = MenuBarCountdownFormatter::text(status, now);
   view.headline = judgement.text;
   addNotices(view, status, now);
   if (status.state.manualIsActive(now) || status.state.ownsSleepDisable) {
@@ -146,7 +145,7 @@ MenuView MenuModel::view(Date now) const {
   const auto& pausedUntil = facts_->forFindings.hooksPausedUntil;
   view.pause = pausedUntil && *pausedUntil > now ? MenuEntry{"Resume the agents' hooks", Resume()}
                                                  : MenuEntry{"Pause for an hour", Pause()};
-  view.setup = setupEntry();
+  view.setup = setupView(now);
   return view;
 }
 
@@ -168,22 +167,59 @@ void MenuModel::addNotices(MenuView& view, const StatusReport& status, Date now)
   }
 }
 
-std::optional<MenuEntry> MenuModel::setupEntry() const {
-  const SetupMenuSignals setup = nodoctl::setupSignals(*facts_);
+SetupMenuSignals MenuModel::setupSignals(Date now) const {
+  SetupMenuSignals signals = nodoctl::setupSignals(*facts_);
+  signals.remindersSuppressed = remindersPutOffUntil_ && *remindersPutOffUntil_ > now;
+  return signals;
+}
+
+std::optional<SetupView> MenuModel::setupView(Date now) const {
+  const SetupMenuSignals setup = setupSignals(now);
   const auto line = SetupMenuPresentation::setupLine(setup);
   if (!line) {
     return std::nullopt;
   }
-  if (hooksStatus_ && hooksStatus_->isBusy()) {
-    return MenuEntry{AgentHookSetupPresentation::actionTitle(*hooksStatus_), std::nullopt};
-  }
+  SetupView view{.line = *line,
+                 .action = std::nullopt,
+                 .isExpanded = SetupMenuPresentation::prefersExpandedSetup(setup)};
   // Of the daemon and its lock nothing can be set up from here.
-  if (setup.helperIsOperational() && !setup.powerLockPending) {
-    if (const auto action = AgentHookSetupPresentation::action(statusOf(setup))) {
-      return MenuEntry{*line + " - " + std::string(buttonTitle(*action)), SetUpHooks{*action}};
-    }
+  if (!setup.helperIsOperational() || setup.powerLockPending) {
+    view.line += ": " + nodoctl::setupAdvice(setup, restartCommand_);
+  } else if (hooksStatus_ && hooksStatus_->isBusy()) {
+    view.action = MenuEntry{AgentHookSetupPresentation::actionTitle(*hooksStatus_), std::nullopt};
+  } else if (const auto action = AgentHookSetupPresentation::action(statusOf(setup))) {
+    view.action = MenuEntry{std::string(buttonTitle(*action)), SetUpHooks{*action}};
   }
-  return MenuEntry{*line + ": " + nodoctl::setupAdvice(setup, restartCommand_), std::nullopt};
+  return view;
+}
+
+std::optional<WhyView> MenuModel::why(Date now) const {
+  if (!reasons_) {
+    return std::nullopt;
+  }
+  const StatusReport status = statusAt(*reasons_, now);
+  FindingFacts facts = reasons_->forFindings;
+  facts.now = now;
+  facts.keepAwake->report = status;
+  const DoctorReport report(reasons_->status.source, status, reasons_->sleepDisabled,
+                            facts.hookFallback, facts.hooks);
+  return WhyView{.headline = headline(*facts.keepAwake).text,
+                 .findings = findings(facts),
+                 .report = report.text()};
+}
+
+std::optional<std::string> MenuModel::setupResult() const {
+  if (!hooksStatus_ || hooksStatus_->isBusy()) {
+    return std::nullopt;
+  }
+  std::string text = hooksStatus_->displayName();
+  if (wishFailure_) {
+    text += "\n" + *wishFailure_;
+  }
+  for (const AgentHookActionResultRow& row : hookRows_) {
+    text += "\n" + row.targetDisplayName + ": " + row.message;
+  }
+  return text;
 }
 
 std::optional<HistoryReport> MenuModel::history(Date now) const {
@@ -201,11 +237,37 @@ std::optional<Seconds> MenuModel::timeToRedraw(Date now) const {
   }
   if (const auto end = facts_->status.report.state.manualUntil; end && *end > now) {
     // What is left is shown in whole minutes.
-    const Seconds beyond(std::fmod((*end - now).count(), minute.count()));
-    wait = beyond > Seconds(0) ? beyond : minute;
+    const Seconds left = *end - now;
+    const Seconds beyond(std::fmod(left.count(), minute.count()));
+    wait = left <= minute ? left + patience : beyond > Seconds(0) ? beyond : minute;
   }
   if (const auto end = facts_->forFindings.hooksPausedUntil; end && *end > now) {
     wait = std::min(wait.value_or(*end - now), *end - now);
+  }
+  return wait;
+}
+
+std::optional<Seconds> MenuModel::timeToAsk(Date now) const {
+  constexpr Seconds deaf(5);
+  if (!facts_ || !hearsNews_) {
+    return deaf;
+  }
+  std::optional<Seconds> wait;
+  const auto until = [&](Date end) {
+    if (end + patience > now) {
+      wait = std::min(wait.value_or(end + patience - now), end + patience - now);
+    }
+  };
+  const AgentHookFallbackStatus& fallback = facts_->forFindings.hookFallback;
+  if (fallback.isActive && fallback.lastStartedAt) {
+    until(*fallback.lastStartedAt + std::chrono::seconds(fallback.fallbackSeconds));
+  }
+  if (const auto end = facts_->status.report.state.manualUntil) {
+    until(*end);
+  }
+  if (facts_->status.unavailable) {
+    // A hook that does without the daemon is not announced either.
+    wait = std::min(wait.value_or(minute), minute);
   }
   return wait;
 }

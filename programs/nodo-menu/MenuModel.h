@@ -1,6 +1,7 @@
 #pragma once
 
 #include <NODOCore/base/Date.h>
+#include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/hooks/AgentHookSetupPresentation.h>
 #include <NODOCore/presentation/HistoryReport.h>
 #include <NODOCore/presentation/MenuReport.h>
@@ -23,23 +24,42 @@ struct MenuEntry {
   bool operator==(const MenuEntry&) const = default;
 };
 
+/// What is left to set up, and what can be done about it from here.
+struct SetupView {
+  std::string line;  ///< with what a person can do where there is no action
+  std::optional<MenuEntry> action;
+  bool isExpanded = true;  ///< it stands in the menu itself; else below its line
+
+  bool operator==(const SetupView&) const = default;
+};
+
 struct MenuView {
   MenuBarIconState icon = MenuBarIconState::loading;
-  std::optional<std::string> countdown;  ///< beside the icon, e.g. "2h5m"
+  std::optional<std::string> countdown;  ///< e.g. "2h5m"
   std::optional<std::string> failure;    ///< of the last wish: it comes before everything else
   std::string headline;
   std::vector<std::string> notices;  ///< who asked, requests, agents, a pause: a line each
-  std::vector<MenuEntry> keepAwake;  ///< below "Keep awake for"
   std::optional<MenuEntry> stop;     ///< where there is something to stop
   std::optional<MenuEntry> pause;    ///< pauses the hooks, or resumes them
-  std::optional<MenuEntry> setup;    ///< the setup line, and then its action
-  std::vector<AgentHookActionResultRow> hookRows;  ///< what the last setup of hooks did
+  std::optional<SetupView> setup;
 
   bool operator==(const MenuView&) const = default;
 };
 
+/// What the window "Why?" tells beside the picture.
+struct WhyView {
+  std::string headline;
+  std::vector<Finding> findings;
+  std::string report;  ///< the doctor's, in lines
+
+  bool operator==(const WhyView&) const = default;
+};
+
 /// The icon's name for who cannot see it, and its tool tip.
 std::string iconText(const MenuView& view);
+
+/// The lengths that are offered below "Keep awake for".
+std::vector<MenuEntry> keepAwakeEntries();
 
 /// What is known, from the replies as they come. Pure, but for the time zone that times are told
 /// in.
@@ -48,33 +68,54 @@ class MenuModel {
   /// `restartCommand` is the platform's, for the setup line's advice.
   explicit MenuModel(std::string_view restartCommand) : restartCommand_(restartCommand) {}
 
-  /// Notes that a wish was made: its menu says so until its reply is there.
+  /// Notes that a wish was made: the menu says so until its reply is there.
   void asked(const Wish& wish);
 
   /// The facts of the newest question win, in whatever order replies come. A failed wish is told of
   /// until the next one.
   void take(const Reply& reply);
 
+  /// Whether changes are heard of, from now on.
+  void hearsNews(bool hears) { hearsNews_ = hears; }
+
   MenuView view(Date now) const;
+
+  /// Nothing until a look has found out the reasons; then what the last such look has found.
+  std::optional<WhyView> why(Date now) const;
 
   /// The requests, the lock and the vetoes of the twelve hours before `now`; nothing as long as
   /// nothing is known.
   std::optional<HistoryReport> history(Date now) const;
 
+  /// What became of the last setup of hooks, in lines; nothing before there was one.
+  std::optional<std::string> setupResult() const;
+
+  /// Until then the setup neither opens by itself nor changes the icon, unless it is the daemon
+  /// that is missing.
+  void putOffReminders(std::optional<Date> until) { remindersPutOffUntil_ = until; }
+
   /// How long nothing else is to be shown, unless a reply comes; nothing: for ever.
   std::optional<Seconds> timeToRedraw(Date now) const;
 
+  /// How long to wait for news before asking all the same: where news cannot be heard, or the end
+  /// of something is not announced. Nothing: for ever.
+  std::optional<Seconds> timeToAsk(Date now) const;
+
  private:
   void addNotices(MenuView& view, const StatusReport& status, Date now) const;
-  std::optional<MenuEntry> setupEntry() const;
+  std::optional<SetupView> setupView(Date now) const;
+  SetupMenuSignals setupSignals(Date now) const;
 
   std::string restartCommand_;
   std::optional<nodoctl::HealthFacts> facts_;
   std::uint64_t factsNumber_ = 0;           // of the question that they answer
+  std::optional<nodoctl::HealthFacts> reasons_;  // of the last look that found them out
+  bool hearsNews_ = false;
   std::optional<std::string> lookFailure_;  // why the last look gave none
   std::optional<std::string> wishFailure_;
   std::optional<AgentHooksSetupStatus> hooksStatus_;  // during and after an action
   std::vector<AgentHookActionResultRow> hookRows_;
+  std::optional<Date> remindersPutOffUntil_;
 };
 
 }  // namespace nodo::menu

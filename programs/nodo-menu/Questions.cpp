@@ -47,18 +47,17 @@ class Servant {
 
   void operator()(const SetUpHooks& /*wish*/) const {
     const nodoctl::HooksInstallCommand command{.hooks = {}, .json = true};
-    Answer answer = nodoctl::perform(command, context_);
+    const Answer answer = nodoctl::perform(command, context_);
     reply_.reports = decodeJSON<std::vector<AgentHookInstallReport>>(answer.output);
-    reply_.hints = std::move(answer.hints);  // its failures are in the reports
+    // Its failures are in the reports.
   }
 
  private:
   // The first line of a command that failed says why.
-  void note(Answer answer) const {
+  void note(const Answer& answer) const {
     if (answer.exitStatus != exitSuccess) {
       reply_.failure = answer.output.substr(0, answer.output.find('\n'));
     }
-    reply_.hints = std::move(answer.hints);
   }
 
   const nodoctl::DaemonOptions& daemon_;
@@ -77,7 +76,16 @@ Reply serve(const Wish& wish, const nodoctl::DaemonOptions& daemon,
     reply.failure = error.what();
   }
   try {
-    reply.facts = nodoctl::gatherHealth(daemon, context, nodoctl::HealthDepth::picture);
+    const auto* look = std::get_if<Look>(&wish);
+    reply.facts = nodoctl::gatherHealth(daemon, context,
+                                        look != nullptr && look->findsReasons
+                                            ? nodoctl::HealthDepth::findings
+                                            : nodoctl::HealthDepth::picture);
+    // The tool is content with the user's own state then, which keeps no computer awake.
+    const auto& unavailable = reply.facts->status.unavailable;
+    if (unavailable && std::holds_alternative<KeepAwake>(wish) && !reply.failure) {
+      reply.failure = unavailable->sentence;
+    }
   } catch (const std::exception& error) {
     if (!reply.failure) {
       reply.failure = error.what();
@@ -107,6 +115,7 @@ std::uint64_t Questions::ask(const Wish& wish) {
     // What is asked last sees the same.
     if (auto* last = std::get_if<Look>(&waiting_.back().second)) {
       last->listens = last->listens || look->listens;
+      last->findsReasons = last->findsReasons || look->findsReasons;
       return waiting_.back().first;
     }
   }

@@ -24,7 +24,8 @@ namespace nodo::menu {
 
 /// Nothing but to see how things stand.
 struct Look {
-  bool listens = false;  ///< and to hear of changes from then on
+  bool listens = false;       ///< and to hear of changes from then on
+  bool findsReasons = false;  ///< and to find out all that the window "Why?" tells
 
   bool operator==(const Look&) const = default;
 };
@@ -64,7 +65,6 @@ struct Reply {
   std::optional<nodoctl::HealthFacts> facts;    ///< absent when nothing could be found out
   std::optional<std::string> failure;           ///< of the wish, or why there are no facts
   std::vector<AgentHookInstallReport> reports;  ///< of SetUpHooks
-  std::vector<std::string> hints;               ///< what else a person should hear of the wish
   std::shared_ptr<ChangeNews> news;             ///< of a Look that listens, where that can be
 };
 

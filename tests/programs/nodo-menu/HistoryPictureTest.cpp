@@ -2,7 +2,6 @@
 
 #include <QBuffer>
 #include <QByteArray>
-#include <QGuiApplication>
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -150,9 +149,3 @@ INSTANTIATE_TEST_SUITE_P(LightAndDark, HistoryPictureTest, ::testing::Bool());
 
 }  // namespace
 }  // namespace nodo::menu
-
-int main(int argc, char** argv) {
-  const QGuiApplication application(argc, argv);
-  ::testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}

@@ -1,4 +1,5 @@
 #include <programs/nodo-menu/MenuModel.h>
+#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,50 +15,18 @@ namespace {
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-const Date now = dateFromSeconds(1'769'847'300);  // 2026-01-31 08:15 UTC
-
-nodoctl::HealthFacts idle() {
-  nodoctl::HealthFacts facts;
-  facts.status.report.generatedAt = now;
-  facts.status.report.state = NODOState::fresh(now);
-  facts.sleepDisabled = false;
-  facts.forFindings.now = now;
-  AgentHookSetupInspection hooks;
-  hooks.hookScriptStatus = AgentHookComponentStatus::current;
-  hooks.targets = {
-      {.target = AgentHookTarget::claude, .status = AgentHookComponentStatus::current}};
-  facts.forFindings.hooks = hooks;
-  facts.forFindings.keepAwake = KeepAwakeFacts{.report = facts.status.report, .lockIsOn = false};
-  return facts;
-}
-
-nodoctl::HealthFacts keptAwake(double minutes = 125) {
-  nodoctl::HealthFacts facts = idle();
-  StatusReport& report = facts.status.report;
-  report.state.manualUntil = now + Seconds(minutes * 60);
-  report.state.ownsSleepDisable = true;
-  report.state.recordRequester({"Codex", "api", "PreToolUse", now}, now, 6, 200);
-  report.decision.shouldPreventSleep = true;
-  facts.sleepDisabled = true;
-  facts.forFindings.keepAwake = KeepAwakeFacts{.report = report, .lockIsOn = true};
-  return facts;
-}
-
-nodoctl::HealthFacts withoutDaemon(bool isBroken) {
-  nodoctl::HealthFacts facts = idle();
-  facts.status.source = DoctorStatusSource::local;
-  facts.status.unavailable = nodoctl::Unavailability{
-      .reason = "gone", .sentence = "no daemon nodod: gone", .isBroken = isBroken};
-  facts.forFindings.daemonIsThere = isBroken;
-  facts.forFindings.keepAwake->daemonFailure = "no daemon nodod: gone";
-  return facts;
-}
+using sample::idle;
+using sample::keptAwake;
+using sample::now;
+using sample::vetoed;
+using sample::withoutDaemon;
 
 class MenuModelTest : public ::testing::Test {
  protected:
-  void take(nodoctl::HealthFacts facts) {
-    model.take({.number = ++number, .wish = Look(), .facts = std::move(facts)});
+  MenuModelTest() { model.hearsNews(true); }
+
+  void take(nodoctl::HealthFacts facts, Look look = {}) {
+    model.take({.number = ++number, .wish = look, .facts = std::move(facts)});
   }
 
   void fail(const Wish& wish, const std::string& why) {
@@ -98,7 +67,7 @@ TEST_F(MenuModelTest, AComputerThatIsKeptAwakeShowsForHowLongAndForWhom) {
   take(keptAwake());
   EXPECT_EQ(view().icon, MenuBarIconState::manualActive);
   EXPECT_EQ(view().countdown, "2h5m");
-  EXPECT_THAT(iconText(view()), StartsWith("nodo: Kept awake until"));
+  EXPECT_THAT(iconText(view()), StartsWith("nodo: 2h5m - Kept awake until"));
   EXPECT_THAT(view().notices, Contains(StartsWith("Last request: Codex - api, ")));
   EXPECT_EQ(view().stop->wish, Wish(Stop()));
 }
@@ -112,17 +81,12 @@ TEST_F(MenuModelTest, TheCountdownFollowsTheClockWithoutAQuestion) {
 TEST_F(MenuModelTest, WhileATimerRunsItIsRedrawnAsEachOfItsMinutesEnds) {
   take(keptAwake(1.5));
   EXPECT_EQ(model.timeToRedraw(now), Seconds(30));
-  EXPECT_EQ(model.timeToRedraw(now + Seconds(30)), Seconds(60));
+  EXPECT_EQ(model.timeToRedraw(now + Seconds(31)), Seconds(59 + 2)) << "the daemon ends it first";
   EXPECT_EQ(model.timeToRedraw(now + Seconds(90)), std::nullopt);
 }
 
 TEST_F(MenuModelTest, ATimerUnderWhichSafetyAllowsSleepIsAWarning) {
-  nodoctl::HealthFacts facts = keptAwake();
-  StatusReport& report = facts.status.report;
-  report.state.ownsSleepDisable = false;
-  report.decision = {.shouldPreventSleep = false, .safetyBlocks = {"battery_below_threshold"}};
-  facts.forFindings.keepAwake = KeepAwakeFacts{.report = report, .lockIsOn = false};
-  take(facts);
+  take(vetoed());
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
   EXPECT_THAT(view().headline, StartsWith("The timer runs, but sleep is allowed"));
   EXPECT_EQ(view().countdown, "2h5m");
@@ -142,14 +106,15 @@ TEST_F(MenuModelTest, ADaemonThatIsMissingIsAWarningThatSaysWhatToDo) {
   take(withoutDaemon(false));
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
   EXPECT_THAT(view().headline, HasSubstr("no daemon nodod: gone"));
-  EXPECT_EQ(view().setup, (MenuEntry{"Setup: install helper: install the package nodo, or sudo "
-                                     "restart",
-                                     std::nullopt}));
+  EXPECT_EQ(view().setup,
+            (SetupView{.line = "Setup: install helper: install the package nodo, or sudo restart",
+                       .action = std::nullopt}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatIsBrokenIsToBeStartedAnew) {
   take(withoutDaemon(true));
-  EXPECT_EQ(view().setup, (MenuEntry{"Setup: repair helper: sudo restart", std::nullopt}));
+  EXPECT_EQ(view().setup, (SetupView{.line = "Setup: repair helper: sudo restart",
+                                     .action = std::nullopt}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatComesBackEndsTheWarning) {
@@ -171,8 +136,28 @@ TEST_F(MenuModelTest, MissingHooksCanBeInstalledFromTheMenu) {
   facts.forFindings.hooks->targets[0].status = AgentHookComponentStatus::missing;
   take(facts);
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
-  EXPECT_EQ(view().setup, (MenuEntry{"Setup: install hooks - Install Hooks",
-                                     SetUpHooks{AgentHookSetupAction::install}}));
+  EXPECT_EQ(view().setup,
+            (SetupView{.line = "Setup: install hooks",
+                       .action = MenuEntry{"Install Hooks",
+                                           SetUpHooks{AgentHookSetupAction::install}}}));
+}
+
+TEST_F(MenuModelTest, RemindersOfHooksThatArePutOffNeitherChangeTheIconNorOpenTheSetup) {
+  nodoctl::HealthFacts facts = idle();
+  facts.forFindings.hooks->targets[0].status = AgentHookComponentStatus::missing;
+  take(facts);
+  model.putOffReminders(now + Seconds(60));
+  EXPECT_EQ(view().icon, MenuBarIconState::off);
+  ASSERT_TRUE(view().setup);
+  EXPECT_FALSE(view().setup->isExpanded);
+  EXPECT_TRUE(model.view(now + Seconds(60)).setup->isExpanded);
+  EXPECT_EQ(model.view(now + Seconds(60)).icon, MenuBarIconState::warning);
+}
+
+TEST_F(MenuModelTest, AMissingDaemonIsAWarningWhateverIsPutOff) {
+  model.putOffReminders(now + Seconds(60));
+  take(withoutDaemon(false));
+  EXPECT_EQ(view().icon, MenuBarIconState::warning);
 }
 
 TEST_F(MenuModelTest, OutdatedHooksCanBeUpdatedAndTheMenuTellsOfIt) {
@@ -180,17 +165,18 @@ TEST_F(MenuModelTest, OutdatedHooksCanBeUpdatedAndTheMenuTellsOfIt) {
   facts.forFindings.hooks->targets[0].status = AgentHookComponentStatus::outdated;
   take(facts);
   const SetUpHooks update{AgentHookSetupAction::update};
-  ASSERT_EQ(view().setup->wish, Wish(update));
+  ASSERT_EQ(view().setup->action->wish, Wish(update));
+  EXPECT_EQ(model.setupResult(), std::nullopt);
   model.asked(update);
-  EXPECT_EQ(view().setup, (MenuEntry{"Updating...", std::nullopt}));
+  EXPECT_EQ(view().setup->action, (MenuEntry{"Updating...", std::nullopt}));
+  EXPECT_EQ(model.setupResult(), std::nullopt);
   model.take({.number = ++number,
               .wish = update,
               .facts = idle(),
               .reports = {{.target = "claude", .path = "", .changed = true, .message = "done"}}});
   EXPECT_EQ(view().setup, std::nullopt);
   EXPECT_THAT(view().notices, Contains("Hooks updated for Claude Code"));
-  ASSERT_EQ(view().hookRows.size(), 1U);
-  EXPECT_EQ(view().hookRows[0].state, AgentHookActionResultState::updated);
+  EXPECT_EQ(model.setupResult(), "Hooks updated for Claude Code\nClaude Code: updated");
 }
 
 TEST_F(MenuModelTest, HooksThatCouldNotBeInstalledAreToldOf) {
@@ -200,6 +186,7 @@ TEST_F(MenuModelTest, HooksThatCouldNotBeInstalledAreToldOf) {
   fail(install, "HOME is not set");
   EXPECT_EQ(view().failure, "HOME is not set");
   EXPECT_THAT(view().notices, Contains("Hook install failed"));
+  EXPECT_EQ(model.setupResult(), "Hook install failed\nHOME is not set");
 }
 
 TEST_F(MenuModelTest, APauseIsToldOfAndCanBeEnded) {
@@ -224,17 +211,65 @@ TEST_F(MenuModelTest, EachAgentThatRunsIsNamedOnce) {
   EXPECT_THAT(view().notices, Contains("No agent runs"));
 }
 
-TEST_F(MenuModelTest, LengthsAndFullHoursAreOfferedForKeepingAwake) {
-  const auto entries = view().keepAwake;
-  ASSERT_EQ(entries.size(), 10U);
-  EXPECT_EQ(entries[0], (MenuEntry{"20 min", KeepAwake{std::int64_t{20}}}));
-  EXPECT_EQ(entries[3], (MenuEntry{"4 h", KeepAwake{std::int64_t{240}}}));
-  for (std::size_t i = 4; i < entries.size(); ++i) {
-    const auto time = std::get<ClockTime>(std::get<KeepAwake>(*entries[i].wish).until);
-    const Seconds ahead = nextTimeOfDay(time, now) - now;
-    EXPECT_GT(ahead, Seconds(0));
-    EXPECT_LE(ahead, std::chrono::hours(6)) << entries[i].title;
-  }
+TEST(KeepAwakeEntriesTest, TheirWordsAreTheirMinutes) {
+  const std::vector<MenuEntry> entries = keepAwakeEntries();
+  ASSERT_EQ(entries.size(), 4U);
+  EXPECT_EQ(entries[0], (MenuEntry{"20 minutes", KeepAwake{std::int64_t{20}}}));
+  EXPECT_EQ(entries[1], (MenuEntry{"1 hour", KeepAwake{std::int64_t{60}}}));
+  EXPECT_EQ(entries[2], (MenuEntry{"2 hours", KeepAwake{std::int64_t{120}}}));
+  EXPECT_EQ(entries[3], (MenuEntry{"4 hours", KeepAwake{std::int64_t{240}}}));
+}
+
+TEST_F(MenuModelTest, WithNewsNothingIsAskedWhileNothingChanges) {
+  take(idle());
+  EXPECT_EQ(model.timeToAsk(now), std::nullopt);
+}
+
+TEST_F(MenuModelTest, WithoutNewsItAsksEveryFewSeconds) {
+  take(idle());
+  model.hearsNews(false);
+  EXPECT_EQ(model.timeToAsk(now), Seconds(5));
+}
+
+TEST_F(MenuModelTest, AsLongAsNothingIsKnownItAsksEveryFewSeconds) {
+  fail(Look(), "broken");
+  EXPECT_EQ(model.timeToAsk(now), Seconds(5));
+}
+
+TEST_F(MenuModelTest, WithoutADaemonItLooksOnceAMinuteForWhatHooksDoAlone) {
+  take(withoutDaemon(true));
+  EXPECT_EQ(model.timeToAsk(now), Seconds(60));
+}
+
+TEST_F(MenuModelTest, AfterTheTimersEndItAsksInCaseNobodyTells) {
+  take(keptAwake(1));
+  EXPECT_EQ(model.timeToAsk(now), Seconds(62));
+  EXPECT_EQ(model.timeToAsk(now + Seconds(62)), std::nullopt);
+}
+
+TEST_F(MenuModelTest, AFallbacksEndIsLookedFor) {
+  nodoctl::HealthFacts facts = idle();
+  facts.forFindings.hookFallback = {.isActive = true,
+                                    .logPath = "",
+                                    .lastStartedAt = now - Seconds(100),
+                                    .fallbackSeconds = 600};
+  take(facts);
+  EXPECT_EQ(model.timeToAsk(now), Seconds(502));
+}
+
+TEST_F(MenuModelTest, TheReasonsAreThoseOfTheLastLookThatFoundThemOut) {
+  take(keptAwake());
+  EXPECT_EQ(model.why(now), std::nullopt);
+  nodoctl::HealthFacts facts = keptAwake();
+  facts.forFindings.hooksPausedUntil = now + Seconds(600);
+  take(facts, {.findsReasons = true});
+  take(idle());
+  const auto why = model.why(now);
+  ASSERT_TRUE(why);
+  EXPECT_THAT(why->headline, StartsWith("Kept awake until"));
+  ASSERT_EQ(why->findings.size(), 1U);
+  EXPECT_EQ(why->findings[0].kind, FindingKind::hooksPaused);
+  EXPECT_THAT(why->report, HasSubstr("Ready: nodo owns"));
 }
 
 TEST_F(MenuModelTest, AFailedWishIsToldOfUntilTheNextOne) {

@@ -1,0 +1,198 @@
+#include <NODOCore/base/LocalTime.h>
+#include <programs/nodo-menu/Desktop.h>
+#include <programs/nodo-menu/Dialogs.h>
+#include <programs/nodo-menu/Program.h>
+
+#include <QApplication>
+#include <QFileInfo>
+#include <QMetaObject>
+#include <QString>
+#include <QVariant>
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <utility>
+
+namespace nodo::menu {
+namespace {
+
+constexpr char putOffKey[] = "remindersPutOffUntil";  // seconds since 1970
+constexpr Seconds week(std::chrono::hours(24 * 7));
+
+// Agents write to the hook log in bursts.
+constexpr std::chrono::seconds burst(1);
+
+std::optional<Date> putOffUntil(const QSettings& settings) {
+  const QVariant value = settings.value(putOffKey);
+  return value.isValid() ? std::optional(dateFromSeconds(value.toDouble())) : std::nullopt;
+}
+
+ClockTime inAnHour(Date now) {
+  const Date later = now + Seconds(std::chrono::hours(1));
+  return clockTimeFromText(clockText(later, later)).value();
+}
+
+}  // namespace
+
+Program::Program(ProgramContext context)
+    : context_(std::move(context)),
+      model_(context_.restartCommand),
+      tray_(trayActions()),
+      window_([this] { look(); }),
+      questions_(context_.serve, [this] {
+        QMetaObject::invokeMethod(&here_, [this] { takeReplies(); }, Qt::QueuedConnection);
+      }) {
+  model_.putOffReminders(putOffUntil(context_.settings));
+  // Never early, as the minute that it waits for would not be over.
+  timer_.setTimerType(Qt::PreciseTimer);
+  timer_.setSingleShot(true);
+  QObject::connect(&timer_, &QTimer::timeout, &here_, [this] { timePassed(); });
+  hookLogTimer_.setSingleShot(true);
+  QObject::connect(&hookLogTimer_, &QTimer::timeout, &here_, [this] { look(); });
+  QObject::connect(&hookLog_, &QFileSystemWatcher::fileChanged, &here_, [this] {
+    if (!hookLogTimer_.isActive()) {
+      hookLogTimer_.start(burst);
+    }
+  });
+}
+
+TrayActions Program::trayActions() {
+  return {.wish =
+              [this](const Wish& wish) {
+                if (const auto* setUp = std::get_if<SetUpHooks>(&wish)) {
+                  askToSetUp(&window_, setUp->action, [this, wish] { ask(wish); });
+                } else {
+                  ask(wish);
+                }
+              },
+          .askForTime =
+              [this] {
+                askForTime(&window_, inAnHour(context_.now()),
+                           [this](ClockTime time) { ask(KeepAwake{time}); });
+              },
+          .why = [this] { window_.present(); },
+          .putOffReminders =
+              [this](bool putOff) {
+                const Date until = context_.now() + (putOff ? week : Seconds(0));
+                context_.settings.setValue(putOffKey, (until - dateFromSeconds(0)).count());
+                model_.putOffReminders(until);
+                refresh();
+              },
+          .startAtLogin =
+              [this](bool on) {
+                try {
+                  context_.login.turn(on);
+                } catch (const std::exception& error) {
+                  tell(&window_, std::string("Start at login could not be changed.\n") +
+                                     error.what());
+                }
+                refresh();
+              },
+          .menuOpens = [this] { look(); },
+          .quit = [] { QApplication::quit(); }};
+}
+
+void Program::start() {
+  look();
+  refresh();
+  whenIconsCanBeShown(here_, [this] { tray_.showIcon(); });
+}
+
+void Program::ask(const Wish& wish) {
+  model_.asked(wish);
+  questions_.ask(wish);
+  refresh();
+}
+
+void Program::look() {
+  questions_.ask(Look{.listens = !news_ || isDaemonMissing_, .findsReasons = window_.isVisible()});
+}
+
+void Program::takeReplies() {
+  for (Reply& reply : questions_.take()) {
+    take(std::move(reply));
+  }
+  const auto wait = model_.timeToAsk(context_.now());
+  askAt_ = wait ? std::optional(context_.now() + *wait) : std::nullopt;
+  refresh();
+}
+
+void Program::take(Reply reply) {
+  if (const auto* asked = std::get_if<Look>(&reply.wish); asked != nullptr && asked->listens) {
+    listenTo(std::move(reply.news));
+  }
+  model_.take(reply);
+  if (std::holds_alternative<SetUpHooks>(reply.wish)) {
+    tell(&window_, model_.setupResult().value_or(""));
+  }
+  if (!std::holds_alternative<Look>(reply.wish) && window_.isVisible()) {
+    look();  // the other wishes find out no reasons
+  }
+  if (!reply.facts) {
+    return;
+  }
+  isDaemonMissing_ = reply.facts->status.unavailable.has_value();
+  watchHookLog(QString::fromStdString(reply.facts->forFindings.hookFallback.logPath));
+  if (const auto notice = notices_.take(*reply.facts)) {
+    tray_.notify(notice->title, notice->text);
+  }
+}
+
+void Program::listenTo(std::shared_ptr<ChangeNews> news) {
+  newsNotifier_.reset();
+  news_ = std::move(news);
+  model_.hearsNews(news_ != nullptr);
+  if (news_) {
+    newsNotifier_ =
+        std::make_unique<QSocketNotifier>(news_->descriptor(), QSocketNotifier::Read);
+    QObject::connect(newsNotifier_.get(), &QSocketNotifier::activated, &here_, [this] { hear(); });
+  }
+}
+
+void Program::hear() {
+  try {
+    if (news_->take()) {
+      look();
+    }
+  } catch (const std::exception&) {
+    // The bus is gone; whether it is back the next looks find out.
+    newsNotifier_.release()->deleteLater();  // it is calling
+    listenTo(nullptr);
+    look();
+  }
+}
+
+// A hook that does without the daemon tells nobody else.
+void Program::watchHookLog(const QString& path) {
+  if (!hookLog_.files().contains(path) && QFileInfo::exists(path)) {
+    hookLog_.addPath(path);
+  }
+}
+
+void Program::refresh() {
+  const Date now = context_.now();
+  tray_.show(model_.view(now), context_.login.isOn());
+  if (window_.isVisible()) {
+    window_.setFacts(model_, now);
+  }
+  auto wait = model_.timeToRedraw(now);
+  if (askAt_) {
+    const Seconds toAsk = std::max(*askAt_ - now, Seconds(0));
+    wait = std::min(wait.value_or(toAsk), toAsk);
+  }
+  if (wait) {
+    timer_.start(std::chrono::ceil<std::chrono::milliseconds>(*wait));
+  } else {
+    timer_.stop();
+  }
+}
+
+void Program::timePassed() {
+  if (askAt_ && *askAt_ <= context_.now()) {
+    askAt_.reset();  // until the reply
+    look();
+  }
+  refresh();
+}
+
+}  // namespace nodo::menu

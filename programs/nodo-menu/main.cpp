@@ -1,0 +1,108 @@
+#include <platform/HelperMachine.h>
+#include <platform/HostMachine.h>
+#include <programs/nodo-menu/CommandLine.h>
+#include <programs/nodo-menu/Desktop.h>
+#include <programs/nodo-menu/FirstInstance.h>
+#include <programs/nodo-menu/Program.h>
+#include <programs/nodoctl/Tool.h>
+
+#include <QApplication>
+#include <QSettings>
+#include <QStandardPaths>
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace {
+
+using nodo::nodoctl::isProgram;
+using nodo::nodoctl::placesOfProgram;
+
+// Nobody waits for it here but the menu, which says meanwhile what it knew.
+constexpr std::chrono::seconds patience(1);
+
+// How a shell would call nodoctl, which the agents' hooks call; else where nodo's programs lie.
+std::string nodoctlName(const nodo::Environment& environment) {
+  const auto path = environment.find("PATH");
+  const auto places = placesOfProgram("nodoctl", path == environment.end() ? "" : path->second);
+  if (std::any_of(places.begin(), places.end(), isProgram)) {
+    return "nodoctl";
+  }
+  const auto beside = QCoreApplication::applicationDirPath().toStdString() + "/nodoctl";
+  return isProgram(beside) ? beside : "/usr/local/bin/nodoctl";
+}
+
+QString meetingPoint() {
+  const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+  if (folder.isEmpty()) {
+    throw std::runtime_error("there is no folder for this user's running programs: is "
+                             "XDG_RUNTIME_DIR set?");
+  }
+  return folder + QStringLiteral("/nodo-menu.socket");
+}
+
+int show(const nodo::menu::Options& options, int argc, char** argv) {
+  const nodo::Environment environment = nodo::processEnvironment();
+  if (const auto reason = nodo::menu::whyNothingCanBeShown(environment)) {
+    throw std::runtime_error(*reason);
+  }
+  QApplication application(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("nodo-menu"));
+  QApplication::setApplicationDisplayName(QStringLiteral("nodo"));
+  QApplication::setOrganizationName(QStringLiteral("nodo"));
+  QApplication::setDesktopFileName(QStringLiteral("com.quintavel.nodo.menu"));
+  QApplication::setQuitOnLastWindowClosed(false);
+  nodo::menu::FirstInstance first(meetingPoint());
+  if (!first.claim()) {
+    return nodo::exitSuccess;
+  }
+  const nodo::nodoctl::ToolContext tool{.environment = environment,
+                                        .machine = nodo::hostMachine(patience),
+                                        .helperConnecting = nodo::helperConnecting,
+                                        .refusalOfThisProgram = nodo::refusalOfThisProgram,
+                                        .daemonStanding = nodo::daemonStanding,
+                                        .daemonSettings = nodo::daemonSettings,
+                                        .listenForChanges = nodo::listenForChanges,
+                                        .restartCommand = nodo::restartCommand(),
+                                        .now = nodo::currentDate,
+                                        .output = std::cout,
+                                        .error = std::cerr,
+                                        .startedAs = nodoctlName(environment)};
+  QSettings settings;
+  nodo::menu::Program program(
+      {.serve =
+           [&](const nodo::menu::Wish& wish) {
+             return nodo::menu::serve(wish, options.daemon, tool);
+           },
+       .restartCommand = tool.restartCommand,
+       .now = tool.now,
+       .login = {nodo::menu::loginItemKind(), environment,
+                 QCoreApplication::applicationFilePath().toStdString()},
+       .settings = settings});
+  first.whenAnotherStarts([&program] { program.showWindow(); });
+  program.start();
+  if (options.showsWindow) {
+    program.showWindow();
+  }
+  return QApplication::exec();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  nodo::prepareProcess();
+  const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  const nodo::Environment environment = nodo::processEnvironment();
+  return nodo::runProgram<nodo::menu::Options>(
+      {.program = "nodo-menu", .output = std::cout, .error = std::cerr}, arguments,
+      [&](const auto& words) {
+        return nodo::menu::parseCommandLine(
+            words, nodo::helpColumns(environment, nodo::columnsOfTerminal(STDOUT_FILENO)));
+      },
+      [&](const nodo::menu::Options& options) { return show(options, argc, argv); });
+}
