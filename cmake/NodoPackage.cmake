@@ -1,5 +1,5 @@
 # The Debian packages: `nodo` for those who use the programs, `libnodocore-dev` for those who build on the
-# library. scripts/package makes them.
+# library, and `nodo-menu` where there is Qt. scripts/package makes them.
 
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
   return()
@@ -68,5 +68,34 @@ This package contains the headers, the static library, and what CMake and
 pkg-config need to find them.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libre2-dev, libutf8proc-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "pkgconf | pkg-config")
+
+if(TARGET nodo-menu)
+  list(APPEND CPACK_COMPONENTS_ALL menu)
+  set(CPACK_DEBIAN_MENU_PACKAGE_NAME nodo-menu)
+  set(CPACK_DEBIAN_MENU_PACKAGE_SECTION utils)
+  set(CPACK_COMPONENT_MENU_DESCRIPTION
+      "keep a laptop awake while coding agents work - icon for the panel
+nodo keeps a laptop awake, lid closed too, while coding agents work, and up
+to 20 minutes longer.
+
+This package contains nodo-menu, an icon in the panel that shows whether the
+laptop is kept awake and for how long. Its menu keeps the laptop awake without
+an agent, ends that, and explains why the laptop sleeps or does not.")
+  set(CPACK_DEBIAN_MENU_PACKAGE_SHLIBDEPS ON)
+  # Qt loads what draws the icons while it runs, so no program names it, and releases of Debian pack it
+  # otherwise.
+  set(icon_engine qt6/plugins/iconengines/libqsvgicon.so)
+  execute_process(COMMAND dpkg-query --search "*/${icon_engine}" OUTPUT_VARIABLE owner
+                  ERROR_QUIET RESULT_VARIABLE status)
+  if(status EQUAL 0 AND owner MATCHES "^([^:, ]+):")
+    set(CPACK_DEBIAN_MENU_PACKAGE_DEPENDS
+        "nodo (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), ${CMAKE_MATCH_1}")
+  else()
+    message(STATUS "No package holds ${icon_engine}: there will be no package nodo-menu")
+    list(REMOVE_ITEM CPACK_COMPONENTS_ALL menu)
+  endif()
+else()
+  message(STATUS "nodo-menu is not built: there will be no package of it")
+endif()
 
 include(CPack)
