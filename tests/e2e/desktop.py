@@ -127,11 +127,14 @@ class Picture:
         place = 3 * (y * self.width + x)
         return tuple(self.bytes[place:place + 3])
 
+    def row(self, y):
+        return self.bytes[3 * y * self.width:3 * (y + 1) * self.width]
+
     def differences(self, other):
         """The places at which the two differ."""
         check((self.width, self.height) == (other.width, other.height), "pictures of one size")
-        return [(x, y) for y in range(self.height) for x in range(self.width)
-                if self.at(x, y) != other.at(x, y)]
+        return [(x, y) for y in range(self.height) if self.row(y) != other.row(y)
+                for x in range(self.width) if self.at(x, y) != other.at(x, y)]
 
     def colours(self):
         return {self.bytes[i:i + 3] for i in range(0, len(self.bytes), 3)}

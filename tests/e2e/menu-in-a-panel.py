@@ -115,7 +115,7 @@ def keeping_awake_takes_the_lock_and_stop_gives_it_back(world):
     world.menu.choose("1 hour")
     wait_until(lambda: world.logind.locks() == [world.daemon.process.pid], "the lock is taken")
     world.menu.says("Kept awake until", "the menu knows")
-    contains(world.desktop.icon().tool_tip(), "nodo: 1h - Kept awake", "the countdown")
+    contains(world.desktop.icon().tool_tip(), "(1 h left)", "the countdown")
     world.menu.says("Last request: nodo-menu", "it asked in its own name")
     wait_until(lambda: world.icon_is("awake") != off, "the icon looks otherwise")
     world.menu.choose("Stop keeping awake")
