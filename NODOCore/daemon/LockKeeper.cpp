@@ -63,15 +63,13 @@ void keepNotLater(std::optional<Date>& date, Date limit) {
 }  // namespace
 
 LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-                       const DaemonSettings& settings, ProcessorTimes processorTimes,
-                       const Moment& now)
+                       const DaemonSettings& settings, const Moment& now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(log),
       log_(std::move(log)),
       settings_(settings),
       life_(LockLife::beginning(lock_.look(now))),
-      tools_(std::move(processorTimes)),
       now_(now) {
   controller_.store.memory = std::make_shared<StateStore::Memory>();
   use(settings);

@@ -106,7 +106,7 @@ std::optional<ActivationRequester> ToolWatch::look(const NODOState& state,
 
 ToolWatch::Sample ToolWatch::sample(const std::map<AgentKind, ActivationRequester>& begun,
                                     const AgentDetector& detector, const ProcessListing& listing,
-                                    Seconds running) const {
+                                    Seconds running) {
   const std::vector<RunningProcess> processes = listing.listProcesses();
   const std::vector<AgentProcess> agents = detector.detect(processes);
   Children children;
@@ -118,7 +118,7 @@ ToolWatch::Sample ToolWatch::sample(const std::map<AgentKind, ActivationRequeste
     for (const auto& [root, tree] : treesOf(kind, agents, children)) {
       // The time of a process that has ended is its parent's from then on.
       Seconds& used = sample.used[kind][root];
-      for (const auto& [pid, time] : processorTimes_(tree)) {
+      for (const auto& [pid, time] : listing.processorTimes(tree)) {
         used += time;
       }
     }
