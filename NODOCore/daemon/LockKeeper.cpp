@@ -49,11 +49,6 @@ bool isRepeated(PowerOperationAudit last, const PowerOperationAudit& now) {
   return last == now;
 }
 
-bool isVetoedBy(const PowerDecision& decision, const char* rule) {
-  const auto& blocks = decision.safetyBlocks;
-  return std::find(blocks.begin(), blocks.end(), rule) != blocks.end();
-}
-
 void keepNotLater(std::optional<Date>& date, Date limit) {
   if (date && *date > limit) {
     date = limit;
@@ -289,8 +284,8 @@ PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
           .isDueNow = due && *due <= report.generatedAt,
           .needsSleep = releaseNeedsSleepRequest(report.snapshot),
           .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr,
-          .mayEndUnnoticed = isVetoedBy(report.decision, reason::thermalPressure) ||
-                             isVetoedBy(report.decision, reason::lowPowerMode)};
+          .mayEndUnnoticed = report.decision.isVetoedBy(reason::thermalPressure) ||
+                             report.decision.isVetoedBy(reason::lowPowerMode)};
 }
 
 std::optional<StateFacts> LockKeeper::storedFacts() const noexcept {
