@@ -18,10 +18,9 @@ constexpr Seconds shortestSpan{30};
 std::map<AgentKind, ActivationRequester> begunTools(const NODOState& state, Date now) {
   std::map<AgentKind, ActivationRequester> last;
   for (const ActivationRequester& request : state.triggerHistory) {
-    for (const Agent& agent : allAgents()) {
-      if (request.name == agent.displayName && request.event != ToolWatch::event) {
-        last.insert_or_assign(agent.kind, request);
-      }
+    const Agent* const agent = agentAskingAs(request.name);
+    if (agent != nullptr && request.event != ToolWatch::event) {
+      last.insert_or_assign(agent->kind, request);
     }
   }
   std::erase_if(last, [now](const auto& entry) {
