@@ -11,62 +11,11 @@ import sys
 import time
 
 from daemon_world import main
-from desktop import Desktop
 from expectations import PATIENCE, check, contains, equal, wait_until
-from laptop import FOLDER, Network, PowerSupplies
-from processes import settled_switches, start, switches
+from menu_world import World
+from processes import settled_switches, switches
 
 WINDOW = "nodo: why this computer"
-
-
-class Menu:
-    """The program and its icon."""
-
-    def __init__(self, desktop):
-        self.desktop = desktop
-        self.process = None
-
-    def start(self, *options):
-        self.process = self.run(*options)
-        return self.process
-
-    def run(self, *options):
-        return start(sys.argv[3], "--bus", "system", *options, env=self.desktop.variables)
-
-    def says(self, words, what):
-        """Waits until the menu's lines hold the words, one after another."""
-        try:
-            wait_until(lambda: words in " ".join(self.desktop.icon().lines()), what, PATIENCE)
-        except AssertionError:
-            raise AssertionError(f"{what}: {words!r} is not in {self.desktop.icon().lines()}") \
-                from None
-
-    def choose(self, words):
-        wait_until(lambda: words in self.desktop.icon().lines(), f"{words!r} is offered", PATIENCE)
-        self.desktop.icon().choose(words)
-
-
-class World:
-    """A laptop with its daemon, a desktop, and a user with hooks."""
-
-    def __init__(self, daemon, logind):
-        self.daemon, self.logind = daemon, logind
-        self.network, self.supplies = Network(), PowerSupplies()
-        self.desktop = Desktop(FOLDER / "desktop")
-        self.desktop.variables["PATH"] = \
-            f"{pathlib.Path(sys.argv[2]).parent}:{self.desktop.variables['PATH']}"
-        self.menu = Menu(self.desktop)
-
-    def nodoctl(self, *arguments):
-        return subprocess.run([sys.argv[2], *arguments], env=self.desktop.variables, text=True,
-                              capture_output=True, check=False, timeout=PATIENCE)
-
-    def icon_is(self, state):
-        """By its name in the panel's theme, or by its picture where it is not installed."""
-        def known():
-            icon = self.desktop.icon()
-            return icon.icon_name() or icon.pixels()
-        return wait_until(known, f"the icon of {state}", PATIENCE)
 
 
 def the_icon_appears(world):
@@ -99,7 +48,7 @@ def place_of_icon(world):
     shown = world.desktop.screenshot()
     world.menu.process.terminate()
     world.menu.process.wait(PATIENCE)
-    wait_until(lambda: not world.desktop.icons(), "the icon is gone", PATIENCE)
+    wait_until(world.nobody_is_shown, "the icon is gone", PATIENCE)
     gone = wait_until(lambda: world.desktop.screenshot().differences(shown), "to be seen", PATIENCE)
     world.menu.start()
     world.menu.says("Not kept awake", "it is back")
@@ -110,18 +59,18 @@ def place_of_icon(world):
 
 
 def keeping_awake_takes_the_lock_and_stop_gives_it_back(world):
-    off = world.icon_is("off")
+    world.icon_is("off")
     equal(world.logind.locks(), [], "the locks before")
     world.menu.choose("1 hour")
     wait_until(lambda: world.logind.locks() == [world.daemon.process.pid], "the lock is taken")
     world.menu.says("Kept awake until", "the menu knows")
     contains(world.desktop.icon().tool_tip(), "(1 h left)", "the countdown")
     world.menu.says("Last request: nodo-menu", "it asked in its own name")
-    wait_until(lambda: world.icon_is("awake") != off, "the icon looks otherwise")
+    world.icon_is("manualactive")
     world.menu.choose("Stop keeping awake")
     wait_until(lambda: world.logind.locks() == [], "the lock is given back")
     world.menu.says("Not kept awake", "the menu knows that, too")
-    wait_until(lambda: world.icon_is("off") == off, "the icon is what it was")
+    world.icon_is("off")
 
 
 def what_others_do_is_seen_at_once(world):
@@ -138,13 +87,12 @@ def a_pause_is_told_and_ended(world):
 
 
 def the_daemon_may_die_and_come_back(world):
-    off = world.icon_is("off")
     world.daemon.kill()
     world.menu.says("daemon", "a dead daemon")
-    wait_until(lambda: world.icon_is("warning") != off, "the icon warns")
+    world.icon_is("warning")
     world.daemon.start()
     world.menu.says("Not kept awake", "it is back")
-    wait_until(lambda: world.icon_is("off") == off, "the icon, too")
+    world.icon_is("off")
 
 
 def the_panel_may_die_and_come_back(world):
@@ -160,10 +108,10 @@ def a_low_battery_changes_icon_and_headline_and_sends_one_notification(world):
     equal(world.desktop.notifications(), [], "the notifications so far")
     world.menu.choose("1 hour")
     world.menu.says("Kept awake until", "on mains")
-    awake = world.icon_is("awake")
+    world.icon_is("manualactive")
     world.supplies.on_battery(15)
     world.menu.says("battery at 15 % (limit 20 %)", "a low battery")
-    wait_until(lambda: world.icon_is("warning") != awake, "the icon warns")
+    world.icon_is("warning")
     wait_until(world.desktop.notifications, "a notification comes", PATIENCE)
     world.nodoctl("manual", "--extend-only", "60")
     time.sleep(1)  # one that should not come has no end to wait for
