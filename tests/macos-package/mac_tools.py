@@ -150,7 +150,8 @@ def otool(model, *arguments):
     return ("nodod (architecture arm64):\n"
             "\t/usr/lib/libSystem.B.dylib (compatibility version 1.0.0, current version 1.0.0)\n"
             "\t/System/Library/Frameworks/Security.framework/Versions/A/Security "
-            "(compatibility version 1.0.0, current version 1.0.0)\n" + bundled + model["foreign"]), 0
+            "(compatibility version 1.0.0, current version 1.0.0)\n"
+            f"{bundled}{model['foreign']}"), 0
 
 
 def lipo(model, *_arguments):
@@ -183,7 +184,8 @@ def productbuild(_model, *arguments):
 
 TOOLS = {"launchctl": launchctl, "dscl": dscl, "pkgutil": pkgutil, "codesign": codesign,
          "otool": otool, "lipo": lipo, "plutil": plutil, "pkgbuild": pkgbuild,
-         "productbuild": productbuild, "macdeployqt": macdeployqt, "xcrun": lambda *_arguments: ("", 0),
+         "productbuild": productbuild, "macdeployqt": macdeployqt,
+         "xcrun": lambda *_arguments: ("", 0),
          "spctl": lambda *_arguments: ("", 0)}
 
 
