@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,7 +29,6 @@ struct HostMachine {
   std::shared_ptr<const SystemSnapshotProviding> snapshotProvider;
   /// Throws std::system_error when a tool that must be there cannot be started.
   std::function<SleepDiagnosticsReading(Date now)> sleepDiagnostics;
-  ProcessorTimes processorTimes = [](const auto&) { return std::map<std::int32_t, Seconds>(); };
   /// How long a process of this user has run, asleep or awake; nothing for another user's, for one
   /// that is gone, and where the machine cannot tell: on macOS.
   std::function<std::optional<Seconds>(std::int32_t pid)> ageOfOwnProcess = [](std::int32_t) {

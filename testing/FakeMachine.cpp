@@ -15,6 +15,17 @@ std::vector<RunningProcess> FakeMachine::listProcesses() const {
   return processes;
 }
 
+std::map<std::int32_t, Seconds> FakeMachine::processorTimes(
+    const std::vector<std::int32_t>& pids) const {
+  std::map<std::int32_t, Seconds> known;
+  for (const std::int32_t pid : pids) {
+    if (const auto found = timesUsed.find(pid); found != timesUsed.end()) {
+      known.insert(*found);
+    }
+  }
+  return known;
+}
+
 SystemSnapshot FakeMachine::snapshot(Date now) const {
   ++snapshotsTaken;
   if (snapshotFails) {

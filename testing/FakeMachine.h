@@ -4,6 +4,8 @@
 #include <NODOCore/sensing/ProcessListing.h>
 #include <NODOCore/sensing/SystemSnapshot.h>
 
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -15,6 +17,7 @@ namespace nodo::test {
 class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
  public:
   std::vector<RunningProcess> processes;
+  std::map<std::int32_t, Seconds> timesUsed;  ///< of the processor, by those that used any
   PowerSource powerSource = PowerSource::ac;
   std::optional<std::int64_t> batteryPercent;
   std::optional<bool> defaultRouteAvailable = true;
@@ -28,6 +31,8 @@ class FakeMachine : public ProcessListing, public SystemSnapshotProviding {
   mutable int snapshotsTaken = 0;
 
   std::vector<RunningProcess> listProcesses() const override;
+  std::map<std::int32_t, Seconds> processorTimes(
+      const std::vector<std::int32_t>& pids) const override;
   SystemSnapshot snapshot(Date now) const override;
 
   /// Adds a running Claude Code.

@@ -21,8 +21,9 @@ const JSONValue& memberOf(const JSONValue& row, std::string_view key);
 /// The member's value as a `Value`; throws DecodingError for one of another type.
 template <class Value>
 Value valueOf(const JSONValue& row, std::string_view key) {
+  const JSONDocument document(jsonText(memberOf(row, key), JSONLayout::compact));
   Value value{};
-  decode(JSONReader(memberOf(row, key)), value);
+  decode(JSONReader(document), value);
   return value;
 }
 

@@ -19,10 +19,6 @@ std::string JSONReader::path() const {
   return before + (before.empty() ? "" : ".") + std::string(std::get<std::string_view>(step_));
 }
 
-JSONReader::JSONReader(const JSONValue& value)
-    : own_(std::make_shared<JSONDocument>(jsonText(value, JSONLayout::compact))),
-      node_(&own_->root()) {}
-
 void JSONReader::fail(const std::string& expected) const {
   throw DecodingError(path(), expected, JSONValue::from(*node_).description());
 }

@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,9 +41,6 @@ class JSONReader {
  public:
   explicit JSONReader(const JSONDocument& document) : node_(&document.root()) {}
 
-  /// Reads a copy of `value`.
-  explicit JSONReader(const JSONValue& value);
-
   const JSONNode& node() const { return *node_; }
 
   bool is(JSONNode::Kind kind) const { return node_->kind == kind; }
@@ -69,7 +65,6 @@ class JSONReader {
 
   std::string path() const;
 
-  std::shared_ptr<const JSONDocument> own_;
   const JSONNode* node_;
   const JSONReader* parent_ = nullptr;
   Step step_;  // from the parent

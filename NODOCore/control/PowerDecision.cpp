@@ -1,6 +1,8 @@
 #include <NODOCore/base/JSONCoding.h>
 #include <NODOCore/control/PowerDecision.h>
 
+#include <algorithm>
+
 namespace nodo {
 
 NODO_JSON_RECORD(SafetyPolicy, fields, policy) {
@@ -63,6 +65,10 @@ std::vector<std::string> safetyBlocks(const NODOState& state, const SystemSnapsh
 }
 
 }  // namespace
+
+bool PowerDecision::isVetoedBy(std::string_view rule) const {
+  return std::find(safetyBlocks.begin(), safetyBlocks.end(), rule) != safetyBlocks.end();
+}
 
 PowerDecision PowerDecisionEngine::evaluate(const NODOState& state,
                                             const std::vector<AgentProcess>& /*agents*/,

@@ -8,6 +8,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace nodo {
@@ -85,6 +86,9 @@ struct PowerDecision {
   std::vector<std::string> reasons;       ///< why sleep is prevented; empty when it is not
   std::vector<std::string> safetyBlocks;  ///< safety rules that forbid it, in the order of testing
   std::optional<std::string> stopReason;  ///< why it is not prevented; absent when it is
+
+  /// Whether that safety rule is among those that forbid it.
+  bool isVetoedBy(std::string_view rule) const;
 
   bool operator==(const PowerDecision&) const = default;
 };

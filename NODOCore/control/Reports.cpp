@@ -73,6 +73,15 @@ std::string_view blockFor(std::int64_t count, std::int64_t largest) {
 
 }  // namespace
 
+std::string sparkline(const std::vector<std::int64_t>& counts) {
+  const auto largest = std::max_element(counts.begin(), counts.end());
+  std::string line;
+  for (const std::int64_t count : counts) {
+    line += blockFor(count, *largest);
+  }
+  return line;
+}
+
 TriggerActivitySummary::TriggerActivitySummary(const std::vector<ActivationRequester>& requesters,
                                                Date now, std::int64_t spanHours,
                                                std::int64_t bucketCount)
@@ -101,17 +110,8 @@ TriggerActivitySummary::TriggerActivitySummary(
   }
 }
 
-std::string TriggerActivitySummary::sparkline() const {
-  const auto largest = std::max_element(buckets.begin(), buckets.end());
-  std::string line;
-  for (const std::int64_t count : buckets) {
-    line += blockFor(count, *largest);
-  }
-  return line;
-}
-
 std::string TriggerActivitySummary::menuLine() const {
-  return fmt::format("Triggers {}h  {}  {}", hours, sparkline(), total);
+  return fmt::format("Triggers {}h  {}  {}", hours, sparkline(buckets), total);
 }
 
 }  // namespace nodo

@@ -51,6 +51,9 @@ struct DaemonRunReport {
 void encode(JSONWriter& to, const DaemonRunReport& report);
 void decode(const JSONReader& from, DaemonRunReport& report);
 
+/// One block character for each count, its height relative to the largest; "·" for none. Pure.
+std::string sparkline(const std::vector<std::int64_t>& counts);
+
 /// The keep-awake requests of the last hours in a few time slots, for a menu. Pure.
 struct TriggerActivitySummary {
   std::int64_t total = 0;             ///< requests in the span
@@ -65,9 +68,6 @@ struct TriggerActivitySummary {
   /// The same from minutes: one counts when it overlaps the span, in the slot that it begins in.
   TriggerActivitySummary(const std::vector<TriggerActivityBucket>& activityBuckets, Date now,
                          std::int64_t spanHours, std::int64_t bucketCount);
-
-  /// One block character for each slot, its height relative to the busiest one; "·" for none.
-  std::string sparkline() const;
 
   /// E.g. "Triggers 12h  ··▂█  5".
   std::string menuLine() const;

@@ -49,11 +49,6 @@ bool isRepeated(PowerOperationAudit last, const PowerOperationAudit& now) {
   return last == now;
 }
 
-bool isVetoedBy(const PowerDecision& decision, const char* rule) {
-  const auto& blocks = decision.safetyBlocks;
-  return std::find(blocks.begin(), blocks.end(), rule) != blocks.end();
-}
-
 void keepNotLater(std::optional<Date>& date, Date limit) {
   if (date && *date > limit) {
     date = limit;
@@ -63,15 +58,13 @@ void keepNotLater(std::optional<Date>& date, Date limit) {
 }  // namespace
 
 LockKeeper::LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-                       const DaemonSettings& settings, ProcessorTimes processorTimes,
-                       const Moment& now)
+                       const DaemonSettings& settings, const Moment& now)
     : controller_(std::move(controller)),
       lock_(std::move(lock)),
       operationLog_(log),
       log_(std::move(log)),
       settings_(settings),
       life_(LockLife::beginning(lock_.look(now))),
-      tools_(std::move(processorTimes)),
       now_(now) {
   controller_.store.memory = std::make_shared<StateStore::Memory>();
   use(settings);
@@ -291,8 +284,8 @@ PassVerdict LockKeeper::verdictOf(const DaemonRunReport& run) const {
           .isDueNow = due && *due <= report.generatedAt,
           .needsSleep = releaseNeedsSleepRequest(report.snapshot),
           .wasReleaseRefused = refusal(run, PowerOperationAction::enableSleep) != nullptr,
-          .mayEndUnnoticed = isVetoedBy(report.decision, reason::thermalPressure) ||
-                             isVetoedBy(report.decision, reason::lowPowerMode)};
+          .mayEndUnnoticed = report.decision.isVetoedBy(reason::thermalPressure) ||
+                             report.decision.isVetoedBy(reason::lowPowerMode)};
 }
 
 std::optional<StateFacts> LockKeeper::storedFacts() const noexcept {

@@ -13,6 +13,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nodo {
@@ -27,7 +28,7 @@ class LockKeeper {
  public:
   /// `controller` decides by the settings' policy, whatever its own.
   LockKeeper(NODOController controller, SleepLock lock, DaemonLog log,
-             const DaemonSettings& settings, ProcessorTimes processorTimes, const Moment& now);
+             const DaemonSettings& settings, const Moment& now);
 
   /// Releases a lock that an earlier process left behind, unless a timer still runs for it. To be
   /// called before anything that may fail.

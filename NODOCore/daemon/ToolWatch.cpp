@@ -18,10 +18,9 @@ constexpr Seconds shortestSpan{30};
 std::map<AgentKind, ActivationRequester> begunTools(const NODOState& state, Date now) {
   std::map<AgentKind, ActivationRequester> last;
   for (const ActivationRequester& request : state.triggerHistory) {
-    for (const Agent& agent : allAgents()) {
-      if (request.name == agent.displayName && request.event != ToolWatch::event) {
-        last.insert_or_assign(agent.kind, request);
-      }
+    const Agent* const agent = agentAskingAs(request.name);
+    if (agent != nullptr && request.event != ToolWatch::event) {
+      last.insert_or_assign(agent->kind, request);
     }
   }
   std::erase_if(last, [now](const auto& entry) {
@@ -106,7 +105,7 @@ std::optional<ActivationRequester> ToolWatch::look(const NODOState& state,
 
 ToolWatch::Sample ToolWatch::sample(const std::map<AgentKind, ActivationRequester>& begun,
                                     const AgentDetector& detector, const ProcessListing& listing,
-                                    Seconds running) const {
+                                    Seconds running) {
   const std::vector<RunningProcess> processes = listing.listProcesses();
   const std::vector<AgentProcess> agents = detector.detect(processes);
   Children children;
@@ -118,7 +117,7 @@ ToolWatch::Sample ToolWatch::sample(const std::map<AgentKind, ActivationRequeste
     for (const auto& [root, tree] : treesOf(kind, agents, children)) {
       // The time of a process that has ended is its parent's from then on.
       Seconds& used = sample.used[kind][root];
-      for (const auto& [pid, time] : processorTimes_(tree)) {
+      for (const auto& [pid, time] : listing.processorTimes(tree)) {
         used += time;
       }
     }

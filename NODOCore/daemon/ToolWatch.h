@@ -10,7 +10,6 @@
 #include <deque>
 #include <map>
 #include <optional>
-#include <utility>
 
 namespace nodo {
 
@@ -34,8 +33,6 @@ class ToolWatch {
   /// The event under which such a request is recorded.
   static constexpr char event[] = "ToolRunning";
 
-  explicit ToolWatch(ProcessorTimes processorTimes) : processorTimes_(std::move(processorTimes)) {}
-
   /// To be called in each pass under a held lock, whose timer is that of `state`; `running` is the
   /// machine's clock. When the timer is over and a tool at work, the request that is to be made in
   /// its agent's name. Throws what the listing does.
@@ -49,11 +46,10 @@ class ToolWatch {
     std::map<AgentKind, std::map<std::int32_t, Seconds>> used;
   };
 
-  Sample sample(const std::map<AgentKind, ActivationRequester>& begun,
-                const AgentDetector& detector, const ProcessListing& listing,
-                Seconds running) const;
+  static Sample sample(const std::map<AgentKind, ActivationRequester>& begun,
+                       const AgentDetector& detector, const ProcessListing& listing,
+                       Seconds running);
 
-  ProcessorTimes processorTimes_;
   std::deque<Sample> samples_;  // of the last minutes, the oldest first
 };
 

@@ -23,11 +23,9 @@ std::map<AgentKind, Date> lastRequests(const NODOState& state) {
   std::map<AgentKind, Date> last;
   for (const auto* requests : {&state.triggerHistory, &state.recentRequesters}) {
     for (const ActivationRequester& request : *requests) {
-      for (const Agent& agent : allAgents()) {
-        if (request.name == agent.displayName) {
-          Date& at = last.try_emplace(agent.kind, request.requestedAt).first->second;
-          at = std::max(at, request.requestedAt);
-        }
+      if (const Agent* const agent = agentAskingAs(request.name)) {
+        Date& at = last.try_emplace(agent->kind, request.requestedAt).first->second;
+        at = std::max(at, request.requestedAt);
       }
     }
   }

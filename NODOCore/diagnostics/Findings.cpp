@@ -157,14 +157,10 @@ class Finder {
 
   // Heat and low power mode end in ways of their own.
   void lookAtSafety(const KeepAwakeFacts& facts) {
+    const PowerDecision& decision = facts.report.decision;
     std::vector<std::string> others;
-    std::vector<FindingKind> own;
-    for (const std::string& block : facts.report.decision.safetyBlocks) {
-      if (block == reason::thermalPressure) {
-        own.push_back(FindingKind::thermalPressure);
-      } else if (block == reason::lowPowerMode) {
-        own.push_back(FindingKind::lowPowerMode);
-      } else {
+    for (const std::string& block : decision.safetyBlocks) {
+      if (block != reason::thermalPressure && block != reason::lowPowerMode) {
         others.push_back(safetyText(block, facts));
       }
     }
@@ -172,14 +168,14 @@ class Finder {
       addSafety(FindingKind::safetyAllowsSleep, fmt::format("{}", fmt::join(others, ", ")),
                 "Plug the charger in or bring the network back; the lock follows at once.");
     }
-    for (const FindingKind kind : own) {
-      const bool isHeat = kind == FindingKind::thermalPressure;
-      addSafety(kind, safetyText(isHeat ? reason::thermalPressure : reason::lowPowerMode, facts),
-                isHeat
-                    ? "Give it air, or end what keeps it busy; once it has cooled down, the lock "
-                      "follows within a minute."
-                    : "Plug the charger in or switch that mode off; the lock follows within a "
-                      "minute.");
+    if (decision.isVetoedBy(reason::thermalPressure)) {
+      addSafety(FindingKind::thermalPressure, safetyText(reason::thermalPressure, facts),
+                "Give it air, or end what keeps it busy; once it has cooled down, the lock follows "
+                "within a minute.");
+    }
+    if (decision.isVetoedBy(reason::lowPowerMode)) {
+      addSafety(FindingKind::lowPowerMode, safetyText(reason::lowPowerMode, facts),
+                "Plug the charger in or switch that mode off; the lock follows within a minute.");
     }
   }
 

@@ -95,6 +95,12 @@ const Agent& agentOf(AgentHookTarget target) {
   return agentWith(&Agent::target, target);
 }
 
+const Agent* agentAskingAs(std::string_view name) {
+  const auto found = std::find_if(allAgents().begin(), allAgents().end(),
+                                  [&](const Agent& agent) { return agent.displayName == name; });
+  return found != allAgents().end() ? &*found : nullptr;
+}
+
 std::string_view displayName(AgentKind kind) {
   return agentOf(kind).displayName;
 }

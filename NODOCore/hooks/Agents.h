@@ -93,6 +93,9 @@ const std::vector<Agent>& allAgents();
 const Agent& agentOf(AgentKind kind);
 const Agent& agentOf(AgentHookTarget target);
 
+/// The agent whose hooks ask under exactly this name; nullptr for one of nobody's.
+const Agent* agentAskingAs(std::string_view name);
+
 /// The agent's name as people read it, e.g. "Claude Code".
 std::string_view displayName(AgentKind kind);
 std::string_view displayName(AgentHookTarget target);

@@ -3,7 +3,6 @@
 #include <NODOCore/base/Date.h>
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -34,12 +33,15 @@ class ProcessListing {
   /// All processes, in the table's order. Throws NODOError::processListingFailed, or
   /// std::system_error when a tool cannot be started.
   virtual std::vector<RunningProcess> listProcesses() const = 0;
-};
 
-/// How long each of these processes has used the processor so far, together with those of its
-/// children that have ended; without those that are gone. Must not throw.
-using ProcessorTimes =
-    std::function<std::map<std::int32_t, Seconds>(const std::vector<std::int32_t>& pids)>;
+  /// How long each of these processes has used the processor so far, together with those of its
+  /// children that have ended; without those that are gone or of which nothing is known. Does not
+  /// throw.
+  virtual std::map<std::int32_t, Seconds> processorTimes(
+      const std::vector<std::int32_t>& /*pids*/) const {
+    return {};
+  }
+};
 
 /// A fixed process table, for tests and previews.
 class StaticProcessListing : public ProcessListing {
@@ -67,8 +69,9 @@ class PSProcessListing : public ProcessListing {
   /// fourth.
   static std::vector<RunningProcess> parse(std::string_view output);
 
-  /// ProcessorTimes by `ps -S -o pid=,time=`. Nothing is known where that fails.
-  std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids) const;
+  /// By `ps -S -o pid=,time=`. Nothing is known where that fails.
+  std::map<std::int32_t, Seconds> processorTimes(
+      const std::vector<std::int32_t>& pids) const override;
 
   /// What that printed: "41 1-02:03:04" or "41 183:04.25". Rows that make no sense are left out.
   static std::map<std::int32_t, Seconds> parseTimes(std::string_view output);

@@ -88,11 +88,7 @@ SleepLock makeSleepLock(PowerChoice choice) {
 HostMachine daemonMachine(PowerChoice choice) {
   HostMachine machine = hostMachine();
   if (choice == PowerChoice::pmset) {
-    const auto listing = std::make_shared<PSProcessListing>(toolTimeLimit);
-    machine.processListing = listing;
-    machine.processorTimes = [listing](const std::vector<std::int32_t>& pids) {
-      return listing->processorTimes(pids);
-    };
+    machine.processListing = std::make_shared<PSProcessListing>(toolTimeLimit);
     machine.snapshotProvider = std::make_shared<MacSystemSnapshotProvider>(
         std::make_shared<ProcessCommandRunner>(toolTimeLimit));
   }

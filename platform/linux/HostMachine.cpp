@@ -64,13 +64,11 @@ SleepDiagnosticsReading readDiagnostics(LogindSense& logind, Date now) {
 
 HostMachine hostMachine(std::chrono::milliseconds patience) {
   const auto logind = std::make_shared<LogindSense>(patience);
-  return {
-      .processListing = std::make_shared<ProcProcessListing>(),
-      .snapshotProvider =
-          std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),
-      .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); },
-      .processorTimes = [](const std::vector<std::int32_t>& pids) { return processorTimes(pids); },
-      .ageOfOwnProcess = [](std::int32_t pid) { return ageOfOwnProcess(pid, runningTime()); }};
+  return {.processListing = std::make_shared<ProcProcessListing>(),
+          .snapshotProvider =
+              std::make_shared<LinuxSystemSnapshotProvider>([logind] { return readLid(*logind); }),
+          .sleepDiagnostics = [logind](Date now) { return readDiagnostics(*logind, now); },
+          .ageOfOwnProcess = [](std::int32_t pid) { return ageOfOwnProcess(pid, runningTime()); }};
 }
 
 }  // namespace nodo

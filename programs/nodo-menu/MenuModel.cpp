@@ -68,7 +68,7 @@ AgentHooksSetupStatus statusOf(const SetupMenuSignals& setup) {
 }  // namespace
 
 std::string iconText(const MenuView& view) {
-  return "nodo: " + (view.countdown ? *view.countdown + " - " : "") + view.headline;
+  return "nodo: " + view.headline;
 }
 
 std::vector<MenuEntry> keepAwakeEntries() {
@@ -136,7 +136,6 @@ MenuView MenuModel::view(Date now) const {
       iconFor(menuBarIconState(status, std::nullopt, facts_->forFindings.hookFallback.isActive,
                                setupNeedsAttention),
               judgement.kind);
-  view.countdown = MenuBarCountdownFormatter::text(status, now);
   view.headline = judgement.text;
   addNotices(view, status, now);
   if (status.state.manualIsActive(now) || status.state.ownsSleepDisable) {

@@ -35,9 +35,8 @@ struct SetupView {
 
 struct MenuView {
   MenuBarIconState icon = MenuBarIconState::loading;
-  std::optional<std::string> countdown;  ///< e.g. "2h5m"
-  std::optional<std::string> failure;    ///< of the last wish: it comes before everything else
-  std::string headline;
+  std::optional<std::string> failure;  ///< of the last wish: it comes before everything else
+  std::string headline;              ///< with what the timer has left
   std::vector<std::string> notices;  ///< who asked, requests, agents, a pause: a line each
   std::optional<MenuEntry> stop;     ///< where there is something to stop
   std::optional<MenuEntry> pause;    ///< pauses the hooks, or resumes them

@@ -5,6 +5,11 @@
 #include <cstddef>
 #include <utility>
 
+// A library's resources are there once they are asked for, and that not in a namespace.
+static void haveIcons() {
+  Q_INIT_RESOURCE(icons);
+}
+
 namespace nodo::menu {
 namespace {
 
@@ -35,6 +40,7 @@ std::vector<std::string> linesOf(const MenuView& view) {
 }  // namespace
 
 QIcon iconFor(MenuBarIconState state) {
+  haveIcons();
   const QString name = QStringLiteral("nodo-menu-%1-symbolic")
                            .arg(QString::fromStdString(std::string(rawValue(state))).toLower());
   QIcon icon = QIcon::fromTheme(name, QIcon(QStringLiteral(":/icons/%1.svg").arg(name)));

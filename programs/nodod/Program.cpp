@@ -94,7 +94,7 @@ void run(const Options& options, const DaemonContext& context) {
   const EffectiveSettings settings = effectiveSettings(options, context);
   const HostMachine machine = context.machine(options.power);
   LockKeeper keeper(controllerFor(folder, machine), makeSleepLock(options, context, log), log,
-                    settings.settings, machine.processorTimes, context.now());
+                    settings.settings, context.now());
   keeper.releaseLeftBehind(context.now());
   try {
     const StateFolderLock folderLock(folder);

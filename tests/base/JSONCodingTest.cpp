@@ -201,12 +201,12 @@ TEST(JSONCodingTest, AnErrorShowsForeignTextShortAndEscaped) {
 }
 
 TEST(JSONCodingTest, DecodingReplacesWhatTheRecordHeldBefore) {
-  const JSONValue document = JSONValue::parse(R"([{"name":"new"}])");
+  const JSONDocument document(R"([{"name":"new"}])");
   std::vector<Part> parts = {{"old", 1}, {"older", 2}};
   decode(JSONReader(document), parts);
   EXPECT_EQ(parts, (std::vector<Part>{{"new", std::nullopt}}));
 
-  const JSONValue smallest = JSONValue::parse("{" + minimal + "}");
+  const JSONDocument smallest("{" + minimal + "}");
   Whole whole{.size = 8, .parts = parts, .flags = {{"x", true}}};
   decode(JSONReader(smallest), whole);
   EXPECT_EQ(whole, decodeWith(""));

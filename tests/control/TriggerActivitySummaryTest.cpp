@@ -80,7 +80,7 @@ TEST(TriggerActivitySummaryTest, RequestsAreSpreadOverTheSlots) {
     EXPECT_EQ(summary.total, valueOf<std::int64_t>(expected, "total"));
     EXPECT_EQ(summary.hours, valueOf<std::int64_t>(expected, "hours"));
     EXPECT_EQ(summary.buckets, valueOf<Counts>(expected, "buckets"));
-    EXPECT_EQ(summary.sparkline(), valueOf<std::string>(expected, "sparkline"));
+    EXPECT_EQ(sparkline(summary.buckets), valueOf<std::string>(expected, "sparkline"));
     EXPECT_EQ(summary.menuLine(), valueOf<std::string>(expected, "menuLine"));
   }
   EXPECT_GT(requesterRows, 0);
@@ -97,7 +97,7 @@ TEST(TriggerActivitySummaryTest, CountsAreShownAsBlocks) {
     const auto counts = valueOf<Counts>(row, "input");
     const JSONValue& expected = memberOf(row, "expected");
     SCOPED_TRACE(jsonText(memberOf(row, "input"), JSONLayout::compact));
-    EXPECT_EQ(summaryOf(counts).sparkline(), valueOf<std::string>(expected, "sparkline"));
+    EXPECT_EQ(sparkline(counts), valueOf<std::string>(expected, "sparkline"));
     EXPECT_EQ(summaryOf(counts).menuLine(), valueOf<std::string>(expected, "menuLine"));
   }
   EXPECT_GT(rows, 0);
@@ -146,20 +146,20 @@ TEST(TriggerActivitySummaryTest, CountsThatDoNotFitStayAtTheLargest) {
   const TriggerActivitySummary summary(Minutes{{now, largest}, {now, 1}}, now, 1, 1);
   EXPECT_EQ(summary.total, largest);
   EXPECT_EQ(summary.buckets, Counts{largest});
-  EXPECT_EQ(summary.sparkline(), "█");
+  EXPECT_EQ(sparkline(summary.buckets), "█");
 }
 
 TEST(TriggerActivitySummaryTest, ASlotWithoutRequestsIsADot) {
-  EXPECT_EQ(summaryOf({0, 0, 0}).sparkline(), "···");
-  EXPECT_EQ(summaryOf({0, -5, 1}).sparkline(), "··█");
-  EXPECT_EQ(summaryOf({-5, -1}).sparkline(), "··");
-  EXPECT_EQ(summaryOf({}).sparkline(), "");
+  EXPECT_EQ(sparkline({0, 0, 0}), "···");
+  EXPECT_EQ(sparkline({0, -5, 1}), "··█");
+  EXPECT_EQ(sparkline({-5, -1}), "··");
+  EXPECT_EQ(sparkline({}), "");
 }
 
 TEST(TriggerActivitySummaryTest, HeightsAreRelativeToTheBusiestSlot) {
-  EXPECT_EQ(summaryOf({1, 4}).sparkline(), "▂█");
-  EXPECT_EQ(summaryOf({1, 2, 3, 4, 5, 6, 7, 8}).sparkline(), "▁▂▃▄▅▆▇█");
-  EXPECT_EQ(summaryOf({1, 1000}).sparkline(), "▁█");
+  EXPECT_EQ(sparkline({1, 4}), "▂█");
+  EXPECT_EQ(sparkline({1, 2, 3, 4, 5, 6, 7, 8}), "▁▂▃▄▅▆▇█");
+  EXPECT_EQ(sparkline({1, 1000}), "▁█");
 }
 
 TEST(TriggerActivitySummaryTest, TheMenuLineNamesSpanAndTotal) {

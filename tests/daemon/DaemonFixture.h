@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -119,24 +118,13 @@ class DaemonFixture : public ::testing::Test {
     const DaemonLog log = [this](const std::string& line) { lines.push_back(line); };
     daemon.reset();
     keeper.reset();  // as the one before it has died, its mark is free
-    keeper = std::make_unique<LockKeeper>(
-        test::controllerFor(machine, store(), defaultPolicy), makeLock(), log, settings,
-        [this](const auto& pids) { return used(pids); }, moment());
+    keeper = std::make_unique<LockKeeper>(test::controllerFor(machine, store(), defaultPolicy),
+                                          makeLock(), log, settings, moment());
     keeper->releaseLeftBehind(moment());
     daemon = std::make_unique<Daemon>(
         *keeper, loop, [this] { return moment(); }, log, EffectiveSettings{.settings = settings},
         [this] { return changedSettings; });
     daemon->run();
-  }
-
-  std::map<std::int32_t, Seconds> used(const std::vector<std::int32_t>& pids) const {
-    std::map<std::int32_t, Seconds> known;
-    for (const std::int32_t pid : pids) {
-      if (const auto found = processorTimes.find(pid); found != processorTimes.end()) {
-        known.insert(*found);
-      }
-    }
-    return known;
   }
 
   Moment moment() const { return {.civil = now, .running = running}; }
@@ -254,8 +242,7 @@ class DaemonFixture : public ::testing::Test {
   std::shared_ptr<test::FakeMachine> machine = std::make_shared<test::FakeMachine>();
   test::FakePowerManager power;
   DaemonSettings settings;
-  std::map<std::int32_t, Seconds> processorTimes;  ///< of the processes that have used any
-  EffectiveSettings changedSettings;               ///< what a hangup reads
+  EffectiveSettings changedSettings;  ///< what a hangup reads
   bool lockDiesWithProcess = true;
   bool lockIsReadable = true;
   bool nameIsTaken = false;

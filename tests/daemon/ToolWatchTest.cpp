@@ -32,7 +32,7 @@ class ToolWatchTest : public DaemonFixture {
   void work(int minutes, double seconds, std::int32_t pid = compiler) {
     for (int minute = 0; minute < minutes; ++minute) {
       for (int part = 0; part < 6; ++part) {
-        processorTimes[pid] += Seconds(seconds / 6);
+        machine->timesUsed[pid] += Seconds(seconds / 6);
         wait(10);
       }
     }
@@ -106,17 +106,17 @@ TEST_F(ToolWatchTest, TheWorkOfOthersIsNotTheAgents) {
 TEST_F(ToolWatchTest, TheTimeOfAProcessThatEndsStaysWithItsParent) {
   hook("PreToolUse");
   work(19, 0);
-  processorTimes[compiler] = Seconds(500);
+  machine->timesUsed[compiler] = Seconds(500);
   wait(45);
   machine->processes.pop_back();
-  processorTimes[shell] += Seconds(500);
+  machine->timesUsed[shell] += Seconds(500);
   wait(30);
   EXPECT_TRUE(isHeld());
 }
 
 TEST_F(ToolWatchTest, ASecondSessionThatEndsHidesNoWork) {
   machine->startAgent(60);
-  processorTimes[60] = Seconds(9000);
+  machine->timesUsed[60] = Seconds(9000);
   hook("PreToolUse");
   work(19, 30);
   machine->processes.pop_back();
@@ -128,7 +128,7 @@ TEST_F(ToolWatchTest, ASessionThatHasJustBegunIsNotAtTheTool) {
   hook("PreToolUse");
   work(19, 0);
   machine->startAgent(60);
-  processorTimes[60] = Seconds(5);
+  machine->timesUsed[60] = Seconds(5);
   work(2, 0);
   EXPECT_FALSE(isHeld());
 }
@@ -179,7 +179,7 @@ TEST_F(ToolWatchTest, SafetyAndAPersonsStopEndItAllTheSame) {
 TEST_F(ToolWatchTest, AShortestTimeBetweenLooksSaysTooLittle) {
   hook("PreToolUse");
   work(20, 0);
-  processorTimes[compiler] += Seconds(0.4);
+  machine->timesUsed[compiler] += Seconds(0.4);
   wait(1.5);
   EXPECT_FALSE(isHeld()) << "0.4 s in a minute are an idle agent's";
 }

@@ -174,9 +174,12 @@ class Row(typing.NamedTuple):
     statuses: list  # of doctor, status, menu, manual and stop
 
 
+# At the end of a day the time has its date.
+KEPT_FOR_AN_HOUR = r"Kept awake until [-: \d]+ \(1 h left\)\.$"
+
 ROWS = [
     Row("nothing", [], "off", "Not kept awake: no timer runs", [], [0, 0, 0, 0, 0]),
-    Row("timer", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [], [0, 0, 0, 0, 0]),
+    Row("timer", [], "keptAwake", KEPT_FOR_AN_HOUR, [], [0, 0, 0, 0, 0]),
     Row("absent", [], "daemonMissing",
         "NOT kept awake by this: the daemon nodod is not running on the system bus",
         ["daemonMissing"], [1, 0, 0, 0, 0]),
@@ -199,9 +202,9 @@ ROWS = [
     Row("critical_heat", [], "sleepAllowed",
         r"The timer runs, but sleep is allowed: the computer is too hot \(acpitz at 96 °C, limit "
         r"95 °C\)\. It runs until ", ["thermalPressure"], [1, 0, 0, 1, 0]),
-    Row("serious_heat_without_a_lid", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
+    Row("serious_heat_without_a_lid", [], "keptAwake", KEPT_FOR_AN_HOUR, [],
         [0, 0, 0, 0, 0]),
-    Row("low_power_mode", [], "keptAwake", r"Kept awake until \S+ \(1 h left\)\.$", [],
+    Row("low_power_mode", [], "keptAwake", KEPT_FOR_AN_HOUR, [],
         [0, 0, 0, 0, 0]),
     Row("low_power_mode", ["--low-power-mode", "true"], "sleepAllowed",
         r"The timer runs, but sleep is allowed: low power mode is on \(battery at 80 %\)\. ",

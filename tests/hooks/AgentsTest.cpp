@@ -35,6 +35,15 @@ TEST(AgentsTest, TheSameAgentHasOneName) {
   EXPECT_EQ(listedAgentNames(), "Claude Code, Codex, Grok Build and Pi");
 }
 
+TEST(AgentsTest, WhoAsksIsKnownByExactlyTheAgentsName) {
+  for (const Agent& agent : allAgents()) {
+    EXPECT_EQ(agentAskingAs(agent.displayName), &agent) << agent.displayName;
+  }
+  for (const char* name : {"", "claude code", "Claude Code ", "Ada"}) {
+    EXPECT_EQ(agentAskingAs(name), nullptr) << name;
+  }
+}
+
 TEST(AgentsTest, ATargetIsKnownByExactlyItsText) {
   for (const AgentHookTarget target : allCases<AgentHookTarget>()) {
     EXPECT_EQ(parseAgentHookTarget(rawValue(target)), target);

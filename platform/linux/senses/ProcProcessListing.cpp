@@ -197,21 +197,6 @@ std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
   return running - Seconds(ticks / static_cast<double>(::sysconf(_SC_CLK_TCK)));
 }
 
-std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids,
-                                               const std::filesystem::path& procFolder) {
-  std::map<std::int32_t, Seconds> times;
-  const FileDescriptor folder(::open(procFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  ProcFiles files(folder.get());
-  for (const std::int32_t pid : pids) {
-    const auto text = files.read(std::to_string(pid), "stat");
-    if (const auto stat = text ? parseProcStat(*text) : std::nullopt) {
-      times[pid] = Seconds(static_cast<double>(stat->processorTicks) /
-                           static_cast<double>(::sysconf(_SC_CLK_TCK)));
-    }
-  }
-  return times;
-}
-
 // Each argument ends with a NUL; a process that renamed itself leaves a run of them.
 ProcCommandLine parseProcCommandLine(std::string_view text) {
   std::string command(withoutTrailing(text, '\0'));
@@ -285,6 +270,21 @@ std::vector<RunningProcess> ProcProcessListing::listProcesses() const {
     }
   }
   return processes.takeSorted();
+}
+
+std::map<std::int32_t, Seconds> ProcProcessListing::processorTimes(
+    const std::vector<std::int32_t>& pids) const {
+  std::map<std::int32_t, Seconds> times;
+  const FileDescriptor folder(::open(procFolder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  ProcFiles files(folder.get());
+  for (const std::int32_t pid : pids) {
+    const auto text = files.read(std::to_string(pid), "stat");
+    if (const auto stat = text ? parseProcStat(*text) : std::nullopt) {
+      times[pid] = Seconds(static_cast<double>(stat->processorTicks) /
+                           static_cast<double>(::sysconf(_SC_CLK_TCK)));
+    }
+  }
+  return times;
 }
 
 }  // namespace nodo

@@ -31,10 +31,6 @@ std::optional<ProcStat> parseProcStat(std::string_view text);
 std::optional<Seconds> ageOfOwnProcess(std::int32_t pid, Seconds running,
                                        const std::filesystem::path& procFolder = "/proc");
 
-/// As ProcessorTimes.
-std::map<std::int32_t, Seconds> processorTimes(const std::vector<std::int32_t>& pids,
-                                               const std::filesystem::path& procFolder = "/proc");
-
 /// A process's "cmdline" in /proc: its first word, and all of it joined with blanks. Both are valid
 /// UTF-8, and both are empty for a process without one.
 struct ProcCommandLine {
@@ -92,6 +88,9 @@ class ProcProcessListing : public ProcessListing {
   /// A process that ends while it is read is left out. Throws NODOError::processListingFailed when
   /// the folder itself cannot be read.
   std::vector<RunningProcess> listProcesses() const override;
+
+  std::map<std::int32_t, Seconds> processorTimes(
+      const std::vector<std::int32_t>& pids) const override;
 
  private:
   std::filesystem::path procFolder_;

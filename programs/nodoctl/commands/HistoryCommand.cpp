@@ -104,9 +104,7 @@ class HistoryText {
     for (const TriggerActivityBucket& bucket : report_.requestMinutes) {
       counts[cellOf(bucket.startedAt)] += bucket.count;
     }
-    TriggerActivitySummary bars(std::vector<TriggerActivityBucket>(), report_.until, 1, 1);
-    bars.buckets = std::move(counts);
-    return shownText(bars.sparkline(), style_);
+    return shownText(sparkline(counts), style_);
   }
 
   // A glyph a cell; of a period that ended nobody knows when, only its begin is certain.

@@ -18,7 +18,6 @@ using ::testing::Not;
 
 MenuView someView() {
   return {.icon = MenuBarIconState::manualActive,
-          .countdown = "2h5m",
           .headline = "Kept awake.",
           .notices = {"Last request: R&D, 08:00", "No agent runs"},
           .stop = MenuEntry{"Stop keeping awake", Stop()},

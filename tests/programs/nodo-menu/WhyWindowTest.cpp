@@ -90,7 +90,8 @@ TEST_F(WhyWindowTest, ItsPartsAreReachedByTheTabKeyAndItsButtonsByLetters) {
   QTest::keyClick(report(), Qt::Key_Tab);
   EXPECT_NE(QApplication::focusWidget(), report());
   QTest::keyClick(&window, Qt::Key_O, Qt::AltModifier);
-  EXPECT_EQ(QApplication::clipboard()->text(), report()->toPlainText());
+  EXPECT_TRUE(QTest::qWaitFor(
+      [&] { return QApplication::clipboard()->text() == report()->toPlainText(); }));
 }
 
 TEST_F(WhyWindowTest, ThePictureIsToldInWords) {

@@ -72,9 +72,9 @@ TEST_F(ProcProcessListingTest, ProcessorTimesHaveThoseOfEndedChildren) {
   const double second = static_cast<double>(::sysconf(_SC_CLK_TCK));
   proc.write("8/stat", "8 (a) b) S 1 8 8 0 -1 4194560 10 20 30 40 5 6 7 8 20 0 1 0 99 12345 678\n");
   proc.write("9/stat", "9 (short) S 1 8 8 0 -1 4194560\n");
-  EXPECT_EQ(processorTimes({8, 9, 10}, proc.path()),
+  EXPECT_EQ(ProcProcessListing(proc.path()).processorTimes({8, 9, 10}),
             (std::map<std::int32_t, Seconds>{{8, Seconds(26 / second)}, {9, Seconds(0)}}));
-  EXPECT_TRUE(processorTimes({::getpid()}).contains(::getpid()));
+  EXPECT_TRUE(ProcProcessListing().processorTimes({::getpid()}).contains(::getpid()));
 }
 
 TEST_F(ProcProcessListingTest, AnotherUsersProcessHasNoAge) {
