@@ -70,7 +70,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libre2-dev, libutf8proc-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "pkgconf | pkg-config")
 
 if(TARGET nodo-menu)
-  list(APPEND CPACK_COMPONENTS_ALL menu)
   set(CPACK_DEBIAN_MENU_PACKAGE_NAME nodo-menu)
   set(CPACK_DEBIAN_MENU_PACKAGE_SECTION utils)
   set(CPACK_COMPONENT_MENU_DESCRIPTION
@@ -88,14 +87,12 @@ an agent, ends that, and explains why the laptop sleeps or does not.")
   execute_process(COMMAND dpkg-query --search "*/${icon_engine}" OUTPUT_VARIABLE owner
                   ERROR_QUIET RESULT_VARIABLE status)
   if(status EQUAL 0 AND owner MATCHES "^([^:, ]+):")
+    list(APPEND CPACK_COMPONENTS_ALL menu)
     set(CPACK_DEBIAN_MENU_PACKAGE_DEPENDS
         "nodo (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), ${CMAKE_MATCH_1}")
   else()
     message(STATUS "No package holds ${icon_engine}: there will be no package nodo-menu")
-    list(REMOVE_ITEM CPACK_COMPONENTS_ALL menu)
   endif()
-else()
-  message(STATUS "nodo-menu is not built: there will be no package of it")
 endif()
 
 include(CPack)

@@ -38,6 +38,18 @@ def check_service(constants, service):
     check("keys", set(service), KEYS)
 
 
+def check_app(constants, text):
+    """CMake fills in the rest."""
+    app = plistlib.loads(text)
+    # The daemon serves whom its signature calls so, and Login Items lists the daemon below it.
+    check("the app", app["CFBundleIdentifier"], constants["appBundleIdentifier"])
+    check("is in the menu bar alone", app["LSUIElement"], True)
+    check("the oldest system", app["LSMinimumSystemVersion"], "13.0")
+    check("what it runs", app["CFBundleExecutable"], "${MACOSX_BUNDLE_EXECUTABLE_NAME}")
+    check("its version", (app["CFBundleVersion"], app["CFBundleShortVersionString"]),
+          ("${MACOSX_BUNDLE_BUNDLE_VERSION}", "${MACOSX_BUNDLE_SHORT_VERSION_STRING}"))
+
+
 def check_log_is_bounded(configuration):
     lines = [line.split() for line in configuration.splitlines() if line[:1] not in ("", "#")]
     check("logs that are turned over", [line[0] for line in lines], [LOG])
@@ -66,6 +78,7 @@ def main():
     constants = dict(re.findall(r'string_view (\w+) = "?([\w.]+)"?;', text))
     constants["developmentTeamID"] = re.search(r'define NODO_TEAM_IDENTIFIER "(\w+)"', text)[1]
     check_service(constants, plistlib.loads((folder / constants["helperPlistName"]).read_bytes()))
+    check_app(constants, (folder / "nodo-menu.plist.in").read_bytes())
     check_log_is_bounded((folder / "nodo.newsyslog.conf").read_text(encoding="utf-8"))
     check_names_in_scripts(constants, folder)
 

@@ -111,8 +111,12 @@ def pkgutil(model, verb, receipt):
 def codesign(model, *arguments):
     """What it signs becomes a text with the signature's fields, as far as they are asked for."""
     file = pathlib.Path(arguments[-1])
+    if file.is_dir():
+        file = file / "signature"
     if "--sign" in arguments:
-        identifier = arguments[arguments.index("--identifier") + 1]
+        identifier = file.name
+        if "--identifier" in arguments:
+            identifier = arguments[arguments.index("--identifier") + 1]
         file.write_text(f"Identifier={identifier}\nTeamIdentifier={model['certificate']}\n"
                         f"CodeDirectory v=20500 flags={model['signed']['flags']}\n"
                         f"{model['signed']['more']}", encoding="utf-8")
@@ -129,11 +133,25 @@ def codesign(model, *arguments):
     return "", 0
 
 
-def otool(model, *_arguments):
+def macdeployqt(_model, bundle):
+    framework = pathlib.Path(bundle) / "Contents/Frameworks/QtCore.framework"
+    framework.mkdir(parents=True)
+    plugin = pathlib.Path(bundle) / "Contents/PlugIns/platforms/libqcocoa.dylib"
+    plugin.parent.mkdir(parents=True)
+    plugin.write_text("a library", encoding="utf-8")
+    return "", 0
+
+
+def otool(model, *arguments):
+    bundled = ""
+    if arguments[-1].endswith("/nodo-menu"):
+        bundled = ("\t@executable_path/../Frameworks/QtCore.framework/Versions/A/QtCore "
+                   "(compatibility version 6.0.0, current version 6.8.0)\n")
     return ("nodod (architecture arm64):\n"
             "\t/usr/lib/libSystem.B.dylib (compatibility version 1.0.0, current version 1.0.0)\n"
             "\t/System/Library/Frameworks/Security.framework/Versions/A/Security "
-            f"(compatibility version 1.0.0, current version 1.0.0)\n{model['foreign']}"), 0
+            "(compatibility version 1.0.0, current version 1.0.0)\n"
+            f"{bundled}{model['foreign']}"), 0
 
 
 def lipo(model, *_arguments):
@@ -166,7 +184,8 @@ def productbuild(_model, *arguments):
 
 TOOLS = {"launchctl": launchctl, "dscl": dscl, "pkgutil": pkgutil, "codesign": codesign,
          "otool": otool, "lipo": lipo, "plutil": plutil, "pkgbuild": pkgbuild,
-         "productbuild": productbuild, "xcrun": lambda *_arguments: ("", 0),
+         "productbuild": productbuild, "macdeployqt": macdeployqt,
+         "xcrun": lambda *_arguments: ("", 0),
          "spctl": lambda *_arguments: ("", 0)}
 
 

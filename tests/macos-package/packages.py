@@ -4,6 +4,7 @@
 usage: packages.py [TEST ...]
 """
 
+import plistlib
 import re
 import stat
 from xml.etree import ElementTree
@@ -82,6 +83,19 @@ def each_failure_of_codesign_is_told(mac):
         expect_refusal(sign(IDENTITY, a_program()), words)
 
 
+def what_a_bundle_contains_is_signed_before_it(mac):
+    bundle = BUILD / "nodo-menu.app"
+    part = bundle / "Contents/PlugIns/platforms/libqcocoa.dylib"
+    part.parent.mkdir(parents=True)
+    part.write_text("a library", "utf-8")
+    equal(sign(IDENTITY, bundle).returncode, 0, "the status")
+    equal([line.rsplit("/", 1)[1] for line in lines_of(mac, "codesign --force")],
+          ["libqcocoa.dylib", "nodo-menu.app"], "what is signed, in its order")
+    contains(lines_of(mac, "codesign --force")[1], "--identifier com.quintavel.nodo ", "its name")
+    contains(lines_of(mac, "codesign --verify -R")[0], 'identifier "com.quintavel.nodo" or',
+             "what it was verified against")
+
+
 def only_programs_of_nodo_are_signed(mac):
     expect_refusal(sign(IDENTITY, a_program(), a_program("other")), "neither nodoctl nor nodod", 2)
     equal(lines_of(mac, "codesign"), [], "what was signed")
@@ -129,6 +143,37 @@ def a_package_of_which_a_part_is_unsigned_says_so(_mac):
         contains(package(*option).stdout, "-unsigned.pkg", f"the name with {option}")
 
 
+def with_menu():
+    install_script = BUILD / "cmake_install.cmake"
+    more = "".join(f'file(WRITE "${{CMAKE_INSTALL_PREFIX}}/{file}" "of the build")\n' for file in
+                   ["Applications/nodo-menu.app/Contents/MacOS/nodo-menu",
+                    "share/man/man1/nodo-menu.1"])
+    install_script.write_text(install_script.read_text("utf-8") + more, "utf-8")
+
+
+def a_menu_that_was_built_comes_along_with_its_qt(mac):
+    with_menu()
+    result = package(*SIGNED)
+    equal(result.returncode, 0, f"the status ({result.stderr})")
+    root = OUT / "root"
+    more = {file[len(str(root)):] for file in files_below(root)} - set(PAYLOAD)
+    bundle = "/Applications/nodo-menu.app"
+    contains(more, f"{bundle}/Contents/MacOS/nodo-menu", "the program")
+    contains(more, f"{bundle}/Contents/PlugIns/platforms/libqcocoa.dylib", "a part of Qt")
+    contains(more, "/usr/local/share/man/man1/nodo-menu.1", "the manual")
+    contains(lines_of(mac, "codesign --force")[-1], "--identifier com.quintavel.nodo ", "its name")
+    packed = OUT / "nodo-1.2.3-macos-universal.pkg"
+    component = plistlib.loads((packed / "components.plist").read_bytes())
+    equal([component[0]["RootRelativeBundlePath"], component[0]["BundleIsRelocatable"]],
+          [bundle[1:], False], "where an upgrade goes")
+
+
+def a_menu_without_its_qt_is_refused(mac):
+    with_menu()
+    mac.change(faults={"macdeployqt": "refuses"})
+    expect_refusal(package(), "macdeployqt could not put Qt into nodo-menu")
+
+
 def notarizing_takes_both_signatures(_mac):
     expect_refusal(package("--notarize", "profile", *SIGNED[:2]), "--notarize takes", 2)
 
@@ -167,9 +212,11 @@ def a_build_that_lacks_a_file_is_refused(_mac):
 
 main([a_signature_is_proved_by_what_the_daemon_asks, an_ad_hoc_signature_is_refused,
       a_certificate_of_another_team_is_refused, a_signature_that_lacks_something_is_refused,
-      each_failure_of_codesign_is_told, only_programs_of_nodo_are_signed,
+      each_failure_of_codesign_is_told,
+      what_a_bundle_contains_is_signed_before_it, only_programs_of_nodo_are_signed,
       the_package_brings_these_files_and_no_others, the_package_says_for_which_macs_it_is,
       a_signed_package_holds_signed_programs, a_package_of_which_a_part_is_unsigned_says_so,
+      a_menu_that_was_built_comes_along_with_its_qt, a_menu_without_its_qt_is_refused,
       notarizing_takes_both_signatures, a_notarized_package_is_stapled_and_assessed,
       programs_that_need_foreign_libraries_are_refused, each_failure_of_a_tool_is_told,
       a_build_that_lacks_a_file_is_refused])
