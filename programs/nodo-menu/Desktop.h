@@ -18,8 +18,14 @@ LoginItem::Kind loginItemKind();
 /// the first window is made, as Qt ends the process where it cannot.
 std::optional<std::string> whyNothingCanBeShown(const Environment& environment);
 
+/// Who draws the icon's menu.
+enum class MenuDrawer {
+  qt,     ///< or the system, by what Qt tells it
+  panel,  ///< another process, which is told of it in the words of com.canonical.dbusmenu
+};
+
 /// Calls `then` once there is something to show an icon in, at once if there is. Qt looks for that
 /// only once, when the first icon is made. Never after `context` is gone.
-void whenIconsCanBeShown(QObject& context, const std::function<void()>& then);
+void whenIconsCanBeShown(QObject& context, const std::function<void(MenuDrawer)>& then);
 
 }  // namespace nodo::menu

@@ -11,8 +11,8 @@ std::optional<std::string> whyNothingCanBeShown(const Environment& /*environment
 }
 
 // The menu bar is always there.
-void whenIconsCanBeShown(QObject& /*context*/, const std::function<void()>& then) {
-  then();
+void whenIconsCanBeShown(QObject& /*context*/, const std::function<void(MenuDrawer)>& then) {
+  then(MenuDrawer::qt);
 }
 
 }  // namespace nodo::menu

@@ -32,24 +32,25 @@ std::optional<std::string> whyNothingCanBeShown(const Environment& environment) 
          "'nodoctl watch' shows the same in a terminal";
 }
 
-void whenIconsCanBeShown(QObject& context, const std::function<void()>& then) {
+void whenIconsCanBeShown(QObject& context, const std::function<void(MenuDrawer)>& then) {
   const QDBusConnection bus = QDBusConnection::sessionBus();
   if (bus.isConnected() && bus.interface()->isServiceRegistered(watcherName)) {
-    then();
+    then(MenuDrawer::panel);
     return;
   }
   // Goes with what waits, so that only one of its two ends comes true.
   auto* waiting = new QObject(&context);
-  const auto finish = [waiting, then] {
+  const auto finish = [waiting, then](MenuDrawer drawer) {
     waiting->deleteLater();
     waiting->disconnect();
-    then();
+    then(drawer);
   };
   auto* watcher = new QDBusServiceWatcher(watcherName, bus,
                                           QDBusServiceWatcher::WatchForRegistration, waiting);
-  QObject::connect(watcher, &QDBusServiceWatcher::serviceRegistered, waiting, finish);
+  QObject::connect(watcher, &QDBusServiceWatcher::serviceRegistered, waiting,
+                   [finish] { finish(MenuDrawer::panel); });
   if (QGuiApplication::platformName() == QLatin1String("xcb")) {
-    QTimer::singleShot(patience, waiting, finish);
+    QTimer::singleShot(patience, waiting, [finish] { finish(MenuDrawer::qt); });
   }
 }
 

@@ -1,5 +1,4 @@
 #include <NODOCore/base/LocalTime.h>
-#include <programs/nodo-menu/Desktop.h>
 #include <programs/nodo-menu/Dialogs.h>
 #include <programs/nodo-menu/Program.h>
 
@@ -95,7 +94,10 @@ TrayActions Program::trayActions() {
 void Program::start() {
   look();
   refresh();
-  whenIconsCanBeShown(here_, [this] { tray_.showIcon(); });
+  whenIconsCanBeShown(here_, [this](MenuDrawer drawer) {
+    tray_.showIcon(drawer);
+    refresh();
+  });
 }
 
 void Program::ask(const Wish& wish) {

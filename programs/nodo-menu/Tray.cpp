@@ -16,11 +16,6 @@ namespace {
 // A menu does not break lines by itself.
 constexpr int columns = 64;
 
-// Menus take "&" for the mark of a key.
-QString label(const std::string& text) {
-  return QString::fromStdString(text).replace(QLatin1Char('&'), QLatin1String("&&"));
-}
-
 std::vector<std::string> linesOf(const MenuView& view) {
   std::vector<nodoctl::MenuLine> lines;
   if (view.failure) {
@@ -48,6 +43,16 @@ QIcon iconFor(MenuBarIconState state) {
   return icon;
 }
 
+QString menuLabel(const std::string& text, MenuDrawer drawer) {
+  QString label = QString::fromStdString(text);
+  if (drawer == MenuDrawer::qt) {
+    return label.replace(QLatin1Char('&'), QLatin1String("&&"));
+  }
+  // To a panel "_" is the mark. Qt makes one of the first "&" and hands all else on as it is.
+  label.replace(QLatin1Char('_'), QLatin1String("__"));
+  return label.contains(QLatin1Char('&')) ? QLatin1Char('&') + label : label;
+}
+
 Tray::Tray(TrayActions actions) : actions_(std::move(actions)) {
   addTop();
   addSetup();
@@ -59,7 +64,7 @@ void Tray::addTop() {
   linesEnd_ = menu_.addSeparator();
   keepAwakeMenu_.setTitle(QStringLiteral("&Keep awake for"));
   for (const MenuEntry& entry : keepAwakeEntries()) {
-    QObject::connect(keepAwakeMenu_.addAction(label(entry.title)), &QAction::triggered, &menu_,
+    QObject::connect(keepAwakeMenu_.addAction(QString::fromStdString(entry.title)), &QAction::triggered, &menu_,
                      [this, entry] { wish(entry); });
   }
   keepAwakeMenu_.addSeparator();
@@ -101,7 +106,8 @@ void Tray::addBottom() {
                    [this] { actions_.quit(); });
 }
 
-void Tray::showIcon() {
+void Tray::showIcon(MenuDrawer drawer) {
+  drawer_ = drawer;
   icon_ = std::make_unique<QSystemTrayIcon>(iconFor(view_.icon));
   icon_->setToolTip(QString::fromStdString(iconText(view_)));
   icon_->setContextMenu(&menu_);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <programs/nodo-menu/Desktop.h>
 #include <programs/nodo-menu/MenuModel.h>
 #include <programs/nodo-menu/Questions.h>
 
@@ -18,6 +19,9 @@ namespace nodo::menu {
 /// That of a state: the panel's own of that name, which it draws in its colour, or the one that is
 /// built in.
 QIcon iconFor(MenuBarIconState state);
+
+/// `text` as the label of an entry, in which no character stands for the mark of a key.
+QString menuLabel(const std::string& text, MenuDrawer drawer);
 
 /// What is chosen in the menu, beside wishes.
 struct TrayActions {
@@ -38,8 +42,8 @@ class Tray {
  public:
   explicit Tray(TrayActions actions);
 
-  /// Puts the icon into the panel.
-  void showIcon();
+  /// Puts the icon into the panel. What is shown next has words for whoever draws the menu.
+  void showIcon(MenuDrawer drawer);
 
   /// Shows what has changed.
   void show(const MenuView& view, bool startsAtLogin);
@@ -56,12 +60,14 @@ class Tray {
   void showLines(const MenuView& view);
   void showSetup(const std::optional<SetupView>& setup);
   void wish(const std::optional<MenuEntry>& entry) const;
+  QString label(const std::string& text) const { return menuLabel(text, drawer_); }
 
   TrayActions actions_;
   QMenu menu_;
   QMenu keepAwakeMenu_;
   QMenu setupMenu_;  // where the setup does not stand in the menu itself
   std::unique_ptr<QSystemTrayIcon> icon_;
+  MenuDrawer drawer_ = MenuDrawer::qt;
   MenuView view_;
 
   std::vector<QAction*> lines_;  // on top; those that are not needed are hidden

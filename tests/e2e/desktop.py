@@ -21,15 +21,15 @@ NOTIFICATIONS = ("org.freedesktop.Notifications", "/org/freedesktop/Notification
 class Desktop:
     """What a session's programs find. `variables` is their environment."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, home=None):
         for program in ["Xvfb", "xfce4-panel", "xdotool", "import"]:
             if shutil.which(program) is None:
                 skip(f"{program} is not installed")
         self.folder = pathlib.Path(folder)
-        for name in ["home", "runtime"]:
-            (self.folder / name).mkdir(parents=True, mode=0o700)
+        home = str(home or self.folder / "home")
+        for path in [home, self.folder / "runtime"]:
+            pathlib.Path(path).mkdir(parents=True, mode=0o700)
         socket = str(self.folder / "runtime/bus")
-        home = str(self.folder / "home")
         self.variables = environment(
             DISPLAY=self._display(), HOME=home, XDG_CONFIG_HOME=f"{home}/.config",
             XDG_RUNTIME_DIR=str(self.folder / "runtime"), LANG="C.UTF-8", TZ="UTC0",
@@ -96,6 +96,9 @@ class Desktop:
 
     # ---- what can be seen
 
+    def click(self, place, button):
+        self.xdotool("mousemove", *map(str, place), "click", button)
+
     def xdotool(self, *arguments):
         return subprocess.run(["xdotool", *arguments], env=self.variables, text=True,
                               capture_output=True, check=False, timeout=PATIENCE).stdout
@@ -136,8 +139,16 @@ class Picture:
         return [(x, y) for y in range(self.height) if self.row(y) != other.row(y)
                 for x in range(self.width) if self.at(x, y) != other.at(x, y)]
 
+    def is_like(self, other):
+        return self.bytes == other.bytes
+
     def colours(self):
         return {self.bytes[i:i + 3] for i in range(0, len(self.bytes), 3)}
+
+
+def words_of(properties):
+    """An entry's label: an underscore marks a key, and two stand for one."""
+    return re.sub("_(_?)", r"\1", str(properties.get("label", "")))
 
 
 class Icon:
@@ -195,14 +206,13 @@ class Icon:
         return found
 
     def lines(self):
-        """Its words, without the marks of keys."""
-        return [str(properties.get("label", "")).replace("_", "") for _, properties in
-                self.entries()]
+        """Its words, as a panel shows them."""
+        return [words_of(properties) for _, properties in self.entries()]
 
     def choose(self, words):
         """As a person would, by the words."""
         for number, properties in self.entries():
-            if str(properties.get("label", "")).replace("_", "") == words:
+            if words_of(properties) == words:
                 check(properties.get("enabled", True), f"{words!r} can be chosen")
                 self._menu().Event(number, "clicked", dbus.String("", variant_level=1),
                                    dbus.UInt32(0))

@@ -12,10 +12,8 @@ import time
 
 from daemon_world import main
 from expectations import PATIENCE, check, contains, equal, wait_until
-from menu_world import World
+from menu_world import WINDOW, World
 from processes import settled_switches, switches
-
-WINDOW = "nodo: why this computer"
 
 
 def the_icon_appears(world):
@@ -32,30 +30,24 @@ def the_icon_appears(world):
     check(max(y for _, y in changed) < 60, "it is in the panel on top")
 
 
-def the_right_menu_opens(world):
-    x, y = place_of_icon(world)
-    before = world.desktop.screenshot()
-    world.desktop.xdotool("mousemove", str(x), str(y), "click", "3")
-    wait_until(lambda: len(world.desktop.screenshot().differences(before)) > 10000,
+def the_right_menu_opens_and_obeys_the_keyboard(world):
+    place = world.place_of_icon()
+    before = world.at_rest()
+    world.desktop.click(place, "3")
+    wait_until(lambda: len(world.at_rest().differences(before)) > 10000,
                "a menu covers a part of the screen", PATIENCE)
-    world.desktop.xdotool("key", "Escape")
-    wait_until(lambda: len(world.desktop.screenshot().differences(before)) < 3000,
-               "the menu is closed", PATIENCE)
+    world.desktop.xdotool("key", "w")  # as "Why?" says
+    wait_until(lambda: world.desktop.windows(WINDOW), "the window is shown", PATIENCE)
+    close_window(world)
+    world.desktop.click(place, "1")
+    wait_until(lambda: world.desktop.windows(WINDOW), "a click shows it, too", PATIENCE)
+    close_window(world)
 
 
-def place_of_icon(world):
-    """Where it is on the screen: what changes when the program ends."""
-    shown = world.desktop.screenshot()
-    world.menu.process.terminate()
-    world.menu.process.wait(PATIENCE)
-    wait_until(world.nobody_is_shown, "the icon is gone", PATIENCE)
-    gone = wait_until(lambda: world.desktop.screenshot().differences(shown), "to be seen", PATIENCE)
-    world.menu.start()
-    world.menu.says("Not kept awake", "it is back")
-    wait_until(lambda: len(world.desktop.screenshot().differences(shown)) < len(gone) / 2,
-               "at its place", PATIENCE)
-    xs, ys = [x for x, _ in gone], [y for _, y in gone]
-    return sorted(xs)[len(xs) // 2], sorted(ys)[len(ys) // 2]
+def close_window(world):
+    window = world.desktop.windows(WINDOW)[0]
+    world.desktop.xdotool("windowfocus", window, "key", "Escape")
+    wait_until(lambda: not world.desktop.windows(WINDOW), "Escape closes it", PATIENCE)
 
 
 def keeping_awake_takes_the_lock_and_stop_gives_it_back(world):
@@ -74,8 +66,9 @@ def keeping_awake_takes_the_lock_and_stop_gives_it_back(world):
 
 
 def what_others_do_is_seen_at_once(world):
-    world.nodoctl("manual", "30")
+    world.nodoctl("manual", "30", "--requester", "R&D", "--context", "my_shop")
     world.menu.says("Kept awake until", "a request of another's")
+    world.menu.says("Last request: R&D - my_shop, ", "whatever characters it has")
     world.nodoctl("stop")
     world.menu.says("Not kept awake", "and its end")
 
@@ -150,15 +143,9 @@ def a_second_one_shows_the_first_ones_window(world):
     wait_until(lambda: len(world.desktop.windows(WINDOW)) == 1, "the window is shown", PATIENCE)
     equal(len(world.desktop.icons()), 1, "the icons")
     window = world.desktop.windows(WINDOW)[0]
-    picture = wait_until(lambda: seen(world, window), "the window is drawn", PATIENCE)
-    check(len(picture.colours()) > 20, "it shows text and a picture")
-    world.desktop.xdotool("windowfocus", window, "key", "Escape")
-    wait_until(lambda: not world.desktop.windows(WINDOW), "Escape closes it", PATIENCE)
-
-
-def seen(world, window):
-    picture = world.desktop.screenshot(window=window)
-    return picture if len(picture.colours()) > 1 else None
+    wait_until(lambda: len(world.at_rest(window).colours()) > 20, "it shows text and a picture",
+               PATIENCE)
+    close_window(world)
 
 
 def at_rest_it_wakes_up_for_nothing(world):
@@ -191,7 +178,7 @@ def it_waits_for_the_panel(world):
 
 def test(daemon, logind):
     world = World(daemon, logind)
-    for step in [the_icon_appears, the_right_menu_opens,
+    for step in [the_icon_appears, the_right_menu_opens_and_obeys_the_keyboard,
                  keeping_awake_takes_the_lock_and_stop_gives_it_back,
                  what_others_do_is_seen_at_once, a_pause_is_told_and_ended,
                  the_daemon_may_die_and_come_back, the_panel_may_die_and_come_back,

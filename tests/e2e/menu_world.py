@@ -5,12 +5,14 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import time
 
 from desktop import Desktop
-from expectations import PATIENCE, wait_until
+from expectations import PATIENCE, check, wait_until
 from laptop import FOLDER, Network, PowerSupplies
 from processes import start
 
+WINDOW = "nodo: why this computer"  # how its title begins
 ICONS = pathlib.Path(__file__).parents[2] / "programs/nodo-menu/icons"
 
 
@@ -44,10 +46,10 @@ class Menu:
 class World:
     """A laptop with its daemon, a desktop, and a user with hooks."""
 
-    def __init__(self, daemon, logind):
+    def __init__(self, daemon, logind, home=None):
         self.daemon, self.logind = daemon, logind
         self.network, self.supplies = Network(), PowerSupplies()
-        self.desktop = Desktop(FOLDER / "desktop")
+        self.desktop = Desktop(FOLDER / "desktop", home)
         self.desktop.variables["PATH"] = \
             f"{pathlib.Path(sys.argv[2]).parent}:{self.desktop.variables['PATH']}"
         # The icons as the package installs them.
@@ -66,6 +68,26 @@ class World:
         wait_until(lambda: self.desktop.icon().icon_name() == name, f"the icon is {name}",
                    PATIENCE)
 
-    def nobody_is_shown(self):
-        return not self.desktop.icons()
+    def place_of_icon(self):
+        """Its middle on the screen, which is where that changes with its state."""
+        self.nodoctl("stop")
+        self.icon_is("off")
+        before = self.at_rest()
+        self.nodoctl("manual", "30")
+        self.icon_is("manualactive")
+        changed = wait_until(lambda: self.at_rest().differences(before), "it is drawn", PATIENCE)
+        xs, ys = [x for x, _ in changed], [y for _, y in changed]
+        width = max(xs) - min(xs)
+        check(width < 48, f"only the icon has changed, which is {width} pixels wide")
+        self.nodoctl("stop")
+        self.icon_is("off")
+        return (min(xs) + max(xs)) // 2, (min(ys) + max(ys)) // 2
+
+    def at_rest(self, window="root"):
+        """The picture once nothing on it changes."""
+        def settled():
+            before = self.desktop.screenshot(window=window)
+            time.sleep(0.3)
+            return before if self.desktop.screenshot(window=window).is_like(before) else None
+        return wait_until(settled, "nothing changes on the screen", PATIENCE)
 

@@ -18,6 +18,7 @@ import sys
 
 from expectations import equal, wait_until
 from laptop import Network, PowerSupplies, run
+from people import trust_hooks_in_codex
 from processes import start
 from tool_world import Terminal
 
@@ -57,14 +58,6 @@ def first_frame(nodoctl, *arguments):
     return re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]", "", shown).replace("\r", "") + "\n"
 
 
-def trust_hooks_in_codex():
-    """Notes what Codex notes when a person trusts the hooks."""
-    with open(f"{HOME}/.codex/config.toml", "a", encoding="utf-8") as config:
-        for event in ["session_start", "user_prompt_submit", "pre_tool_use", "post_tool_use"]:
-            config.write(f'[hooks.state."{HOME}/.codex/hooks.json:{event}:0:0"]\n'
-                         'trusted_hash = "sha256:0"\n')
-
-
 def play(nodoctl, nodod):
     """The screens by their names."""
     start(nodod, "--bus", "system", "--state-dir", f"{HOME}/daemon", env=ENVIRONMENT,
@@ -72,7 +65,7 @@ def play(nodoctl, nodod):
     start("claude", "600", executable="/bin/sleep")
     wait_until(lambda: try_nodoctl(nodoctl, "reconcile").returncode == 0, "the daemon answers")
     screen(nodoctl, "hooks", "install")
-    trust_hooks_in_codex()
+    trust_hooks_in_codex(HOME)
     request = ["manual", "--minutes", "20", "--extend-only", "--requester", "Claude Code",
                "--context", "shop - session 4f1c2a9e", "--event", "PreToolUse"]
     screen(nodoctl, *request)

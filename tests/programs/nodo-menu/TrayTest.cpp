@@ -178,6 +178,13 @@ TEST_F(TrayTest, EveryEntryThatCanBeSeenHasAName) {
   EXPECT_THAT(textsOf(tray.menu()), Not(Contains("")));
 }
 
+TEST(MenuLabelTest, NoCharacterOfATextMarksAKey) {
+  EXPECT_EQ(menuLabel("a_b", MenuDrawer::qt), QLatin1String("a_b"));
+  EXPECT_EQ(menuLabel("a&b&c", MenuDrawer::qt), QLatin1String("a&&b&&c"));
+  EXPECT_EQ(menuLabel("a_b", MenuDrawer::panel), QLatin1String("a__b"));
+  EXPECT_EQ(menuLabel("a&b&c_d", MenuDrawer::panel), QLatin1String("&a&b&c__d"));
+}
+
 TEST_F(TrayTest, EachStateHasAnIconOfItsOwnShape) {
   std::vector<QImage> shapes;
   for (const MenuBarIconState state : allCases<MenuBarIconState>()) {
