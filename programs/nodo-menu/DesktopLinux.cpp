@@ -45,8 +45,8 @@ void whenIconsCanBeShown(QObject& context, const std::function<void(MenuDrawer)>
     waiting->disconnect();
     then(drawer);
   };
-  auto* watcher = new QDBusServiceWatcher(watcherName, bus,
-                                          QDBusServiceWatcher::WatchForRegistration, waiting);
+  auto* watcher =
+      new QDBusServiceWatcher(watcherName, bus, QDBusServiceWatcher::WatchForRegistration, waiting);
   QObject::connect(watcher, &QDBusServiceWatcher::serviceRegistered, waiting,
                    [finish] { finish(MenuDrawer::panel); });
   if (QGuiApplication::platformName() == QLatin1String("xcb")) {

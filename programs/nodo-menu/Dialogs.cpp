@@ -52,8 +52,7 @@ QDialog* askForTime(QWidget* parent, ClockTime offered,
   time->setDisplayFormat(QStringLiteral("HH:mm"));
   time->setAccessibleName(QStringLiteral("Until when"));
   label->setBuddy(time);
-  auto* buttons =
-      new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
+  auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
   buttons->button(QDialogButtonBox::Ok)->setText(QStringLiteral("&Keep awake"));
   QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
   QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);

@@ -14,8 +14,7 @@ class QWidget;
 namespace nodo::menu {
 
 /// Until when the computer is to be kept awake.
-QDialog* askForTime(QWidget* parent, ClockTime offered,
-                    const std::function<void(ClockTime)>& then);
+QDialog* askForTime(QWidget* parent, ClockTime offered, const std::function<void(ClockTime)>& then);
 
 /// Whether the agents' own files are to be changed.
 QDialog* askToSetUp(QWidget* parent, AgentHookSetupAction action,

@@ -26,20 +26,23 @@ std::string escaped(const std::string& text, Escape escape) {
 // A quoted argument of a key "Exec". The key is a string that is unescaped before its quotes are,
 // so that a backslash for the one needs another for the other.
 std::string execArgument(const std::string& text) {
-  return '"' + escaped(text, [](char c) -> std::string {
-           switch (c) {
-             case '"':
-             case '`':
-             case '$':
-               return std::string("\\\\") + c;
-             case '\\':
-               return "\\\\\\\\";
-             case '%':
-               return "%%";
-             default:
-               return std::string(1, c);
-           }
-         }) + '"';
+  return '"' +
+         escaped(text,
+                 [](char c) -> std::string {
+                   switch (c) {
+                     case '"':
+                     case '`':
+                     case '$':
+                       return std::string("\\\\") + c;
+                     case '\\':
+                       return "\\\\\\\\";
+                     case '%':
+                       return "%%";
+                     default:
+                       return std::string(1, c);
+                   }
+                 }) +
+         '"';
 }
 
 std::string xmlText(const std::string& text) {
@@ -96,8 +99,7 @@ LoginItem::LoginItem(Kind kind, const Environment& environment, fs::path program
     : kind_(kind), program_(std::move(program)) {
   path_ = kind == Kind::xdgAutostart
               ? autostartFolder(environment) / (std::string(identifier) + ".desktop")
-              : home(environment) / "Library/LaunchAgents" /
-                    (std::string(identifier) + ".plist");
+              : home(environment) / "Library/LaunchAgents" / (std::string(identifier) + ".plist");
 }
 
 bool LoginItem::isOn() const {
@@ -123,8 +125,7 @@ void LoginItem::turn(bool on) const {
     return;
   }
   makeFolder(path_.parent_path());
-  replaceFile(path_,
-              kind_ == Kind::xdgAutostart ? desktopEntry(program_) : propertyList(program_));
+  replaceFile(path_, kind_ == Kind::xdgAutostart ? desktopEntry(program_) : propertyList(program_));
 }
 
 }  // namespace nodo::menu

@@ -130,8 +130,8 @@ MenuView MenuModel::view(Date now) const {
   const StatusReport status = statusAt(*facts_, now);
   const Headline judgement = headlineFor(*facts_, status);
   const SetupMenuSignals setup = setupSignals(now);
-  const bool setupNeedsAttention = setup.isSetupIncomplete() &&
-                                   !(setup.remindersSuppressed && setup.helperIsOperational());
+  const bool setupNeedsAttention =
+      setup.isSetupIncomplete() && !(setup.remindersSuppressed && setup.helperIsOperational());
   view.icon =
       iconFor(menuBarIconState(status, std::nullopt, facts_->forFindings.hookFallback.isActive,
                                setupNeedsAttention),

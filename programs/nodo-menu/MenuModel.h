@@ -36,10 +36,10 @@ struct SetupView {
 struct MenuView {
   MenuBarIconState icon = MenuBarIconState::loading;
   std::optional<std::string> failure;  ///< of the last wish: it comes before everything else
-  std::string headline;              ///< with what the timer has left
-  std::vector<std::string> notices;  ///< who asked, requests, agents, a pause: a line each
-  std::optional<MenuEntry> stop;     ///< where there is something to stop
-  std::optional<MenuEntry> pause;    ///< pauses the hooks, or resumes them
+  std::string headline;                ///< with what the timer has left
+  std::vector<std::string> notices;    ///< who asked, requests, agents, a pause: a line each
+  std::optional<MenuEntry> stop;       ///< where there is something to stop
+  std::optional<MenuEntry> pause;      ///< pauses the hooks, or resumes them
   std::optional<SetupView> setup;
 
   bool operator==(const MenuView&) const = default;
@@ -107,7 +107,7 @@ class MenuModel {
 
   std::string restartCommand_;
   std::optional<nodoctl::HealthFacts> facts_;
-  std::uint64_t factsNumber_ = 0;           // of the question that they answer
+  std::uint64_t factsNumber_ = 0;                // of the question that they answer
   std::optional<nodoctl::HealthFacts> reasons_;  // of the last look that found them out
   bool hearsNews_ = false;
   std::optional<std::string> lookFailure_;  // why the last look gave none

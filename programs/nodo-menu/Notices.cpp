@@ -52,8 +52,9 @@ bool NoticeWatch::seesFallback(const AgentHookFallbackStatus& fallback) {
   }
   // A hook that starts another while the last one lasts does so for the same cause.
   const auto last = std::exchange(fallbackStartedAt_, fallback.lastStartedAt);
-  const bool goesOn = last && fallback.lastStartedAt &&
-                      *fallback.lastStartedAt - *last <= std::chrono::seconds(fallback.fallbackSeconds);
+  const bool goesOn =
+      last && fallback.lastStartedAt &&
+      *fallback.lastStartedAt - *last <= std::chrono::seconds(fallback.fallbackSeconds);
   return !isFirst && !goesOn;
 }
 

@@ -39,7 +39,8 @@ Program::Program(ProgramContext context)
       tray_(trayActions()),
       window_([this] { look(); }),
       questions_(context_.serve, [this] {
-        QMetaObject::invokeMethod(&here_, [this] { takeReplies(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &here_, [this] { takeReplies(); }, Qt::QueuedConnection);
       }) {
   model_.putOffReminders(putOffUntil(context_.settings));
   // Never early, as the minute that it waits for would not be over.
@@ -82,8 +83,8 @@ TrayActions Program::trayActions() {
                 try {
                   context_.login.turn(on);
                 } catch (const std::exception& error) {
-                  tell(&window_, std::string("Start at login could not be changed.\n") +
-                                     error.what());
+                  tell(&window_,
+                       std::string("Start at login could not be changed.\n") + error.what());
                 }
                 refresh();
               },
@@ -145,8 +146,7 @@ void Program::listenTo(std::shared_ptr<ChangeNews> news) {
   news_ = std::move(news);
   model_.hearsNews(news_ != nullptr);
   if (news_) {
-    newsNotifier_ =
-        std::make_unique<QSocketNotifier>(news_->descriptor(), QSocketNotifier::Read);
+    newsNotifier_ = std::make_unique<QSocketNotifier>(news_->descriptor(), QSocketNotifier::Read);
     QObject::connect(newsNotifier_.get(), &QSocketNotifier::activated, &here_, [this] { hear(); });
   }
 }

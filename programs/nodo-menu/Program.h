@@ -28,8 +28,9 @@ struct ProgramContext {
   QSettings& settings;  ///< what nodo-menu itself remembers
 };
 
-/// What holds the parts together: replies, news and time come in, the icon with its menu, the window
-/// and notices go out. Asks when something has changed, and else only where nobody would tell.
+/// What holds the parts together: replies, news and time come in, the icon with its menu, the
+/// window and notices go out. Asks when something has changed, and else only where nobody would
+/// tell.
 ///
 /// All on the thread of the interface, which never waits but for the last question at the end.
 class Program {

@@ -64,8 +64,8 @@ void Tray::addTop() {
   linesEnd_ = menu_.addSeparator();
   keepAwakeMenu_.setTitle(QStringLiteral("&Keep awake for"));
   for (const MenuEntry& entry : keepAwakeEntries()) {
-    QObject::connect(keepAwakeMenu_.addAction(QString::fromStdString(entry.title)), &QAction::triggered, &menu_,
-                     [this, entry] { wish(entry); });
+    QObject::connect(keepAwakeMenu_.addAction(QString::fromStdString(entry.title)),
+                     &QAction::triggered, &menu_, [this, entry] { wish(entry); });
   }
   keepAwakeMenu_.addSeparator();
   QObject::connect(keepAwakeMenu_.addAction(QStringLiteral("Until a &time...")),

@@ -60,6 +60,7 @@ class Tray {
   void showLines(const MenuView& view);
   void showSetup(const std::optional<SetupView>& setup);
   void wish(const std::optional<MenuEntry>& entry) const;
+
   QString label(const std::string& text) const { return menuLabel(text, drawer_); }
 
   TrayActions actions_;

@@ -115,9 +115,8 @@ WhyWindow::WhyWindow(std::function<void()> opens)
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
   QPushButton* copy =
       buttons->addButton(QStringLiteral("C&opy report"), QDialogButtonBox::ActionRole);
-  connect(copy, &QPushButton::clicked, this, [this] {
-    QGuiApplication::clipboard()->setText(report_.toPlainText());
-  });
+  connect(copy, &QPushButton::clicked, this,
+          [this] { QGuiApplication::clipboard()->setText(report_.toPlainText()); });
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 
   auto* layout = new QVBoxLayout(this);

@@ -40,8 +40,9 @@ std::string nodoctlName(const nodo::Environment& environment) {
 QString meetingPoint() {
   const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
   if (folder.isEmpty()) {
-    throw std::runtime_error("there is no folder for this user's running programs: is "
-                             "XDG_RUNTIME_DIR set?");
+    throw std::runtime_error(
+        "there is no folder for this user's running programs: is "
+        "XDG_RUNTIME_DIR set?");
   }
   return folder + QStringLiteral("/nodo-menu.socket");
 }
@@ -74,16 +75,15 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
                                         .error = std::cerr,
                                         .startedAs = nodoctlName(environment)};
   QSettings settings;
-  nodo::menu::Program program(
-      {.serve =
-           [&](const nodo::menu::Wish& wish) {
-             return nodo::menu::serve(wish, options.daemon, tool);
-           },
-       .restartCommand = tool.restartCommand,
-       .now = tool.now,
-       .login = {nodo::menu::loginItemKind(), environment,
-                 QCoreApplication::applicationFilePath().toStdString()},
-       .settings = settings});
+  nodo::menu::Program program({.serve =
+                                   [&](const nodo::menu::Wish& wish) {
+                                     return nodo::menu::serve(wish, options.daemon, tool);
+                                   },
+                               .restartCommand = tool.restartCommand,
+                               .now = tool.now,
+                               .login = {nodo::menu::loginItemKind(), environment,
+                                         QCoreApplication::applicationFilePath().toStdString()},
+                               .settings = settings});
   first.whenAnotherStarts([&program] { program.showWindow(); });
   program.start();
   if (options.showsWindow) {

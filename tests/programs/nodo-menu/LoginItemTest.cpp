@@ -85,8 +85,7 @@ TEST_F(LoginItemTest, WhatTheDesktopsSettingsSwitchedOffIsOffAndCanBeTurnedOnAga
 TEST_F(LoginItemTest, AProgramsPathIsQuotedAsDesktopEntriesWantIt) {
   const LoginItem it = item(LoginItem::Kind::xdgAutostart, "/a b/100%/$x/\"q\"/back\\slash");
   it.turn(true);
-  EXPECT_THAT(contentOf(it),
-              HasSubstr(R"(Exec="/a b/100%%/\\$x/\\"q\\"/back\\\\slash")"));
+  EXPECT_THAT(contentOf(it), HasSubstr(R"(Exec="/a b/100%%/\\$x/\\"q\\"/back\\\\slash")"));
 }
 
 TEST_F(LoginItemTest, LaunchdStartsItInTheSessionOfTheUser) {

@@ -1,5 +1,4 @@
 #include <programs/nodo-menu/MenuModel.h>
-#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <algorithm>
 #include <chrono>
@@ -9,17 +8,19 @@
 
 #include <gmock/gmock.h>
 
+#include <tests/programs/nodo-menu/SampleFacts.h>
+
 namespace nodo::menu {
 namespace {
 
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 using sample::idle;
 using sample::keptAwake;
 using sample::now;
 using sample::vetoed;
 using sample::withoutDaemon;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 class MenuModelTest : public ::testing::Test {
  protected:
@@ -112,8 +113,8 @@ TEST_F(MenuModelTest, ADaemonThatIsMissingIsAWarningThatSaysWhatToDo) {
 
 TEST_F(MenuModelTest, ADaemonThatIsBrokenIsToBeStartedAnew) {
   take(withoutDaemon(true));
-  EXPECT_EQ(view().setup, (SetupView{.line = "Setup: repair helper: sudo restart",
-                                     .action = std::nullopt}));
+  EXPECT_EQ(view().setup,
+            (SetupView{.line = "Setup: repair helper: sudo restart", .action = std::nullopt}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatComesBackEndsTheWarning) {
@@ -135,10 +136,10 @@ TEST_F(MenuModelTest, MissingHooksCanBeInstalledFromTheMenu) {
   facts.forFindings.hooks->targets[0].status = AgentHookComponentStatus::missing;
   take(facts);
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
-  EXPECT_EQ(view().setup,
-            (SetupView{.line = "Setup: install hooks",
-                       .action = MenuEntry{"Install Hooks",
-                                           SetUpHooks{AgentHookSetupAction::install}}}));
+  EXPECT_EQ(
+      view().setup,
+      (SetupView{.line = "Setup: install hooks",
+                 .action = MenuEntry{"Install Hooks", SetUpHooks{AgentHookSetupAction::install}}}));
 }
 
 TEST_F(MenuModelTest, RemindersOfHooksThatArePutOffNeitherChangeTheIconNorOpenTheSetup) {
@@ -248,10 +249,8 @@ TEST_F(MenuModelTest, AfterTheTimersEndItAsksInCaseNobodyTells) {
 
 TEST_F(MenuModelTest, AFallbacksEndIsLookedFor) {
   nodoctl::HealthFacts facts = idle();
-  facts.forFindings.hookFallback = {.isActive = true,
-                                    .logPath = "",
-                                    .lastStartedAt = now - Seconds(100),
-                                    .fallbackSeconds = 600};
+  facts.forFindings.hookFallback = {
+      .isActive = true, .logPath = "", .lastStartedAt = now - Seconds(100), .fallbackSeconds = 600};
   take(facts);
   EXPECT_EQ(model.timeToAsk(now), Seconds(502));
 }

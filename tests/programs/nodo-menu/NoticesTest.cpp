@@ -1,19 +1,20 @@
 #include <programs/nodo-menu/Notices.h>
-#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <optional>
 
 #include <gmock/gmock.h>
 
+#include <tests/programs/nodo-menu/SampleFacts.h>
+
 namespace nodo::menu {
 namespace {
 
-using ::testing::HasSubstr;
 using sample::idle;
 using sample::keptAwake;
 using sample::now;
 using sample::vetoed;
 using sample::withoutDaemon;
+using ::testing::HasSubstr;
 
 nodoctl::HealthFacts withFallback(nodoctl::HealthFacts facts, Date startedAt) {
   facts.forFindings.hookFallback = {

@@ -1,6 +1,5 @@
 #include <programs/nodo-menu/Program.h>
 #include <testing/TemporaryFolder.h>
-#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <QApplication>
 #include <QMessageBox>
@@ -15,6 +14,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+
+#include <tests/programs/nodo-menu/SampleFacts.h>
 #include <unistd.h>
 
 namespace nodo::menu {
@@ -33,6 +34,7 @@ class ScriptedNews : public ChangeNews {
       throw std::runtime_error("no pipe");
     }
   }
+
   ~ScriptedNews() override {
     ::close(ends_[0]);
     ::close(ends_[1]);
@@ -133,11 +135,9 @@ class ProgramTest : public ::testing::Test {
   nodoctl::HealthFacts facts = sample::idle();
   std::vector<Wish> wishes;
   std::shared_ptr<ScriptedNews> news = std::make_shared<ScriptedNews>();
-  QSettings settings{QString::fromStdString((folder / "menu.ini").string()),
-                     QSettings::IniFormat};
-  LoginItem login{LoginItem::Kind::xdgAutostart,
-                  {{"HOME", folder.path().string()}},
-                  "/usr/bin/nodo-menu"};
+  QSettings settings{QString::fromStdString((folder / "menu.ini").string()), QSettings::IniFormat};
+  LoginItem login{
+      LoginItem::Kind::xdgAutostart, {{"HOME", folder.path().string()}}, "/usr/bin/nodo-menu"};
   Program program{{.serve = [this](const Wish& wish) { return serve(wish); },
                    .restartCommand = "sudo restart",
                    .now = [] { return sample::now; },
@@ -291,7 +291,6 @@ TEST_F(ProgramTest, ATimeOfDayCanBeChosenByKeyboard) {
   QTest::keyClick(dialog, Qt::Key_Return);
   EXPECT_TRUE(waitForWish(KeepAwake{ClockTime{.hour = 23, .minute = 5}}));
 }
-
 
 }  // namespace
 }  // namespace nodo::menu

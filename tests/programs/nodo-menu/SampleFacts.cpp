@@ -1,6 +1,6 @@
-#include <tests/programs/nodo-menu/SampleFacts.h>
-
 #include <cstdint>
+
+#include <tests/programs/nodo-menu/SampleFacts.h>
 
 namespace nodo::menu::sample {
 

@@ -1,5 +1,4 @@
 #include <programs/nodo-menu/Tray.h>
-#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <QAction>
 #include <QStringList>
@@ -7,6 +6,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+
+#include <tests/programs/nodo-menu/SampleFacts.h>
 
 namespace nodo::menu {
 namespace {
@@ -72,10 +73,10 @@ class TrayTest : public ::testing::Test {
 
 TEST_F(TrayTest, TheHeadlineComesFirstAndWhatCanBeDoneBelowTheNotices) {
   tray.show(someView(), false);
-  EXPECT_THAT(textsOf(tray.menu()),
-              ElementsAre("Kept awake.", "Last request: R&&D, 08:00", "No agent runs",
-                          "&Keep awake for", "Stop keeping awake", "Pause for an hour", "&Why?",
-                          "Start at &login", "&Quit"));
+  EXPECT_THAT(
+      textsOf(tray.menu()),
+      ElementsAre("Kept awake.", "Last request: R&&D, 08:00", "No agent runs", "&Keep awake for",
+                  "Stop keeping awake", "Pause for an hour", "&Why?", "Start at &login", "&Quit"));
 }
 
 TEST_F(TrayTest, AFailureComesBeforeTheHeadline) {
@@ -89,8 +90,7 @@ TEST_F(TrayTest, LongLinesAreBrokenBetweenWords) {
   MenuView view = someView();
   view.headline = std::string(50, 'a') + " " + std::string(50, 'b');
   tray.show(view, false);
-  EXPECT_THAT(textsOf(tray.menu()),
-              IsSupersetOf({std::string(50, 'a'), std::string(50, 'b')}));
+  EXPECT_THAT(textsOf(tray.menu()), IsSupersetOf({std::string(50, 'a'), std::string(50, 'b')}));
 }
 
 TEST_F(TrayTest, LinesThatOnlyTellCannotBeChosen) {
@@ -127,8 +127,8 @@ TEST_F(TrayTest, TheSetupStandsInTheMenuAsLongAsItIsToBeSeen) {
   MenuView view = someView();
   view.setup = someSetup(true);
   tray.show(view, false);
-  EXPECT_THAT(textsOf(tray.menu()), IsSupersetOf({"Setup: install hooks", "Install Hooks",
-                                                  "Remind me in a week"}));
+  EXPECT_THAT(textsOf(tray.menu()),
+              IsSupersetOf({"Setup: install hooks", "Install Hooks", "Remind me in a week"}));
   entry("Install Hooks")->trigger();
   EXPECT_THAT(wishes, ElementsAre(Wish(SetUpHooks{AgentHookSetupAction::install})));
   entry("Remind me in a week")->trigger();
@@ -188,8 +188,8 @@ TEST(MenuLabelTest, NoCharacterOfATextMarksAKey) {
 TEST_F(TrayTest, EachStateHasAnIconOfItsOwnShape) {
   std::vector<QImage> shapes;
   for (const MenuBarIconState state : allCases<MenuBarIconState>()) {
-    const QImage shape = iconFor(state).pixmap(22, 22).toImage().convertToFormat(
-        QImage::Format_Alpha8);
+    const QImage shape =
+        iconFor(state).pixmap(22, 22).toImage().convertToFormat(QImage::Format_Alpha8);
     ASSERT_FALSE(shape.isNull()) << rawValue(state);
     EXPECT_THAT(shapes, Not(Contains(shape))) << rawValue(state);
     shapes.push_back(shape);

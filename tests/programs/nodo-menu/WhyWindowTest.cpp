@@ -1,5 +1,4 @@
 #include <programs/nodo-menu/WhyWindow.h>
-#include <tests/programs/nodo-menu/SampleFacts.h>
 
 #include <QApplication>
 #include <QClipboard>
@@ -10,6 +9,8 @@
 #include <string>
 
 #include <gmock/gmock.h>
+
+#include <tests/programs/nodo-menu/SampleFacts.h>
 
 namespace nodo::menu {
 namespace {
