@@ -1,32 +1,38 @@
 #pragma once
 
-#include <QLocalServer>
-#include <QString>
-#include <functional>
+#include <NODOCore/base/Files.h>
+
+#include <filesystem>
 
 namespace nodo::menu {
 
-/// Lets one nodo-menu of a user run at a time: a second one has the first show its window.
-///
-/// All on the thread of the interface.
+/// Lets one nodo-menu of a user run at a time: a second one has the first show its window. Two
+/// files are its meeting point: a lock, which the system frees when the first ends, however it
+/// does, and a socket, at which connecting says it all.
 class FirstInstance {
  public:
-  /// `socket` is the absolute path of the meeting point, in a folder of this user's own.
-  explicit FirstInstance(QString socket) : socket_(std::move(socket)) {}
+  /// `folder` is this user's own, for what runs.
+  explicit FirstInstance(const std::filesystem::path& folder);
 
-  /// True when this is the first. Else the first one has been asked to show its window.
+  /// True when this is the first one, from now on. Else the first one has been told.
   ///
-  /// Throws std::runtime_error when the meeting point can be neither reached nor made.
+  /// Throws std::system_error, with the path in its text, when the meeting point cannot be made, or
+  /// the first one does not listen within two seconds.
   bool claim();
 
-  /// From now on `show` is called when another one is started. After `claim`.
-  void whenAnotherStarts(const std::function<void()>& show);
+  /// Can be read once another one has been started. After `claim` was true.
+  int descriptor() const { return listener_.get(); }
+
+  /// Takes note of all others that have been started.
+  void takeOthers() const;
 
  private:
-  bool reachesFirst() const;
+  bool tellsFirst() const;
 
-  QString socket_;
-  QLocalServer server_;
+  std::filesystem::path lockPath_;
+  std::filesystem::path socketPath_;
+  FileDescriptor lock_;
+  FileDescriptor listener_;
 };
 
 }  // namespace nodo::menu

@@ -37,7 +37,6 @@ Program::Program(ProgramContext context)
     : context_(std::move(context)),
       model_(context_.restartCommand),
       tray_(trayActions()),
-      window_([this] { look(); }),
       questions_(context_.serve, [this] {
         QMetaObject::invokeMethod(
             &here_, [this] { takeReplies(); }, Qt::QueuedConnection);
@@ -60,17 +59,17 @@ TrayActions Program::trayActions() {
   return {.wish =
               [this](const Wish& wish) {
                 if (const auto* setUp = std::get_if<SetUpHooks>(&wish)) {
-                  askToSetUp(&window_, setUp->action, [this, wish] { ask(wish); });
+                  askToSetUp(&dialogs_, setUp->action, [this, wish] { ask(wish); });
                 } else {
                   ask(wish);
                 }
               },
           .askForTime =
               [this] {
-                askForTime(&window_, inAnHour(context_.now()),
+                askForTime(&dialogs_, inAnHour(context_.now()),
                            [this](ClockTime time) { ask(KeepAwake{time}); });
               },
-          .why = [this] { window_.present(); },
+          .why = [this] { showWindow(); },
           .putOffReminders =
               [this](bool putOff) {
                 const Date until = context_.now() + (putOff ? week : Seconds(0));
@@ -83,7 +82,7 @@ TrayActions Program::trayActions() {
                 try {
                   context_.login.turn(on);
                 } catch (const std::exception& error) {
-                  tell(&window_,
+                  tell(&dialogs_,
                        std::string("Start at login could not be changed.\n") + error.what());
                 }
                 refresh();
@@ -101,6 +100,14 @@ void Program::start() {
   });
 }
 
+void Program::showWindow() {
+  if (!window_) {
+    window_ = std::make_unique<WhyWindow>([this] { look(); });
+  }
+  window_->present();
+  refresh();
+}
+
 void Program::ask(const Wish& wish) {
   model_.asked(wish);
   questions_.ask(wish);
@@ -108,7 +115,7 @@ void Program::ask(const Wish& wish) {
 }
 
 void Program::look() {
-  questions_.ask(Look{.listens = !news_ || isDaemonMissing_, .findsReasons = window_.isVisible()});
+  questions_.ask(Look{.listens = !news_ || isDaemonMissing_, .findsReasons = isWindowVisible()});
 }
 
 void Program::takeReplies() {
@@ -126,9 +133,9 @@ void Program::take(Reply reply) {
   }
   model_.take(reply);
   if (std::holds_alternative<SetUpHooks>(reply.wish)) {
-    tell(&window_, model_.setupResult().value_or(""));
+    tell(&dialogs_, model_.setupResult().value_or(""));
   }
-  if (!std::holds_alternative<Look>(reply.wish) && window_.isVisible()) {
+  if (!std::holds_alternative<Look>(reply.wish) && isWindowVisible()) {
     look();  // the other wishes find out no reasons
   }
   if (!reply.facts) {
@@ -174,8 +181,8 @@ void Program::watchHookLog(const QString& path) {
 void Program::refresh() {
   const Date now = context_.now();
   tray_.show(model_.view(now), context_.login.isOn());
-  if (window_.isVisible()) {
-    window_.setFacts(model_, now);
+  if (isWindowVisible()) {
+    window_->setFacts(model_, now);
   }
   auto wait = model_.timeToRedraw(now);
   if (askAt_) {

@@ -12,6 +12,7 @@
 #include <QSettings>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <QWidget>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -40,11 +41,12 @@ class Program {
   /// Asks for the first time, and shows the icon as soon as there is a place for it.
   void start();
 
-  void showWindow() { window_.present(); }
+  /// The window "Why?".
+  void showWindow();
 
   Tray& tray() { return tray_; }
 
-  WhyWindow& window() { return window_; }
+  bool isWindowVisible() const { return window_ && window_->isVisible(); }
 
  private:
   TrayActions trayActions();
@@ -70,8 +72,9 @@ class Program {
   std::shared_ptr<ChangeNews> news_;
   std::unique_ptr<QSocketNotifier> newsNotifier_;
   Tray tray_;
-  WhyWindow window_;
-  Questions questions_;  // ends first: it calls back
+  std::unique_ptr<WhyWindow> window_;  // made when it is first wanted, as it takes memory
+  QWidget dialogs_;                    // is never shown: those that are open go with it
+  Questions questions_;                // ends first: it calls back
 };
 
 }  // namespace nodo::menu

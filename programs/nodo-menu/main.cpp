@@ -8,9 +8,11 @@
 
 #include <QApplication>
 #include <QSettings>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -37,14 +39,13 @@ std::string nodoctlName(const nodo::Environment& environment) {
   return isProgram(beside) ? beside : "/usr/local/bin/nodoctl";
 }
 
-QString meetingPoint() {
+std::filesystem::path runtimeFolder() {
   const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
   if (folder.isEmpty()) {
     throw std::runtime_error(
-        "there is no folder for this user's running programs: is "
-        "XDG_RUNTIME_DIR set?");
+        "there is no folder for this user's running programs: is XDG_RUNTIME_DIR set?");
   }
-  return folder + QStringLiteral("/nodo-menu.socket");
+  return folder.toStdString();
 }
 
 int show(const nodo::menu::Options& options, int argc, char** argv) {
@@ -58,7 +59,7 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
   QApplication::setOrganizationName(QStringLiteral("nodo"));
   QApplication::setDesktopFileName(QStringLiteral("com.quintavel.nodo.menu"));
   QApplication::setQuitOnLastWindowClosed(false);
-  nodo::menu::FirstInstance first(meetingPoint());
+  nodo::menu::FirstInstance first(runtimeFolder());
   if (!first.claim()) {
     return nodo::exitSuccess;
   }
@@ -84,7 +85,11 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
                                .login = {nodo::menu::loginItemKind(), environment,
                                          QCoreApplication::applicationFilePath().toStdString()},
                                .settings = settings});
-  first.whenAnotherStarts([&program] { program.showWindow(); });
+  QSocketNotifier others(first.descriptor(), QSocketNotifier::Read);
+  QObject::connect(&others, &QSocketNotifier::activated, &others, [&first, &program] {
+    first.takeOthers();
+    program.showWindow();
+  });
   program.start();
   if (options.showsWindow) {
     program.showWindow();

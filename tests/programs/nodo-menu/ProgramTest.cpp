@@ -215,7 +215,7 @@ TEST_F(ProgramTest, StartAtLoginIsTheLoginItem) {
 TEST_F(ProgramTest, TheWindowIsToldTheReasonsAndEachChangeAfterwards) {
   ASSERT_TRUE(waitForEntry("Not kept awake"));
   entry("&Why?")->trigger();
-  EXPECT_TRUE(program.window().isVisible());
+  EXPECT_TRUE(program.isWindowVisible());
   EXPECT_TRUE(waitForWish(Look{.findsReasons = true}));
   const std::size_t before = wishesSoFar().size();
   news->send('c');
