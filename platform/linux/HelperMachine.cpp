@@ -16,15 +16,17 @@ namespace {
 
 class BusHelperConnecting : public HelperConnecting {
  public:
-  explicit BusHelperConnecting(std::optional<std::string> bus) : bus_(std::move(bus)) {}
+  BusHelperConnecting(std::optional<std::string> bus, AbsentDaemon absent)
+      : bus_(std::move(bus)), absent_(absent) {}
 
   std::unique_ptr<HelperConnection> privilegedConnection(
       const std::string& machServiceName) const override {
-    return std::make_unique<BusHelperConnection>(bus_, machServiceName);
+    return std::make_unique<BusHelperConnection>(bus_, machServiceName, absent_);
   }
 
  private:
   std::optional<std::string> bus_;
+  AbsentDaemon absent_;
 };
 
 using std::chrono::milliseconds;
@@ -87,7 +89,11 @@ bool blocksHoldForTheirUser(milliseconds limit) {
 }  // namespace
 
 std::shared_ptr<const HelperConnecting> helperConnecting(const std::optional<std::string>& bus) {
-  return std::make_shared<BusHelperConnecting>(bus);
+  return std::make_shared<BusHelperConnecting>(bus, AbsentDaemon::isStarted);
+}
+
+std::shared_ptr<const HelperConnecting> helperWatching(const std::optional<std::string>& bus) {
+  return std::make_shared<BusHelperConnecting>(bus, AbsentDaemon::staysAbsent);
 }
 
 std::optional<std::string> refusalOfThisProgram() {

@@ -54,6 +54,10 @@ std::shared_ptr<const HelperConnecting> helperConnecting(
   return std::make_shared<XPCHelperConnecting>();
 }
 
+std::shared_ptr<const HelperConnecting> helperWatching(const std::optional<std::string>& bus) {
+  return helperConnecting(bus);
+}
+
 std::optional<std::string> refusalOfThisProgram() {
   const std::filesystem::path daemons = "/Library/LaunchDaemons";
   std::error_code ignored;

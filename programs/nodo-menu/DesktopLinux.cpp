@@ -34,11 +34,7 @@ std::optional<std::string> whyNothingCanBeShown(const Environment& environment) 
 
 void whenIconsCanBeShown(QObject& context, const std::function<void(MenuDrawer)>& then) {
   const QDBusConnection bus = QDBusConnection::sessionBus();
-  if (bus.isConnected() && bus.interface()->isServiceRegistered(watcherName)) {
-    then(MenuDrawer::panel);
-    return;
-  }
-  // Goes with what waits, so that only one of its two ends comes true.
+  // Goes with what waits, so that only one of its ends comes true.
   auto* waiting = new QObject(&context);
   const auto finish = [waiting, then](MenuDrawer drawer) {
     waiting->deleteLater();
@@ -49,7 +45,10 @@ void whenIconsCanBeShown(QObject& context, const std::function<void(MenuDrawer)>
       new QDBusServiceWatcher(watcherName, bus, QDBusServiceWatcher::WatchForRegistration, waiting);
   QObject::connect(watcher, &QDBusServiceWatcher::serviceRegistered, waiting,
                    [finish] { finish(MenuDrawer::panel); });
-  if (QGuiApplication::platformName() == QLatin1String("xcb")) {
+  // Only now, as it may come at any time.
+  if (bus.isConnected() && bus.interface()->isServiceRegistered(watcherName)) {
+    finish(MenuDrawer::panel);
+  } else if (QGuiApplication::platformName() == QLatin1String("xcb")) {
     QTimer::singleShot(patience, waiting, [finish] { finish(MenuDrawer::qt); });
   }
 }

@@ -71,9 +71,9 @@ QDialog* askToSetUp(QWidget* parent, AgentHookSetupAction action,
   QMessageBox* box = messageBox(
       parent,
       "nodo adds its hooks to the settings of your agents, so that they can keep this computer "
-      "awake. What else stands there stays as it is.");
+      "awake. What else stands there stays as it is.\n\n" +
+          agentsFiles());
   box->setIcon(QMessageBox::Question);
-  box->setInformativeText(QString::fromStdString(agentsFiles()));
   QPushButton* yes = box->addButton(QString::fromStdString(std::string(buttonTitle(action))),
                                     QMessageBox::AcceptRole);
   box->setDefaultButton(yes);
@@ -83,12 +83,7 @@ QDialog* askToSetUp(QWidget* parent, AgentHookSetupAction action,
 }
 
 QDialog* tell(QWidget* parent, const std::string& text) {
-  const auto end = std::min(text.find('\n'), text.size());
-  QMessageBox* box = messageBox(parent, text.substr(0, end));
-  if (end < text.size()) {
-    box->setInformativeText(QString::fromStdString(text.substr(end + 1)));
-  }
-  return shown(box);
+  return shown(messageBox(parent, text));
 }
 
 }  // namespace nodo::menu

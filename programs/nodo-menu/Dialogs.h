@@ -20,7 +20,7 @@ QDialog* askForTime(QWidget* parent, ClockTime offered, const std::function<void
 QDialog* askToSetUp(QWidget* parent, AgentHookSetupAction action,
                     const std::function<void()>& then);
 
-/// In lines, the first of which is what it is about.
+/// `text`, in lines, is shown as it is.
 QDialog* tell(QWidget* parent, const std::string& text);
 
 }  // namespace nodo::menu

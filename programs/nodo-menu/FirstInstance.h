@@ -23,6 +23,9 @@ class FirstInstance {
   /// Can be read once another one has been started. After `claim` was true.
   int descriptor() const { return listener_.get(); }
 
+  /// From now on another one waits until this one has ended.
+  void stopListening() { listener_.reset(); }
+
   /// Takes note of all others that have been started.
   void takeOthers() const;
 

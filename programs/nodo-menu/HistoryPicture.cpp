@@ -100,6 +100,9 @@ class Drawing {
     place = drawKey(place, colours_.lock, QStringLiteral("kept awake"));
     place = drawKey(place, QBrush(colours_.veto, Qt::BDiagPattern),
                     QStringLiteral("sleep allowed by a safety rule"));
+    if (report_.lockKnownSince) {
+      drawKey(place, QBrush(colours_.text, Qt::Dense6Pattern), QStringLiteral("not known"));
+    }
   }
 
   // Returns what is left of `place`.

@@ -4,6 +4,7 @@
 #include <NODOCore/diagnostics/Findings.h>
 #include <NODOCore/diagnostics/Headline.h>
 #include <programs/nodo-menu/MenuModel.h>
+#include <programs/nodo-menu/Notices.h>
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
@@ -18,6 +19,14 @@ constexpr Seconds minute(60);
 
 // The daemon itself tells of the end of its timer, and that takes a moment.
 constexpr Seconds patience(2);
+
+constexpr std::string_view notKnown = "It is not known whether this computer is kept awake.";
+
+// Whether what the daemon says and what the machine says go together as they do but for a moment.
+bool isSure(HeadlineKind kind) {
+  return kind != HeadlineKind::unconfirmed && kind != HeadlineKind::lockMissing &&
+         kind != HeadlineKind::lockLeft;
+}
 
 // The status with the time that has passed since.
 StatusReport statusAt(const nodoctl::HealthFacts& facts, Date now) {
@@ -83,6 +92,9 @@ void MenuModel::asked(const Wish& wish) {
     return;
   }
   wishFailure_.reset();
+  if (hooksStatus_ && hooksStatus_->isBusy()) {
+    return;  // its reply is still to come
+  }
   hooksStatus_.reset();
   hookRows_.clear();
   if (const auto* setUp = std::get_if<SetUpHooks>(&wish)) {
@@ -91,7 +103,8 @@ void MenuModel::asked(const Wish& wish) {
 }
 
 void MenuModel::take(const Reply& reply) {
-  if (!std::holds_alternative<Look>(reply.wish)) {
+  const bool isWish = !std::holds_alternative<Look>(reply.wish);
+  if (isWish) {
     wishFailure_ = reply.failure;
   }
   if (const auto* setUp = std::get_if<SetUpHooks>(&reply.wish)) {
@@ -110,6 +123,14 @@ void MenuModel::take(const Reply& reply) {
     return;
   }
   facts_ = reply.facts;
+  const HeadlineKind kind = headline(facts_->forFindings.keepAwake.value()).kind;
+  isKindNew_ = kind_ != kind;
+  kind_ = kind;
+  if (isWish) {
+    failedUnder_ = kind;
+  } else if (failedUnder_ != kind) {
+    wishFailure_.reset();
+  }
   if (const auto* look = std::get_if<Look>(&reply.wish); look != nullptr && look->findsReasons) {
     reasons_ = reply.facts;
   }
@@ -123,7 +144,7 @@ MenuView MenuModel::view(Date now) const {
   }
   if (!facts_) {
     view.icon = menuBarIconState(std::nullopt, failure, false, false);
-    view.headline = failure ? "It is not known whether this computer is kept awake."
+    view.headline = failure ? std::string(notKnown)
                             : "Asking whether this computer is kept awake...";
     return view;
   }
@@ -137,6 +158,10 @@ MenuView MenuModel::view(Date now) const {
                                setupNeedsAttention),
               judgement.kind);
   view.headline = judgement.text;
+  if (lookFailure_) {
+    view.icon = MenuBarIconState::warning;
+    view.headline = notKnown;
+  }
   addNotices(view, status, now);
   if (status.state.manualIsActive(now) || status.state.ownsSleepDisable) {
     view.stop = MenuEntry{"Stop keeping awake", Stop()};
@@ -149,6 +174,9 @@ MenuView MenuModel::view(Date now) const {
 }
 
 void MenuModel::addNotices(MenuView& view, const StatusReport& status, Date now) const {
+  if (const auto fallback = fallbackText(facts_->forFindings)) {
+    view.notices.push_back(*fallback);
+  }
   if (const auto& last = status.state.lastRequester) {
     view.notices.push_back("Last request: " + escapedForDisplay(last->displayText()) + ", " +
                            clockText(last->requestedAt, now));
@@ -163,6 +191,9 @@ void MenuModel::addNotices(MenuView& view, const StatusReport& status, Date now)
   }
   if (hooksStatus_) {
     view.notices.push_back(escapedForDisplay(hooksStatus_->displayName()));
+  }
+  for (const std::string& problem : facts_->problems) {
+    view.notices.push_back(escapedForDisplay(problem));
   }
 }
 
@@ -183,7 +214,7 @@ std::optional<SetupView> MenuModel::setupView(Date now) const {
                  .isExpanded = SetupMenuPresentation::prefersExpandedSetup(setup)};
   // Of the daemon and its lock nothing can be set up from here.
   if (!setup.helperIsOperational() || setup.powerLockPending) {
-    view.line += ": " + nodoctl::setupAdvice(setup, restartCommand_);
+    view.action = MenuEntry{nodoctl::setupAdvice(setup, restartCommand_), std::nullopt};
   } else if (hooksStatus_ && hooksStatus_->isBusy()) {
     view.action = MenuEntry{AgentHookSetupPresentation::actionTitle(*hooksStatus_), std::nullopt};
   } else if (const auto action = AgentHookSetupPresentation::action(statusOf(setup))) {
@@ -202,21 +233,23 @@ std::optional<WhyView> MenuModel::why(Date now) const {
   facts.keepAwake->report = status;
   const DoctorReport report(reasons_->status.source, status, reasons_->sleepDisabled,
                             facts.hookFallback, facts.hooks);
-  return WhyView{.headline = headline(*facts.keepAwake).text,
-                 .findings = findings(facts),
-                 .report = report.text()};
+  WhyView view{.findings = findings(facts), .report = report.text()};
+  for (const std::string& hint : nodoctl::healthHints(*reasons_)) {
+    view.report += "\n\n" + escapedForDisplay(hint);
+  }
+  return view;
 }
 
 std::optional<std::string> MenuModel::setupResult() const {
   if (!hooksStatus_ || hooksStatus_->isBusy()) {
     return std::nullopt;
   }
-  std::string text = hooksStatus_->displayName();
+  std::string text = escapedForDisplay(hooksStatus_->displayName());
   if (wishFailure_) {
-    text += "\n" + *wishFailure_;
+    text += "\n" + escapedForDisplay(*wishFailure_);
   }
   for (const AgentHookActionResultRow& row : hookRows_) {
-    text += "\n" + row.targetDisplayName + ": " + row.message;
+    text += "\n" + escapedForDisplay(row.targetDisplayName + ": " + row.message);
   }
   return text;
 }
@@ -240,18 +273,23 @@ std::optional<Seconds> MenuModel::timeToRedraw(Date now) const {
     const Seconds beyond(std::fmod(left.count(), minute.count()));
     wait = left <= minute ? left + patience : beyond > Seconds(0) ? beyond : minute;
   }
-  if (const auto end = facts_->forFindings.hooksPausedUntil; end && *end > now) {
-    wait = std::min(wait.value_or(*end - now), *end - now);
+  for (const auto& end : {facts_->forFindings.hooksPausedUntil, remindersPutOffUntil_}) {
+    if (end && *end > now) {
+      wait = std::min(wait.value_or(*end - now), *end - now);
+    }
   }
   return wait;
 }
 
 std::optional<Seconds> MenuModel::timeToAsk(Date now) const {
-  constexpr Seconds deaf(5);
-  if (!facts_ || !hearsNews_) {
-    return deaf;
+  constexpr Seconds withoutNews(5);
+  if (!facts_ || !hearsNews_ || lookFailure_) {
+    return withoutNews;
   }
   std::optional<Seconds> wait;
+  if (!isSure(*kind_)) {
+    wait = isKindNew_ ? patience : minute;
+  }
   const auto until = [&](Date end) {
     if (end + patience > now) {
       wait = std::min(wait.value_or(end + patience - now), end + patience - now);

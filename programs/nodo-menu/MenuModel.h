@@ -26,8 +26,8 @@ struct MenuEntry {
 
 /// What is left to set up, and what can be done about it from here.
 struct SetupView {
-  std::string line;  ///< with what a person can do where there is no action
-  std::optional<MenuEntry> action;
+  std::string line;
+  std::optional<MenuEntry> action;  ///< where there is none from here, what a person can do
   bool isExpanded = true;  ///< it stands in the menu itself; else below its line
 
   bool operator==(const SetupView&) const = default;
@@ -45,9 +45,8 @@ struct MenuView {
   bool operator==(const MenuView&) const = default;
 };
 
-/// What the window "Why?" tells beside the picture.
+/// What the window "Why?" tells beside headline and picture.
 struct WhyView {
-  std::string headline;
   std::vector<Finding> findings;
   std::string report;  ///< the doctor's, in lines
 
@@ -71,7 +70,7 @@ class MenuModel {
   void asked(const Wish& wish);
 
   /// The facts of the newest question win, in whatever order replies come. A failed wish is told of
-  /// until the next one.
+  /// until the next one, or until things stand otherwise.
   void take(const Reply& reply);
 
   /// Whether changes are heard of, from now on.
@@ -81,6 +80,9 @@ class MenuModel {
 
   /// Nothing until a look has found out the reasons; then what the last such look has found.
   std::optional<WhyView> why(Date now) const;
+
+  /// Those that were found long ago are none.
+  void forgetReasons() { reasons_.reset(); }
 
   /// The requests, the lock and the vetoes of the twelve hours before `now`; nothing as long as
   /// nothing is known.
@@ -112,6 +114,9 @@ class MenuModel {
   bool hearsNews_ = false;
   std::optional<std::string> lookFailure_;  // why the last look gave none
   std::optional<std::string> wishFailure_;
+  std::optional<HeadlineKind> failedUnder_;  // what the headline was then
+  std::optional<HeadlineKind> kind_;         // of the newest facts' headline
+  bool isKindNew_ = false;                   // those before had another one
   std::optional<AgentHooksSetupStatus> hooksStatus_;  // during and after an action
   std::vector<AgentHookActionResultRow> hookRows_;
   std::optional<Date> remindersPutOffUntil_;

@@ -7,21 +7,15 @@
 #include <utility>
 
 namespace nodo::menu {
-namespace {
 
-Notice fallbackNotice(const FindingFacts& facts) {
-  Notice notice{.title = "nodo: an agent's hook keeps this computer awake by itself", .text = ""};
+std::optional<std::string> fallbackText(const FindingFacts& facts) {
   const std::vector<Finding> found = findings(facts);
   const auto finding = std::find_if(found.begin(), found.end(), [](const Finding& each) {
     return each.kind == FindingKind::fallbackActive;
   });
-  if (finding != found.end()) {
-    notice.text = finding->what + " " + finding->toDo;
-  }
-  return notice;
+  return finding == found.end() ? std::nullopt
+                                : std::optional(finding->what + " " + finding->toDo);
 }
-
-}  // namespace
 
 std::optional<Notice> NoticeWatch::take(const nodoctl::HealthFacts& facts) {
   const bool isReleased = seesRelease(facts);
@@ -31,7 +25,8 @@ std::optional<Notice> NoticeWatch::take(const nodoctl::HealthFacts& facts) {
                   .text = headline(facts.forFindings.keepAwake.value()).text};
   }
   if (hasFallbackBegun) {
-    return fallbackNotice(facts.forFindings);
+    return Notice{.title = "nodo: an agent's hook keeps this computer awake by itself",
+                  .text = fallbackText(facts.forFindings).value_or("")};
   }
   return std::nullopt;
 }
@@ -40,9 +35,14 @@ bool NoticeWatch::seesRelease(const nodoctl::HealthFacts& facts) {
   if (facts.status.unavailable) {
     return false;  // what it did is told when it is back
   }
-  const bool wasHeld = std::exchange(isLockHeld_, facts.status.report.state.ownsSleepDisable);
-  return wasHeld &&
-         headline(facts.forFindings.keepAwake.value()).kind == HeadlineKind::sleepAllowed;
+  const HeadlineKind kind = headline(facts.forFindings.keepAwake.value()).kind;
+  if (facts.status.report.state.ownsSleepDisable) {
+    isLockHeld_ = true;
+  } else if (kind == HeadlineKind::off) {
+    isLockHeld_ = false;
+  }
+  // In any other case it may just be on its way.
+  return kind == HeadlineKind::sleepAllowed && std::exchange(isLockHeld_, false);
 }
 
 bool NoticeWatch::seesFallback(const AgentHookFallbackStatus& fallback) {

@@ -15,6 +15,9 @@ struct Notice {
   bool operator==(const Notice&) const = default;
 };
 
+/// What is to be said of a hook that keeps the computer awake by itself; nothing when none does.
+std::optional<std::string> fallbackText(const FindingFacts& facts);
+
 /// Finds what is worth a notice in the facts as they come: that a safety rule made the daemon
 /// release the lock while the timer ran, and that a hook began to keep the computer awake by
 /// itself. Never twice for one cause, and not for what was so before the first facts.

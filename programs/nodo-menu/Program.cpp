@@ -3,7 +3,6 @@
 #include <programs/nodo-menu/Program.h>
 
 #include <QApplication>
-#include <QFileInfo>
 #include <QMetaObject>
 #include <QString>
 #include <QVariant>
@@ -36,6 +35,7 @@ ClockTime inAnHour(Date now) {
 Program::Program(ProgramContext context)
     : context_(std::move(context)),
       model_(context_.restartCommand),
+      hookLog_(context_.hookLog),
       tray_(trayActions()),
       questions_(context_.serve, [this] {
         QMetaObject::invokeMethod(
@@ -47,27 +47,36 @@ Program::Program(ProgramContext context)
   timer_.setSingleShot(true);
   QObject::connect(&timer_, &QTimer::timeout, &here_, [this] { timePassed(); });
   hookLogTimer_.setSingleShot(true);
-  QObject::connect(&hookLogTimer_, &QTimer::timeout, &here_, [this] { look(); });
-  QObject::connect(&hookLog_, &QFileSystemWatcher::fileChanged, &here_, [this] {
+  QObject::connect(&hookLogTimer_, &QTimer::timeout, &here_, [this] { readHookLog(); });
+  const auto soon = [this] {
     if (!hookLogTimer_.isActive()) {
       hookLogTimer_.start(burst);
     }
+  };
+  QObject::connect(&hookLogWatcher_, &QFileSystemWatcher::fileChanged, &here_, soon);
+  QObject::connect(&hookLogWatcher_, &QFileSystemWatcher::directoryChanged, &here_, [this, soon] {
+    if (std::filesystem::exists(hookLog_.path())) {
+      soon();
+    }
   });
+  watchHookLog();
 }
 
 TrayActions Program::trayActions() {
   return {.wish =
               [this](const Wish& wish) {
                 if (const auto* setUp = std::get_if<SetUpHooks>(&wish)) {
-                  askToSetUp(&dialogs_, setUp->action, [this, wish] { ask(wish); });
+                  delete question_;  // one at a time
+                  question_ = askToSetUp(&dialogs_, setUp->action, [this, wish] { ask(wish); });
                 } else {
                   ask(wish);
                 }
               },
           .askForTime =
               [this] {
-                askForTime(&dialogs_, inAnHour(context_.now()),
-                           [this](ClockTime time) { ask(KeepAwake{time}); });
+                delete question_;
+                question_ = askForTime(&dialogs_, inAnHour(context_.now()),
+                                       [this](ClockTime time) { ask(KeepAwake{time}); });
               },
           .why = [this] { showWindow(); },
           .putOffReminders =
@@ -103,6 +112,9 @@ void Program::start() {
 void Program::showWindow() {
   if (!window_) {
     window_ = std::make_unique<WhyWindow>([this] { look(); });
+  }
+  if (!window_->isVisible()) {
+    model_.forgetReasons();
   }
   window_->present();
   refresh();
@@ -142,9 +154,8 @@ void Program::take(Reply reply) {
     return;
   }
   isDaemonMissing_ = reply.facts->status.unavailable.has_value();
-  watchHookLog(QString::fromStdString(reply.facts->forFindings.hookFallback.logPath));
   if (const auto notice = notices_.take(*reply.facts)) {
-    tray_.notify(notice->title, notice->text);
+    tray_.notify(*notice);
   }
 }
 
@@ -165,16 +176,28 @@ void Program::hear() {
     }
   } catch (const std::exception&) {
     // The bus is gone; whether it is back the next looks find out.
+    newsNotifier_->setEnabled(false);
     newsNotifier_.release()->deleteLater();  // it is calling
     listenTo(nullptr);
     look();
   }
 }
 
-// A hook that does without the daemon tells nobody else.
-void Program::watchHookLog(const QString& path) {
-  if (!hookLog_.files().contains(path) && QFileInfo::exists(path)) {
-    hookLog_.addPath(path);
+// A hook that does without the daemon tells nobody else. Until there is a log its folder is watched.
+void Program::watchHookLog() {
+  const QString path = QString::fromStdString(hookLog_.path().string());
+  const QString folder = QString::fromStdString(hookLog_.path().parent_path().string());
+  if (hookLogWatcher_.addPath(path)) {
+    hookLogWatcher_.removePath(folder);
+  } else if (!hookLogWatcher_.files().contains(path)) {
+    hookLogWatcher_.addPath(folder);
+  }
+}
+
+void Program::readHookLog() {
+  watchHookLog();
+  if (hookLog_.tellsOfFallback()) {
+    look();
   }
 }
 
@@ -190,7 +213,9 @@ void Program::refresh() {
     wait = std::min(wait.value_or(toAsk), toAsk);
   }
   if (wait) {
-    timer_.start(std::chrono::ceil<std::chrono::milliseconds>(*wait));
+    // Qt's timers count milliseconds in 32 bits.
+    constexpr Seconds longest(std::chrono::hours(24));
+    timer_.start(std::chrono::ceil<std::chrono::milliseconds>(std::min(*wait, longest)));
   } else {
     timer_.stop();
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <programs/nodo-menu/HookLog.h>
 #include <programs/nodo-menu/LoginItem.h>
 #include <programs/nodo-menu/MenuModel.h>
 #include <programs/nodo-menu/Notices.h>
@@ -9,10 +10,12 @@
 
 #include <QFileSystemWatcher>
 #include <QObject>
+#include <QPointer>
 #include <QSettings>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <QWidget>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,6 +28,7 @@ struct ProgramContext {
   Questions::Serve serve;  ///< called on a thread of its own
   std::string_view restartCommand;
   std::function<Date()> now;
+  std::filesystem::path hookLog;
   LoginItem login;
   QSettings& settings;  ///< what nodo-menu itself remembers
 };
@@ -56,7 +60,8 @@ class Program {
   void take(Reply reply);
   void listenTo(std::shared_ptr<ChangeNews> news);
   void hear();
-  void watchHookLog(const QString& path);
+  void watchHookLog();
+  void readHookLog();
   void refresh();
   void timePassed();
 
@@ -66,13 +71,15 @@ class Program {
   QObject here_;  // whatever is to come back to this thread goes with it
   QTimer timer_;
   QTimer hookLogTimer_;
-  QFileSystemWatcher hookLog_;
+  HookLog hookLog_;
+  QFileSystemWatcher hookLogWatcher_;
   std::optional<Date> askAt_;
   bool isDaemonMissing_ = false;
   std::shared_ptr<ChangeNews> news_;
   std::unique_ptr<QSocketNotifier> newsNotifier_;
   Tray tray_;
   std::unique_ptr<WhyWindow> window_;  // made when it is first wanted, as it takes memory
+  QPointer<QDialog> question_;  // that a person is asked
   QWidget dialogs_;                    // is never shown: those that are open go with it
   Questions questions_;                // ends first: it calls back
 };

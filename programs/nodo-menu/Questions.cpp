@@ -11,10 +11,10 @@ namespace {
 
 using nodoctl::Answer;
 
-// Does one wish after another kind, and notes in the reply what a person should hear of it.
-class Servant {
+// Does what each kind of wish asks for, and notes in the reply what became of it.
+class Fulfilling {
  public:
-  Servant(const nodoctl::DaemonOptions& daemon, const nodoctl::ToolContext& context, Reply& reply)
+  Fulfilling(const nodoctl::DaemonOptions& daemon, const nodoctl::ToolContext& context, Reply& reply)
       : daemon_(daemon), context_(context), reply_(reply) {}
 
   void operator()(const Look& look) const {
@@ -53,12 +53,7 @@ class Servant {
   }
 
  private:
-  // The first line of a command that failed says why.
-  void note(const Answer& answer) const {
-    if (answer.exitStatus != exitSuccess) {
-      reply_.failure = answer.output.substr(0, answer.output.find('\n'));
-    }
-  }
+  void note(Answer answer) const { reply_.failure = std::move(answer.failure); }
 
   const nodoctl::DaemonOptions& daemon_;
   const nodoctl::ToolContext& context_;
@@ -71,7 +66,7 @@ Reply serve(const Wish& wish, const nodoctl::DaemonOptions& daemon,
             const nodoctl::ToolContext& context) {
   Reply reply{.wish = wish};
   try {
-    std::visit(Servant(daemon, context, reply), wish);
+    std::visit(Fulfilling(daemon, context, reply), wish);
   } catch (const std::exception& error) {
     reply.failure = error.what();
   }
@@ -81,11 +76,6 @@ Reply serve(const Wish& wish, const nodoctl::DaemonOptions& daemon,
                                         look != nullptr && look->findsReasons
                                             ? nodoctl::HealthDepth::findings
                                             : nodoctl::HealthDepth::picture);
-    // The tool is content with the user's own state then, which keeps no computer awake.
-    const auto& unavailable = reply.facts->status.unavailable;
-    if (unavailable && std::holds_alternative<KeepAwake>(wish) && !reply.failure) {
-      reply.failure = unavailable->sentence;
-    }
   } catch (const std::exception& error) {
     if (!reply.failure) {
       reply.failure = error.what();

@@ -119,13 +119,16 @@ void Tray::showIcon(MenuDrawer drawer) {
                      }
                    });
   icon_->show();
+  if (waiting_) {
+    notify(*std::exchange(waiting_, std::nullopt));
+  }
 }
 
 void Tray::show(const MenuView& view, bool startsAtLogin) {
   if (icon_ && view.icon != view_.icon) {
     icon_->setIcon(iconFor(view.icon));
   }
-  if (icon_) {
+  if (icon_ && iconText(view) != iconText(view_)) {
     icon_->setToolTip(QString::fromStdString(iconText(view)));
   }
   view_ = view;
@@ -180,11 +183,13 @@ void Tray::wish(const std::optional<MenuEntry>& entry) const {
   }
 }
 
-void Tray::notify(const std::string& title, const std::string& text) {
-  if (icon_) {
-    icon_->showMessage(QString::fromStdString(title), QString::fromStdString(text),
-                       QSystemTrayIcon::Warning, 0);
+void Tray::notify(const Notice& notice) {
+  if (!icon_) {
+    waiting_ = notice;
+    return;
   }
+  icon_->showMessage(QString::fromStdString(notice.title), QString::fromStdString(notice.text),
+                     QSystemTrayIcon::Warning, 0);
 }
 
 }  // namespace nodo::menu

@@ -2,6 +2,7 @@
 
 #include <programs/nodo-menu/Desktop.h>
 #include <programs/nodo-menu/MenuModel.h>
+#include <programs/nodo-menu/Notices.h>
 #include <programs/nodo-menu/Questions.h>
 
 #include <QAction>
@@ -48,8 +49,8 @@ class Tray {
   /// Shows what has changed.
   void show(const MenuView& view, bool startsAtLogin);
 
-  /// By the desktop's own service.
-  void notify(const std::string& title, const std::string& text);
+  /// By the desktop's own service, as soon as there is an icon.
+  void notify(const Notice& notice);
 
   const QMenu& menu() const { return menu_; }
 
@@ -70,6 +71,7 @@ class Tray {
   std::unique_ptr<QSystemTrayIcon> icon_;
   MenuDrawer drawer_ = MenuDrawer::qt;
   MenuView view_;
+  std::optional<Notice> waiting_;  // for an icon
 
   std::vector<QAction*> lines_;  // on top; those that are not needed are hidden
   QAction* linesEnd_ = nullptr;

@@ -42,7 +42,12 @@ std::string inWords(const HistoryReport& report) {
     text += ", sleep allowed by a safety rule from " + clockText(veto.startedAt, report.until) +
             " to " + clockText(veto.endedAt, report.until);
   }
-  return text + ".";
+  text += ".";
+  if (report.lockKnownSince) {
+    text += " Of the lock nothing is known before " +
+            clockText(*report.lockKnownSince, report.until) + ".";
+  }
+  return text;
 }
 
 QString textOf(const std::vector<Finding>& findings) {
@@ -134,7 +139,7 @@ void WhyWindow::setFacts(const MenuModel& model, Date now) {
     history_.setReport(*history);
   }
   const auto why = model.why(now);
-  headline_.setText(QString::fromStdString(why ? why->headline : model.view(now).headline));
+  headline_.setText(QString::fromStdString(model.view(now).headline));
   findings_.setText(why ? textOf(why->findings) : QString());
   setTextIfChanged(report_, QString::fromStdString(why ? why->report : ""));
 }

@@ -1,3 +1,4 @@
+#include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <platform/HelperMachine.h>
 #include <platform/HostMachine.h>
 #include <programs/nodo-menu/CommandLine.h>
@@ -28,6 +29,8 @@ using nodo::nodoctl::placesOfProgram;
 // Nobody waits for it here but the menu, which says meanwhile what it knew.
 constexpr std::chrono::seconds patience(1);
 
+const nodo::Console console{.program = "nodo-menu", .output = std::cout, .error = std::cerr};
+
 // How a shell would call nodoctl, which the agents' hooks call; else where nodo's programs lie.
 std::string nodoctlName(const nodo::Environment& environment) {
   const auto path = environment.find("PATH");
@@ -48,11 +51,21 @@ std::filesystem::path runtimeFolder() {
   return folder.toStdString();
 }
 
+// Qt ends the process where it cannot show anything, as on a display that is gone.
+void complain(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+  if (type == QtFatalMsg) {
+    console.complain(text.toStdString());
+    _exit(nodo::exitFailure);
+  }
+  std::cerr << text.toStdString() << "\n";
+}
+
 int show(const nodo::menu::Options& options, int argc, char** argv) {
   const nodo::Environment environment = nodo::processEnvironment();
   if (const auto reason = nodo::menu::whyNothingCanBeShown(environment)) {
     throw std::runtime_error(*reason);
   }
+  qInstallMessageHandler(complain);
   QApplication application(argc, argv);
   QApplication::setApplicationName(QStringLiteral("nodo-menu"));
   QApplication::setApplicationDisplayName(QStringLiteral("nodo"));
@@ -75,14 +88,19 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
                                         .output = std::cout,
                                         .error = std::cerr,
                                         .startedAs = nodoctlName(environment)};
+  // A daemon that somebody has stopped stays so until a person wants something of it.
+  nodo::nodoctl::ToolContext looking = tool;
+  looking.helperConnecting = nodo::helperWatching;
   QSettings settings;
   nodo::menu::Program program({.serve =
                                    [&](const nodo::menu::Wish& wish) {
-                                     return nodo::menu::serve(wish, options.daemon, tool);
+                                     const bool onlyLooks = std::holds_alternative<nodo::menu::Look>(wish);
+             return nodo::menu::serve(wish, options.daemon, onlyLooks ? looking : tool);
                                    },
                                .restartCommand = tool.restartCommand,
                                .now = tool.now,
-                               .login = {nodo::menu::loginItemKind(), environment,
+                               .hookLog = nodo::AgentHookLogInspector::logPath(environment),
+       .login = {nodo::menu::loginItemKind(), environment,
                                          QCoreApplication::applicationFilePath().toStdString()},
                                .settings = settings});
   QSocketNotifier others(first.descriptor(), QSocketNotifier::Read);
@@ -94,7 +112,11 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
   if (options.showsWindow) {
     program.showWindow();
   }
-  return QApplication::exec();
+  const int status = QApplication::exec();
+  // The last question may take a while: who starts another one meanwhile shall not meet this one.
+  others.setEnabled(false);
+  first.stopListening();
+  return status;
 }
 
 }  // namespace
@@ -104,7 +126,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   const nodo::Environment environment = nodo::processEnvironment();
   return nodo::runProgram<nodo::menu::Options>(
-      {.program = "nodo-menu", .output = std::cout, .error = std::cerr}, arguments,
+      console, arguments,
       [&](const auto& words) {
         return nodo::menu::parseCommandLine(
             words, nodo::helpColumns(environment, nodo::columnsOfTerminal(STDOUT_FILENO)));

@@ -25,6 +25,8 @@ struct Answer {
   std::string output = {};              ///< for standard output, whole
   std::vector<std::string> hints = {};  ///< for standard error, a line each
   int exitStatus = exitSuccess;
+  /// In one sentence, why a timer was not set or not ended as it should have been.
+  std::optional<std::string> failure = {};
 };
 
 /// All that nodoctl has of the world, so that tests can set it.

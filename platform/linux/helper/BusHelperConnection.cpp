@@ -83,8 +83,9 @@ class BusHelperConnection::Proxy : public NODOHelperXPCProtocol {
   ErrorHandler failed_;
 };
 
-BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::string serviceName)
-    : choice_(std::move(bus)), serviceName_(std::move(serviceName)) {}
+BusHelperConnection::BusHelperConnection(std::optional<std::string> bus, std::string serviceName,
+                                         AbsentDaemon absent)
+    : choice_(std::move(bus)), serviceName_(std::move(serviceName)), absent_(absent) {}
 
 void BusHelperConnection::setInvalidationHandler(Handler handler) {
   invalidated_ = std::move(handler);
@@ -163,6 +164,9 @@ void BusHelperConnection::exchange(BusClock::time_point deadline) {
 void BusHelperConnection::send(const Asked& asked) {
   try {
     const BusMessage call = newRequest(bus_.connection.get(), serviceName_, asked.request);
+    if (absent_ == AbsentDaemon::staysAbsent) {
+      checkSystemd(sd_bus_message_set_auto_start(call.get(), 0), "ask the daemon nodod");
+    }
     sent_.push_back({.connection = *this, .asked = asked});
     const int result = sd_bus_call_async(bus_.connection.get(), nullptr, call.get(), onAnswer,
                                          &sent_.back(), noTimeLimit);

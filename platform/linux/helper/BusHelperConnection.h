@@ -25,6 +25,9 @@ struct ClientBus {
 ClientBus findDaemon(const std::optional<std::string>& choice, const std::string& serviceName,
                      BusClock::time_point deadline);
 
+/// What a request does where there is no daemon, but a file that says how to start it.
+enum class AbsentDaemon { isStarted, staysAbsent };
+
 /// A connection to the daemon over D-Bus, on a bus connection of its own.
 ///
 /// Has no thread: requests are sent and answered inside `serve`, and all handlers but that of the
@@ -34,7 +37,8 @@ ClientBus findDaemon(const std::optional<std::string>& choice, const std::string
 class BusHelperConnection : public HelperConnection {
  public:
   /// `bus` as in `helperConnecting`; `serviceName` is the name that the daemon owns there.
-  BusHelperConnection(std::optional<std::string> bus, std::string serviceName);
+  BusHelperConnection(std::optional<std::string> bus, std::string serviceName,
+                      AbsentDaemon absent = AbsentDaemon::isStarted);
 
   BusHelperConnection(const BusHelperConnection&) = delete;
   BusHelperConnection& operator=(const BusHelperConnection&) = delete;
@@ -77,6 +81,7 @@ class BusHelperConnection : public HelperConnection {
 
   std::optional<std::string> choice_;
   std::string serviceName_;
+  AbsentDaemon absent_;
   Handler invalidated_;
   Handler interrupted_;
   bool hasEnded_ = false;

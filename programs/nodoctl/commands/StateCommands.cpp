@@ -60,6 +60,11 @@ struct JudgedStatus {
 
   // Whether nobody but this command heard what was asked of the daemon.
   bool isLocal() const { return status.source == DoctorStatusSource::local; }
+
+  // Why what was asked for is not so.
+  const std::string& reason() const {
+    return status.unavailable ? status.unavailable->sentence : headline.text;
+  }
 };
 
 JudgedStatus judge(SourcedStatus status, const StateAccess& state, const ToolContext& context) {
@@ -101,6 +106,7 @@ Answer letSleep(const JudgedStatus& judged, std::string output) {
   }
   if (kind == HeadlineKind::lockWithoutWord || kind == HeadlineKind::lockLeft) {
     answer.exitStatus = exitFailure;
+    answer.failure = judged.reason();
   }
   return answer;
 }
@@ -189,7 +195,8 @@ Answer perform(const ManualCommand& command, const ToolContext& context) {
   const bool isInVain = kind == HeadlineKind::sleepAllowed || kind == HeadlineKind::lockMissing;
   return {.output = textOf(judged),
           .hints = judged.hints,
-          .exitStatus = isInVain ? exitFailure : exitSuccess};
+          .exitStatus = isInVain ? exitFailure : exitSuccess,
+          .failure = isInVain || judged.isLocal() ? std::optional(judged.reason()) : std::nullopt};
 }
 
 Answer perform(const StopCommand& command, const ToolContext& context) {

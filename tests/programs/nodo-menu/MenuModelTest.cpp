@@ -107,14 +107,16 @@ TEST_F(MenuModelTest, ADaemonThatIsMissingIsAWarningThatSaysWhatToDo) {
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
   EXPECT_THAT(view().headline, HasSubstr("no daemon nodod: gone"));
   EXPECT_EQ(view().setup,
-            (SetupView{.line = "Setup: install helper: install the package nodo, or sudo restart",
-                       .action = std::nullopt}));
+            (SetupView{.line = "Setup: install helper",
+                       .action = MenuEntry{"install the package nodo, or sudo restart",
+                                           std::nullopt}}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatIsBrokenIsToBeStartedAnew) {
   take(withoutDaemon(true));
   EXPECT_EQ(view().setup,
-            (SetupView{.line = "Setup: repair helper: sudo restart", .action = std::nullopt}));
+            (SetupView{.line = "Setup: repair helper",
+                                     .action = MenuEntry{"sudo restart", std::nullopt}}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatComesBackEndsTheWarning) {
@@ -126,9 +128,11 @@ TEST_F(MenuModelTest, ADaemonThatComesBackEndsTheWarning) {
 
 TEST_F(MenuModelTest, AFallbackOfAHookIsAWarning) {
   nodoctl::HealthFacts facts = idle();
-  facts.forFindings.hookFallback.isActive = true;
+  facts.forFindings.hookFallback = {
+      .isActive = true, .logPath = "", .lastStartedAt = now, .fallbackSeconds = 600};
   take(facts);
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
+  EXPECT_THAT(view().notices.front(), StartsWith("A hook could not reach the daemon"));
 }
 
 TEST_F(MenuModelTest, MissingHooksCanBeInstalledFromTheMenu) {
@@ -264,28 +268,72 @@ TEST_F(MenuModelTest, TheReasonsAreThoseOfTheLastLookThatFoundThemOut) {
   take(idle());
   const auto why = model.why(now);
   ASSERT_TRUE(why);
-  EXPECT_THAT(why->headline, StartsWith("Kept awake until"));
   ASSERT_EQ(why->findings.size(), 1U);
   EXPECT_EQ(why->findings[0].kind, FindingKind::hooksPaused);
   EXPECT_THAT(why->report, HasSubstr("Ready: nodo owns"));
+  model.forgetReasons();
+  EXPECT_EQ(model.why(now), std::nullopt);
 }
 
 TEST_F(MenuModelTest, AFailedWishIsToldOfUntilTheNextOne) {
   take(idle());
-  fail(Stop(), "the lock is still on");
+  model.take({.number = ++number, .wish = Stop(), .facts = idle(), .failure = "still on"});
   take(idle());
-  EXPECT_EQ(view().failure, "the lock is still on");
+  EXPECT_EQ(view().failure, "still on");
   model.asked(KeepAwake{std::int64_t{20}});
   EXPECT_EQ(view().failure, std::nullopt);
 }
 
-TEST_F(MenuModelTest, AFailedLookLeavesWhatIsKnownAndTheNextOneEndsIt) {
-  take(keptAwake());
-  fail(Look(), "broken");
-  EXPECT_EQ(view().icon, MenuBarIconState::manualActive);
-  EXPECT_EQ(view().failure, "broken");
+TEST_F(MenuModelTest, AFailedWishIsForgottenOnceThingsStandOtherwise) {
+  const Wish wish = KeepAwake{std::int64_t{20}};
+  model.take({.number = ++number, .wish = wish, .facts = vetoed(), .failure = "battery is low"});
+  EXPECT_EQ(view().failure, "battery is low");
   take(keptAwake());
   EXPECT_EQ(view().failure, std::nullopt);
+}
+
+TEST_F(MenuModelTest, AfterAFailedLookNothingIsSaidToBeKeptAwakeUntilTheNextOne) {
+  take(keptAwake());
+  fail(Look(), "broken");
+  EXPECT_EQ(view().icon, MenuBarIconState::warning);
+  EXPECT_THAT(view().headline, HasSubstr("not known"));
+  EXPECT_EQ(view().failure, "broken");
+  EXPECT_EQ(model.timeToAsk(now), Seconds(5));
+  take(keptAwake());
+  EXPECT_EQ(view().icon, MenuBarIconState::manualActive);
+  EXPECT_EQ(view().failure, std::nullopt);
+}
+
+TEST_F(MenuModelTest, WhatIsDoubtfulIsLookedAtAgainSoonAndThenEachMinute) {
+  nodoctl::HealthFacts facts = keptAwake();
+  facts.forFindings.keepAwake->lockIsOn = false;
+  take(facts);
+  EXPECT_EQ(model.timeToAsk(now), Seconds(2));
+  take(facts);
+  EXPECT_EQ(model.timeToAsk(now), Seconds(60));
+}
+
+TEST_F(MenuModelTest, AnInstallationUnderWayIsNotForgottenForAnotherWish) {
+  nodoctl::HealthFacts facts = idle();
+  facts.forFindings.hooks->targets[0].status = AgentHookComponentStatus::missing;
+  take(facts);
+  model.asked(SetUpHooks{AgentHookSetupAction::install});
+  model.asked(Stop());
+  EXPECT_EQ(view().setup->action, (MenuEntry{"Installing...", std::nullopt}));
+}
+
+TEST_F(MenuModelTest, TheEndOfWhatWasPutOffIsShown) {
+  take(idle());
+  model.putOffReminders(now + Seconds(90));
+  EXPECT_EQ(model.timeToRedraw(now), Seconds(90));
+}
+
+TEST_F(MenuModelTest, WhatCouldNotBeSeenIsTold) {
+  nodoctl::HealthFacts facts = idle();
+  facts.problems = {"no agents can be found: \x1b"};
+  take(facts, {.findsReasons = true});
+  EXPECT_THAT(view().notices, Contains("no agents can be found: \\u{1b}"));
+  EXPECT_THAT(model.why(now)->report, HasSubstr("no agents can be found: \\u{1b}"));
 }
 
 TEST_F(MenuModelTest, TheNewestAnswerWinsWhicheverComesLast) {

@@ -49,6 +49,15 @@ TEST_F(NoticeWatchTest, ATimerThatEndsIsNoNews) {
   EXPECT_EQ(watch.take(vetoed()), std::nullopt) << "no lock was released";
 }
 
+TEST_F(NoticeWatchTest, ALockThatIsSeenToGoBeforeTheDaemonSaysSoIsTheSameCause) {
+  watch.take(keptAwake());
+  nodoctl::HealthFacts going = keptAwake();
+  going.status.report.state.ownsSleepDisable = false;
+  going.forFindings.keepAwake->report = going.status.report;
+  EXPECT_EQ(watch.take(going), std::nullopt);
+  EXPECT_TRUE(watch.take(vetoed()));
+}
+
 TEST_F(NoticeWatchTest, WhatWasSoBeforeTheFirstLookIsNoNews) {
   EXPECT_EQ(watch.take(withFallback(vetoed(), now)), std::nullopt);
   EXPECT_EQ(watch.take(withFallback(vetoed(), now)), std::nullopt);

@@ -6,8 +6,9 @@
 #include <QPushButton>
 #include <QTest>
 #include <QTimeEdit>
-#include <atomic>
+#include <algorithm>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -24,7 +25,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 // News that come, or end, when the test says so.
 class ScriptedNews : public ChangeNews {
@@ -35,6 +35,8 @@ class ScriptedNews : public ChangeNews {
     }
   }
 
+  ScriptedNews(const ScriptedNews&) = delete;
+  ScriptedNews& operator=(const ScriptedNews&) = delete;
   ~ScriptedNews() override {
     ::close(ends_[0]);
     ::close(ends_[1]);
@@ -47,13 +49,17 @@ class ScriptedNews : public ChangeNews {
     if (::read(ends_[0], &what, 1) != 1 || what == 'x') {
       throw std::runtime_error("the bus is gone");
     }
+    ++timesTaken_;
     return what == 'c';
   }
+
+  int timesTaken() const { return timesTaken_; }
 
   void send(char what) const { EXPECT_EQ(::write(ends_[1], &what, 1), 1); }
 
  private:
   int ends_[2] = {-1, -1};
+  int timesTaken_ = 0;
 };
 
 class ProgramTest : public ::testing::Test {
@@ -141,6 +147,7 @@ class ProgramTest : public ::testing::Test {
   Program program{{.serve = [this](const Wish& wish) { return serve(wish); },
                    .restartCommand = "sudo restart",
                    .now = [] { return sample::now; },
+                   .hookLog = folder / "hook.log",
                    .login = login,
                    .settings = settings}};
 };
@@ -162,9 +169,9 @@ TEST_F(ProgramTest, NewsOfNothingAreNoReasonToAsk) {
   ASSERT_TRUE(waitForEntry("Not kept awake"));
   news->send('-');
   news->send('-');
-  become(sample::keptAwake());
-  news->send('c');
-  ASSERT_TRUE(waitForEntry("Kept awake until"));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return news->timesTaken() == 2; }));
+  entry("1 hour")->trigger();  // comes after whatever was asked
+  ASSERT_TRUE(waitForWish(KeepAwake{std::int64_t{60}}));
   EXPECT_EQ(wishesSoFar().size(), 2U);
 }
 
@@ -241,8 +248,8 @@ TEST_F(ProgramTest, HooksAreInstalledOnlyOnceAPersonHasAgreedAndTheResultIsTold)
   become(sample::idle());
   entry("Install Hooks")->trigger();
   ASSERT_TRUE(waitForDialog(dialog));
-  EXPECT_TRUE(qobject_cast<QMessageBox*>(dialog)->informativeText().contains(
-      QLatin1String("Claude Code: ~/")));
+  EXPECT_TRUE(
+      qobject_cast<QMessageBox*>(dialog)->text().contains(QLatin1String("Claude Code: ~/")));
   QTest::keyClick(dialog, Qt::Key_Return);
   ASSERT_TRUE(waitForWish(SetUpHooks{AgentHookSetupAction::install}));
   QMessageBox* told = nullptr;
@@ -250,8 +257,9 @@ TEST_F(ProgramTest, HooksAreInstalledOnlyOnceAPersonHasAgreedAndTheResultIsTold)
     told = qobject_cast<QMessageBox*>(QApplication::activeWindow());
     return told != nullptr && told != dialog;
   }));
-  EXPECT_EQ(told->text(), QLatin1String("Hooks installed for Claude Code"));
-  EXPECT_EQ(told->informativeText(), QLatin1String("Claude Code: installed"));
+  EXPECT_EQ(told->text(),
+            QLatin1String("Hooks installed for Claude Code\nClaude Code: installed"));
+  EXPECT_EQ(told->textFormat(), Qt::PlainText);
 }
 
 TEST_F(ProgramTest, RemindersThatArePutOffStaySoAfterANewStart) {
@@ -267,6 +275,7 @@ TEST_F(ProgramTest, RemindersThatArePutOffStaySoAfterANewStart) {
   Program again{{.serve = [this](const Wish& wish) { return serve(wish); },
                  .restartCommand = "sudo restart",
                  .now = [] { return sample::now; },
+                 .hookLog = folder / "hook.log",
                  .login = login,
                  .settings = settings}};
   again.start();
@@ -276,6 +285,30 @@ TEST_F(ProgramTest, RemindersThatArePutOffStaySoAfterANewStart) {
       return action->isVisible() && action->text() == QLatin1String("Remind me again");
     });
   }));
+}
+
+TEST_F(ProgramTest, AFallbackInTheHookLogIsLookedIntoAlsoWhereThereWasNoLog) {
+  ASSERT_TRUE(waitForEntry("Not kept awake"));
+  nodoctl::HealthFacts active = sample::idle();
+  active.forFindings.hookFallback = {
+      .isActive = true, .logPath = "", .lastStartedAt = sample::now, .fallbackSeconds = 600};
+  become(active);
+  std::ofstream(folder / "hook.log") << "2026-01-31 08:15:00 fallback caffeinate started\n";
+  EXPECT_TRUE(waitForEntry("A hook could not reach the daemon"));
+  EXPECT_EQ(wishesSoFar().size(), 2U);
+}
+
+TEST_F(ProgramTest, OnlyOneQuestionIsAskedAtATime) {
+  ASSERT_TRUE(waitForEntry("Not kept awake"));
+  entry("Until a &time...")->trigger();
+  entry("Until a &time...")->trigger();
+  QDialog* dialog = nullptr;
+  ASSERT_TRUE(waitForDialog(dialog));
+  int shown = 0;
+  for (const QWidget* widget : QApplication::topLevelWidgets()) {
+    shown += widget->isVisible() && qobject_cast<const QDialog*>(widget) != nullptr ? 1 : 0;
+  }
+  EXPECT_EQ(shown, 1);
 }
 
 TEST_F(ProgramTest, ATimeOfDayCanBeChosenByKeyboard) {

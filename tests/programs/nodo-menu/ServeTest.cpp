@@ -93,6 +93,20 @@ TEST_F(ServeTest, AWishThatCannotBeFulfilledSaysWhyAndHowThingsStand) {
   EXPECT_TRUE(reply.facts->status.unavailable);
 }
 
+TEST_F(ServeTest, ARequestThatTheDaemonRefusesIsToldOfThoughItAnswersOthers) {
+  lockIsOn = true;
+  const auto refuse = [](const test::FakeHelperRequest& request) { request.fail("not allowed"); };
+  for (const char* request : {"enableManualV2", "enableManual", "stop"}) {
+    helper->answer(request, refuse);
+  }
+  for (const Wish& wish : {Wish(KeepAwake{std::int64_t{60}}), Wish(Stop()), Wish(Pause())}) {
+    const Reply reply = serve(wish);
+    EXPECT_THAT(reply.failure.value_or(""), HasSubstr("not allowed"));
+    ASSERT_TRUE(reply.facts);
+    EXPECT_FALSE(reply.facts->status.unavailable);
+  }
+}
+
 TEST_F(ServeTest, AStopThatLeavesTheLockIsAFailure) {
   lockIsOn = true;
   EXPECT_THAT(serve(Stop()).failure.value_or(""), StartsWith("Still kept awake"));
