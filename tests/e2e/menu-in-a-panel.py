@@ -162,7 +162,7 @@ def without_a_desktop_it_says_so(world):
                            check=False, timeout=PATIENCE)
     equal(ended.returncode, 1, "its exit status")
     contains(ended.stderr, "there is no desktop", "its complaint")
-    ended = subprocess.run([sys.argv[3]], env=variables | {"DISPLAY": ":987"}, text=True,
+    ended = subprocess.run([sys.argv[3]], env=variables | {"DISPLAY": "unix:987"}, text=True,
                            capture_output=True, check=False, timeout=PATIENCE)
     equal(ended.returncode, 1, "its exit status on a display that is gone")
     contains(ended.stderr, "nodo-menu: ", "its complaint of that")
