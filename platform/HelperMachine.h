@@ -17,8 +17,8 @@ namespace nodo {
 /// object: what cannot be reached shows itself when a request is made.
 std::shared_ptr<const HelperConnecting> helperConnecting(const std::optional<std::string>& bus);
 
-/// The same, for who only looks, again and again: on Linux a question starts no daemon that somebody
-/// has stopped. On macOS launchd does, unless the daemon was taken out of it.
+/// The same, for who only looks, again and again: on Linux a question starts no daemon that
+/// somebody has stopped. On macOS launchd does, unless the daemon was taken out of it.
 std::shared_ptr<const HelperConnecting> helperWatching(const std::optional<std::string>& bus);
 
 /// Why a daemon that is installed here refuses this very program, where a refusal does not tell: on

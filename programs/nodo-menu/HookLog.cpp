@@ -18,7 +18,9 @@ constexpr std::uint64_t mostBytes = 65536;  // hundreds of lines
 // The log lies where others may put a pipe in its place, which would never be open.
 FileDescriptor openFile(const std::filesystem::path& path, std::uint64_t& size) {
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+
   struct stat status {};
+
   const bool isFile =
       file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
   size = isFile ? static_cast<std::uint64_t>(status.st_size) : 0;

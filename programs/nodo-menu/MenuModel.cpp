@@ -144,8 +144,8 @@ MenuView MenuModel::view(Date now) const {
   }
   if (!facts_) {
     view.icon = menuBarIconState(std::nullopt, failure, false, false);
-    view.headline = failure ? std::string(notKnown)
-                            : "Asking whether this computer is kept awake...";
+    view.headline =
+        failure ? std::string(notKnown) : "Asking whether this computer is kept awake...";
     return view;
   }
   const StatusReport status = statusAt(*facts_, now);

@@ -28,7 +28,7 @@ struct MenuEntry {
 struct SetupView {
   std::string line;
   std::optional<MenuEntry> action;  ///< where there is none from here, what a person can do
-  bool isExpanded = true;  ///< it stands in the menu itself; else below its line
+  bool isExpanded = true;           ///< it stands in the menu itself; else below its line
 
   bool operator==(const SetupView&) const = default;
 };
@@ -114,9 +114,9 @@ class MenuModel {
   bool hearsNews_ = false;
   std::optional<std::string> lookFailure_;  // why the last look gave none
   std::optional<std::string> wishFailure_;
-  std::optional<HeadlineKind> failedUnder_;  // what the headline was then
-  std::optional<HeadlineKind> kind_;         // of the newest facts' headline
-  bool isKindNew_ = false;                   // those before had another one
+  std::optional<HeadlineKind> failedUnder_;           // what the headline was then
+  std::optional<HeadlineKind> kind_;                  // of the newest facts' headline
+  bool isKindNew_ = false;                            // those before had another one
   std::optional<AgentHooksSetupStatus> hooksStatus_;  // during and after an action
   std::vector<AgentHookActionResultRow> hookRows_;
   std::optional<Date> remindersPutOffUntil_;

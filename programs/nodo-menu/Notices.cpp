@@ -13,8 +13,7 @@ std::optional<std::string> fallbackText(const FindingFacts& facts) {
   const auto finding = std::find_if(found.begin(), found.end(), [](const Finding& each) {
     return each.kind == FindingKind::fallbackActive;
   });
-  return finding == found.end() ? std::nullopt
-                                : std::optional(finding->what + " " + finding->toDo);
+  return finding == found.end() ? std::nullopt : std::optional(finding->what + " " + finding->toDo);
 }
 
 std::optional<Notice> NoticeWatch::take(const nodoctl::HealthFacts& facts) {

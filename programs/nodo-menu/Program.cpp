@@ -183,7 +183,8 @@ void Program::hear() {
   }
 }
 
-// A hook that does without the daemon tells nobody else. Until there is a log its folder is watched.
+// A hook that does without the daemon tells nobody else. Until there is a log its folder is
+// watched.
 void Program::watchHookLog() {
   const QString path = QString::fromStdString(hookLog_.path().string());
   const QString folder = QString::fromStdString(hookLog_.path().parent_path().string());

@@ -79,7 +79,7 @@ class Program {
   std::unique_ptr<QSocketNotifier> newsNotifier_;
   Tray tray_;
   std::unique_ptr<WhyWindow> window_;  // made when it is first wanted, as it takes memory
-  QPointer<QDialog> question_;  // that a person is asked
+  QPointer<QDialog> question_;         // that a person is asked
   QWidget dialogs_;                    // is never shown: those that are open go with it
   Questions questions_;                // ends first: it calls back
 };

@@ -14,7 +14,8 @@ using nodoctl::Answer;
 // Does what each kind of wish asks for, and notes in the reply what became of it.
 class Fulfilling {
  public:
-  Fulfilling(const nodoctl::DaemonOptions& daemon, const nodoctl::ToolContext& context, Reply& reply)
+  Fulfilling(const nodoctl::DaemonOptions& daemon, const nodoctl::ToolContext& context,
+             Reply& reply)
       : daemon_(daemon), context_(context), reply_(reply) {}
 
   void operator()(const Look& look) const {

@@ -92,17 +92,18 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
   nodo::nodoctl::ToolContext looking = tool;
   looking.helperConnecting = nodo::helperWatching;
   QSettings settings;
-  nodo::menu::Program program({.serve =
-                                   [&](const nodo::menu::Wish& wish) {
-                                     const bool onlyLooks = std::holds_alternative<nodo::menu::Look>(wish);
+  nodo::menu::Program program(
+      {.serve =
+           [&](const nodo::menu::Wish& wish) {
+             const bool onlyLooks = std::holds_alternative<nodo::menu::Look>(wish);
              return nodo::menu::serve(wish, options.daemon, onlyLooks ? looking : tool);
-                                   },
-                               .restartCommand = tool.restartCommand,
-                               .now = tool.now,
-                               .hookLog = nodo::AgentHookLogInspector::logPath(environment),
+           },
+       .restartCommand = tool.restartCommand,
+       .now = tool.now,
+       .hookLog = nodo::AgentHookLogInspector::logPath(environment),
        .login = {nodo::menu::loginItemKind(), environment,
-                                         QCoreApplication::applicationFilePath().toStdString()},
-                               .settings = settings});
+                 QCoreApplication::applicationFilePath().toStdString()},
+       .settings = settings});
   QSocketNotifier others(first.descriptor(), QSocketNotifier::Read);
   QObject::connect(&others, &QSocketNotifier::activated, &others, [&first, &program] {
     first.takeOthers();

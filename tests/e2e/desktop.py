@@ -118,7 +118,7 @@ class Desktop:
 
 
 class Picture:
-    """Pixels, as triples of red, green and blue."""
+    """Pixels, as three bytes each for red, green and blue."""
 
     def __init__(self, ppm):
         header = re.match(rb"P6\s+(\d+)\s+(\d+)\s+255\s", ppm)
@@ -126,18 +126,18 @@ class Picture:
         self.width, self.height = int(header[1]), int(header[2])
         self.bytes = ppm[header.end():]
 
-    def at(self, x, y):
-        place = 3 * (y * self.width + x)
-        return tuple(self.bytes[place:place + 3])
+    def pixel(self, column, row):
+        place = 3 * (row * self.width + column)
+        return self.bytes[place:place + 3]
 
-    def row(self, y):
-        return self.bytes[3 * y * self.width:3 * (y + 1) * self.width]
+    def row(self, number):
+        return self.bytes[3 * number * self.width:3 * (number + 1) * self.width]
 
     def differences(self, other):
         """The places at which the two differ."""
         check((self.width, self.height) == (other.width, other.height), "pictures of one size")
         return [(x, y) for y in range(self.height) if self.row(y) != other.row(y)
-                for x in range(self.width) if self.at(x, y) != other.at(x, y)]
+                for x in range(self.width) if self.pixel(x, y) != other.pixel(x, y)]
 
     def is_like(self, other):
         return self.bytes == other.bytes

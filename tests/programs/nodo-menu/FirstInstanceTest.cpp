@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include <gmock/gmock.h>
+
 #include <fcntl.h>
 #include <poll.h>
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 
 namespace nodo::menu {
@@ -17,9 +18,7 @@ const std::string throttled = "2026-01-31 08:15:00 throttled agent=claude\n";
 
 class HookLogTest : public ::testing::Test {
  protected:
-  void append(const std::string& text) const {
-    std::ofstream(path, std::ios::app) << text;
-  }
+  void append(const std::string& text) const { std::ofstream(path, std::ios::app) << text; }
 
   test::TemporaryFolder folder;
   std::filesystem::path path = folder / "hook.log";

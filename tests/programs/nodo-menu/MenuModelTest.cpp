@@ -106,16 +106,15 @@ TEST_F(MenuModelTest, ADaemonThatIsMissingIsAWarningThatSaysWhatToDo) {
   take(withoutDaemon(false));
   EXPECT_EQ(view().icon, MenuBarIconState::warning);
   EXPECT_THAT(view().headline, HasSubstr("no daemon nodod: gone"));
-  EXPECT_EQ(view().setup,
-            (SetupView{.line = "Setup: install helper",
-                       .action = MenuEntry{"install the package nodo, or sudo restart",
-                                           std::nullopt}}));
+  EXPECT_EQ(
+      view().setup,
+      (SetupView{.line = "Setup: install helper",
+                 .action = MenuEntry{"install the package nodo, or sudo restart", std::nullopt}}));
 }
 
 TEST_F(MenuModelTest, ADaemonThatIsBrokenIsToBeStartedAnew) {
   take(withoutDaemon(true));
-  EXPECT_EQ(view().setup,
-            (SetupView{.line = "Setup: repair helper",
+  EXPECT_EQ(view().setup, (SetupView{.line = "Setup: repair helper",
                                      .action = MenuEntry{"sudo restart", std::nullopt}}));
 }
 

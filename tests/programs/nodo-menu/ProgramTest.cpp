@@ -37,6 +37,7 @@ class ScriptedNews : public ChangeNews {
 
   ScriptedNews(const ScriptedNews&) = delete;
   ScriptedNews& operator=(const ScriptedNews&) = delete;
+
   ~ScriptedNews() override {
     ::close(ends_[0]);
     ::close(ends_[1]);
@@ -257,8 +258,7 @@ TEST_F(ProgramTest, HooksAreInstalledOnlyOnceAPersonHasAgreedAndTheResultIsTold)
     told = qobject_cast<QMessageBox*>(QApplication::activeWindow());
     return told != nullptr && told != dialog;
   }));
-  EXPECT_EQ(told->text(),
-            QLatin1String("Hooks installed for Claude Code\nClaude Code: installed"));
+  EXPECT_EQ(told->text(), QLatin1String("Hooks installed for Claude Code\nClaude Code: installed"));
   EXPECT_EQ(told->textFormat(), Qt::PlainText);
 }
 
