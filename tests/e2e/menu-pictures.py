@@ -30,7 +30,8 @@ def a_day(now):
                for minute in range(int(begin * 60), int(end * 60), -7)]
     operations = []
     for begin, end, why in [(10.6, 8.8, "manual_timer_expired"),
-                            (7.4, 6.1, "battery_below_threshold"), (5.6, 4.9, "manual_timer_expired"), (3.9, 0.1, "user_stop")]:
+                            (7.4, 6.1, "battery_below_threshold"),
+                            (5.6, 4.9, "manual_timer_expired"), (3.9, 0.1, "user_stop")]:
         operations += [("disable_sleep", begin, "enable:manual_timer"),
                        ("enable_sleep", end, f"release:{why}")]
     return {"triggerActivityBuckets": buckets,
