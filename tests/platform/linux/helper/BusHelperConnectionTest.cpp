@@ -492,7 +492,8 @@ TEST_F(BusHelperConnectionTest, WhoOnlyWatchesStartsNoDaemonThatWasStopped) {
   const std::string name(NODOServiceConstants::helperMachServiceName);
   std::filesystem::create_directories(data / "dbus-1/services");
   std::ofstream(data / ("dbus-1/services/" + name + ".service"))
-      << "[D-BUS Service]\nName=" << name << "\nExec=/usr/bin/touch " << started.string() << "\n";
+      << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c \"touch " << started.string()
+      << "; exit 1\"\n";
   const PrivateBus own;
   EXPECT_TRUE(says(failureOf({name, patience, helperWatching(own.address())}), "not there: "));
   EXPECT_FALSE(std::filesystem::exists(started));
