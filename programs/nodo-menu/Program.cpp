@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace nodo::menu {
@@ -55,7 +56,8 @@ Program::Program(ProgramContext context)
   };
   QObject::connect(&hookLogWatcher_, &QFileSystemWatcher::fileChanged, &here_, soon);
   QObject::connect(&hookLogWatcher_, &QFileSystemWatcher::directoryChanged, &here_, [this, soon] {
-    if (std::filesystem::exists(hookLog_.path())) {
+    std::error_code unseen;
+    if (std::filesystem::exists(hookLog_.path(), unseen)) {
       soon();
     }
   });

@@ -2,7 +2,7 @@
 """Measures nodo-menu in a panel, beside the least program that shows an icon: how long after its
 start the panel has the icon, and what it has of the memory for itself.
 
-usage: bench/menu [BUILD-FOLDER]      default: build/bench
+usage: bench/menu.py [BUILD-FOLDER]      default: build/bench
 
 Build nodod, nodoctl, nodo-menu and nodo_bare_tray there first. Needs root, for a laptop of its own.
 """
