@@ -2,11 +2,10 @@
 """Measures nodo-menu in a panel, beside the least program that shows an icon: how long after its
 start the panel has the icon, and what it has of the memory for itself.
 
-usage: bench/menu.py [BUILD-FOLDER]      default: build/bench
-
 Build nodod, nodoctl, nodo-menu and nodo_bare_tray there first. Needs root, for a laptop of its own.
 """
 
+import argparse
 import os
 import pathlib
 import statistics
@@ -17,11 +16,15 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 TURNS = 9
 AT_REST = 3  # seconds until nothing more is loaded
 
+parser = argparse.ArgumentParser(description=__doc__,
+                                 formatter_class=argparse.RawDescriptionHelpFormatter)
+parser.add_argument("build", nargs="?", type=pathlib.Path, default=ROOT / "build/bench",
+                    metavar="BUILD-FOLDER", help="default: build/bench")
+BUILD = parser.parse_args().build.resolve()
 if "NODO_E2E_DIR" not in os.environ:
     os.execv(ROOT / "tests/e2e/with-logind", ["with-logind", "unshare", "--net",
-                                               os.path.abspath(__file__), *sys.argv[1:]])
+                                               os.path.abspath(__file__), str(BUILD)])
 
-BUILD = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/bench").resolve()
 PROGRAMS = BUILD / "programs"
 sys.argv[1:] = [str(PROGRAMS / "nodod/nodod"), str(PROGRAMS / "nodoctl/nodoctl"),
                 str(PROGRAMS / "nodo-menu/nodo-menu")]
