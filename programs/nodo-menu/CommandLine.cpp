@@ -1,5 +1,4 @@
 #include <NODOCore/base/Environment.h>
-#include <NODOCore/base/Text.h>
 #include <programs/nodo-menu/CommandLine.h>
 
 #include <CLI/CLI.hpp>
@@ -21,18 +20,7 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments, in
          "--bus", [&options](const std::string& text) { options.daemon.bus = busChoice(text); },
          "The D-Bus bus that the daemon is on (default: the system's, else the session's)")
       ->type_name("system|session|ADDRESS");
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
-  try {
-    app.parse(reversed);
-    return options;
-  } catch (const CLI::CallForHelp&) {
-    return HelpText{helpText(app, app.get_name(), columns)};
-  } catch (const CLI::CallForVersion& version) {
-    return HelpText{std::string(version.what()) + "\n"};
-  } catch (const CLI::ParseError& error) {
-    return UsageError{.message = escapedForDisplay(error.what()),
-                      .hint = "Try 'nodo-menu --help' for more information."};
-  }
+  return parseOptions(app, options, arguments, columns);
 }
 
 }  // namespace nodo::menu

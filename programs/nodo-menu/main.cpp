@@ -1,6 +1,5 @@
 #include <NODOCore/hooks/AgentHookLogInspector.h>
 #include <platform/HelperMachine.h>
-#include <platform/HostMachine.h>
 #include <programs/nodo-menu/CommandLine.h>
 #include <programs/nodo-menu/Desktop.h>
 #include <programs/nodo-menu/FirstInstance.h>
@@ -76,18 +75,7 @@ int show(const nodo::menu::Options& options, int argc, char** argv) {
   if (!first.claim()) {
     return nodo::exitSuccess;
   }
-  const nodo::nodoctl::ToolContext tool{.environment = environment,
-                                        .machine = nodo::hostMachine(patience),
-                                        .helperConnecting = nodo::helperConnecting,
-                                        .refusalOfThisProgram = nodo::refusalOfThisProgram,
-                                        .daemonStanding = nodo::daemonStanding,
-                                        .daemonSettings = nodo::daemonSettings,
-                                        .listenForChanges = nodo::listenForChanges,
-                                        .restartCommand = nodo::restartCommand(),
-                                        .now = nodo::currentDate,
-                                        .output = std::cout,
-                                        .error = std::cerr,
-                                        .startedAs = nodoctlName(environment)};
+  const auto tool = nodo::nodoctl::systemContext(patience, nodoctlName(environment));
   // A daemon that somebody has stopped stays so until a person wants something of it.
   nodo::nodoctl::ToolContext looking = tool;
   looking.helperConnecting = nodo::helperWatching;

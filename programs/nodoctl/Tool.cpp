@@ -4,7 +4,9 @@
 #include <programs/nodoctl/commands/Commands.h>
 
 #include <algorithm>
+#include <iostream>
 #include <system_error>
+#include <utility>
 #include <variant>
 
 #include <unistd.h>
@@ -33,6 +35,21 @@ int performAndPrint(const Invocation& invocation, const ToolContext& context) {
 }
 
 }  // namespace
+
+ToolContext systemContext(std::chrono::milliseconds patience, std::string startedAs) {
+  return {.environment = processEnvironment(),
+          .machine = hostMachine(patience),
+          .helperConnecting = nodo::helperConnecting,
+          .refusalOfThisProgram = nodo::refusalOfThisProgram,
+          .daemonStanding = nodo::daemonStanding,
+          .daemonSettings = nodo::daemonSettings,
+          .listenForChanges = nodo::listenForChanges,
+          .restartCommand = nodo::restartCommand(),
+          .now = currentDate,
+          .output = std::cout,
+          .error = std::cerr,
+          .startedAs = std::move(startedAs)};
+}
 
 int runTool(const std::vector<std::string>& arguments, const ToolContext& context) {
   const int columns = helpColumns(

@@ -9,6 +9,7 @@
 #include <programs/nodoctl/terminal/Terminal.h>
 #include <programs/shared/ProgramFrame.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
@@ -59,6 +60,10 @@ struct ToolContext {
 
   Console console() const { return {.program = "nodoctl", .output = output, .error = error}; }
 };
+
+/// That of this process on this system, without a terminal. `patience` is for each look at the
+/// machine; `startedAs` as there.
+ToolContext systemContext(std::chrono::milliseconds patience, std::string startedAs);
 
 /// Runs nodoctl with `arguments` (without the program's name) and returns its exit status: 0 for
 /// success, 2 for a wrong use, 1 for any other failure, and that of the command that "run" runs.

@@ -1,8 +1,6 @@
-#include <platform/HelperMachine.h>
 #include <programs/nodoctl/Tool.h>
 
 #include <chrono>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -19,17 +17,7 @@ constexpr std::chrono::milliseconds patience(300);
 int main(int argc, char** argv) {
   nodo::prepareProcess();
   const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return nodo::nodoctl::runTool(arguments, {.environment = nodo::processEnvironment(),
-                                            .machine = nodo::hostMachine(patience),
-                                            .helperConnecting = nodo::helperConnecting,
-                                            .refusalOfThisProgram = nodo::refusalOfThisProgram,
-                                            .daemonStanding = nodo::daemonStanding,
-                                            .daemonSettings = nodo::daemonSettings,
-                                            .listenForChanges = nodo::listenForChanges,
-                                            .restartCommand = nodo::restartCommand(),
-                                            .now = nodo::currentDate,
-                                            .output = std::cout,
-                                            .error = std::cerr,
-                                            .terminal = nodo::nodoctl::terminalAt(STDOUT_FILENO),
-                                            .startedAs = argc > 0 ? argv[0] : ""});
+  auto context = nodo::nodoctl::systemContext(patience, argc > 0 ? argv[0] : "");
+  context.terminal = nodo::nodoctl::terminalAt(STDOUT_FILENO);
+  return nodo::nodoctl::runTool(arguments, context);
 }

@@ -113,18 +113,7 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments, in
       "Holds this computer's sleep lock while a timer runs, and answers the tools that set it.",
       "nodod");
   describe(app, options);
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
-  try {
-    app.parse(reversed);
-    return options;
-  } catch (const CLI::CallForHelp&) {
-    return HelpText{helpText(app, app.get_name(), columns)};
-  } catch (const CLI::CallForVersion& version) {
-    return HelpText{std::string(version.what()) + "\n"};
-  } catch (const CLI::ParseError& error) {
-    return UsageError{.message = escapedForDisplay(error.what()),
-                      .hint = "Try 'nodod --help' for more information."};
-  }
+  return parseOptions(app, options, arguments, columns);
 }
 
 }  // namespace nodo::nodod

@@ -158,4 +158,20 @@ std::string helpText(const CLI::App& command, const std::string& name, int colum
   return std::move(page).text();
 }
 
+std::variant<std::monostate, HelpText, UsageError> parseArguments(
+    CLI::App& app, const std::vector<std::string>& arguments, int columns) {
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants
+  try {
+    app.parse(reversed);
+    return {};
+  } catch (const CLI::CallForHelp&) {
+    return HelpText{helpText(app, app.get_name(), columns)};
+  } catch (const CLI::CallForVersion& version) {
+    return HelpText{std::string(version.what()) + "\n"};
+  } catch (const CLI::ParseError& error) {
+    return UsageError{.message = escapedForDisplay(error.what()),
+                      .hint = "Try '" + app.get_name() + " --help' for more information."};
+  }
+}
+
 }  // namespace nodo
