@@ -5,12 +5,9 @@
 #include <platform/HelperMachine.h>
 #include <testing/EnvironmentVariable.h>
 #include <testing/OpenDescriptors.h>
-#include <testing/TemporaryFolder.h>
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -483,22 +480,6 @@ TEST_F(BusHelperConnectionTest, ManyThreadsMayAskAtOnceAndGiveUpAtAnyMoment) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-}
-
-TEST_F(BusHelperConnectionTest, WhoOnlyWatchesStartsNoDaemonThatWasStopped) {
-  const test::TemporaryFolder data;
-  const test::EnvironmentVariable home("XDG_DATA_HOME", data.path().string());
-  const auto started = data / "started";
-  const std::string name(NODOServiceConstants::helperMachServiceName);
-  std::filesystem::create_directories(data / "dbus-1/services");
-  std::ofstream(data / ("dbus-1/services/" + name + ".service"))
-      << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c \"touch " << started.string()
-      << "; exit 1\"\n";
-  const PrivateBus own;
-  EXPECT_TRUE(says(failureOf({name, patience, helperWatching(own.address())}), "not there: "));
-  EXPECT_FALSE(std::filesystem::exists(started));
-  failureOf({name, patience, helperConnecting(own.address())});
-  EXPECT_TRUE(std::filesystem::exists(started));
 }
 
 }  // namespace
