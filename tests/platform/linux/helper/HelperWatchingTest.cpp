@@ -33,7 +33,7 @@ class HelperWatchingTest : public ::testing::Test {
 
   bool isAnswered(const std::shared_ptr<const HelperConnecting>& connecting) const {
     try {
-      NODOHelperXPCClient(name, 60, connecting).status();
+      NODOHelperXPCClient{name, 60, connecting}.status();
       return true;
     } catch (const std::exception&) {
       return false;
