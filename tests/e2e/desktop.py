@@ -166,25 +166,12 @@ class Icon:
                               "org.freedesktop.DBus.Properties")
         return item.Get(self.ITEM, name)
 
-    def activate(self):
-        """As by a click."""
-        self._item().Activate(0, 0)
-
-    def _item(self):
-        return dbus.Interface(self.bus.get_object(self.name, self.path, introspect=False),
-                              self.ITEM)
-
     def tool_tip(self):
         icon, _, title, text = self.property("ToolTip")
         return f"{title}{text}" if not icon else f"{icon}{title}{text}"
 
     def icon_name(self):
         return str(self.property("IconName"))
-
-    def pixels(self):
-        """Those of its largest picture, if it comes with any."""
-        pictures = self.property("IconPixmap")
-        return bytes(max(pictures, key=lambda each: each[0])[2]) if pictures else b""
 
     def _menu(self):
         path = self.property("Menu")
