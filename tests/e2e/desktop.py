@@ -168,7 +168,7 @@ class Icon:
 
     def tool_tip(self):
         icon, _, title, text = self.property("ToolTip")
-        return f"{title}{text}" if not icon else f"{icon}{title}{text}"
+        return f"{icon}{title}{text}"
 
     def icon_name(self):
         return str(self.property("IconName"))
